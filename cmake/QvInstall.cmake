@@ -1,0 +1,20 @@
+# What `cmake --install` lays out: libraries, headers, the CMake package and the pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS qvplatform qvreposres EXPORT QvReposResTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        INCLUDES DESTINATION ${QVREPOSRES_INCLUDEDIR})
+install(DIRECTORY include/ DESTINATION ${QVREPOSRES_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY platform/ DESTINATION ${QVREPOSRES_INCLUDEDIR} FILES_MATCHING PATTERN "*.h"
+        PATTERN "private" EXCLUDE)
+install(EXPORT QvReposResTargets NAMESPACE QvReposRes:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QvReposRes)
+
+configure_package_config_file(cmake/QvReposResConfig.cmake.in QvReposResConfig.cmake
+                              INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QvReposRes)
+write_basic_package_version_file(QvReposResConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QvReposResConfig.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/QvReposResConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QvReposRes)
+
+configure_file(cmake/qvreposres.pc.in qvreposres.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qvreposres.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,75 @@
+// Files and folders.
+//
+// Paths are native paths or "file:" URIs. Every operation that returns an int answers 0 on success, else one
+// of the NP_FIO codes. Calls that a signal interrupts are retried; descriptors are close-on-exec. A handle is
+// for one thread at a time.
+#pragma once
+
+#include "qvxbase/qvbstring.h"
+
+#include <cstdint>
+
+inline constexpr int NP_FIO_OK = 0;
+inline constexpr int NP_FIO_ERROR = 1;
+inline constexpr int NP_FIO_NOT_FOUND = 3;
+inline constexpr int NP_FIO_ACCESS = 4;
+inline constexpr int NP_FIO_PARTIAL = 6;
+inline constexpr int NP_FIO_UNSUPPORTED = 9;
+inline constexpr int NP_FIO_REFUSED = 12; // refused or temporary: no space, busy, too many files
+
+// Open modes.
+inline constexpr int NP_FIO_READ = 1;
+// A new file, 0600, that takes the name's place when it is closed without a failed write, having reached the
+// disk; until then the name keeps what it had, and whoever holds the old file open keeps reading it.
+inline constexpr int NP_FIO_REPLACE = 86;
+
+struct NpFile;
+struct NpDir;
+
+enum class NpFileKind { File, Directory, Other };
+
+struct NpFileStat {
+  NpFileKind kind;
+  std::uint64_t device;
+  std::uint64_t inode;
+  std::int64_t size;
+  std::int64_t modifiedSeconds; // since the epoch
+  std::int64_t modifiedNanoseconds;
+};
+
+// `file` becomes the handle, null on failure.
+QVPLATFORM_API int np_fio_open(const QvbString& path, int mode, NpFile** file);
+// Ends the handle in every case. A file opened for replacement takes its name's place here; when that fails,
+// or a write failed before, the old file stays, the new one is gone and the result tells why. Null does
+// nothing.
+QVPLATFORM_API int np_fio_close(NpFile* file);
+// The bytes read: 0 at the end, negative (the code's negative) on failure.
+QVPLATFORM_API std::int64_t np_fio_getb(NpFile* file, void* buffer, std::size_t size);
+// The bytes written, all of them; negative (the code's negative) on failure.
+QVPLATFORM_API std::int64_t np_fio_putb(NpFile* file, const void* bytes, std::size_t size);
+QVPLATFORM_API std::int64_t np_fio_puts(NpFile* file, const QvbString& text);
+// Follows symbolic links. A null `stat` asks only whether there is an entry.
+QVPLATFORM_API int np_fio_stat(const QvbString& path, NpFileStat* stat);
+QVPLATFORM_API int np_fio_unlink(const QvbString& path);
+// A short text for a code, in lower case without a full stop.
+QVPLATFORM_API const char* np_fio_errdesc(int code);
+// Joins both with one "/" into the buffer of `size` bytes, zero-terminated; NP_FIO_ERROR with an empty buffer
+// when they do not fit.
+QVPLATFORM_API int np_fio_pcat(const char* directory, const char* name, char* buffer, std::size_t size);
+// The code of a value of errno.
+QVPLATFORM_API int np_fio_code(int errnoValue);
+
+// The whole file. `content` is untouched on failure; a file over `limit` bytes is NP_FIO_REFUSED.
+QVPLATFORM_API int np_fio_readAll(const QvbString& path, std::int64_t limit, QvbString* content);
+// Replaces the file by the given bytes as NP_FIO_REPLACE does, with the permissions of the file that was
+// there, or 0644 less the umask.
+QVPLATFORM_API int np_fio_writeAll(const QvbString& path, const QvbString& content);
+
+// Mode 8 is 0755 less the umask; only the last level is made.
+QVPLATFORM_API int np_dir_create(const QvbString& path, int mode);
+// Makes a new folder of this name, 0700, under TMPDIR or /tmp, writes its path into the buffer and opens it.
+// One that exists is refused.
+QVPLATFORM_API int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** directory);
+QVPLATFORM_API void np_dir_close(NpDir* directory);
+// Removes an empty folder.
+QVPLATFORM_API int np_dir_unlink(const QvbString& path);

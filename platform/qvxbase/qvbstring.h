@@ -1,0 +1,95 @@
+// The text value that every interface of the library takes and returns.
+//
+// A QvbString is null, or a possibly empty run of bytes; UTF-8 by convention, and embedded zero bytes are
+// kept. It is implicitly shared: a copy costs one atomic increment and never copies the text, and a change to
+// one copy is never seen through another. Different threads may use different copies freely; one object is
+// for one thread at a time.
+//
+// Null and empty differ in isNull() alone: every other operation treats null as empty text. Case is folded
+// for the ASCII letters only, whatever the locale. Positions and counts are in bytes.
+#pragma once
+
+#include "qvxbase/qvbexport.h"
+
+#include <cstddef>
+#include <string_view>
+
+class QVPLATFORM_API QvbString {
+ public:
+  // Positions are signed: a search that finds nothing answers -1.
+  using Index = std::ptrdiff_t;
+
+  QvbString() noexcept = default; // null
+  // Zero-terminated text; a null pointer makes a null text.
+  QvbString(const char* text);
+  QvbString(const char* bytes, std::size_t count);
+  // Never null, even for a view of no bytes.
+  explicit QvbString(std::string_view text);
+  QvbString(const QvbString& other) noexcept;
+  QvbString(QvbString&& other) noexcept;
+  ~QvbString();
+  QvbString& operator=(const QvbString& other) noexcept;
+  QvbString& operator=(QvbString&& other) noexcept;
+
+  bool isNull() const noexcept { return !m_rep; }
+  bool isEmpty() const noexcept { return length() == 0; }
+  Index length() const noexcept;
+  // The bytes that asCstr() spans, its closing zero included.
+  std::size_t cStrSize() const noexcept { return static_cast<std::size_t>(length()) + 1; }
+  // Zero-terminated, valid until this object's next change; never null.
+  const char* asCstr() const noexcept;
+  // The same bytes, embedded zeros included, valid as long as asCstr().
+  std::string_view view() const noexcept;
+
+  void setNull() noexcept;
+  QvbString& assign(const char* text);
+  QvbString& assign(const QvbString& text) noexcept;
+  // Decimal text.
+  QvbString& assign(int value);
+  // Appending makes a null text non-null, even when nothing is added. `ok`, where given, becomes true; memory
+  // that cannot be had is std::bad_alloc and leaves the text as it was.
+  QvbString& append(const char* text, bool* ok = nullptr);
+  QvbString& append(const QvbString& text, bool* ok = nullptr);
+  QvbString& append(std::string_view text);
+
+  // The number that the longest numeric prefix spells, after leading blanks; 0 when there is none. `ok` is
+  // true only when the whole text was one number in range; out of range the nearest representable number is
+  // the value. The decimal point is "." in every locale.
+  int asInt(bool* ok = nullptr) const noexcept;
+  double asDouble(bool* ok = nullptr) const noexcept;
+
+  // The first occurrence at or after `start`, or the last one anywhere; -1 when there is none.
+  Index find(const QvbString& text, Index start = 0) const noexcept;
+  Index find(std::string_view text, Index start = 0) const noexcept;
+  Index find(const char* text, Index start = 0) const noexcept;
+  Index rfind(const QvbString& text) const noexcept;
+  Index rfind(std::string_view text) const noexcept;
+  Index rfind(const char* text) const noexcept;
+
+  // Parts of the text; a range that reaches beyond it is cut to it. The result is never null. A count of -1
+  // means to the end.
+  QvbString mid(Index start, Index count = -1) const;
+  QvbString right(Index count) const;
+
+  // These change the text in place. White space is what isspace() takes in the C locale.
+  QvbString& lowercase();
+  QvbString& trim(bool left = true, bool right = true);
+  QvbString& trimChar(char character, bool left, bool right);
+
+  // 0 for equal, negative when this text is the smaller, else positive; bytes are compared as unsigned
+  // numbers, with upper-case ASCII letters taken as lower-case ones when `ignoreCase` is true.
+  int compare(const QvbString& other, bool ignoreCase = false) const noexcept;
+  int compare(std::string_view other, bool ignoreCase = false) const noexcept;
+  int compare(const char* other, bool ignoreCase = false) const noexcept;
+
+  friend bool operator<(const QvbString& a, const QvbString& b) noexcept { return a.view() < b.view(); }
+  friend bool operator==(const QvbString& a, const QvbString& b) noexcept { return a.view() == b.view(); }
+
+ private:
+  struct Rep;
+  Rep* m_rep = nullptr;
+};
+
+// A hash of the bytes with ASCII case folded: texts that compare() as equal without regard to case hash
+// alike.
+QVPLATFORM_API std::size_t qvbHashIgnoreCase(std::string_view text) noexcept;

@@ -1,0 +1,92 @@
+// XML documents (XML 1.0, Fifth Edition), read and written as a tree.
+//
+// Text is UTF-8 throughout, whatever encoding a document was read in. Documents come from memory only:
+// nothing in a document can make the reader open a path or a URL. Refused, each with a message: a document
+// type declaration, element depth over 1,000, a document over 512 MiB. No operation recurses over siblings or
+// levels.
+//
+// A QvDom owns its nodes; a QvDomNode is a handle by value that is good as long as the document is and until
+// it starts or loads another one. A document and its nodes are for one thread at a time.
+#pragma once
+
+#include "qvxbase/qvbstring.h"
+
+#include <memory>
+
+struct QvDomNodeData;
+struct QvDomDocument;
+
+class QVPLATFORM_API QvDomNode {
+ public:
+  QvDomNode() noexcept = default; // a missing node
+
+  // True for a missing node. Reading a missing node gives null texts and missing nodes, changing it does
+  // nothing.
+  bool null() const noexcept { return !m_data; }
+
+  // The element's name; null for a run of text.
+  QvbString getName() const;
+  // The element's text: its own runs of text, or (deep true) those of everything below it too, in document
+  // order. Null when there are none.
+  QvbString getValue(bool deep) const;
+  // Replaces the element's own runs of text by one after its children; an empty text leaves none.
+  void setValue(const QvbString& text);
+
+  QvDomNode addChild(const QvbString& name);
+  // The first child, or the node after this one: elements only, or (withText true) runs of text as well.
+  QvDomNode getFirstChild(bool withText) const;
+  QvDomNode getNextSibling(bool withText) const;
+
+  // Null when there is no such attribute. Names are compared exactly.
+  QvbString getAttributeValue(const QvbString& name) const;
+  // Appends the attribute, or replaces its value in place.
+  void setAttributeValue(const QvbString& name, const QvbString& value);
+  int getAttributeCount() const noexcept;
+  // In document order; false, with nothing written, when the index is out of range. Outputs may be null.
+  bool getAttributeNameValue(int index, QvbString* name, QvbString* value) const;
+
+ private:
+  friend class QvDom;
+  friend struct QvDomDocument;
+  QvDomNode(QvDomDocument* document, QvDomNodeData* data) noexcept : m_document(document), m_data(data) {}
+
+  QvDomDocument* m_document = nullptr;
+  QvDomNodeData* m_data = nullptr;
+};
+
+class QVPLATFORM_API QvDom {
+ public:
+  QvDom();
+  ~QvDom();
+  QvDom(QvDom&& other) noexcept;
+  QvDom& operator=(QvDom&& other) noexcept;
+  QvDom(const QvDom&) = delete;
+  QvDom& operator=(const QvDom&) = delete;
+
+  // Each of these replaces the document; on failure there is none and getErrorMessage() tells why. A name
+  // that XML does not allow is a failure.
+  bool startNewDocument(const QvbString& rootName);
+  bool loadFile(const QvbString& path);
+  bool loadXML(const QvbString& text);
+
+  QvDomNode getRoot() const noexcept;
+
+  // The node and all below it as text, without a declaration. With layout: two blanks per level and a line
+  // feed after each element, an element that holds text on one line; without: no white space. Attributes
+  // stand in the order they were set, in double quotes; an empty element closes itself. Line feed, carriage
+  // return and tab in attributes (and carriage return in text) become character references, so that any value
+  // reads back as it was. Bytes that XML cannot carry (controls, broken UTF-8) become U+FFFD.
+  QvbString createXML(bool layout, const QvDomNode& node) const;
+  // Replaces the file atomically by an XML declaration (UTF-8) and the text of the node. False with
+  // getErrorMessage() on failure: the old file is then there byte for byte, and no temporary file is.
+  bool createFile(const QvbString& path, bool layout, const QvDomNode& node);
+
+  // Why the last start, load or createFile failed: "<file>:<line>:<column>: <reason>" for a malformed file,
+  // "<line>:<column>: <reason>" for a malformed text, "<file>: <reason>" for a file that cannot be read or
+  // written. Null after a success.
+  QvbString getErrorMessage() const;
+
+ private:
+  std::unique_ptr<QvDomDocument> m_document;
+  QvbString m_error;
+};
