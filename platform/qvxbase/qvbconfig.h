@@ -11,14 +11,14 @@
 #include "qvxbase/qvbstring.h"
 
 class QVPLATFORM_API QvbConfigOptions {
- public:
+public:
   // Whether the key is set. `value` becomes its text, or null when the key is unset. The last argument is
   // reserved: pass 0.
   virtual bool getOption(const QvbString& key, QvbString* value, int reserved) = 0;
   // Ends the use of this object.
   virtual void release() = 0;
 
- protected:
+protected:
   ~QvbConfigOptions() = default;
 };
 

@@ -4,7 +4,7 @@
 #include "qvxbase/qvbstring.h"
 
 class QVPLATFORM_API QvbDatavar {
- public:
+public:
   static constexpr int TypeText = 2;
 
   int getType() const noexcept { return m_type; }
@@ -16,7 +16,7 @@ class QVPLATFORM_API QvbDatavar {
   // ignored.
   bool asBool(bool* ok = nullptr) const noexcept;
 
- private:
+private:
   int m_type = TypeText;
   QvbString m_text;
 };

@@ -4,7 +4,7 @@
 #include "qvxbase/qvbstring.h"
 
 class QVPLATFORM_API QvbDate {
- public:
+public:
   QvbDate() noexcept = default; // null
 
   // Now, in local time or (utc true) in UTC, to the millisecond.
@@ -30,7 +30,7 @@ class QVPLATFORM_API QvbDate {
   // Negative, 0 or positive; a null date is before every date and equal to null.
   int compare(const QvbDate& other) const noexcept;
 
- private:
+private:
   bool m_null = true;
   int m_year = 0;
   int m_month = 0;

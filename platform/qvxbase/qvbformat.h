@@ -22,7 +22,7 @@
 #include <type_traits>
 
 class QVPLATFORM_API QvbFormatArg {
- public:
+public:
   enum class Kind { Signed, Unsigned, Real, Text, Pointer };
 
   template<class T>

@@ -17,13 +17,13 @@ QVPLATFORM_API QvbString qvbGetUUID();
 // An iterator over the entries of a directory, "." and ".." left out, in byte order of their names. It stands
 // before the first entry until next() is called. Entries made or removed after it was opened do not show.
 class QVPLATFORM_API QvbDirectory {
- public:
+public:
   virtual bool next() = 0;
   virtual QvbString getName() = 0;
   virtual QvbString getPath() = 0;
   virtual void release() = 0;
 
- protected:
+protected:
   ~QvbDirectory() = default;
 };
 

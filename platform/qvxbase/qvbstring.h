@@ -15,7 +15,7 @@
 #include <string_view>
 
 class QVPLATFORM_API QvbString {
- public:
+public:
   // Positions are signed: a search that finds nothing answers -1.
   using Index = std::ptrdiff_t;
 
@@ -85,7 +85,7 @@ class QVPLATFORM_API QvbString {
   friend bool operator<(const QvbString& a, const QvbString& b) noexcept { return a.view() < b.view(); }
   friend bool operator==(const QvbString& a, const QvbString& b) noexcept { return a.view() == b.view(); }
 
- private:
+private:
   struct Rep;
   Rep* m_rep = nullptr;
 };

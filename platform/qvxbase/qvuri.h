@@ -4,9 +4,9 @@
 // are percent-encoded on the way in, accessors decode them, and any byte can stand in any component. Forms
 // known beyond plain URIs:
 //   repository object   qvr://<repository>/<path>?type=<ObjectType>
-//   data                qvd://<server>/<data source>?type=&catalog=&schema=&table=&column=   (and qvf://
-//   alike) server reference    dmsref://<server>/<object path>?ServiceType=&ObjectType= file file:///a/b for
-//   an absolute path, file:a/b for a relative one
+//   data                qvd://<server>/<data source>?type=&catalog=&schema=&table=&column= (qvf:// alike)
+//   server reference    dmsref://<server>/<object path>?ServiceType=&ObjectType=
+//   file                file:///a/b for an absolute path, file:a/b for a relative one
 // Empty query components are left out. An empty repository gives qvr:///foundations?type=Folder.
 //
 // Every function that returns a QvURI makes a new record that the caller releases; the parts that a record
@@ -17,19 +17,19 @@
 
 // The repository form of a "qvr" URI.
 class QVPLATFORM_API QvReposURI {
- public:
+public:
   virtual QvbString getRepository() = 0;
   virtual QvbString getPath() = 0;       // without a leading "/"
   virtual QvbString getObjectName() = 0; // the last segment of the path
   virtual QvbString getObjectType() = 0;
 
- protected:
+protected:
   ~QvReposURI() = default;
 };
 
 // The data part: of a "qvd" or "qvf" URI, or, with object type and name alone, of a "qvr" URI.
 class QVPLATFORM_API QvDataURI {
- public:
+public:
   virtual QvbString getServer() = 0;
   virtual QvbString getDataSource() = 0;
   virtual QvbString getDataSourceType() = 0;
@@ -42,12 +42,12 @@ class QVPLATFORM_API QvDataURI {
   // The whole URI's text.
   virtual QvbString asString() = 0;
 
- protected:
+protected:
   ~QvDataURI() = default;
 };
 
 class QVPLATFORM_API QvURI {
- public:
+public:
   virtual void release() = 0;
   virtual QvbString getScheme() = 0;
   virtual QvbString getAuthority() = 0; // server, or repository of a "qvr" URI
@@ -68,7 +68,7 @@ class QVPLATFORM_API QvURI {
   virtual QvReposURI* getReposURI() = 0;
   virtual QvDataURI* getDataURI() = 0;
 
- protected:
+protected:
   ~QvURI() = default;
 };
 

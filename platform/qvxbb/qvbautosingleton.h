@@ -8,7 +8,7 @@
 #include "qvxbase/qvbexport.h"
 
 class QVPLATFORM_API QvbAutoSingleton {
- public:
+public:
   QvbAutoSingleton() noexcept = default;
   QvbAutoSingleton(const QvbAutoSingleton&) = delete;
   QvbAutoSingleton& operator=(const QvbAutoSingleton&) = delete;
@@ -28,9 +28,9 @@ class QVPLATFORM_API QvbAutoSingleton {
   // What initialize() found or made; null before.
   void* getObject() const noexcept { return m_object; }
 
- protected:
+protected:
   ~QvbAutoSingleton() = default;
 
- private:
+private:
   void* m_object = nullptr;
 };

@@ -17,7 +17,7 @@ struct QvDomNodeData;
 struct QvDomDocument;
 
 class QVPLATFORM_API QvDomNode {
- public:
+public:
   QvDomNode() noexcept = default; // a missing node
 
   // True for a missing node. Reading a missing node gives null texts and missing nodes, changing it does
@@ -45,7 +45,7 @@ class QVPLATFORM_API QvDomNode {
   // In document order; false, with nothing written, when the index is out of range. Outputs may be null.
   bool getAttributeNameValue(int index, QvbString* name, QvbString* value) const;
 
- private:
+private:
   friend class QvDom;
   friend struct QvDomDocument;
   QvDomNode(QvDomDocument* document, QvDomNodeData* data) noexcept : m_document(document), m_data(data) {}
@@ -55,7 +55,7 @@ class QVPLATFORM_API QvDomNode {
 };
 
 class QVPLATFORM_API QvDom {
- public:
+public:
   QvDom();
   ~QvDom();
   QvDom(QvDom&& other) noexcept;
@@ -86,7 +86,7 @@ class QVPLATFORM_API QvDom {
   // written. Null after a success.
   QvbString getErrorMessage() const;
 
- private:
+private:
   std::unique_ptr<QvDomDocument> m_document;
   QvbString m_error;
 };

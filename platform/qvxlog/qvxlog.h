@@ -30,13 +30,13 @@ struct QvLogRecord {
 
 // Receives records as they are, on the thread that logs; it must not install another sink.
 class QVPLATFORM_API QvLogSink {
- public:
+public:
   virtual ~QvLogSink() = default;
   virtual void record(const QvLogRecord& record) = 0;
 };
 
 class QVPLATFORM_API QvLogger {
- public:
+public:
   bool isEnabled(QvLoggingLevel level) const noexcept {
     return static_cast<int>(level) >= m_threshold.load(std::memory_order_relaxed);
   }
@@ -47,7 +47,7 @@ class QVPLATFORM_API QvLogger {
       write(level, source, line, qvbStringFormat(format, args...));
   }
 
- private:
+private:
   friend struct QvLogRegistry;
   explicit QvLogger(const QvbString& category);
   void write(QvLoggingLevel level, const char* source, int line, const QvbString& text);

@@ -21,7 +21,8 @@ struct LogLine {
 };
 
 inline std::ostream& operator<<(std::ostream& out, const LogLine& line) {
-  return out << '{' << line.category << ", " << line.level << ", " << line.source << ", \"" << line.text << "\"}";
+  return out << '{' << line.category << ", " << line.level << ", " << line.source << ", \"" << line.text
+             << "\"}";
 }
 
 class LogCapture {
