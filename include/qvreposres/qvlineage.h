@@ -1,0 +1,58 @@
+// The lineage store: which resource uses which, and the graph as XML.
+//
+// A node of the graph is a resource type and identity, whatever the name. A store is for one thread at a time.
+#pragma once
+
+#include "qvreposres/export.h"
+#include "qvreposres/qvresource.h"
+#include "qvreposres/qvresourcefactory.h"
+
+// Every list returned is a new one that the caller releases; null when memory is short.
+class QVREPOSRES_API QvImpactAnalysis {
+public:
+  virtual ~QvImpactAnalysis() = default;
+  virtual void release() = 0;
+  // Always empty: this store answers in one direction.
+  virtual QvResourceList* getUsedByResources(QvResource* resource, bool recursive) = 0;
+  // What the resource depends on directly, whatever `recursive` says; empty for an unknown resource.
+  virtual QvResourceList* getDependentResources(QvResource* resource, bool recursive) = 0;
+  // Always empty.
+  virtual QvResourceList* getDependentResourcesByType(QvResource* resource,
+                                                      const QvbString& resourceType) = 0;
+  virtual QvResourceList* getResourcesByType(const QvbString& resourceType) = 0;
+  // Do nothing and answer false.
+  virtual bool updateImpactAnalysis() = 0;
+  virtual bool removeUnusedResources() = 0;
+  virtual bool removeResources() = 0;
+  // A new resource named by its identity.
+  virtual QvResource* getResource(const QvbString& resourceType, const QvbString& resourceIdentity) = 0;
+  // Adds what the resource depends on to what is known already, read from the list's cursor on. The store keeps copies.
+  // False for a null argument.
+  virtual bool addDependentResources(QvResource* resource, QvResourceList* dependents) = 0;
+  virtual QvResourceList* createResourceList() = 0;
+  virtual QvResource* createResource(const QvbString& name, const QvbString& resourceType,
+                                     const QvbString& resourceIdentity) = 0;
+  // Forgets what the resource depends on. False when nothing is known of it.
+  virtual bool deleteResource(QvResource* resource) = 0;
+  // The resource must be one that this library made.
+  virtual bool setAnalysisDate(QvResource* resource, const QvbDate& date) = 0;
+  // Every resource with recorded dependencies, in the order of type and identity.
+  virtual QvResourceList* getAllUniqueUsedResources() = 0;
+  // One row: "ProcessJob".
+  virtual QvStringList* getResourceTypes() = 0;
+  // Appends the graph as lineage XML to `xml`; on failure `message` tells why. With `layout` each element stands on a
+  // line of its own.
+  virtual bool getLineageAsString(QvbString* xml, QvbString* message, bool layout) = 0;
+  // The store's own factory, not to be released.
+  virtual QvResourceFactory* getDefaultResourceFactory() = 0;
+};
+
+// Receives the stages of an export.
+class QVREPOSRES_API LineageProgressSink {
+public:
+  virtual ~LineageProgressSink() = default;
+  virtual void progress(const QvbString& text) = 0;
+};
+
+// A new, empty store that the caller releases; null when memory is short.
+extern "C" QVREPOSRES_API QvImpactAnalysis* getQvLineageAnalysis();

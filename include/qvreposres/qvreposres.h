@@ -1,0 +1,18 @@
+// The library as a whole: what was built, and its start and end.
+#pragma once
+
+#include "qvreposres/export.h"
+
+extern "C" {
+
+// "Repository Resource Library version 2.1 (build 46)"
+QVREPOSRES_API extern const char* const qvx_build_info;
+QVREPOSRES_API extern const int qvx_build_number;
+QVREPOSRES_API extern const char* const qvx_build_version;
+
+// Makes the process-wide event manager (qvreposeventmgr.h) when there is none. Call it on one thread before concurrent
+// use. 0 on success, -1 on failure. `reserved` is ignored; `*out` becomes null.
+QVREPOSRES_API int qvReposResStartup(void* reserved, void** out);
+// Ends the event manager; a second call does nothing. Call it when no other thread uses the library any more.
+QVREPOSRES_API void qvReposResShutdown();
+}

@@ -1,0 +1,126 @@
+// Repository metadata: typed objects, written as XML and read back.
+//
+// An object tree and its context are for one thread at a time.
+#pragma once
+
+#include "qvreposres/export.h"
+#include "qvxbase/qvbstring.h"
+#include "qvxdom/qvdom.h"
+
+class RepositoryMetadataObjectList;
+
+class QVREPOSRES_API RepositoryMetadataObject {
+public:
+  // Inserts the attribute or replaces its value; always true. Attributes are kept in the order of their names.
+  virtual bool addAttribute(const QvbString& name, const QvbString& value) = 0;
+  // False, with the output untouched, when there is no such attribute; the typed reads also when it is empty. Text that
+  // is no number or truth value converts to 0 or false.
+  virtual bool getAttribute(const QvbString& name, QvbString* value) = 0;
+  virtual bool getAttributeAsInt(const QvbString& name, int* value) = 0;
+  virtual bool getAttributeAsDouble(const QvbString& name, double* value) = 0;
+  virtual bool getAttributeAsBool(const QvbString& name, bool* value) = 0;
+  // Refers to an object that stays its owner's. The result is true only for a further object of a known association:
+  // the first one is added with the result false.
+  virtual bool addAssociatedObject(const QvbString& association, RepositoryMetadataObject* object) = 0;
+  // A new list, never null, that the caller releases; the objects are not its own.
+  virtual RepositoryMetadataObjectList* getAssociatedObjects(const QvbString& association) = 0;
+  // References to the object's own texts, good until its next change.
+  virtual const QvbString& getId() = 0;
+  // Sets the attribute "Id" as well.
+  virtual void setId(const QvbString& id) = 0;
+  virtual const QvbString& getObjectType() = 0;
+  virtual void setObjectType(const QvbString& type) = 0;
+  virtual void release() = 0;
+  // Writes attributes, contained objects, associations (by reference) and value into the element.
+  virtual bool toXML(QvDomNode* node) = 0;
+  // The parent owns the object from then on. False for one that it contains already.
+  virtual bool addContainedObject(RepositoryMetadataObject* object) = 0;
+  virtual RepositoryMetadataObjectList* getContainedObjects() = 0;
+  // The element's text; always true.
+  virtual bool setValue(const QvbString& value) = 0;
+
+protected:
+  ~RepositoryMetadataObject() = default;
+};
+
+// A snapshot of objects, read with the cursor that qvresource.h describes; it never releases them.
+class QVREPOSRES_API RepositoryMetadataObjectList {
+public:
+  virtual bool next() = 0;
+  virtual RepositoryMetadataObject* getValue() = 0;
+  virtual void release() = 0;
+  // Does nothing: setLastRowElement appends.
+  virtual bool addRow() = 0;
+  virtual void setLastRowElement(unsigned long column, RepositoryMetadataObject* object) = 0;
+  // By id, without regard to case. It leaves the cursor on the element after the match, or at the end.
+  virtual bool contains(RepositoryMetadataObject* object) = 0;
+
+protected:
+  ~RepositoryMetadataObjectList() = default;
+};
+
+// How an action ended or went on; the values choose the log level.
+enum RepositoryActionLogStatus : int {
+  RepositoryActionLogError = 0,
+  RepositoryActionLogWarning = 1,
+  RepositoryActionLogSuccess = 2,
+  RepositoryActionLogInfo = 3,
+  RepositoryActionLogTrace = 4
+};
+
+// Implemented by applications that want to hear of a context's actions; owned by them.
+class QVREPOSRES_API RepositoryActionEvent {
+public:
+  virtual ~RepositoryActionEvent() = default;
+  // `objectInfo` is the repository URI that setEventObjectInfo made. The result is passed on to who logged.
+  virtual int actionLogged(RepositoryActionLogStatus status, const QvbString& objectInfo,
+                           const QvbString& message) = 0;
+};
+
+class QVREPOSRES_API RepositorySerializationContext {
+public:
+  // The object of this type and id, made when there is none; the context owns it until clear().
+  virtual RepositoryMetadataObject* getMetadataObject(const QvbString& objectType, const QvbString& id) = 0;
+  // The first object of this type whose attribute has this value, both without regard to case; made with a fresh id when
+  // there is none.
+  virtual RepositoryMetadataObject* getMetadataObjectByAttribute(const QvbString& objectType,
+                                                                 const QvbString& attributeName,
+                                                                 const QvbString& attributeValue) = 0;
+  virtual void release() = 0;
+  // Appends the document of the object and of every other object of the context to `xml` (optional). `message` is not
+  // used. With `layout` each element stands on a line of its own.
+  virtual bool serialize(RepositoryMetadataObject* object, QvbString* xml, QvbString* message,
+                         bool layout) = 0;
+  // Reads such a document; the first top-level object, owned by the context, or null.
+  virtual RepositoryMetadataObject* deSerialize(const QvbString& xml, QvbString* message) = 0;
+  // Properties beside the object, under the id that it has at the time of the call; they are not written. False for a
+  // null object. The reads are true for every other object, and leave the output untouched when nothing is set.
+  virtual bool addImportProperty(RepositoryMetadataObject* object, const QvbString& name,
+                                 const QvbString& value) = 0;
+  virtual bool addImportPropertyAsInt(RepositoryMetadataObject* object, const QvbString& name, int value) = 0;
+  virtual bool getImportProperty(RepositoryMetadataObject* object, const QvbString& name,
+                                 QvbString* value) = 0;
+  virtual bool getImportPropertyAsInt(RepositoryMetadataObject* object, const QvbString& name,
+                                      int* value) = 0;
+  // Releases the objects and forgets everything, the event handler included.
+  virtual bool clear() = 0;
+  // Makes the repository URI of path and object type the information that goes with every action.
+  virtual bool setEventObjectInfo(const QvbString& path, const QvbString& objectType) = 0;
+  virtual bool setEventHandler(RepositoryActionEvent* handler) = 0;
+  // Tells the handler and the log; the handler's result, 0 without one.
+  virtual int logEvent(RepositoryActionLogStatus status, const QvbString& message) = 0;
+  // Whether the serialized object is the document's root itself; true when this changed.
+  virtual bool setSerializationOfRelationships(bool on) = 0;
+  // A new object that the caller owns; it is written only where it is contained or passed.
+  virtual RepositoryMetadataObject* createMetadataObject(const QvbString& objectType) = 0;
+
+protected:
+  ~RepositorySerializationContext() = default;
+};
+
+extern "C" {
+
+// New ones that the caller releases. Memory that cannot be had is std::bad_alloc.
+QVREPOSRES_API RepositoryMetadataObject* createRepositoryMetadataObject(const char* objectType);
+QVREPOSRES_API RepositorySerializationContext* createRepositoryMetadataSerializationContext();
+}

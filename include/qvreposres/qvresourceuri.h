@@ -1,0 +1,37 @@
+// Conversion between repository URIs and file names.
+//
+// Schemes: "file" is a plain file, "qvr" an object below its repository's file root, "http" and "https" a remote file,
+// whose name is that of the local copy in the file access cache. The functions may be called from any thread.
+#pragma once
+
+#include "qvreposres/export.h"
+#include "qvxbase/qvbstring.h"
+#include "qvxbase/qvbsubject.h"
+#include "qvxbase/qvuri.h"
+
+extern "C" {
+
+// The platform's convertBackSlashesToSlashes: true, with the converted text in `out`, when there was anything to convert.
+QVREPOSRES_API bool fixFilesystemStringSlashes(const QvbString& in, QvbString* out);
+
+// The repository URI of a file below a repository's folder (the longest matching one), else its file URI; a text that
+// is a URI already comes back as it is. False for an empty name.
+QVREPOSRES_API bool generateURIReferenceFromFilename(const QvbString& filename, QvbString* uriReference);
+
+// The file that a URI names, on behalf of the subject, who matters for remote files alone.
+QVREPOSRES_API bool generateFilenameFromURIReference(ASSubject* subject, const QvbString& uriReference,
+                                                     QvbString* filename);
+
+// The same with the repository given by name, and with reasons. `isRelative` and `errorMessage` are optional;
+// `isRelative` tells whether the result, or a text that is no URI, is a relative path.
+QVREPOSRES_API bool generateFilenameFromURIandRepository(ASSubject* subject, const QvbString& uriReference,
+                                                         const QvbString& repositoryName, QvbString* filename,
+                                                         bool* isRelative, QvbString* errorMessage);
+}
+
+// The folder below which a repository's files lie: option "BASE/REPOS_FILE_ROOT" for all of them, else the vault path of
+// the definition. False when neither is there.
+QVREPOSRES_API bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* root);
+
+// The file below `root` that a repository URI names: by its object type, or by a path that ends in "name (Type)".
+QVREPOSRES_API bool generateFilenameFromVaultPath(QvbString root, QvURI* uri, QvbString* filename);
