@@ -1,0 +1,149 @@
+// The lineage resource record and the lists that carry resources, properties and rows of text.
+//
+// The lists end through release() alone. Their rows are made by addRow(), which is false when memory is short, and
+// are never removed.
+#pragma once
+
+#include "guards.h"
+#include "listcursor.h"
+#include "qvreposres/qvresource.h"
+
+#include <algorithm>
+#include <deque>
+#include <unordered_map>
+#include <vector>
+
+class QVREPOSRES_API QvResourceImpl final : public QvResource {
+public:
+  QvResourceImpl() = default;
+  QvResourceImpl(const QvResourceImpl&) = delete;
+  QvResourceImpl& operator=(const QvResourceImpl&) = delete;
+
+  void release() override { delete this; }
+  QvbString getId() override { return m_id; }
+  QvbString getName() override { return m_name; }
+  QvbString getResourceType() override { return m_type; }
+  QvbString getResourceIdentity() override { return m_resourceIdentity; }
+  int getDependencyType() override { return m_dependencyType; }
+  QvResourcePropertyList* getProperties() override { return m_properties; }
+  QvbDate getAnalysisDate() override { return m_analysisDate; }
+  QvbString getResourceLocation() override { return m_location; }
+  bool IsResolved() override { return m_resolved; }
+  bool IsResourceIdentityMacroValue() override { return m_identityIsMacroValue; }
+
+  void setType(const QvbString& type) { m_type = type; }
+  void setResourceIdentity(const QvbString& identity) { m_resourceIdentity = identity; }
+  void setResourceLocation(const QvbString& location) { m_location = location; }
+  void setName(const QvbString& name) { m_name = name; }
+  void setId(const QvbString& id) { m_id = id; }
+  void setAnalysisDate(const QvbDate& date) { m_analysisDate = date; }
+  void setDependencyType(int type) { m_dependencyType = type; }
+  // Refers to a list that stays its owner's and outlives the record's use of it.
+  void setProperties(QvResourcePropertyList* properties) { m_properties = properties; }
+  // The list becomes the record's own and ends with it.
+  void adoptProperties(Released<QvResourcePropertyList> properties);
+  void setResolved(bool resolved) { m_resolved = resolved; }
+  void setIdentityIsMacroValue(bool isMacroValue) { m_identityIsMacroValue = isMacroValue; }
+
+  // Takes over id, date, name, identity, type, location and the two flags. Properties are appended only where this
+  // record has a list for them already; the source's list is read to its end in any case.
+  void copyFrom(QvResource& source);
+
+private:
+  QvbString m_type;
+  QvbString m_resourceIdentity;
+  QvbString m_location;
+  QvbString m_name;
+  QvbString m_id;
+  QvbDate m_analysisDate;
+  int m_dependencyType = 0;
+  QvResourcePropertyList* m_properties = nullptr;
+  Released<QvResourcePropertyList> m_ownProperties;
+  bool m_resolved = true;
+  bool m_identityIsMacroValue = false;
+};
+
+// The addresses of the rows are stable. A row's identity changes through setLastRowElement alone.
+class QVREPOSRES_API QvResourceListImpl final : public QvResourceList {
+public:
+  bool next() override { return m_cursor.next(m_rows.size()); }
+  QvResource* getValue() override { return getValue(0); }
+  void release() override { delete this; }
+  bool addRow() override;
+  void setLastRowElement(unsigned long column, QvResource* value) override;
+  bool contains(QvResource* resource) override;
+  void reset() override { m_cursor.reset(); }
+
+  QvResource* getValue(unsigned long column);
+  // Appends every row of the source, read from its first row; false when memory is short.
+  bool copyList(QvResourceList* source);
+
+private:
+  struct IdentityHash {
+    std::size_t operator()(const QvbString& identity) const { return qvbHashIgnoreCase(identity.view()); }
+  };
+  struct IdentityEqual {
+    bool operator()(const QvbString& a, const QvbString& b) const { return a.compare(b, true) == 0; }
+  };
+
+  ~QvResourceListImpl() = default;
+  // The first row with this identity, or the number of rows.
+  std::size_t findRow(const QvbString& identity);
+
+  std::deque<QvResourceImpl> m_rows;
+  // The first row of each identity. The last row, which may still change, is entered when another one follows it.
+  std::unordered_map<QvbString, std::size_t, IdentityHash, IdentityEqual> m_firstRows;
+  ListCursor m_cursor;
+};
+
+class QVREPOSRES_API QvResourcePropertyListImpl final : public QvResourcePropertyList {
+public:
+  bool next() override { return m_cursor.next(m_rows.size()); }
+  QvbString getKey() override;
+  QvbString getValue() override;
+  void release() override { delete this; }
+  bool addRow() override;
+  void setLastRow(const QvbString& key, const QvbString& value) override;
+
+  // Appends the rows of the source from its cursor on; false when memory is short.
+  bool copyList(QvResourcePropertyList* source);
+
+private:
+  struct Property {
+    QvbString key;
+    QvbString value;
+  };
+
+  ~QvResourcePropertyListImpl() override = default;
+
+  std::vector<Property> m_rows;
+  ListCursor m_cursor;
+};
+
+class QVREPOSRES_API QvStringListImpl final : public QvStringList {
+public:
+  explicit QvStringListImpl(int columns = 0) : m_columns(std::max(columns, 0)) {}
+
+  bool next() override { return m_cursor.next(m_rows.size()); }
+  unsigned long getNumCols() override { return static_cast<unsigned long>(m_columns); }
+  QvbString getValue(unsigned long column) override;
+  QvbString getValue() override { return getValue(0); }
+  void release() override { delete this; }
+  unsigned long length() override { return m_rows.size(); }
+
+  bool addRow();
+  // Nothing on an empty list or off the row's columns.
+  void setLastRowElement(unsigned long column, const QvbString& value);
+  // Whether a row's first column is this text, without regard to case. It leaves the cursor on the row after the match,
+  // or past the end.
+  bool contains(QvbString& text);
+  // Takes over the source's number of columns and appends its rows from its cursor on; false when memory is short.
+  bool copyList(QvStringListImpl* source);
+
+private:
+  ~QvStringListImpl() override = default;
+
+  int m_columns;
+  std::vector<std::vector<QvbString>> m_rows;
+  ListCursor m_cursor;
+};
