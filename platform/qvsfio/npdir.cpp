@@ -1,0 +1,94 @@
+#include "qvsfio/private/npnative.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using npfio::attempt;
+using npfio::Descriptor;
+using npfio::lastCode;
+using npfio::nativePath;
+
+struct NpDir {
+  Descriptor descriptor;
+};
+
+namespace {
+
+int createFolder(const std::string& path, mode_t permissions) {
+  const int result =
+      attempt(QvbFaultPoint::DirCreate, path, [&] { return ::mkdir(path.c_str(), permissions); });
+  return result == 0 ? NP_FIO_OK : lastCode();
+}
+
+// Absolute, so that the folder is found again when the process changes its working directory.
+int temporaryRoot(std::string* root) {
+  const char* named = std::getenv("TMPDIR");
+  std::error_code error;
+  *root = std::filesystem::absolute(named && *named ? named : "/tmp", error).string();
+  return np_fio_code(error.value());
+}
+
+bool isSingleName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
+}
+
+int openNewFolder(const char* path, std::unique_ptr<NpDir>* directory) {
+  auto opened = std::make_unique<NpDir>();
+  if (const int code = createFolder(path, 0700))
+    return code;
+  opened->descriptor = Descriptor(attempt(QvbFaultPoint::DirOpen, path, [&] {
+    return ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  }));
+  if (opened->descriptor) {
+    *directory = std::move(opened);
+    return NP_FIO_OK;
+  }
+  const int code = lastCode();
+  ::rmdir(path);
+  return code;
+}
+
+} // namespace
+
+int np_dir_create(const QvbString& path, int mode) {
+  constexpr int ReadableByAll = 8;
+  if (mode != ReadableByAll)
+    return NP_FIO_UNSUPPORTED;
+  std::string native;
+  const int code = nativePath(path, &native);
+  return code ? code : createFolder(native, 0755);
+}
+
+int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** directory) {
+  *directory = nullptr;
+  if (size > 0)
+    *buffer = '\0';
+  if (!name || !isSingleName(name))
+    return NP_FIO_REFUSED;
+  std::string root;
+  int code = temporaryRoot(&root);
+  if (!code)
+    code = np_fio_pcat(root.c_str(), name, buffer, size);
+  std::unique_ptr<NpDir> opened;
+  if (!code)
+    code = openNewFolder(buffer, &opened);
+  if (code && size > 0)
+    *buffer = '\0';
+  *directory = opened.release();
+  return code;
+}
+
+void np_dir_close(NpDir* directory) { delete directory; }
+
+int np_dir_unlink(const QvbString& path) {
+  std::string native;
+  if (const int code = nativePath(path, &native))
+    return code;
+  const int result = attempt(QvbFaultPoint::FileUnlink, native, [&] { return ::rmdir(native.c_str()); });
+  return result == 0 ? NP_FIO_OK : lastCode();
+}

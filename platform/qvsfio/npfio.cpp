@@ -1,0 +1,268 @@
+#include "qvsfio/npfio.h"
+
+#include "qvsfio/private/npnative.h"
+#include "qvsfio/private/npreplacement.h"
+#include "qvxbase/qvbpath.h"
+#include "qvxbase/qvuri.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using npfio::attempt;
+using npfio::Descriptor;
+using npfio::lastCode;
+using npfio::nativePath;
+using npfio::Replacement;
+
+struct NpFile {
+  std::string path;
+  Descriptor source;                        // of a file that is read
+  std::unique_ptr<Replacement> replacement; // of a file that is written
+};
+
+namespace {
+
+// A directory opens like a file but cannot be read like one, so it is refused here and not at the first read.
+int openForReading(const std::string& path, Descriptor* source, struct stat* stat) {
+  Descriptor opened(attempt(QvbFaultPoint::FileOpen, path,
+                            [&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY); }));
+  if (!opened || ::fstat(opened.get(), stat) != 0)
+    return lastCode();
+  if (S_ISDIR(stat->st_mode))
+    return np_fio_code(EISDIR);
+  *source = std::move(opened);
+  return NP_FIO_OK;
+}
+
+// Fewer bytes than asked for mean the end.
+std::int64_t readFully(const Descriptor& source, const std::string& path, char* buffer, std::size_t size) {
+  std::size_t total = 0;
+  while (total < size) {
+    const auto count = attempt(QvbFaultPoint::FileRead, path,
+                               [&] { return ::read(source.get(), buffer + total, size - total); });
+    if (count < 0)
+      return -lastCode();
+    if (count == 0)
+      break;
+    total += static_cast<std::size_t>(count);
+  }
+  return static_cast<std::int64_t>(total);
+}
+
+// The size that the file had when it was opened is only a hint: it may grow, and some files tell none.
+int readToEnd(const Descriptor& source, const std::string& path, std::int64_t sizeHint, std::int64_t limit,
+              std::string* bytes) {
+  constexpr std::size_t MinStep = 4096;
+  std::size_t total = 0;
+  std::size_t step = std::max(MinStep, static_cast<std::size_t>(sizeHint) + 1);
+  for (;;) {
+    bytes->resize(total + step);
+    const auto count = readFully(source, path, bytes->data() + total, step);
+    if (count < 0)
+      return static_cast<int>(-count);
+    total += static_cast<std::size_t>(count);
+    if (static_cast<std::int64_t>(total) > limit)
+      return NP_FIO_REFUSED;
+    if (static_cast<std::size_t>(count) < step)
+      break;
+    step = total;
+  }
+  bytes->resize(total);
+  return NP_FIO_OK;
+}
+
+NpFileKind kindOf(const struct stat& entry) {
+  if (S_ISREG(entry.st_mode))
+    return NpFileKind::File;
+  return S_ISDIR(entry.st_mode) ? NpFileKind::Directory : NpFileKind::Other;
+}
+
+} // namespace
+
+namespace npfio {
+
+int nativePath(const QvbString& path, std::string* native) {
+  QvbString plain = path;
+  if (path.mid(0, 5).compare("file:", true) == 0) {
+    const auto release = [](QvURI* uri) { uri->release(); };
+    const std::unique_ptr<QvURI, decltype(release)> uri(getURIFromURIString(path), release);
+    if (uri && !getNativePath(uri.get(), &plain))
+      return NP_FIO_UNSUPPORTED;
+  }
+  if (plain.view().find('\0') != std::string_view::npos)
+    return NP_FIO_NOT_FOUND;
+  native->assign(plain.view());
+  return NP_FIO_OK;
+}
+
+Descriptor::~Descriptor() {
+  if (m_fd != -1)
+    ::close(m_fd);
+}
+
+// Not called again after EINTR: the descriptor is gone by then, and its number may be another thread's.
+int Descriptor::close(const std::string& subject) {
+  const int fault = qvbFault(QvbFaultPoint::FileClose, subject.c_str());
+  const int result = ::close(release());
+  if (fault)
+    return np_fio_code(fault);
+  return result == 0 || errno == EINTR ? NP_FIO_OK : lastCode();
+}
+
+} // namespace npfio
+
+int np_fio_open(const QvbString& path, int mode, NpFile** file) {
+  *file = nullptr;
+  auto opened = std::make_unique<NpFile>();
+  int code = nativePath(path, &opened->path);
+  if (code)
+    return code;
+  struct stat unused;
+  if (mode == NP_FIO_READ)
+    code = openForReading(opened->path, &opened->source, &unused);
+  else if (mode == NP_FIO_REPLACE)
+    code = Replacement::open(opened->path, Replacement::Permissions::Private, &opened->replacement);
+  else
+    code = NP_FIO_UNSUPPORTED;
+  if (!code)
+    *file = opened.release();
+  return code;
+}
+
+int np_fio_close(NpFile* file) {
+  if (!file)
+    return NP_FIO_OK;
+  const std::unique_ptr<NpFile> ended(file);
+  return file->replacement ? file->replacement->commit() : file->source.close(file->path);
+}
+
+std::int64_t np_fio_getb(NpFile* file, void* buffer, std::size_t size) {
+  if (!file->source)
+    return -NP_FIO_UNSUPPORTED;
+  return readFully(file->source, file->path, static_cast<char*>(buffer), size);
+}
+
+std::int64_t np_fio_putb(NpFile* file, const void* bytes, std::size_t size) {
+  return file->replacement ? file->replacement->write(bytes, size) : -NP_FIO_UNSUPPORTED;
+}
+
+std::int64_t np_fio_puts(NpFile* file, const QvbString& text) {
+  return np_fio_putb(file, text.view().data(), text.view().size());
+}
+
+int np_fio_stat(const QvbString& path, NpFileStat* stat) {
+  std::string native;
+  if (const int code = nativePath(path, &native))
+    return code;
+  struct stat entry;
+  if (attempt(QvbFaultPoint::FileStat, native, [&] { return ::stat(native.c_str(), &entry); }) != 0)
+    return lastCode();
+  if (stat)
+    *stat = {kindOf(entry), entry.st_dev,         entry.st_ino,
+             entry.st_size, entry.st_mtim.tv_sec, entry.st_mtim.tv_nsec};
+  return NP_FIO_OK;
+}
+
+int np_fio_unlink(const QvbString& path) {
+  std::string native;
+  if (const int code = nativePath(path, &native))
+    return code;
+  const int result = attempt(QvbFaultPoint::FileUnlink, native, [&] { return ::unlink(native.c_str()); });
+  return result == 0 ? NP_FIO_OK : lastCode();
+}
+
+const char* np_fio_errdesc(int code) {
+  switch (code) {
+  case NP_FIO_OK:
+    return "success";
+  case NP_FIO_ERROR:
+    return "general error";
+  case NP_FIO_NOT_FOUND:
+    return "not found";
+  case NP_FIO_ACCESS:
+    return "access denied";
+  case NP_FIO_PARTIAL:
+    return "only a part was transferred";
+  case NP_FIO_UNSUPPORTED:
+    return "not supported";
+  case NP_FIO_REFUSED:
+    return "refused or temporarily unavailable";
+  default:
+    return "unknown error";
+  }
+}
+
+int np_fio_pcat(const char* directory, const char* name, char* buffer, std::size_t size) {
+  const QvbString joined = qvbConcatPath(directory, name);
+  const bool fits = joined.cStrSize() <= size;
+  if (fits)
+    std::memcpy(buffer, joined.asCstr(), joined.cStrSize());
+  else if (size > 0)
+    *buffer = '\0';
+  return fits ? NP_FIO_OK : NP_FIO_ERROR;
+}
+
+int np_fio_code(int errnoValue) {
+  switch (errnoValue) {
+  case 0:
+    return NP_FIO_OK;
+  case ENOENT:
+  case ENOTDIR:
+    return NP_FIO_NOT_FOUND;
+  case EACCES:
+  case EPERM:
+  case EROFS:
+    return NP_FIO_ACCESS;
+  case EISDIR:
+  case ENOTSUP:
+  case ENOSYS:
+  case EXDEV:
+    return NP_FIO_UNSUPPORTED;
+  case ENOSPC:
+  case EDQUOT:
+  case EFBIG:
+  case EBUSY:
+  case ETXTBSY:
+  case EAGAIN:
+  case EMFILE:
+  case ENFILE:
+  case ENOMEM:
+  case EEXIST:
+  case ENOTEMPTY:
+    return NP_FIO_REFUSED;
+  default:
+    return NP_FIO_ERROR;
+  }
+}
+
+int np_fio_readAll(const QvbString& path, std::int64_t limit, QvbString* content) {
+  std::string native;
+  if (const int code = nativePath(path, &native))
+    return code;
+  Descriptor source;
+  struct stat opened;
+  if (const int code = openForReading(native, &source, &opened))
+    return code;
+  if (opened.st_size > limit)
+    return NP_FIO_REFUSED;
+  std::string bytes;
+  if (const int code = readToEnd(source, native, opened.st_size, limit, &bytes))
+    return code;
+  *content = QvbString(std::string_view(bytes));
+  return NP_FIO_OK;
+}
+
+int np_fio_writeAll(const QvbString& path, const QvbString& content) {
+  std::string native;
+  if (const int code = nativePath(path, &native))
+    return code;
+  std::unique_ptr<Replacement> replacement;
+  if (const int code = Replacement::open(native, Replacement::Permissions::Kept, &replacement))
+    return code;
+  replacement->write(content.view().data(), content.view().size());
+  return replacement->commit();
+}

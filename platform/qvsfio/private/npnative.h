@@ -1,0 +1,55 @@
+// What the file and folder operations share: native paths, descriptors, and calls that go through the seam for
+// tests.
+#pragma once
+
+#include "qvsfio/npfio.h"
+#include "qvxbase/qvbfault.h"
+
+#include <cerrno>
+#include <string>
+#include <utility>
+
+namespace npfio {
+
+// The native path of a path or "file:" URI. NP_FIO_UNSUPPORTED for a "file:" URI that names another host;
+// NP_FIO_NOT_FOUND for a path with a zero byte in it, since the system would silently cut it there.
+int nativePath(const QvbString& path, std::string* native);
+
+inline int lastCode() { return np_fio_code(errno); }
+
+// The result of a system call that answers -1 for a failure, called again while a signal interrupts it. The
+// fault hook is asked before each call.
+template<class Call>
+auto attempt(QvbFaultPoint point, const std::string& subject, Call call) -> decltype(call()) {
+  for (;;) {
+    const int fault = qvbFault(point, subject.c_str());
+    const auto result = fault ? -1 : call();
+    if (fault)
+      errno = fault;
+    if (result != -1 || errno != EINTR)
+      return result;
+  }
+}
+
+// A file descriptor that is closed at the end.
+class Descriptor {
+public:
+  explicit Descriptor(int fd = -1) noexcept : m_fd(fd) {}
+  Descriptor(Descriptor&& other) noexcept : m_fd(other.release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(m_fd, other.m_fd);
+    return *this;
+  }
+  ~Descriptor();
+
+  explicit operator bool() const noexcept { return m_fd != -1; }
+  int get() const noexcept { return m_fd; }
+  int release() noexcept { return std::exchange(m_fd, -1); }
+  // The code of closing it, for those whose data depends on it. It is closed in every case.
+  int close(const std::string& subject);
+
+private:
+  int m_fd;
+};
+
+} // namespace npfio

@@ -1,0 +1,63 @@
+// A new file that takes another one's place all at once, or not at all.
+#pragma once
+
+#include "qvsfio/private/npnative.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace npfio {
+
+// The bytes go into a temporary file beside the target. commit() flushes it to disk and swaps the two names,
+// so that the old file can be put back when the folder cannot be flushed. A target that is a symbolic link is
+// followed: the file that it points at is replaced, not the link.
+class Replacement {
+public:
+  enum class Permissions {
+    Private, // 0600
+    Kept     // those of the old file, or 0644 less the umask
+  };
+
+  // Null in `replacement` on failure. Only a regular file can be replaced.
+  static int open(const std::string& path, Permissions permissions,
+                  std::unique_ptr<Replacement>* replacement);
+  // Without a successful commit() the old file is what it was.
+  ~Replacement();
+  Replacement(const Replacement&) = delete;
+  Replacement& operator=(const Replacement&) = delete;
+
+  // The bytes written, all of them, or a code's negative, which commit() answers again.
+  std::int64_t write(const void* bytes, std::size_t size);
+  int commit();
+
+private:
+  explicit Replacement(std::string path);
+
+  int prepare(Permissions permissions);
+  int inspectOldFile(mode_t* permissions, bool* exists) const;
+  int createTemporary(mode_t permissions, bool exact);
+  int takePlace();
+  int flushFolder() const;
+  void putBack();
+  int rename(unsigned flags) const;
+
+  enum class State {
+    Absent,    // no temporary file
+    Written,   // the temporary name has the new file
+    Exchanged, // the temporary name has the old file
+    Created,   // there was no old file
+    Overwrote  // the file system cannot exchange names: the old file is gone
+  };
+
+  std::string m_path; // the target, symbolic links followed
+  std::string m_folderPath;
+  std::string m_name;
+  std::string m_temporaryName;
+  Descriptor m_folder;
+  Descriptor m_file;
+  State m_state = State::Absent;
+  int m_failure = NP_FIO_OK;
+};
+
+} // namespace npfio
