@@ -1,0 +1,47 @@
+#include "qvxbb/qvbautosingleton.h"
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace {
+
+// Identifiers stay once they were used, without an object: the registry's operations may nest (an object's
+// maker may ask for another one), and what one of them holds on to must not go away.
+struct Registry {
+  std::recursive_mutex mutex;
+  std::map<std::string, void*, std::less<>> objects;
+};
+
+// Never destroyed, so that static destructors may still use it.
+Registry& registry() {
+  static Registry* const instance = new Registry;
+  return *instance;
+}
+
+} // namespace
+
+bool QvbAutoSingleton::initialize(bool* created) {
+  const std::lock_guard guard(registry().mutex);
+  void*& object = registry().objects[getId()];
+  const bool isNew = !object;
+  if (isNew)
+    object = createObject();
+  if (created)
+    *created = isNew && object;
+  m_object = object;
+  return object != nullptr;
+}
+
+void QvbAutoSingleton::terminate() {
+  cleanupOnly();
+  m_object = nullptr;
+}
+
+// Forgotten before it is destroyed: nobody can find it while it goes.
+void QvbAutoSingleton::cleanupOnly() {
+  const std::lock_guard guard(registry().mutex);
+  if (void* const object = std::exchange(registry().objects[getId()], nullptr))
+    deleteObject(object);
+}
