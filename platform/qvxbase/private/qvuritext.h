@@ -1,0 +1,41 @@
+// The text of a URI as its five components, and percent-encoding.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+// What a "%" in a text stands for: itself, or, where two hexadecimal digits follow it, an encoded byte.
+enum class QvPercent { Literal, Encoding };
+
+// Each component is percent-encoded as its place requires. An absent component is not an empty one:
+// "x:/a" has no authority, "x:///a" an empty one.
+class QvUriText {
+public:
+  // Nothing for a text without a scheme. Bytes that their place does not allow are encoded.
+  static std::optional<QvUriText> parse(std::string_view text);
+
+  std::string toString() const;
+  // The text after syntax-based normalisation.
+  std::string normalized() const;
+
+  // The decoded value of the first query parameter of this name.
+  std::optional<std::string> parameter(std::string_view name) const;
+  // Takes the place of every parameter of this name, where the first one stands, else goes to the end.
+  void setParameter(std::string_view name, std::string_view value);
+
+  std::string scheme;
+  std::optional<std::string> authority;
+  std::string path;
+  std::optional<std::string> query;
+  std::optional<std::string> fragment;
+};
+
+bool qvIsUriScheme(std::string_view text);
+
+std::string qvEncodeUriAuthority(std::string_view text, QvPercent percent);
+// "/" separates segments and stands for itself.
+std::string qvEncodeUriPath(std::string_view text, QvPercent percent);
+// A single segment of a path or a single query value: nothing but unreserved characters stands for itself.
+std::string qvEncodeUriName(std::string_view text);
+std::string qvDecodeUri(std::string_view encoded);

@@ -1,0 +1,247 @@
+#include "qvxbase/private/qvuritext.h"
+
+#include <uriparser/Uri.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+constexpr bool isHexDigit(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+constexpr char upperCase(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+// The bytes that stand for themselves in some place of a URI: the unreserved ones and `others`.
+class ByteSet {
+public:
+  constexpr explicit ByteSet(std::string_view others) {
+    for (const char c : others)
+      m_bytes[index(c)] = true;
+    for (std::size_t i = 0; i < m_bytes.size(); ++i) {
+      const char c = static_cast<char>(i);
+      m_bytes[i] = m_bytes[i] || isLetter(c) || isDigit(c) || c == '-' || c == '.' || c == '_' || c == '~';
+    }
+  }
+  constexpr bool contains(char c) const { return m_bytes[index(c)]; }
+
+private:
+  static constexpr std::size_t index(char c) { return static_cast<unsigned char>(c); }
+  std::array<bool, 256> m_bytes{};
+};
+
+constexpr ByteSet UnreservedBytes("");
+constexpr ByteSet RegisteredNameBytes("!$&'()*+,;=");
+constexpr ByteSet AuthorityBytes("!$&'()*+,;=:@[]");
+constexpr ByteSet PathBytes("!$&'()*+,;=:@/");
+constexpr ByteSet QueryBytes("!$&'()*+,;=:@/?");
+
+bool isTriplet(std::string_view text, std::size_t at) {
+  return at + 2 < text.size() && text[at] == '%' && isHexDigit(text[at + 1]) && isHexDigit(text[at + 2]);
+}
+
+std::string encode(std::string_view text, const ByteSet& allowed, QvPercent percent) {
+  constexpr std::string_view Digits = "0123456789ABCDEF";
+  std::string encoded;
+  encoded.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (allowed.contains(text[i]) || (percent == QvPercent::Encoding && isTriplet(text, i)))
+      encoded += text[i];
+    else
+      encoded.append({'%', Digits[byte >> 4], Digits[byte & 15]});
+  }
+  return encoded;
+}
+
+// The lengths that the parser's library counts are of type int.
+constexpr std::size_t MaxSyntaxLength = std::numeric_limits<int>::max() / 2;
+
+struct FreeUriMembers {
+  void operator()(UriUriA* uri) const noexcept { uriFreeUriMembersA(uri); }
+};
+using UriMembers = std::unique_ptr<UriUriA, FreeUriMembers>;
+
+// What the parser finds in the text, as ranges of it in `uri`; null when it is not RFC 3986 syntax.
+UriMembers parseSyntax(const std::string& text, UriUriA* uri) {
+  if (text.size() > MaxSyntaxLength)
+    return nullptr;
+  const int code = uriParseSingleUriExA(uri, text.data(), text.data() + text.size(), nullptr);
+  if (code == URI_ERROR_MALLOC)
+    throw std::bad_alloc();
+  return UriMembers(code == URI_SUCCESS ? uri : nullptr);
+}
+
+// The normalised form of a URI or relative reference; one that is too long for the parser stays as it is.
+std::string normalizeSyntax(const std::string& text) {
+  UriUriA uri;
+  const auto members = parseSyntax(text, &uri);
+  if (!members)
+    return text;
+  int length = 0;
+  if (uriNormalizeSyntaxA(&uri) != URI_SUCCESS || uriToStringCharsRequiredA(&uri, &length) != URI_SUCCESS)
+    throw std::bad_alloc();
+  std::string normal(static_cast<std::size_t>(length), '\0');
+  uriToStringA(normal.data(), &uri, length + 1, nullptr);
+  return normal;
+}
+
+// Whether the text reads as user@host:port, each but the host optional.
+bool isServerAuthority(const std::string& authority) {
+  if (authority.find_first_of(":@[]") == std::string::npos)
+    return true;
+  UriUriA uri;
+  return parseSyntax("x://" + authority, &uri) != nullptr;
+}
+
+// The part of `rest` before the first of the stop bytes; `rest` keeps what follows.
+std::string_view takeUntil(std::string_view& rest, std::string_view stops) {
+  const auto part = rest.substr(0, rest.find_first_of(stops));
+  rest.remove_prefix(part.size());
+  return part;
+}
+
+// A path without authority must not begin with "//", nor a relative one with "/", nor may it vanish, as the
+// removal of dot segments would have it: each would be another resource.
+std::string normalizeRelativePath(const std::string& path) {
+  const std::string normal = normalizeSyntax("./" + path);
+  return normal.empty() || normal.front() == '/' ? "./" + normal : normal;
+}
+void guardAbsolutePath(std::string& text, std::size_t schemeLength) {
+  if (text.compare(schemeLength + 1, 2, "//") == 0)
+    text.insert(schemeLength + 1, "/.");
+}
+
+// The normaliser folds the digits of encoded bytes along with the host's letters.
+void upperCaseTriplets(std::string& text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (isTriplet(text, i))
+      std::transform(&text[i + 1], &text[i + 3], &text[i + 1], upperCase);
+  }
+}
+
+// The parameters of a query, "name=value" each, in order.
+std::vector<std::string_view> splitQuery(const std::optional<std::string>& query) {
+  std::vector<std::string_view> parameters;
+  std::string_view rest = query ? std::string_view(*query) : std::string_view();
+  while (!rest.empty()) {
+    parameters.push_back(takeUntil(rest, "&"));
+    rest.remove_prefix(rest.empty() ? 0 : 1);
+  }
+  return parameters;
+}
+
+bool isNamed(std::string_view parameter, std::string_view name) {
+  return qvDecodeUri(parameter.substr(0, parameter.find('='))) == name;
+}
+
+std::string valueOf(std::string_view parameter) {
+  const auto equals = parameter.find('=');
+  return equals == std::string_view::npos ? std::string() : qvDecodeUri(parameter.substr(equals + 1));
+}
+
+} // namespace
+
+// One letter before the colon is a drive ("C:\jobs"), as no scheme in use is that short.
+bool qvIsUriScheme(std::string_view text) {
+  const auto continues = [](char c) { return isLetter(c) || isDigit(c) || c == '+' || c == '-' || c == '.'; };
+  return text.size() > 1 && isLetter(text.front()) && std::ranges::all_of(text, continues);
+}
+
+std::string qvEncodeUriAuthority(std::string_view text, QvPercent percent) {
+  std::string encoded = encode(text, AuthorityBytes, percent);
+  if (isServerAuthority(encoded))
+    return encoded;
+  return encode(encoded, RegisteredNameBytes, QvPercent::Encoding);
+}
+
+std::string qvEncodeUriPath(std::string_view text, QvPercent percent) {
+  return encode(text, PathBytes, percent);
+}
+
+std::string qvEncodeUriName(std::string_view text) {
+  return encode(text, UnreservedBytes, QvPercent::Literal);
+}
+
+std::string qvDecodeUri(std::string_view encoded) {
+  std::string text(encoded);
+  const char* end = uriUnescapeInPlaceExA(text.data(), URI_FALSE, URI_BR_DONT_TOUCH);
+  text.resize(static_cast<std::size_t>(end - text.data()));
+  return text;
+}
+
+std::optional<QvUriText> QvUriText::parse(std::string_view text) {
+  const auto colon = text.find(':');
+  if (colon == std::string_view::npos || !qvIsUriScheme(text.substr(0, colon)))
+    return std::nullopt;
+  QvUriText uri;
+  uri.scheme = text.substr(0, colon);
+  std::string_view rest = text.substr(colon + 1);
+  if (rest.starts_with("//")) {
+    rest.remove_prefix(2);
+    uri.authority = qvEncodeUriAuthority(takeUntil(rest, "/?#"), QvPercent::Encoding);
+  }
+  uri.path = qvEncodeUriPath(takeUntil(rest, "?#"), QvPercent::Encoding);
+  if (rest.starts_with('?'))
+    uri.query = encode(takeUntil(rest, "#").substr(1), QueryBytes, QvPercent::Encoding);
+  if (rest.starts_with('#'))
+    uri.fragment = encode(rest.substr(1), QueryBytes, QvPercent::Encoding);
+  return uri;
+}
+
+std::string QvUriText::toString() const {
+  std::string text = scheme + ':';
+  if (authority)
+    text.append("//").append(*authority);
+  text += path;
+  if (query)
+    text.append("?").append(*query);
+  if (fragment)
+    text.append("#").append(*fragment);
+  return text;
+}
+
+// A path without a root is normalised as the relative reference that it is, so that its leading ".." stay.
+std::string QvUriText::normalized() const {
+  const bool relative = !authority && !path.empty() && !path.starts_with('/');
+  QvUriText raw = *this;
+  if (relative)
+    raw.path.clear();
+  std::string text = normalizeSyntax(raw.toString());
+  if (!authority)
+    guardAbsolutePath(text, scheme.size());
+  auto normal = parse(text).value();
+  if (normal.authority)
+    upperCaseTriplets(*normal.authority);
+  if (relative)
+    normal.path = normalizeRelativePath(path);
+  return normal.toString();
+}
+
+std::optional<std::string> QvUriText::parameter(std::string_view name) const {
+  for (const auto parameter : splitQuery(query)) {
+    if (isNamed(parameter, name))
+      return valueOf(parameter);
+  }
+  return std::nullopt;
+}
+
+void QvUriText::setParameter(std::string_view name, std::string_view value) {
+  const std::string setting = qvEncodeUriName(name) + '=' + qvEncodeUriName(value);
+  std::string changed;
+  bool set = false;
+  for (const auto parameter : splitQuery(query)) {
+    const bool named = isNamed(parameter, name);
+    if (!named || !set)
+      changed.append(changed.empty() ? "" : "&").append(named ? setting : parameter);
+    set = set || named;
+  }
+  if (!set)
+    changed.append(changed.empty() ? "" : "&").append(setting);
+  query = std::move(changed);
+}
