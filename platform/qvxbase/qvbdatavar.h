@@ -14,7 +14,7 @@ public:
   // True for true, yes, on, t, y and 1 in any case and for every other number that is not zero. `ok` is true
   // when the text was one of those, one of false, no, off, f, n and 0, or a number. White space around it is
   // ignored.
-  bool asBool(bool* ok = nullptr) const noexcept;
+  bool asBool(bool* ok = nullptr) const;
 
 private:
   int m_type = TypeText;

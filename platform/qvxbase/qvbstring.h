@@ -54,7 +54,7 @@ public:
 
   // The number that the longest numeric prefix spells, after leading blanks; 0 when there is none. `ok` is
   // true only when the whole text was one number in range; out of range the nearest representable number is
-  // the value. The decimal point is "." in every locale.
+  // the value. The decimal point is "." in every locale; "inf" and "nan" are no numbers.
   int asInt(bool* ok = nullptr) const noexcept;
   double asDouble(bool* ok = nullptr) const noexcept;
 

@@ -1,0 +1,29 @@
+#include "qvxbase/qvbdatavar.h"
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+constexpr std::array TrueWords{"true", "yes", "on", "t", "y"};
+constexpr std::array FalseWords{"false", "no", "off", "f", "n"};
+
+template<class Words>
+bool isOneOf(const QvbString& text, const Words& words) noexcept {
+  return std::any_of(words.begin(), words.end(),
+                     [&](const char* word) { return text.compare(word, true) == 0; });
+}
+
+} // namespace
+
+bool QvbDatavar::asBool(bool* ok) const {
+  QvbString text = m_text;
+  text.trim();
+  bool known = true;
+  bool value = isOneOf(text, TrueWords);
+  if (!value && !isOneOf(text, FalseWords))
+    value = text.asDouble(&known) != 0.0 && known;
+  if (ok)
+    *ok = known;
+  return value;
+}
