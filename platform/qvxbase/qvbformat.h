@@ -3,15 +3,16 @@
 // The format is data: it may come from a message, a file or a peer, and can never read memory that was not
 // passed. A conversion takes the next argument by the argument's own type:
 //   - a conversion without an argument prints as it stands, and so does a trailing "%";
-//   - a conversion whose argument has another type prints the argument's own value (an integer under "%f"
-//   prints as
-//     250.000000, a text under "%d" prints as the text);
+//   - a conversion whose argument has another type prints the argument's own value: an integer under "%f"
+//     prints as 250.000000, a negative one under "%u" as -1, a real number under "%d" as 2.5, a text under
+//     "%d" as the text;
 //   - "%S" takes a pointer to a QvbString; "%s" takes a QvbString or zero-terminated text; a null text prints
 //     nothing;
 //   - "%p" prints "0x" and the address in hexadecimal digits, "(nil)" for null;
 //   - "%n" takes its argument and writes nothing; "%%" prints "%".
 // Flags, width and precision mean what ISO C 7.21.6.1 says, "*" included; length modifiers are accepted and
-// ignored.
+// ignored. The decimal point is "." in every locale. A width, or a precision of a number, beyond 65,536
+// counts as 65,536, so that a format cannot use up the memory.
 #pragma once
 
 #include "qvxbase/qvbstring.h"

@@ -1,0 +1,300 @@
+#include "qvxbase/qvbformat.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+
+#include <fmt/format.h>
+
+namespace {
+
+constexpr int MaxPadding = 65'536;
+constexpr std::string_view RealTypes = "fFeEgGaA";
+constexpr std::string_view KnownTypes = "diuoxXcsSpnfFeEgGaA%";
+
+struct Conversion {
+  bool left = false;
+  bool plus = false;
+  bool blank = false;
+  bool alternate = false;
+  bool zero = false;
+  int width = 0;
+  int precision = -1; // negative when the format gives none
+  char type = '\0';
+
+  bool isReal() const noexcept { return RealTypes.find(type) != std::string_view::npos; }
+  bool isText() const noexcept { return type == 's' || type == 'S'; }
+  bool isKnown() const noexcept { return type != '\0' && KnownTypes.find(type) != std::string_view::npos; }
+
+  bool setFlag(char character) noexcept {
+    switch (character) {
+    case '-':
+      return left = true;
+    case '+':
+      return plus = true;
+    case ' ':
+      return blank = true;
+    case '#':
+      return alternate = true;
+    case '0':
+      return zero = true;
+    default:
+      return false;
+    }
+  }
+  void setWidth(int value) noexcept {
+    left = left || value < 0;
+    width = static_cast<int>(std::min<std::int64_t>(std::abs(std::int64_t{value}), MaxPadding));
+  }
+};
+
+// Hands out the arguments in their order.
+class Arguments {
+public:
+  explicit Arguments(std::span<const QvbFormatArg> args) noexcept : m_args(args) {}
+
+  const QvbFormatArg* next() noexcept {
+    if (m_args.empty())
+      return nullptr;
+    const QvbFormatArg* arg = &m_args.front();
+    m_args = m_args.subspan(1);
+    return arg;
+  }
+  // The value for a "*"; 0 when the argument is no number.
+  int nextCount() noexcept {
+    const QvbFormatArg* arg = next();
+    if (arg && arg->kind == QvbFormatArg::Kind::Signed)
+      return static_cast<int>(std::clamp<std::int64_t>(arg->bits.number, -INT_MAX, INT_MAX));
+    if (arg && arg->kind == QvbFormatArg::Kind::Unsigned)
+      return static_cast<int>(std::min<std::uint64_t>(arg->bits.magnitude, INT_MAX));
+    return 0;
+  }
+
+private:
+  std::span<const QvbFormatArg> m_args;
+};
+
+// Reads the conversion that follows a "%".
+class ConversionReader {
+public:
+  ConversionReader(std::string_view format, Arguments& args) noexcept : m_rest(format), m_args(args) {}
+
+  Conversion read() noexcept {
+    Conversion conversion;
+    while (!m_rest.empty() && conversion.setFlag(m_rest.front()))
+      m_rest.remove_prefix(1);
+    conversion.setWidth(readCount());
+    if (accept('.'))
+      conversion.precision = std::max(readCount(), -1);
+    while (!m_rest.empty() && std::string_view("hljztLq").find(m_rest.front()) != std::string_view::npos)
+      m_rest.remove_prefix(1);
+    if (!m_rest.empty()) {
+      conversion.type = m_rest.front();
+      m_rest.remove_prefix(1);
+    }
+    return conversion;
+  }
+  std::string_view rest() const noexcept { return m_rest; }
+
+private:
+  bool accept(char character) noexcept {
+    if (!m_rest.starts_with(character))
+      return false;
+    m_rest.remove_prefix(1);
+    return true;
+  }
+  int readCount() noexcept {
+    if (accept('*'))
+      return m_args.nextCount();
+    std::int64_t count = 0;
+    for (; !m_rest.empty() && m_rest.front() >= '0' && m_rest.front() <= '9'; m_rest.remove_prefix(1))
+      count = std::min<std::int64_t>(count * 10 + (m_rest.front() - '0'), INT_MAX);
+    return static_cast<int>(count);
+  }
+
+  std::string_view m_rest;
+  Arguments& m_args;
+};
+
+class Formatter {
+public:
+  explicit Formatter(std::span<const QvbFormatArg> args) noexcept : m_args(args) {}
+
+  void write(std::string_view format) {
+    while (!format.empty()) {
+      const std::string_view literal = format.substr(0, format.find('%'));
+      put(literal);
+      format.remove_prefix(literal.size());
+      if (!format.empty())
+        format = writeConversion(format);
+    }
+  }
+  QvbString text() const { return QvbString(std::string_view(m_out.data(), m_out.size())); }
+
+private:
+  // Answers what follows the conversion at the front of the format.
+  std::string_view writeConversion(std::string_view format) {
+    ConversionReader reader(format.substr(1), m_args);
+    const Conversion conversion = reader.read();
+    if (conversion.type == '%')
+      put("%");
+    else if (const QvbFormatArg* arg = conversion.isKnown() ? m_args.next() : nullptr)
+      writeArgument(conversion, *arg);
+    else
+      put(format.substr(0, format.size() - reader.rest().size()));
+    return reader.rest();
+  }
+
+  void writeArgument(const Conversion& conversion, const QvbFormatArg& arg) {
+    if (conversion.type == 'n')
+      return;
+    switch (arg.kind) {
+    case QvbFormatArg::Kind::Signed:
+    case QvbFormatArg::Kind::Unsigned:
+      return writeInteger(conversion, arg);
+    case QvbFormatArg::Kind::Real:
+      return writeReal(conversion, arg.bits.real);
+    case QvbFormatArg::Kind::Text:
+      return writeText(conversion, arg.text);
+    case QvbFormatArg::Kind::Pointer:
+      return writePointer(conversion, arg.bits.pointer);
+    }
+  }
+
+  void writeInteger(const Conversion& conversion, const QvbFormatArg& arg) {
+    const bool isSigned = arg.kind == QvbFormatArg::Kind::Signed;
+    const bool negative = isSigned && arg.bits.number < 0;
+    const std::uint64_t bits = isSigned ? static_cast<std::uint64_t>(arg.bits.number) : arg.bits.magnitude;
+    const std::uint64_t magnitude = negative ? 0 - bits : bits;
+    if (conversion.isReal())
+      writeWhole(conversion, magnitude, negative);
+    else if (conversion.type == 'c')
+      writeField(conversion, "", 0, std::string(1, static_cast<char>(bits)));
+    else if (conversion.type == 'x' || conversion.type == 'X' || conversion.type == 'o')
+      writeBits(conversion, arg.size < 8 ? bits & ((std::uint64_t{1} << (arg.size * 8)) - 1) : bits);
+    else
+      writeDecimal(conversion, magnitude, negative);
+  }
+
+  // long double holds every integer exactly.
+  void writeWhole(const Conversion& conversion, std::uint64_t magnitude, bool negative) {
+    const auto value = static_cast<long double>(magnitude);
+    writeFloating(conversion, negative ? -value : value);
+  }
+
+  void writeBits(const Conversion& conversion, std::uint64_t bits) {
+    const bool octal = conversion.type == 'o';
+    std::string digits = fmt::format(fmt::runtime(octal                    ? "{:o}"
+                                                  : conversion.type == 'x' ? "{:x}"
+                                                                           : "{:X}"),
+                                     bits);
+    if (conversion.precision == 0 && bits == 0)
+      digits.clear();
+    int zeros = missingDigits(conversion, digits);
+    if (octal && conversion.alternate && zeros == 0 && !digits.starts_with('0'))
+      zeros = 1;
+    const bool marked = !octal && conversion.alternate && bits != 0;
+    writeNumber(conversion, !marked ? "" : conversion.type == 'x' ? "0x" : "0X", zeros, digits);
+  }
+
+  void writeDecimal(Conversion conversion, std::uint64_t magnitude, bool negative) {
+    if (conversion.isText() || conversion.type == 'p')
+      conversion.precision = -1;
+    if (conversion.type == 'u')
+      conversion.plus = conversion.blank = false;
+    std::string digits = fmt::format_int(magnitude).str();
+    if (conversion.precision == 0 && magnitude == 0)
+      digits.clear();
+    writeNumber(conversion, sign(conversion, negative), missingDigits(conversion, digits), digits);
+  }
+
+  void writeReal(const Conversion& conversion, double value) {
+    if (conversion.isReal())
+      writeFloating(conversion, value);
+    else
+      writeField(conversion, "", 0, fmt::format("{}", value));
+  }
+
+  template<class Real>
+  void writeFloating(const Conversion& conversion, Real value) {
+    std::string digits = floatingDigits(conversion, std::abs(value));
+    std::string prefix = sign(conversion, std::signbit(value));
+    if ((conversion.type == 'a' || conversion.type == 'A') && std::isfinite(value)) {
+      prefix += digits.substr(0, 2);
+      digits.erase(0, 2);
+    }
+    const bool padded = conversion.zero && !conversion.left && std::isfinite(value);
+    writeField(conversion, prefix, padded ? missingWidth(conversion, prefix, digits) : 0, digits);
+  }
+
+  template<class Real>
+  static std::string floatingDigits(const Conversion& conversion, Real value) {
+    const std::string mark = conversion.alternate ? "#" : "";
+    if (conversion.precision < 0)
+      return fmt::format(fmt::runtime("{:" + mark + conversion.type + "}"), value);
+    return fmt::format(fmt::runtime("{:" + mark + ".{}" + conversion.type + "}"), value,
+                       std::min(conversion.precision, MaxPadding));
+  }
+
+  void writeText(const Conversion& conversion, std::string_view text) {
+    if (conversion.isText() && conversion.precision >= 0)
+      text = text.substr(0, static_cast<std::size_t>(conversion.precision));
+    writeField(conversion, "", 0, text);
+  }
+
+  void writePointer(const Conversion& conversion, const void* pointer) {
+    writeField(conversion, "", 0, pointer ? fmt::format("{}", pointer) : "(nil)");
+  }
+
+  static const char* sign(const Conversion& conversion, bool negative) noexcept {
+    return negative ? "-" : conversion.plus ? "+" : conversion.blank ? " " : "";
+  }
+
+  // The zeros that bring the digits up to the precision.
+  static int missingDigits(const Conversion& conversion, std::string_view digits) noexcept {
+    return std::max(std::min(conversion.precision, MaxPadding) - static_cast<int>(digits.size()), 0);
+  }
+  static int missingWidth(const Conversion& conversion, std::string_view prefix,
+                          std::string_view digits) noexcept {
+    return std::max(conversion.width - static_cast<int>(prefix.size() + digits.size()), 0);
+  }
+
+  // A precision of an integer switches the padding with zeros off.
+  void writeNumber(const Conversion& conversion, std::string_view prefix, int zeros,
+                   std::string_view digits) {
+    if (conversion.zero && !conversion.left && conversion.precision < 0)
+      zeros = std::max(zeros, missingWidth(conversion, prefix, digits));
+    writeField(conversion, prefix, zeros, digits);
+  }
+
+  void writeField(const Conversion& conversion, std::string_view prefix, int zeros, std::string_view body) {
+    const std::size_t size = prefix.size() + static_cast<std::size_t>(zeros) + body.size();
+    const auto width = static_cast<std::size_t>(conversion.width);
+    const std::size_t blanks = width > size ? width - size : 0;
+    fill(conversion.left ? 0 : blanks, ' ');
+    put(prefix);
+    fill(static_cast<std::size_t>(zeros), '0');
+    put(body);
+    fill(conversion.left ? blanks : 0, ' ');
+  }
+
+  void put(std::string_view text) { m_out.append(text.data(), text.data() + text.size()); }
+  void fill(std::size_t count, char character) {
+    const std::size_t size = m_out.size();
+    m_out.resize(size + count);
+    std::fill_n(m_out.data() + size, count, character);
+  }
+
+  Arguments m_args;
+  fmt::memory_buffer m_out;
+};
+
+} // namespace
+
+QvbString qvbStringFormatArgs(const char* format, std::span<const QvbFormatArg> args) {
+  Formatter formatter(args);
+  formatter.write(format ? format : "");
+  return formatter.text();
+}
