@@ -5,7 +5,8 @@
 // "BASE/REPOS_SYS_PATH"), and, for keys without "/", the environment. The option file is read once and again
 // when QV_CONFIG names another file. A file that cannot be read or that holds a malformed line is logged once
 // at level 5 under "QV.Base.Config" with file and line; its readable keys still count. Section and key are
-// compared without regard to case. All functions may be called from any thread.
+// compared without regard to case; ";" and "#" begin a comment line and " ;" one behind a value; of a key that
+// stands twice the last one counts. All functions may be called from any thread.
 #pragma once
 
 #include "qvxbase/qvbstring.h"

@@ -1,0 +1,208 @@
+#include "qvxbase/qvbconfig.h"
+
+#include "qvsfio/npfio.h"
+#include "qvxlog/qvxlog.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include <ini.h>
+
+namespace {
+
+constexpr const char* Source = "platform/qvxbase/qvbconfig";
+constexpr std::int64_t MaxFileSize = 1 << 20;
+constexpr std::string_view WhiteSpace = " \t\r\v\f";
+
+struct IgnoreCase {
+  bool operator()(const QvbString& a, const QvbString& b) const noexcept { return a.compare(b, true) < 0; }
+};
+using Options = std::map<QvbString, QvbString, IgnoreCase>;
+
+std::string_view stripped(std::string_view text) noexcept {
+  text.remove_prefix(std::min(text.find_first_not_of(WhiteSpace), text.size()));
+  return text.substr(0, text.find_last_not_of(WhiteSpace) + 1);
+}
+
+// A ";" after white space begins a comment.
+std::string_view withoutComment(std::string_view text) noexcept {
+  return text.substr(0, std::min(text.find(" ;"), text.find("\t;")));
+}
+
+// Feeds the INI parser line by line. Lines come without their indentation, which the parser would take for
+// the continuation of the line before. The parser's buffer holds some 200 bytes, fewer than a path may have:
+// the value of a longer line stays here.
+class OptionLines {
+public:
+  OptionLines(std::string_view content, Options& options) noexcept : m_rest(content), m_options(options) {}
+
+  // The number of the first malformed line, 0 when there is none.
+  int parse() { return ini_parse_stream(readLine, this, takeOption, this); }
+
+private:
+  static char* readLine(char* buffer, int size, void* self) {
+    return static_cast<OptionLines*>(self)->readLine(buffer, static_cast<std::size_t>(size));
+  }
+  static int takeOption(void* self, const char* section, const char* name, const char* value) {
+    return static_cast<OptionLines*>(self)->takeOption(section, name, value);
+  }
+
+  char* readLine(char* buffer, std::size_t size) {
+    if (m_rest.empty())
+      return nullptr;
+    const std::size_t end = std::min(m_rest.find('\n'), m_rest.size());
+    std::string_view line = stripped(m_rest.substr(0, end));
+    m_rest.remove_prefix(std::min(end + 1, m_rest.size()));
+    m_longValue = {};
+    if (line.size() >= size) {
+      const std::size_t nameEnd = std::min(line.find_first_of("=:"), size - 2);
+      m_longValue = stripped(withoutComment(line.substr(nameEnd + 1)));
+      line = line.substr(0, nameEnd + 1);
+    }
+    line.copy(buffer, line.size());
+    buffer[line.size()] = '\0';
+    return buffer;
+  }
+
+  int takeOption(std::string_view section, std::string_view name, std::string_view value) {
+    QvbString key(section);
+    if (!section.empty())
+      key.append(std::string_view("/"));
+    key.append(name);
+    m_options[key] = QvbString(m_longValue.empty() ? value : m_longValue);
+    return 1;
+  }
+
+  std::string_view m_rest;
+  std::string_view m_longValue;
+  Options& m_options;
+};
+
+// The option file as it was read.
+struct OptionFile {
+  QvbString path;
+  Options options;
+  QvbString fault; // null when the file was readable and well-formed
+
+  explicit OptionFile(const QvbString& name) : path(name) {
+    QvbString content;
+    if (const int code = np_fio_readAll(path, MaxFileSize, &content); code != NP_FIO_OK)
+      fault = qvbStringFormat("%S: cannot read the option file: %s", &path, np_fio_errdesc(code));
+    else if (const int line = OptionLines(content.view(), options).parse(); line != 0)
+      fault = qvbStringFormat("%S:%d: malformed option line", &path, line);
+  }
+  void logFault() const {
+    if (!fault.isNull())
+      qvlogGetLogger("QV.Base.Config")->logEvent(QvLoggingLevel::Error, Source, __LINE__, "%S", &fault);
+  }
+};
+
+QvbString environment(const char* name) {
+  return QvbString(
+      std::getenv(name)); // NOLINT(concurrency-mt-unsafe): hosts set it before they start threads
+}
+
+class ConfigStore final : public QvbConfigOptions {
+public:
+  bool getOption(const QvbString& key, QvbString* value, int) override {
+    const QvbString found = lookup(key);
+    if (value)
+      *value = found;
+    return !found.isNull();
+  }
+  void release() override {}
+
+  void set(const QvbString& key, const QvbString& value) {
+    const std::lock_guard guard(m_mutex);
+    if (value.isNull())
+      m_hostOptions.erase(key);
+    else
+      m_hostOptions[key] = value;
+  }
+  void clear() {
+    const std::lock_guard guard(m_mutex);
+    m_hostOptions.clear();
+  }
+  void setAvailable(bool available) noexcept { m_available = available; }
+  bool isAvailable() const noexcept { return m_available; }
+
+private:
+  QvbString lookup(const QvbString& key) {
+    if (QvbString value = hostOption(key); !value.isNull())
+      return value;
+    if (const auto file = currentFile()) {
+      if (const auto found = file->options.find(key); found != file->options.end())
+        return found->second;
+    }
+    return key.find("/") < 0 ? environment(key.asCstr()) : QvbString();
+  }
+
+  QvbString hostOption(const QvbString& key) {
+    const std::lock_guard guard(m_mutex);
+    const auto found = m_hostOptions.find(key);
+    return found == m_hostOptions.end() ? QvbString() : found->second;
+  }
+
+  // Null when QV_CONFIG names none. The file is in its place before its fault is logged, since the log reads
+  // its own options from here.
+  std::shared_ptr<const OptionFile> currentFile() {
+    const QvbString path = environment("QV_CONFIG");
+    if (path.isEmpty())
+      return nullptr;
+    if (auto file = fileOf(path))
+      return file;
+    const auto file = std::make_shared<const OptionFile>(path);
+    if (const auto winner = install(file); winner != file)
+      return winner;
+    file->logFault();
+    return file;
+  }
+  std::shared_ptr<const OptionFile> fileOf(const QvbString& path) {
+    const std::lock_guard guard(m_mutex);
+    return m_file && m_file->path == path ? m_file : nullptr;
+  }
+  // Answers the file in place, which another thread may have read first.
+  std::shared_ptr<const OptionFile> install(const std::shared_ptr<const OptionFile>& file) {
+    const std::lock_guard guard(m_mutex);
+    if (!m_file || m_file->path != file->path)
+      m_file = file;
+    return m_file;
+  }
+
+  std::mutex m_mutex;
+  Options m_hostOptions;
+  std::shared_ptr<const OptionFile> m_file;
+  std::atomic<bool> m_available{true};
+};
+
+// Never destroyed: other objects read options while the process ends.
+ConfigStore& store() {
+  static ConfigStore& instance = *new ConfigStore;
+  return instance;
+}
+
+} // namespace
+
+QvbConfigOptions* qvbGetConfigOptions(const QvbString& name) {
+  return name.isEmpty() && store().isAvailable() ? &store() : nullptr;
+}
+
+void qvbSetConfigOption(const QvbString& key, const QvbString& value) { store().set(key, value); }
+
+void qvbClearConfigOptions() { store().clear(); }
+
+void qvbSetConfigAvailable(bool available) { store().setAvailable(available); }
+
+QvbString qvbGetConfigOption(const char* key) {
+  QvbString value;
+  if (QvbConfigOptions* options = qvbGetConfigOptions(QvbString()))
+    options->getOption(key, &value, 0);
+  return value;
+}
