@@ -1,0 +1,82 @@
+#include "host.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+void Host::print(std::string_view bytes) {
+  if (m_outputError == 0 && std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size())
+    m_outputError = errno;
+}
+
+void Host::printJson(const nlohmann::ordered_json& value) {
+  printLine(value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+}
+
+void Host::printTable(const std::vector<std::string>& heading,
+                      const std::vector<std::vector<std::string>>& rows) {
+  std::vector<std::vector<std::string>> cells{heading};
+  for (const auto& row : rows)
+    std::transform(row.begin(), row.end(), std::back_inserter(cells.emplace_back()), visible);
+
+  // Continuation bytes of UTF-8 take no column.
+  const auto width = [](const std::string& cell) {
+    return static_cast<std::size_t>(
+        std::count_if(cell.begin(), cell.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
+  };
+  std::vector<std::size_t> widths(heading.size());
+  for (const auto& row : cells)
+    for (std::size_t column = 0; column < row.size(); ++column)
+      widths[column] = std::max(widths[column], width(row[column]));
+
+  for (const auto& row : cells) {
+    std::string line;
+    for (std::size_t column = 0; column < row.size(); ++column) {
+      line += row[column];
+      if (column + 1 < row.size())
+        line.append(widths[column] - width(row[column]) + 2, ' ');
+    }
+    printLine(line);
+  }
+}
+
+void Host::fail(std::string_view message) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "qvrepos: %.*s\n", static_cast<int>(message.size()), message.data());
+  m_status = ExitFailed;
+}
+
+int Host::finish() {
+  if (std::fflush(stdout) != 0 && m_outputError == 0)
+    m_outputError = errno;
+  if (m_outputError != 0)
+    fail(std::string("cannot write the result to standard output: ") + std::strerror(m_outputError));
+  return m_status;
+}
+
+std::string visible(std::string_view bytes) {
+  std::string shown;
+  for (const char byte : bytes) {
+    const auto code = static_cast<unsigned char>(byte);
+    if (byte == '\n')
+      shown += "\\n";
+    else if (byte == '\t')
+      shown += "\\t";
+    else if (code < 0x20 || code == 0x7F) {
+      char escape[5];
+      std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(code));
+      shown += escape;
+    } else
+      shown += byte;
+  }
+  return shown;
+}
+
+std::string absolutePath(const std::string& path) {
+  const auto scheme = path.find("://");
+  if (scheme != std::string::npos && scheme > 0)
+    return path;
+  return std::filesystem::absolute(path).lexically_normal().string();
+}

@@ -1,0 +1,71 @@
+// What the subcommands of the host tool share: options, output, messages and the exit status.
+#pragma once
+
+#include "qvxbase/qvbstring.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Owns an object that ends with release().
+struct ReleaseCaller {
+  template<class T>
+  void operator()(T* object) const {
+    object->release();
+  }
+};
+template<class T>
+using Released = std::unique_ptr<T, ReleaseCaller>;
+
+inline QvbString text(std::string_view bytes) { return QvbString(bytes); }
+inline std::string str(const QvbString& value) { return std::string(value.view()); }
+
+// Exit statuses of the tool.
+inline constexpr int ExitSuccess = 0;
+inline constexpr int ExitFailed = 1; // for some input
+inline constexpr int ExitUsage = 2;
+
+// One run of the tool. A subcommand prints results, reports failures and goes on with its other inputs; the exit status
+// is 1 as soon as anything was reported.
+class Host {
+public:
+  bool quiet = false;
+
+  // Results, to standard output.
+  void print(std::string_view bytes);
+  void printLine(std::string_view line) {
+    print(line);
+    print("\n");
+  }
+  void printJson(const nlohmann::ordered_json& value);
+  // Columns of equal width with a heading. Control characters are shown as escapes, so that a row stays on its line.
+  void printTable(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows);
+
+  // A failure, to standard error: "qvrepos: <message>". The run ends with status 1.
+  void fail(std::string_view message);
+  // Flushes the results; what could not be written is a failure.
+  int finish();
+
+private:
+  int m_status = ExitSuccess;
+  int m_outputError = 0;
+};
+
+// Text with control characters as escapes ("\n", "\x1b").
+std::string visible(std::string_view bytes);
+
+// The path as an absolute one without "." and "..", so that what names it does not depend on where the tool runs. A
+// URI stays as it is.
+std::string absolutePath(const std::string& path);
+
+void addLineageCommand(CLI::App& app, Host& host);
+void addResourcesCommand(CLI::App& app, Host& host);
+void addDefinitionsCommand(CLI::App& app, Host& host);
+void addIdentityCommand(CLI::App& app, Host& host);
+void addUriCommands(CLI::App& app, Host& host);
+void addTypesCommand(CLI::App& app, Host& host);
+void addVersionCommand(CLI::App& app, Host& host);

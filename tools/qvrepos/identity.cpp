@@ -1,0 +1,131 @@
+// qvrepos identity: resource identities made and taken apart.
+#include "host.h"
+
+#include "qvreposres/qvresourcemgr.h"
+
+#include <array>
+#include <functional>
+
+namespace {
+
+using Fields = std::vector<std::pair<const char*, QvbString>>;
+
+// One kind of identity: its fields in order, and how the library makes and reads it.
+struct IdentityKind {
+  const char* name;
+  const char* help;
+  const char* required;
+  std::vector<const char*> fields;
+  std::function<bool(QvResourceManager&, std::vector<QvbString>&, QvbString*)> make;
+  std::function<bool(QvResourceManager&, const QvbString&, std::vector<QvbString>&)> parse;
+};
+
+const std::array<IdentityKind, 4>& identityKinds() {
+  using Manager = QvResourceManager;
+  using Values = std::vector<QvbString>;
+  static const std::array<IdentityKind, 4> kinds{{
+      {"file",
+       "A file",
+       "filename",
+       {"filename", "name"},
+       [](Manager& m, Values& v, QvbString* id) { return m.generateFileResourceId(v[0], v[1], id); },
+       [](Manager& m, const QvbString& id, Values& v) {
+         return m.getFilenameFromResourceId(id, &v[0], &v[1]);
+       }},
+      {"unified",
+       "A repository object",
+       "id or uuid",
+       {"type", "id", "uuid"},
+       [](Manager& m, Values& v, QvbString* id) {
+         return m.generateUnifiedObjectResourceId(QvbString(), v[0], v[1], v[2], id);
+       },
+       [](Manager& m, const QvbString& id, Values& v) {
+         QvbString repository;
+         return m.getUnifiedObjectFromResourceId(id, &repository, &v[0], &v[1], &v[2]);
+       }},
+      {"table",
+       "A table",
+       "table",
+       {"dsn", "dsntype", "catalog", "schema", "table"},
+       [](Manager& m, Values& v, QvbString* id) {
+         return m.generateTableDataSourceResourceId(v[0], v[1], v[2], v[3], v[4], id);
+       },
+       [](Manager& m, const QvbString& id, Values& v) {
+         return m.getTableObjectFromResourceId(id, &v[0], &v[1], &v[2], &v[3], &v[4]);
+       }},
+      {"datasource",
+       "A data source",
+       "dsn",
+       {"dsn", "dsntype"},
+       [](Manager& m, Values& v, QvbString* id) { return m.generateDataSourceResourceId(v[0], v[1], id); },
+       [](Manager& m, const QvbString& id, Values& v) {
+         return m.getDataSourceObjectFromResourceId(id, &v[0], &v[1]);
+       }},
+  }};
+  return kinds;
+}
+
+void makeIdentity(Host& host, const IdentityKind& kind, const std::vector<std::string>& given) {
+  const Released<QvResourceManager> manager(createQvResourceManager());
+  std::vector<QvbString> values;
+  for (const auto& value : given)
+    values.push_back(text(value));
+  QvbString identity;
+  if (kind.make(*manager, values, &identity))
+    host.printLine(identity.view());
+  else
+    host.fail(std::string("an identity of kind ") + kind.name + " needs " + kind.required);
+}
+
+void printFields(Host& host, const IdentityKind& kind, const std::vector<QvbString>& values, bool json) {
+  nlohmann::ordered_json record{{"kind", kind.name}};
+  std::vector<std::vector<std::string>> rows{{"kind", kind.name}};
+  for (std::size_t field = 0; field < values.size(); ++field) {
+    record[kind.fields[field]] = str(values[field]);
+    rows.push_back({kind.fields[field], str(values[field])});
+  }
+  if (json)
+    host.printJson(record);
+  else
+    host.printTable({"FIELD", "VALUE"}, rows);
+}
+
+void parseIdentity(Host& host, const std::string& identity, bool json) {
+  const Released<QvResourceManager> manager(createQvResourceManager());
+  for (const auto& kind : identityKinds()) {
+    std::vector<QvbString> values(kind.fields.size());
+    if (kind.parse(*manager, text(identity), values))
+      return printFields(host, kind, values, json);
+  }
+  host.fail("not a resource identity: " + visible(identity));
+}
+
+void addMakeCommand(CLI::App& identity, Host& host) {
+  auto* make = identity.add_subcommand("make", "Print the identity of a resource");
+  make->require_subcommand(1);
+  make->footer("Example: qvrepos identity make table --dsn Sales --schema dbo --table CUSTOMERS");
+  for (const auto& kind : identityKinds()) {
+    auto* command = make->add_subcommand(kind.name, kind.help);
+    auto values = std::make_shared<std::vector<std::string>>(kind.fields.size());
+    for (std::size_t field = 0; field < kind.fields.size(); ++field)
+      command->add_option(std::string("--") + kind.fields[field], (*values)[field])->type_name("TEXT");
+    command->footer(std::string("Needs ") + kind.required + ".");
+    command->callback([&host, &kind, values] { makeIdentity(host, kind, *values); });
+  }
+}
+
+} // namespace
+
+void addIdentityCommand(CLI::App& app, Host& host) {
+  auto* identity = app.add_subcommand("identity", "Make resource identities and take them apart");
+  identity->require_subcommand(1);
+  addMakeCommand(*identity, host);
+
+  auto* parse = identity->add_subcommand("parse", "Print the fields of an identity");
+  auto given = std::make_shared<std::string>();
+  auto json = std::make_shared<bool>(false);
+  parse->add_option("IDENTITY", *given, "The identity's XML text")->required();
+  parse->add_flag("--json", *json, "Print a record: kind, then the kind's fields");
+  parse->footer("Example: qvrepos identity parse \"$(qvrepos identity make datasource --dsn Sales)\"");
+  parse->callback([&host, given, json] { parseIdentity(host, *given, *json); });
+}

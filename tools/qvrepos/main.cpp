@@ -1,0 +1,102 @@
+// qvrepos: the services of the Repository Resource Library on the command line.
+//
+// Results go to standard output, everything else to standard error. Exit status: 0 success, 1 the operation failed (for
+// some input), 2 wrong usage.
+#include "host.h"
+
+#include "qvreposres/qvfilecache.h"
+#include "qvreposres/qvreposres.h"
+#include "qvxbase/qvbconfig.h"
+#include "qvxlog/qvxlog.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <optional>
+
+namespace {
+
+struct GlobalOptions {
+  std::string configFile;
+  std::vector<std::string> settings;
+  int logLevel = 0;
+};
+
+void addGlobalOptions(CLI::App& app, GlobalOptions& options, Host& host) {
+  app.add_option("--config", options.configFile, "Read options from this INI file")
+      ->type_name("FILE")
+      ->check(CLI::ExistingFile);
+  app.add_option("--set", options.settings,
+                 "Set an option, for example DMSERVER/NAME=main; wins over --config")
+      ->type_name("KEY=VALUE")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->check([](const std::string& setting) {
+        const auto equals = setting.find('=');
+        return equals == std::string::npos || equals == 0 ? "write it as KEY=VALUE: " + setting
+                                                          : std::string();
+      });
+  app.add_option("--log-level", options.logLevel, "Log records from this level on, 1 (trace) to 6 (critical)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 6));
+  app.add_flag("-q,--quiet", host.quiet, "Show no progress");
+  app.fallthrough();
+  app.require_subcommand(1);
+}
+
+void applyGlobalOptions(const GlobalOptions& options) {
+  if (!options.configFile.empty())
+    setenv("QV_CONFIG", options.configFile.c_str(), 1);
+  for (const auto& setting : options.settings) {
+    const auto equals = setting.find('=');
+    qvbSetConfigOption(text(setting.substr(0, equals)), text(setting.substr(equals + 1)));
+  }
+  if (options.logLevel != 0)
+    qvlogSetLevel(static_cast<QvLoggingLevel>(options.logLevel));
+}
+
+// The library's process-wide holders, for as long as the tool runs.
+struct LibrarySession {
+  LibrarySession() {
+    void* reserved = nullptr;
+    qvReposResStartup(nullptr, &reserved);
+  }
+  ~LibrarySession() {
+    qvFileCacheShutdown();
+    qvReposResShutdown();
+  }
+};
+
+int usageError(const CLI::App& app, const CLI::ParseError& error) {
+  return app.exit(error) == static_cast<int>(CLI::ExitCodes::Success) ? ExitSuccess : ExitUsage;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a failed write, which is reported
+  Host host;
+  GlobalOptions options;
+  CLI::App app("The services of the Repository Resource Library on the command line.", "qvrepos");
+  addGlobalOptions(app, options, host);
+  std::optional<LibrarySession> session; // begins once the options are known: logging depends on them
+  app.parse_complete_callback([&] {
+    applyGlobalOptions(options);
+    session.emplace();
+  });
+  addLineageCommand(app, host);
+  addResourcesCommand(app, host);
+  addDefinitionsCommand(app, host);
+  addIdentityCommand(app, host);
+  addUriCommands(app, host);
+  addTypesCommand(app, host);
+  addVersionCommand(app, host);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return usageError(app, error);
+  } catch (const std::exception& error) {
+    host.fail(error.what());
+  }
+  return host.finish();
+}

@@ -1,0 +1,33 @@
+#include "progress.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+constexpr std::size_t barWidth = 40;
+constexpr std::size_t shortWork = 20; // fewer steps than this are over before a bar is read
+} // namespace
+
+ProgressBar::ProgressBar(const Host& host, std::size_t total)
+    : m_shown(!host.quiet && total >= shortWork && isatty(STDERR_FILENO) == 1), m_total(total) {
+  if (m_shown)
+    draw();
+}
+
+ProgressBar::~ProgressBar() {
+  if (m_shown)
+    std::fputs("\r\x1b[K", stderr);
+}
+
+void ProgressBar::step() {
+  const std::size_t before = m_done * 100 / m_total;
+  ++m_done;
+  if (m_shown && m_done * 100 / m_total != before)
+    draw();
+}
+
+void ProgressBar::draw() const {
+  const std::string filled(m_done * barWidth / m_total, '#');
+  std::fprintf(stderr, "\r[%-*s] %zu of %zu files", static_cast<int>(barWidth), filled.c_str(), m_done,
+               m_total);
+}

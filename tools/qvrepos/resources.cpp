@@ -1,0 +1,67 @@
+// qvrepos resources: what one job touches.
+#include "jobs.h"
+
+namespace {
+
+struct ResourceRow {
+  std::string type;
+  std::string name;
+  std::string location;
+  std::string identity;
+};
+
+// The place of a resource as the store's resolver knows it; the identity when it knows none.
+std::string locate(QvImpactAnalysis* store, QvResource* resource) {
+  QvbString name, uri;
+  store->getDefaultResourceFactory()->getResourceResolver()->getResourceLocation(
+      resource->getName(), resource->getResourceIdentity(), resource->getResourceType(), &name, &uri);
+  return str(uri.isEmpty() ? resource->getResourceIdentity() : uri);
+}
+
+void collect(QvImpactAnalysis* store, QvResourceList* list, std::vector<ResourceRow>& rows) {
+  while (list->next()) {
+    QvResource* resource = list->getValue();
+    rows.push_back({str(resource->getResourceType()), str(resource->getName()), locate(store, resource),
+                    str(resource->getResourceIdentity())});
+  }
+}
+
+void printRows(Host& host, const std::vector<ResourceRow>& rows, bool json) {
+  if (json) {
+    auto records = nlohmann::ordered_json::array();
+    for (const auto& row : rows)
+      records.push_back(
+          {{"type", row.type}, {"name", row.name}, {"location", row.location}, {"identity", row.identity}});
+    return host.printJson(records);
+  }
+  std::vector<std::vector<std::string>> cells;
+  for (const auto& row : rows)
+    cells.push_back({row.type, row.name, row.location});
+  host.printTable({"TYPE", "NAME", "LOCATION"}, cells);
+}
+
+void runResources(Host& host, const std::string& file, bool json) {
+  JobScanner scanner;
+  const auto job = scanner.newList();
+  const auto used = scanner.newList();
+  const std::string reason = scanner.scan(absolutePath(file), job.get(), used.get());
+  if (!reason.empty())
+    return host.fail(reason);
+  std::vector<ResourceRow> rows;
+  collect(scanner.store(), job.get(), rows);
+  collect(scanner.store(), used.get(), rows);
+  printRows(host, rows, json);
+}
+
+} // namespace
+
+void addResourcesCommand(CLI::App& app, Host& host) {
+  auto* command =
+      app.add_subcommand("resources", "List the resources that one job touches, the job itself first");
+  auto file = std::make_shared<std::string>();
+  auto json = std::make_shared<bool>(false);
+  command->add_option("FILE", *file, "A job file")->required();
+  command->add_flag("--json", *json, "Print an array of records: type, name, location, identity");
+  command->footer("Example: qvrepos resources examples/repository/batch_jobs/load_customers.djf");
+  command->callback([&host, file, json] { runResources(host, *file, *json); });
+}

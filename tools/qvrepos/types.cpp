@@ -1,0 +1,76 @@
+// qvrepos types: object types and file extensions.
+#include "host.h"
+
+#include "qvreposres/qvreposobjecttypes.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+// The extensions that the library gives a type of their own.
+constexpr const char* knownExtensions[] = {
+    "djf",     "dmc",     "ddf",     "anc",     "chp.bfd", "chp.qkb", "dax.ueo", "sri",       "qvo",
+    "qvl",     "gmr.bfd", "gmr.qkb", "html",    "htm",     "qve",     "mdf",     "mre",       "pfi.ueo",
+    "pfo",     "phx.bfd", "phx.qkb", "rgx.bfd", "rgx.qkb", "rul.ueo", "zel",     "qltykb.db", "sch.bfd",
+    "sch.qkb", "tbl",     "tsk.ueo", "vcb.bfv", "vcb.qkv", "xsq",     "cmt.ueo", "cln.ueo",   "fld.ueo",
+    "src.ueo", "wfs",     "met",     "dim.ueo", "rpg.ueo", "thd.ueo"};
+
+struct TypeRow {
+  std::string extension;
+  std::string type;
+};
+
+std::vector<TypeRow> allTypes() {
+  std::vector<TypeRow> rows;
+  for (const char* extension : knownExtensions) {
+    QvbString type;
+    getTypeForFileExtension(extension, &type);
+    rows.push_back({extension, str(type)});
+  }
+  std::sort(rows.begin(), rows.end(), [](const TypeRow& a, const TypeRow& b) {
+    return std::tie(a.type, a.extension) < std::tie(b.type, b.extension);
+  });
+  return rows;
+}
+
+// The rows that a name selects: an extension in any case, or a type.
+std::vector<TypeRow> typesNamed(const std::string& name) {
+  std::vector<TypeRow> rows;
+  const auto all = allTypes();
+  std::copy_if(all.begin(), all.end(), std::back_inserter(rows), [&](const TypeRow& row) {
+    return text(row.extension).compare(name.c_str(), true) == 0 || row.type == name;
+  });
+  QvbString extension;
+  if (rows.empty() && getFileExtensionForType(text(name), &extension))
+    rows.push_back({str(extension), name});
+  return rows;
+}
+
+void printTypes(Host& host, const std::string& name, bool json) {
+  const auto types = name.empty() ? allTypes() : typesNamed(name);
+  if (types.empty())
+    return host.fail("neither an object type nor an extension that has one: " + visible(name));
+  auto records = nlohmann::ordered_json::array();
+  std::vector<std::vector<std::string>> rows;
+  for (const auto& row : types) {
+    records.push_back({{"type", row.type}, {"extension", row.extension}});
+    rows.push_back({row.type, row.extension});
+  }
+  if (json)
+    host.printJson(records);
+  else
+    host.printTable({"TYPE", "EXTENSION"}, rows);
+}
+
+} // namespace
+
+void addTypesCommand(CLI::App& app, Host& host) {
+  auto* command = app.add_subcommand("types", "List object types and their file extensions");
+  auto name = std::make_shared<std::string>();
+  auto json = std::make_shared<bool>(false);
+  command->add_option("NAME", *name, "Only this type, or the type of this extension");
+  command->add_flag("--json", *json, "Print an array of records: type, extension");
+  command->footer("Example: qvrepos types ProcessJob");
+  command->callback([&host, name, json] { printTypes(host, *name, *json); });
+}

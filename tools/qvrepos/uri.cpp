@@ -1,0 +1,53 @@
+// qvrepos uri and qvrepos path: file names to URI references and back.
+#include "host.h"
+
+#include "qvreposres/qvresourceuri.h"
+
+namespace {
+
+struct SubjectReleaser {
+  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
+};
+
+void printUri(Host& host, const std::string& file) {
+  QvbString reference;
+  if (generateURIReferenceFromFilename(text(absolutePath(file)), &reference))
+    host.printLine(reference.view());
+  else
+    host.fail("no URI can be made of " + file);
+}
+
+void printPath(Host& host, const std::string& uri, const std::string* repository) {
+  const std::unique_ptr<ASSubject, SubjectReleaser> subject(qvbSubjectAccess());
+  QvbString path, message;
+  const bool found = repository ? generateFilenameFromURIandRepository(
+                                      subject.get(), text(uri), text(*repository), &path, nullptr, &message)
+                                : generateFilenameFromURIReference(subject.get(), text(uri), &path);
+  if (found)
+    host.printLine(path.view());
+  else
+    host.fail(message.isEmpty() ? "no file name can be made of " + uri : str(message));
+}
+
+} // namespace
+
+void addUriCommands(CLI::App& app, Host& host) {
+  auto file = std::make_shared<std::string>();
+  auto* uri = app.add_subcommand("uri", "Print the URI reference of a file");
+  uri->add_option("FILE", *file, "A file name; a file below a repository's folder becomes a repository URI")
+      ->required();
+  uri->footer("Example: qvrepos uri examples/repository/batch_jobs/load_customers.djf");
+  uri->callback([&host, file] { printUri(host, *file); });
+
+  auto reference = std::make_shared<std::string>();
+  auto repository = std::make_shared<std::string>();
+  auto* path = app.add_subcommand("path", "Print the file name of a URI reference");
+  path->add_option("URI", *reference, "A file or repository URI")->required();
+  auto* named =
+      path->add_option("--repository", *repository, "Look below this repository, not the one in the URI")
+          ->type_name("NAME");
+  path->footer("Example: qvrepos path file:///etc/hostname");
+  path->callback([&host, reference, repository, named] {
+    printPath(host, *reference, *named ? repository.get() : nullptr);
+  });
+}
