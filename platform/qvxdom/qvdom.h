@@ -2,8 +2,11 @@
 //
 // Text is UTF-8 throughout, whatever encoding a document was read in. Documents come from memory only:
 // nothing in a document can make the reader open a path or a URL. Refused, each with a message: a document
-// type declaration, element depth over 1,000, a document over 512 MiB. No operation recurses over siblings or
-// levels.
+// type declaration, XML 1.1, an encoding in which markup is not what it is in ASCII (the Unicode ones aside),
+// element depth over 1,000, a document over 512 MiB. No operation recurses over siblings or levels.
+//
+// Reading keeps text and its order; comments and processing instructions are dropped, and so is white space in
+// an element that holds child elements and no other text.
 //
 // A QvDom owns its nodes; a QvDomNode is a handle by value that is good as long as the document is and until
 // it starts or loads another one. A document and its nodes are for one thread at a time.
@@ -20,18 +23,20 @@ class QVPLATFORM_API QvDomNode {
 public:
   QvDomNode() noexcept = default; // a missing node
 
-  // True for a missing node. Reading a missing node gives null texts and missing nodes, changing it does
-  // nothing.
+  // True for a missing node. Reading a missing node gives null texts and missing nodes. Changing a missing
+  // node, or a run of text, does nothing.
   bool null() const noexcept { return !m_data; }
 
   // The element's name; null for a run of text.
   QvbString getName() const;
   // The element's text: its own runs of text, or (deep true) those of everything below it too, in document
-  // order. Null when there are none.
+  // order; of a run of text, the text. Null when there is none.
   QvbString getValue(bool deep) const;
   // Replaces the element's own runs of text by one after its children; an empty text leaves none.
   void setValue(const QvbString& text);
 
+  // Appends an element. A name that XML does not allow adds nothing and gives a missing node, so that the
+  // document stays one that can be written and read.
   QvDomNode addChild(const QvbString& name);
   // The first child, or the node after this one: elements only, or (withText true) runs of text as well.
   QvDomNode getFirstChild(bool withText) const;
@@ -39,7 +44,7 @@ public:
 
   // Null when there is no such attribute. Names are compared exactly.
   QvbString getAttributeValue(const QvbString& name) const;
-  // Appends the attribute, or replaces its value in place.
+  // Appends the attribute, or replaces its value in place. A name that XML does not allow sets nothing.
   void setAttributeValue(const QvbString& name, const QvbString& value);
   int getAttributeCount() const noexcept;
   // In document order; false, with nothing written, when the index is out of range. Outputs may be null.
@@ -64,7 +69,7 @@ public:
   QvDom& operator=(const QvDom&) = delete;
 
   // Each of these replaces the document; on failure there is none and getErrorMessage() tells why. A name
-  // that XML does not allow is a failure.
+  // that XML does not allow is a failure, and so is memory that cannot be had.
   bool startNewDocument(const QvbString& rootName);
   bool loadFile(const QvbString& path);
   bool loadXML(const QvbString& text);
@@ -73,9 +78,11 @@ public:
 
   // The node and all below it as text, without a declaration. With layout: two blanks per level and a line
   // feed after each element, an element that holds text on one line; without: no white space. Attributes
-  // stand in the order they were set, in double quotes; an empty element closes itself. Line feed, carriage
+  // stand in the order they were set, in double quotes; an empty element closes itself. Null for a missing
+  // node. Line feed, carriage
   // return and tab in attributes (and carriage return in text) become character references, so that any value
-  // reads back as it was. Bytes that XML cannot carry (controls, broken UTF-8) become U+FFFD.
+  // reads back as it was. What XML cannot carry (controls, U+FFFE and U+FFFF, each byte of broken UTF-8) becomes
+  // U+FFFD.
   QvbString createXML(bool layout, const QvDomNode& node) const;
   // Replaces the file atomically by an XML declaration (UTF-8) and the text of the node. False with
   // getErrorMessage() on failure: the old file is then there byte for byte, and no temporary file is.

@@ -1,0 +1,17 @@
+// What stands before the root element, looked at before the parser sees the document.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+struct QvDomProlog {
+  std::string encoding;         // the one to read the document in
+  std::size_t byteOrderMark{0}; // its size in bytes
+  std::string failure;          // empty, or "<line>:<column>: <reason>" why the document is refused
+};
+
+// The parser skips a document type declaration without a word; here it is refused. What the scan finds must be
+// what the parser would find, so the parser is to be held to `encoding`, and only encodings are admitted whose
+// markup can be told without decoding them.
+QvDomProlog qvDomScanProlog(std::string_view document);

@@ -1,0 +1,307 @@
+#include "qvxdom/qvdom.h"
+
+#include "qvsfio/npfio.h"
+#include "qvxdom/private/qvdomtree.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <type_traits>
+
+const QvbString& QvDomName::asString() const {
+  if (m_shared.isNull())
+    m_shared = QvbString(m_text);
+  return m_shared;
+}
+
+bool QvDomNodeData::holdsText() const noexcept {
+  for (const auto* child = firstChild; child; child = child->next)
+    if (child->isText())
+      return true;
+  return false;
+}
+
+template<typename T>
+T* QvDomDocument::allocate(std::size_t count) {
+  static_assert(std::is_trivially_destructible_v<T>, "the arena destroys nothing");
+  return static_cast<T*>(m_arena.allocate(count * sizeof(T), alignof(T)));
+}
+
+std::string_view QvDomDocument::store(std::string_view text) {
+  if (text.empty())
+    return {};
+  auto* bytes = allocate<char>(text.size());
+  std::memcpy(bytes, text.data(), text.size());
+  return {bytes, text.size()};
+}
+
+const QvDomName* QvDomDocument::intern(std::string_view name) {
+  const auto known = m_names.find(name);
+  return known != m_names.end() ? &*known : &*m_names.emplace(store(name)).first;
+}
+
+void QvDomDocument::link(QvDomNodeData* parent, QvDomNodeData* previous, QvDomNodeData* node) noexcept {
+  node->parent = parent;
+  auto*& place = previous ? previous->next : parent->firstChild;
+  node->next = place;
+  place = node;
+  if (parent->lastChild == previous)
+    parent->lastChild = node;
+}
+
+QvDomNodeData* QvDomDocument::addElement(QvDomNodeData* parent, std::string_view name) {
+  auto* element = new (allocate<QvDomNodeData>()) QvDomNodeData;
+  element->name = intern(name);
+  if (parent)
+    link(parent, parent->lastChild, element);
+  else
+    m_root = element;
+  return element;
+}
+
+void QvDomDocument::insertText(QvDomNodeData* parent, QvDomNodeData* previous, std::string_view text) {
+  auto* run = new (allocate<QvDomNodeData>()) QvDomNodeData;
+  run->text = store(text);
+  link(parent, previous, run);
+}
+
+void QvDomDocument::removeTexts(QvDomNodeData* element) noexcept {
+  QvDomNodeData* kept = nullptr;
+  auto** place = &element->firstChild;
+  while (auto* child = *place) {
+    if (child->isText()) {
+      *place = child->next;
+    } else {
+      kept = child;
+      place = &child->next;
+    }
+  }
+  element->lastChild = kept;
+}
+
+void QvDomDocument::reserveAttributes(QvDomNodeData* element, std::size_t count) {
+  if (count <= element->attributeCapacity)
+    return;
+  if (count > std::numeric_limits<std::uint32_t>::max())
+    throw std::bad_alloc();
+  auto* grown = allocate<QvDomAttribute>(count);
+  std::copy_n(element->attributes, element->attributeCount, grown);
+  element->attributes = grown;
+  element->attributeCapacity = static_cast<std::uint32_t>(count);
+}
+
+void QvDomDocument::addAttribute(QvDomNodeData* element, std::string_view name, std::string_view value) {
+  if (element->attributeCount == element->attributeCapacity)
+    reserveAttributes(element, std::max<std::size_t>(4, std::size_t{2} * element->attributeCapacity));
+  element->attributes[element->attributeCount] = {intern(name), store(value)};
+  ++element->attributeCount;
+}
+
+namespace {
+
+bool isElement(const QvDomNodeData* node) { return node && !node->isText(); }
+
+QvDomNodeData* firstOf(QvDomNodeData* node, bool withText) {
+  while (node && node->isText() && !withText)
+    node = node->next;
+  return node;
+}
+
+QvDomAttribute* findAttribute(const QvDomNodeData* node, std::string_view name) {
+  const auto end = node->attributes + node->attributeCount;
+  const auto found = std::find_if(node->attributes, end,
+                                  [&](const auto& attribute) { return attribute.name->view() == name; });
+  return found == end ? nullptr : found;
+}
+
+// The node after this one in document order, below the given top.
+const QvDomNodeData* following(const QvDomNodeData* node, const QvDomNodeData* top, bool deep) {
+  if (node->firstChild && (deep || node == top))
+    return node->firstChild;
+  while (node != top && !node->next)
+    node = node->parent;
+  return node == top ? nullptr : node->next;
+}
+
+} // namespace
+
+QvbString QvDomNode::getName() const { return isElement(m_data) ? m_data->name->asString() : QvbString(); }
+
+QvbString QvDomNode::getValue(bool deep) const {
+  QvbString value;
+  for (const auto* node = m_data; node; node = following(node, m_data, deep))
+    if (node->isText())
+      value.append(node->text);
+  return value;
+}
+
+void QvDomNode::setValue(const QvbString& text) {
+  if (!isElement(m_data))
+    return;
+  QvDomDocument::removeTexts(m_data);
+  if (!text.isEmpty())
+    m_document->insertText(m_data, m_data->lastChild, text.view());
+}
+
+QvDomNode QvDomNode::addChild(const QvbString& name) {
+  if (!isElement(m_data) || !qvDomIsName(name.view()))
+    return {};
+  return {m_document, m_document->addElement(m_data, name.view())};
+}
+
+QvDomNode QvDomNode::getFirstChild(bool withText) const {
+  return {m_document, m_data ? firstOf(m_data->firstChild, withText) : nullptr};
+}
+
+QvDomNode QvDomNode::getNextSibling(bool withText) const {
+  return {m_document, m_data ? firstOf(m_data->next, withText) : nullptr};
+}
+
+QvbString QvDomNode::getAttributeValue(const QvbString& name) const {
+  const auto* attribute = m_data ? findAttribute(m_data, name.view()) : nullptr;
+  return attribute ? QvbString(attribute->value) : QvbString();
+}
+
+void QvDomNode::setAttributeValue(const QvbString& name, const QvbString& value) {
+  if (!isElement(m_data))
+    return;
+  if (auto* attribute = findAttribute(m_data, name.view()))
+    attribute->value = m_document->store(value.view());
+  else if (qvDomIsName(name.view()))
+    m_document->addAttribute(m_data, name.view(), value.view());
+}
+
+int QvDomNode::getAttributeCount() const noexcept {
+  return m_data ? static_cast<int>(m_data->attributeCount) : 0;
+}
+
+bool QvDomNode::getAttributeNameValue(int index, QvbString* name, QvbString* value) const {
+  if (index < 0 || index >= getAttributeCount())
+    return false;
+  const auto& attribute = m_data->attributes[index];
+  if (name)
+    *name = attribute.name->asString();
+  if (value)
+    *value = QvbString(attribute.value);
+  return true;
+}
+
+namespace {
+
+constexpr const char* outOfMemory = "out of memory";
+constexpr const char* declaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+
+std::string oversized() { return "the document is over " + std::to_string(qvDomMaxSize >> 20) + " MiB"; }
+
+// Makes the text's tree; the result is empty, or "<line>:<column>: <reason>" without a tree.
+std::string parse(std::string_view text, std::unique_ptr<QvDomDocument>& document) {
+  if (text.size() > qvDomMaxSize)
+    return "1:1: " + oversized();
+  auto made = std::make_unique<QvDomDocument>();
+  auto failure = qvDomRead(text, *made);
+  if (failure.empty())
+    document = std::move(made);
+  return failure;
+}
+
+// A refused file is too large, or in a state that may pass.
+std::string readFailure(const QvbString& path, int code) {
+  NpFileStat stat{};
+  const bool tooLarge = code == NP_FIO_REFUSED && np_fio_stat(path, &stat) == NP_FIO_OK &&
+                        stat.size > static_cast<std::int64_t>(qvDomMaxSize);
+  return tooLarge ? oversized() : np_fio_errdesc(code);
+}
+
+// What the operation answers; a failure of memory is one of its failures. This text needs no memory.
+template<typename Operation>
+std::string failureOf(const Operation& operation) {
+  try {
+    return operation();
+  } catch (const std::bad_alloc&) {
+    return outOfMemory;
+  }
+}
+
+QvbString messageOf(const std::string& failure) {
+  return failure.empty() ? QvbString() : QvbString(std::string_view(failure));
+}
+
+QvbString messageOf(const QvbString& path, std::string_view separator, const std::string& failure) {
+  if (failure.empty())
+    return {};
+  QvbString message(path.view());
+  return message.append(separator).append(std::string_view(failure));
+}
+
+} // namespace
+
+QvDom::QvDom() = default;
+QvDom::~QvDom() = default;
+QvDom::QvDom(QvDom&& other) noexcept = default;
+QvDom& QvDom::operator=(QvDom&& other) noexcept = default;
+
+bool QvDom::startNewDocument(const QvbString& rootName) {
+  m_document.reset();
+  const auto failure = failureOf([&]() -> std::string {
+    if (!qvDomIsName(rootName.view()))
+      return "\"" + std::string(rootName.view()) + "\" is not a name that XML allows";
+    auto made = std::make_unique<QvDomDocument>();
+    made->addElement(nullptr, rootName.view());
+    m_document = std::move(made);
+    return {};
+  });
+  m_error = messageOf(failure);
+  return failure.empty();
+}
+
+bool QvDom::loadFile(const QvbString& path) {
+  m_document.reset();
+  std::string_view separator = ": ";
+  const auto failure = failureOf([&]() -> std::string {
+    QvbString content;
+    if (const int code = np_fio_readAll(path, static_cast<std::int64_t>(qvDomMaxSize), &content))
+      return readFailure(path, code);
+    auto malformed = parse(content.view(), m_document);
+    separator = ":";
+    return malformed;
+  });
+  m_error = messageOf(path, separator, failure);
+  return failure.empty();
+}
+
+bool QvDom::loadXML(const QvbString& text) {
+  m_document.reset();
+  const auto failure = failureOf([&] { return parse(text.view(), m_document); });
+  m_error = messageOf(failure);
+  return failure.empty();
+}
+
+QvDomNode QvDom::getRoot() const noexcept {
+  return m_document ? QvDomNode(m_document.get(), m_document->root()) : QvDomNode();
+}
+
+QvbString QvDom::createXML(bool layout, const QvDomNode& node) const {
+  if (node.null())
+    return {};
+  std::string xml;
+  qvDomWrite(*node.m_data, layout, xml);
+  return QvbString(std::string_view(xml));
+}
+
+bool QvDom::createFile(const QvbString& path, bool layout, const QvDomNode& node) {
+  const auto failure = failureOf([&]() -> std::string {
+    if (!isElement(node.m_data))
+      return "there is no element to write";
+    std::string xml = declaration;
+    if (layout)
+      xml += '\n';
+    qvDomWrite(*node.m_data, layout, xml);
+    const int code = np_fio_writeAll(path, QvbString(std::string_view(xml)));
+    return code == NP_FIO_OK ? std::string() : np_fio_errdesc(code);
+  });
+  m_error = messageOf(path, ": ", failure);
+  return failure.empty();
+}
+
+QvbString QvDom::getErrorMessage() const { return m_error; }

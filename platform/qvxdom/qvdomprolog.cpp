@@ -1,0 +1,191 @@
+#include "qvxdom/private/qvdomprolog.h"
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr std::size_t npos = std::string_view::npos;
+
+struct Form {
+  std::string_view signature;
+  bool isByteOrderMark;
+  std::size_t width; // bytes of a code unit
+  bool bigEndian;
+  std::string_view encoding;
+};
+
+// The first bytes of a document tell how wide its characters are; the first row that fits counts.
+constexpr std::array forms{
+    Form{"\0\0\xFE\xFF"sv, true, 4, true, "UCS-4BE"}, Form{"\xFF\xFE\0\0"sv, true, 4, false, "UCS-4LE"},
+    Form{"\0\0\0<"sv, false, 4, true, "UCS-4BE"},     Form{"<\0\0\0"sv, false, 4, false, "UCS-4LE"},
+    Form{"\xFE\xFF"sv, true, 2, true, "UTF-16BE"},    Form{"\xFF\xFE"sv, true, 2, false, "UTF-16LE"},
+    Form{"\0<"sv, false, 2, true, "UTF-16BE"},        Form{"<\0"sv, false, 2, false, "UTF-16LE"},
+    Form{"\xEF\xBB\xBF"sv, true, 1, false, "UTF-8"},  Form{""sv, false, 1, false, "UTF-8"}};
+
+const Form& formOf(std::string_view document) {
+  return *std::find_if(forms.begin(), forms.end(),
+                       [&](const Form& form) { return document.starts_with(form.signature); });
+}
+
+// Encodings in which a byte of markup stands for itself wherever it occurs: families by the beginning of their
+// names, then single ones.
+constexpr std::array asciiFamilies{"ISO-8859-"sv, "WINDOWS-125"sv, "CP125"sv, "KOI8-"sv, "EUC-"sv};
+constexpr std::array asciiSupersets{"UTF-8"sv,     "UTF8"sv,   "US-ASCII"sv, "ASCII"sv,   "LATIN1"sv,
+                                    "SHIFT_JIS"sv, "GB2312"sv, "GBK"sv,      "GB18030"sv, "BIG5"sv};
+
+bool isAsciiSuperset(std::string encoding) {
+  std::transform(encoding.begin(), encoding.end(), encoding.begin(),
+                 [](unsigned char c) { return static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c); });
+  return std::any_of(asciiFamilies.begin(), asciiFamilies.end(),
+                     [&](std::string_view family) { return encoding.starts_with(family); }) ||
+         std::find(asciiSupersets.begin(), asciiSupersets.end(), encoding) != asciiSupersets.end();
+}
+
+// The code units of a document.
+class Units {
+public:
+  Units(std::string_view bytes, const Form& form) : m_bytes(bytes), m_form(form) {}
+
+  std::size_t size() const { return m_bytes.size() / m_form.width; }
+  char32_t operator[](std::size_t index) const {
+    char32_t unit = 0;
+    for (std::size_t i = 0; i < m_form.width; ++i) {
+      const auto place = m_form.bigEndian ? i : m_form.width - 1 - i;
+      unit = unit << 8 | static_cast<unsigned char>(m_bytes[index * m_form.width + place]);
+    }
+    return unit;
+  }
+  bool holdsAt(std::size_t index, std::string_view text) const {
+    if (size() - index < text.size())
+      return false;
+    for (std::size_t i = 0; i < text.size(); ++i)
+      if ((*this)[index + i] != static_cast<unsigned char>(text[i]))
+        return false;
+    return true;
+  }
+  bool isSpaceAt(std::size_t index) const {
+    const auto unit = index < size() ? (*this)[index] : U'\0';
+    return unit == ' ' || unit == '\t' || unit == '\r' || unit == '\n';
+  }
+  // Past the next occurrence of the text; npos when there is none.
+  std::size_t past(std::string_view text, std::size_t from) const {
+    for (auto index = from; index < size(); ++index)
+      if (holdsAt(index, text))
+        return index + text.size();
+    return npos;
+  }
+  std::string ascii(std::size_t from, std::size_t to) const {
+    std::string text;
+    for (auto index = from; index < to; ++index)
+      text += (*this)[index] < 0x80 ? static_cast<char>((*this)[index]) : '?';
+    return text;
+  }
+
+private:
+  std::string_view m_bytes;
+  const Form& m_form;
+};
+
+// "<line>:<column>" of a unit. In UTF-8 a character counts once, whatever its bytes.
+std::string positionOf(const Units& units, std::size_t index, bool utf8) {
+  std::size_t line = 1;
+  std::size_t column = 1;
+  for (std::size_t i = 0; i < index; ++i) {
+    const auto unit = units[i];
+    const bool endsLine = unit == '\n' || (unit == '\r' && units[i + 1] != '\n');
+    if (endsLine) {
+      ++line;
+      column = 1;
+    } else if (!utf8 || (unit & 0xC0) != 0x80) {
+      ++column;
+    }
+  }
+  return std::to_string(line) + ':' + std::to_string(column);
+}
+
+// The values of a declaration. One that is malformed may be misread here, but the parser refuses it.
+struct Declaration {
+  std::string version;
+  std::string encoding;
+};
+
+// Takes the next name="value" off the front of the text and answers the value.
+std::string takeValue(std::string_view& text, std::string_view& name) {
+  const auto quote = text.find_first_of("\"'");
+  const auto end = quote == npos ? npos : text.find(text[quote], quote + 1);
+  if (end == npos)
+    return {};
+  name = text.substr(0, quote);
+  const std::string value(text.substr(quote + 1, end - quote - 1));
+  text.remove_prefix(end + 1);
+  return value;
+}
+
+Declaration parseDeclaration(std::string_view text) {
+  std::string_view name;
+  Declaration declaration;
+  declaration.version = takeValue(text, name);
+  auto second = takeValue(text, name);
+  if (name.find("encoding") != npos)
+    declaration.encoding = std::move(second);
+  return declaration;
+}
+
+// Past the comment, instruction or white space at the index; the index itself when there is none of them.
+std::size_t pastMisc(const Units& units, std::size_t index) {
+  if (units.isSpaceAt(index))
+    return index + 1;
+  if (units.holdsAt(index, "<!--"))
+    return units.past("-->", index + 4);
+  if (units.holdsAt(index, "<?"))
+    return units.past("?>", index + 2);
+  return index;
+}
+
+// Where the document type declaration or the root element begins; npos when the prolog does not end.
+std::size_t endOfMisc(const Units& units) {
+  std::size_t index = 0;
+  for (auto past = pastMisc(units, 0); past != index; past = pastMisc(units, index)) {
+    if (past == npos)
+      return npos;
+    index = past;
+  }
+  return index;
+}
+
+Declaration declarationOf(const Units& units) {
+  if (!units.holdsAt(0, "<?xml") || !units.isSpaceAt(5))
+    return {};
+  const auto end = units.past("?>", 5);
+  return end == npos ? Declaration() : parseDeclaration(units.ascii(5, end));
+}
+
+// Why the document is refused, if it is.
+std::string refusal(const Units& units, const Declaration& declaration, const std::string& encoding) {
+  if (declaration.version == "1.1")
+    return "1:1: XML version 1.1 is not supported";
+  if (encoding.empty())
+    return "1:1: the encoding \"" + declaration.encoding + "\" is not supported";
+  const auto index = endOfMisc(units);
+  if (index != npos && units.holdsAt(index, "<!DOCTYPE"))
+    return positionOf(units, index, encoding == "UTF-8") + ": a document type declaration is not allowed";
+  return {};
+}
+
+} // namespace
+
+QvDomProlog qvDomScanProlog(std::string_view document) {
+  const auto& form = formOf(document);
+  const auto byteOrderMark = form.isByteOrderMark ? form.signature.size() : 0;
+  const Units units(document.substr(byteOrderMark), form);
+  const auto declaration = declarationOf(units);
+
+  std::string encoding(form.encoding);
+  if (form.signature.empty() && !declaration.encoding.empty())
+    encoding = isAsciiSuperset(declaration.encoding) ? declaration.encoding : "";
+  auto failure = refusal(units, declaration, encoding);
+  return {std::move(encoding), byteOrderMark, std::move(failure)};
+}

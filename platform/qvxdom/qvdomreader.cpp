@@ -1,0 +1,324 @@
+#include "qvxdom/private/qvdomprolog.h"
+#include "qvxdom/private/qvdomtree.h"
+
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/sax/Locator.hpp>
+#include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/sax2/Attributes.hpp>
+#include <xercesc/sax2/DefaultHandler.hpp>
+#include <xercesc/sax2/SAX2XMLReader.hpp>
+#include <xercesc/sax2/XMLReaderFactory.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLChar.hpp>
+#include <xercesc/util/XMLString.hpp>
+#include <xercesc/util/XMLUni.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <vector>
+
+namespace {
+
+namespace xc = xercesc;
+using Utf16 = std::basic_string_view<XMLCh>;
+
+constexpr std::size_t maxDepth = 1000;
+
+bool isHighSurrogate(XMLCh unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+bool isLowSurrogate(XMLCh unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+
+void appendUtf8(char32_t character, std::string& out) {
+  const auto put = [&](char32_t byte) { out += static_cast<char>(byte); };
+  const auto putTail = [&](int shift) { put(0x80 | ((character >> shift) & 0x3F)); };
+  if (character < 0x800) {
+    put(0xC0 | (character >> 6));
+  } else if (character < 0x10000) {
+    put(0xE0 | (character >> 12));
+    putTail(6);
+  } else {
+    put(0xF0 | (character >> 18));
+    putTail(12);
+    putTail(6);
+  }
+  putTail(0);
+}
+
+std::size_t asciiLength(Utf16 text) {
+  std::size_t length = 0;
+  for (std::uint64_t four = 0; length + 4 <= text.size(); length += 4) {
+    std::memcpy(&four, text.data() + length, sizeof four);
+    if (four & 0xFF80FF80FF80FF80u)
+      break;
+  }
+  while (length < text.size() && text[length] < 0x80)
+    ++length;
+  return length;
+}
+
+void appendAscii(Utf16 text, std::string& out) {
+  const auto size = out.size();
+  out.resize(size + text.size());
+  std::transform(text.begin(), text.end(), out.begin() + static_cast<std::ptrdiff_t>(size),
+                 [](XMLCh unit) { return static_cast<char>(unit); });
+}
+
+// Takes the character at the front, which is not ASCII. The parser admits no lone surrogate.
+char32_t takeUtf16(Utf16& text) {
+  char32_t character = text.front();
+  text.remove_prefix(1);
+  if (isHighSurrogate(static_cast<XMLCh>(character)) && !text.empty() && isLowSurrogate(text.front())) {
+    character = 0x10000 + ((character - 0xD800) << 10) + (text.front() - char32_t{0xDC00});
+    text.remove_prefix(1);
+  }
+  return character;
+}
+
+void appendUtf8(Utf16 text, std::string& out) {
+  while (true) {
+    const auto ascii = asciiLength(text);
+    appendAscii(text.substr(0, ascii), out);
+    text.remove_prefix(ascii);
+    if (text.empty())
+      return;
+    appendUtf8(takeUtf16(text), out);
+  }
+}
+
+std::string toUtf8(const XMLCh* text) {
+  std::string utf8;
+  if (text)
+    appendUtf8(Utf16(text), utf8);
+  return utf8;
+}
+
+std::basic_string<XMLCh> widen(std::string_view ascii) { return {ascii.begin(), ascii.end()}; }
+
+std::string located(XMLFileLoc line, XMLFileLoc column, std::string_view reason) {
+  const auto from1 = [](XMLFileLoc place) { return std::to_string(std::max<XMLFileLoc>(1, place)); };
+  return from1(line) + ':' + from1(column) + ": " + std::string(reason);
+}
+
+// Leaves the parser in the middle of a document.
+struct Refusal {
+  std::string message;
+};
+
+bool isBlank(std::string_view text) { return text.find_first_not_of(" \t\r\n") == std::string_view::npos; }
+
+// Builds a document from the parser's events. Text between two tags is one run, whatever comments, sections and
+// references it is made of. White space alone counts as text in an element without child elements, and in one
+// that holds other text; elsewhere it is layout and is dropped, which only the end of the element can tell.
+class Builder : public xc::DefaultHandler {
+public:
+  void build(QvDomDocument& document) {
+    m_document = &document;
+    m_levels.clear();
+    m_text.clear();
+    m_blanks.clear();
+    m_blankText.clear();
+  }
+
+  void setDocumentLocator(const xc::Locator* locator) override { m_locator = locator; }
+
+  void startElement(const XMLCh*, const XMLCh*, const XMLCh* name,
+                    const xc::Attributes& attributes) override {
+    if (m_levels.size() == maxDepth)
+      throw Refusal{located(m_locator->getLineNumber(), m_locator->getColumnNumber(),
+                            "elements are nested deeper than " + std::to_string(maxDepth) + " levels")};
+    if (!m_levels.empty())
+      endRun();
+    auto* parent = m_levels.empty() ? nullptr : m_levels.back().element;
+    auto* element = m_document->addElement(parent, scratch(m_name, name));
+    addAttributes(element, attributes);
+    m_levels.push_back({element, m_blanks.size(), false});
+  }
+
+  void endElement(const XMLCh*, const XMLCh*, const XMLCh*) override {
+    auto& level = m_levels.back();
+    if (!level.element->firstChild)
+      level.holdsText = true;
+    endRun();
+    dropBlanks(level);
+    m_levels.pop_back();
+  }
+
+  void characters(const XMLCh* text, XMLSize_t length) override { appendUtf8(Utf16(text, length), m_text); }
+
+  void error(const xc::SAXParseException& error) override { fatalError(error); }
+  void fatalError(const xc::SAXParseException& error) override {
+    throw Refusal{located(error.getLineNumber(), error.getColumnNumber(), toUtf8(error.getMessage()))};
+  }
+
+private:
+  struct Level {
+    QvDomNodeData* element;
+    std::size_t firstBlank; // the element's own blank runs are those from here on
+    bool holdsText;
+  };
+  // White space that is text only if the element turns out to hold other text.
+  struct Blank {
+    QvDomNodeData* previous;
+    std::size_t start; // in m_blankText
+  };
+
+  static std::string_view scratch(std::string& buffer, const XMLCh* text) {
+    buffer.clear();
+    appendUtf8(Utf16(text), buffer);
+    return buffer;
+  }
+
+  void addAttributes(QvDomNodeData* element, const xc::Attributes& attributes) {
+    const auto count = attributes.getLength();
+    m_document->reserveAttributes(element, count);
+    for (XMLSize_t i = 0; i < count; ++i)
+      m_document->addAttribute(element, scratch(m_name, attributes.getQName(i)),
+                               scratch(m_value, attributes.getValue(i)));
+  }
+
+  void endRun() {
+    if (m_text.empty())
+      return;
+    auto& level = m_levels.back();
+    if (level.holdsText || !isBlank(m_text))
+      addText(level);
+    else
+      addBlank(level);
+    m_text.clear();
+  }
+
+  void addText(Level& level) {
+    for (auto i = level.firstBlank; i < m_blanks.size(); ++i)
+      m_document->insertText(level.element, m_blanks[i].previous, blankText(i));
+    dropBlanks(level);
+    level.holdsText = true;
+    m_document->insertText(level.element, level.element->lastChild, m_text);
+  }
+
+  void addBlank(const Level& level) {
+    m_blanks.push_back({level.element->lastChild, m_blankText.size()});
+    m_blankText += m_text;
+  }
+
+  std::string_view blankText(std::size_t index) const {
+    const auto start = m_blanks[index].start;
+    const auto end = index + 1 < m_blanks.size() ? m_blanks[index + 1].start : m_blankText.size();
+    return std::string_view(m_blankText).substr(start, end - start);
+  }
+
+  void dropBlanks(const Level& level) {
+    if (m_blanks.size() == level.firstBlank)
+      return;
+    m_blankText.resize(m_blanks[level.firstBlank].start);
+    m_blanks.resize(level.firstBlank);
+  }
+
+  QvDomDocument* m_document = nullptr;
+  const xc::Locator* m_locator = nullptr;
+  std::vector<Level> m_levels;
+  std::string m_text; // of the run that is being read
+  std::vector<Blank> m_blanks;
+  std::string m_blankText;
+  std::string m_name;
+  std::string m_value;
+};
+
+// Once per process, and for good: readers that threads keep outlive every place to undo it.
+void initializeParser() {
+  static std::once_flag once;
+  std::call_once(once, [] { xc::XMLPlatformUtils::Initialize(); });
+}
+
+// The well-formedness scanner is a safety rule: the others open external entities whatever the features say.
+std::unique_ptr<xc::SAX2XMLReader> makeParser() {
+  initializeParser();
+  std::unique_ptr<xc::SAX2XMLReader> parser(xc::XMLReaderFactory::createXMLReader());
+  parser->setProperty(xc::XMLUni::fgXercesScannerName, const_cast<XMLCh*>(xc::XMLUni::fgWFXMLScanner));
+  parser->setFeature(xc::XMLUni::fgSAX2CoreNameSpaces, false);
+  parser->setFeature(xc::XMLUni::fgSAX2CoreValidation, false);
+  parser->setFeature(xc::XMLUni::fgXercesSchema, false);
+  parser->setFeature(xc::XMLUni::fgXercesLoadExternalDTD, false);
+  parser->setFeature(xc::XMLUni::fgXercesDisableDefaultEntityResolution, true);
+  return parser;
+}
+
+class Reader {
+public:
+  Reader() : m_parser(makeParser()) {
+    m_parser->setContentHandler(&m_builder);
+    m_parser->setErrorHandler(&m_builder);
+  }
+
+  // Empty, or why the document is refused. After an exception the reader is unfit for use.
+  std::string read(std::string_view text, const QvDomProlog& prolog, QvDomDocument& document) {
+    ++m_documents;
+    m_bytes += text.size();
+    text.remove_prefix(prolog.byteOrderMark);
+    m_source.resetMemBufInputSource(reinterpret_cast<const XMLByte*>(text.data()), text.size());
+    m_source.setEncoding(widen(prolog.encoding).c_str());
+    m_builder.build(document);
+    try {
+      m_parser->parse(m_source);
+      return {};
+    } catch (const Refusal& refusal) {
+      return refusal.message;
+    }
+  }
+
+  // The parser keeps the room it needed for the largest documents, and pools that only grow.
+  bool isWornOut() const { return m_documents >= 10000 || m_bytes >= std::size_t{64} << 20; }
+
+private:
+  Builder m_builder;
+  std::unique_ptr<xc::SAX2XMLReader> m_parser;
+  xc::MemBufInputSource m_source{nullptr, 0, xc::XMLUni::fgZeroLenString};
+  std::size_t m_documents = 0;
+  std::size_t m_bytes = 0;
+};
+
+// The reader is out of its place while it reads: one that an exception leaves in whatever state is thrown away.
+std::string readWithKeptReader(std::string_view text, const QvDomProlog& prolog, QvDomDocument& document) {
+  thread_local std::unique_ptr<Reader> kept;
+  auto reader = kept ? std::move(kept) : std::make_unique<Reader>();
+  auto failure = reader->read(text, prolog, document);
+  if (!reader->isWornOut())
+    kept = std::move(reader);
+  return failure;
+}
+
+// As the parser sees them, so that what is written can be read.
+bool isNameChar(char32_t character, bool first) {
+  if (character >= 0x10000)
+    return character <= 0xEFFFF;
+  const auto unit = static_cast<XMLCh>(character);
+  return first ? xc::XMLChar1_0::isFirstNameChar(unit) : xc::XMLChar1_0::isNameChar(unit);
+}
+
+} // namespace
+
+bool qvDomIsName(std::string_view text) {
+  if (text.empty())
+    return false;
+  for (bool first = true; !text.empty(); first = false)
+    if (!isNameChar(qvDomTakeUtf8(text), first))
+      return false;
+  return true;
+}
+
+std::string qvDomRead(std::string_view text, QvDomDocument& document) {
+  auto prolog = qvDomScanProlog(text);
+  if (!prolog.failure.empty())
+    return std::move(prolog.failure);
+  try {
+    return readWithKeptReader(text, prolog, document);
+  } catch (const xc::OutOfMemoryException&) {
+    throw std::bad_alloc();
+  } catch (const xc::XMLException& error) {
+    return located(1, 1, toUtf8(error.getMessage()));
+  } catch (const xc::SAXException& error) {
+    return located(1, 1, toUtf8(error.getMessage()));
+  }
+}

@@ -1,0 +1,210 @@
+#include "qvxdom/private/qvdomtree.h"
+
+#include <array>
+
+namespace {
+
+constexpr char32_t replacement = 0xFFFD;
+constexpr std::string_view replacementUtf8 = "\xEF\xBF\xBD";
+
+struct Utf8Form {
+  std::size_t length;
+  char32_t smallest; // a smaller character in this form is overlong
+};
+
+// How the sequence that begins with this byte is built; a length of 0 when none begins so.
+Utf8Form utf8Form(unsigned char lead) noexcept {
+  if (lead < 0x80)
+    return {1, 0};
+  if (lead >= 0xC0 && lead < 0xE0)
+    return {2, 0x80};
+  if (lead >= 0xE0 && lead < 0xF0)
+    return {3, 0x800};
+  if (lead >= 0xF0 && lead < 0xF8)
+    return {4, 0x10000};
+  return {0, 0};
+}
+
+bool isUnicodeScalar(char32_t character) noexcept {
+  return character <= 0x10FFFF && (character < 0xD800 || character > 0xDFFF);
+}
+
+// The Char production of XML 1.0.
+bool isXmlChar(char32_t character) noexcept {
+  if (character < 0x20)
+    return character == '\t' || character == '\n' || character == '\r';
+  return isUnicodeScalar(character) && character != 0xFFFE && character != 0xFFFF;
+}
+
+enum class Place : unsigned char { Text = 1, Attribute = 2 };
+
+// What stands for an ASCII character that cannot stand for itself; empty for all others.
+std::string_view reference(char character, Place place) noexcept {
+  switch (character) {
+  case '&':
+    return "&amp;";
+  case '<':
+    return "&lt;";
+  case '\r':
+    return "&#13;";
+  case '>':
+    return place == Place::Text ? "&gt;" : "";
+  case '"':
+    return place == Place::Attribute ? "&quot;" : "";
+  case '\n':
+    return place == Place::Attribute ? "&#10;" : "";
+  case '\t':
+    return place == Place::Attribute ? "&#9;" : "";
+  default:
+    return "";
+  }
+}
+
+using Plain = std::array<bool, 256>;
+
+// The bytes that are written as they are, without a further look.
+Plain plainBytes(Place place) {
+  Plain plain{};
+  for (unsigned char byte = 0; byte < 0x80; ++byte)
+    plain[byte] = isXmlChar(byte) && reference(static_cast<char>(byte), place).empty();
+  return plain;
+}
+
+std::size_t plainLength(std::string_view text, Place place) {
+  static const Plain plainText = plainBytes(Place::Text);
+  static const Plain plainAttribute = plainBytes(Place::Attribute);
+  const auto& plain = place == Place::Text ? plainText : plainAttribute;
+  std::size_t length = 0;
+  while (length < text.size() && plain[static_cast<unsigned char>(text[length])])
+    ++length;
+  return length;
+}
+
+// Takes the first character of the text, which is not a plain one, and writes what stands for it.
+void writeSpecial(std::string_view& text, Place place, std::string& out) {
+  const auto rest = text;
+  const auto character = qvDomTakeUtf8(text);
+  const auto bytes = rest.substr(0, rest.size() - text.size());
+  const auto standIn = character < 0x80 ? reference(static_cast<char>(character), place) : "";
+  if (!standIn.empty())
+    out += standIn;
+  else
+    out += isXmlChar(character) && !(character == replacement && bytes.size() == 1) ? bytes : replacementUtf8;
+}
+
+void writeEscaped(std::string_view text, Place place, std::string& out) {
+  while (true) {
+    const auto plain = plainLength(text, place);
+    out += text.substr(0, plain);
+    text.remove_prefix(plain);
+    if (text.empty())
+      return;
+    writeSpecial(text, place, out);
+  }
+}
+
+// Walks down and up the tree without recursion: depth is the caller's matter.
+class Writer {
+public:
+  Writer(const QvDomNodeData& top, bool layout, std::string& out)
+      : m_top(top), m_layout(layout), m_out(out) {}
+
+  void write() {
+    const auto* node = &m_top;
+    while (node)
+      node = enter(*node) ? node->firstChild : leave(node);
+  }
+
+private:
+  bool laidOut() const { return m_layout && !m_oneLine; }
+  void indent() {
+    if (laidOut())
+      m_out.append(2 * m_level, ' ');
+  }
+  void endLine() {
+    if (laidOut())
+      m_out += '\n';
+  }
+
+  // True when there are children to go on with.
+  bool enter(const QvDomNodeData& node) {
+    if (node.isText()) {
+      writeEscaped(node.text, Place::Text, m_out);
+      return false;
+    }
+    indent();
+    writeTag(node);
+    if (!node.firstChild)
+      endLine();
+    else
+      goDown(node);
+    return node.firstChild;
+  }
+
+  void writeTag(const QvDomNodeData& element) {
+    m_out += '<';
+    m_out += element.name->view();
+    for (std::uint32_t i = 0; i < element.attributeCount; ++i) {
+      m_out += ' ';
+      m_out += element.attributes[i].name->view();
+      m_out += "=\"";
+      writeEscaped(element.attributes[i].value, Place::Attribute, m_out);
+      m_out += '"';
+    }
+    m_out += element.firstChild ? ">" : "/>";
+  }
+
+  void goDown(const QvDomNodeData& element) {
+    if (laidOut() && element.holdsText())
+      m_oneLine = &element;
+    endLine();
+    ++m_level;
+  }
+
+  // The node after this one, once the elements that end here are closed.
+  const QvDomNodeData* leave(const QvDomNodeData* node) {
+    while (node != &m_top && !node->next) {
+      node = node->parent;
+      close(*node);
+    }
+    return node == &m_top ? nullptr : node->next;
+  }
+
+  void close(const QvDomNodeData& element) {
+    --m_level;
+    indent();
+    m_out += "</";
+    m_out += element.name->view();
+    m_out += '>';
+    if (m_oneLine == &element)
+      m_oneLine = nullptr;
+    endLine();
+  }
+
+  const QvDomNodeData& m_top;
+  const bool m_layout;
+  std::string& m_out;
+  std::size_t m_level = 0;
+  // The outermost open element that holds text: white space within it would change the text.
+  const QvDomNodeData* m_oneLine = nullptr;
+};
+
+} // namespace
+
+char32_t qvDomTakeUtf8(std::string_view& bytes) noexcept {
+  const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  const auto form = utf8Form(byteAt(0));
+  char32_t character = form.length > 1 ? byteAt(0) & (0x7Fu >> form.length) : byteAt(0);
+  bool sound = form.length != 0 && form.length <= bytes.size();
+  for (std::size_t i = 1; sound && i < form.length; ++i) {
+    sound = (byteAt(i) & 0xC0) == 0x80;
+    character = character << 6 | (byteAt(i) & 0x3F);
+  }
+  sound = sound && character >= form.smallest && isUnicodeScalar(character);
+  bytes.remove_prefix(sound ? form.length : 1);
+  return sound ? character : replacement;
+}
+
+void qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out) {
+  Writer(node, layout, out).write();
+}
