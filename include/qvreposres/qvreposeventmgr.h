@@ -18,7 +18,7 @@ enum RepositoryObjectChangeType : int {
 };
 
 // Implemented by applications, which own their listeners.
-class QVREPOSRES_API RepositoryObjectChange {
+class RepositoryObjectChange {
 public:
   virtual ~RepositoryObjectChange() = default;
   virtual void objectChanged(const QvbString& repository, RepositoryObjectChangeType type,

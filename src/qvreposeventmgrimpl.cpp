@@ -1,0 +1,150 @@
+#include "qvreposeventmgrimpl.h"
+
+#include "guards.h"
+#include "qvxbase/qvbpath.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr const char* logSource = "src/qvreposeventmgrimpl";
+
+struct ChangeWord {
+  RepositoryObjectChangeType type;
+  const char* word;
+};
+// Every change whose word is not "modified".
+constexpr ChangeWord changeWords[] = {{RepositoryObjectCreated, "created"},
+                                      {RepositoryObjectDeleted, "deleted"},
+                                      {RepositoryObjectLocked, "locked"},
+                                      {RepositoryObjectUnlocked, "unlocked"},
+                                      {RepositoryObjectRenamed, "renamed"}};
+
+const char* changeWord(RepositoryObjectChangeType type) {
+  const auto* found = std::ranges::find(changeWords, type, &ChangeWord::type);
+  return found == std::end(changeWords) ? "modified" : found->word;
+}
+
+} // namespace
+
+bool getRepositoryEventChangeTypeString(RepositoryObjectChangeType type, QvbString* out) {
+  if (!out)
+    return false;
+  out->assign(changeWord(type));
+  return true;
+}
+
+RepositoryObjectChangeType getRepositoryEventChangeTypeFromString(const QvbString& text) {
+  const auto* found = std::ranges::find(changeWords, text.view(), &ChangeWord::word);
+  return found == std::end(changeWords) ? RepositoryObjectModified : found->type;
+}
+
+// Holds the listeners to their positions while it lives; the outermost one closes the gaps at its end.
+class QvReposEventMgrImpl::Walk {
+public:
+  explicit Walk(QvReposEventMgrImpl& manager) : m_manager(manager) { ++m_manager.m_walks; }
+  ~Walk() {
+    if (--m_manager.m_walks == 0)
+      std::erase(m_manager.m_listeners, nullptr);
+  }
+  Walk(const Walk&) = delete;
+  Walk& operator=(const Walk&) = delete;
+
+private:
+  QvReposEventMgrImpl& m_manager;
+};
+
+QvReposEventMgrImpl::QvReposEventMgrImpl()
+    : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.ReposEventMgr")), m_lock(qvLockCreate(0, 1)),
+      m_clientGUID(qvbGetUUID()) {
+  if (!m_lock)
+    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
+                       "Failed to create repos event manager lock");
+  const QvbString startup = qvbStringFormat("Startup of QvRepos Event Manager, ClientId=%s", m_clientGUID);
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, startup.asCstr());
+}
+
+QvReposEventMgrImpl::~QvReposEventMgrImpl() {
+  if (!m_listeners.empty())
+    m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__,
+                       "Listener list was not empty on shutdown.");
+  qvLockDestroy(m_lock);
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
+                     "Shutdown of QvRepos Event Manager, ClientId=%s", m_clientGUID);
+}
+
+void QvReposEventMgrImpl::release() { delete this; }
+
+QvbString QvReposEventMgrImpl::getErrorMessage() { return m_errorMessage; }
+
+// Calls those that are registered now; the ones that a listener adds hear of the next event first.
+template<class Notification>
+void QvReposEventMgrImpl::notifyListeners(Notification notify) {
+  const Walk walk(*this);
+  const std::size_t count = m_listeners.size();
+  for (std::size_t i = 0; i < count; ++i)
+    if (RepositoryObjectChange* listener = m_listeners[i])
+      notify(*listener);
+}
+
+void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
+                                            const QvbString& object, int id, const QvbString& uuid) {
+  const LockGuard guard(m_lock, LockGuard::WriterMode);
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
+                     repository, id, uuid);
+  notifyListeners(
+      [&](RepositoryObjectChange& listener) { listener.objectChanged(repository, type, object, id, uuid); });
+}
+
+void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const QvbString& object, int id,
+                                            const QvbString& uuid, const QvbString& oldName,
+                                            const QvbString& newName) {
+  const LockGuard guard(m_lock, LockGuard::WriterMode);
+  // This record shows where the id is, not what it is; listeners get the id itself.
+  m_logger->logEvent(
+      QvLoggingLevel::Trace, logSource, __LINE__,
+      "Firing renamed event for %s in repos %s object id=%d and uuid=%s was renamed from %s to %s.", object,
+      repository, &id, uuid, oldName, newName);
+  notifyListeners([&](RepositoryObjectChange& listener) {
+    listener.objectRenamed(repository, object, id, uuid, oldName, newName);
+  });
+}
+
+bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
+  if (!listener)
+    return false;
+  const LockGuard guard(m_lock, LockGuard::WriterMode);
+  m_listeners.push_back(listener);
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Adding listener");
+  return true;
+}
+
+bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
+  if (!listener)
+    return false;
+  const LockGuard guard(m_lock, LockGuard::WriterMode);
+  const Walk walk(*this);
+  std::ranges::replace(m_listeners, listener, nullptr);
+  return false;
+}
+
+void QvReposEventMgrImpl::fireContentChanged(const QvbString& repository, const QvbString& object,
+                                             RepositoryObjectChangeType type, const QvbString& detail) {
+  const LockGuard guard(m_lock, LockGuard::WriterMode);
+  QvbString change = changeWord(type);
+  if (type == RepositoryObjectRenamed)
+    change = qvbStringFormat("%s to %s", change, detail);
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "Firing content changed event for %s in repos %s object was %s", object, repository,
+                     change);
+  notifyListeners(
+      [&](RepositoryObjectChange& listener) { listener.contentChanged(repository, object, type, detail); });
+}
+
+bool QvReposEventMgrImpl::getClientGUID(QvbString* out) {
+  if (!out || m_clientGUID.isEmpty())
+    return false;
+  out->assign(m_clientGUID);
+  return true;
+}

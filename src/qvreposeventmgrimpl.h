@@ -1,0 +1,43 @@
+// The event manager that getRepositoryEventManager() hands out.
+#pragma once
+
+#include "qvreposres/qvreposeventmgr.h"
+#include "qvxbb/qvlock.h"
+#include "qvxlog/qvxlog.h"
+
+#include <vector>
+
+class QVREPOSRES_API QvReposEventMgrImpl final : public QvReposEventManager {
+public:
+  // Goes on without a lock when none can be made.
+  QvReposEventMgrImpl();
+  ~QvReposEventMgrImpl() override;
+  QvReposEventMgrImpl(const QvReposEventMgrImpl&) = delete;
+  QvReposEventMgrImpl& operator=(const QvReposEventMgrImpl&) = delete;
+
+  void release() override;
+  QvbString getErrorMessage() override;
+  void fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
+                         const QvbString& object, int id, const QvbString& uuid) override;
+  void fireObjectRenamed(const QvbString& repository, const QvbString& object, int id, const QvbString& uuid,
+                         const QvbString& oldName, const QvbString& newName) override;
+  bool addRepositoryObjectChangeListener(RepositoryObjectChange* listener) override;
+  bool removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) override;
+  void fireContentChanged(const QvbString& repository, const QvbString& object,
+                          RepositoryObjectChangeType type, const QvbString& detail) override;
+  bool getClientGUID(QvbString* out) override;
+
+private:
+  class Walk;
+  template<class Notification>
+  void notifyListeners(Notification notify);
+
+  // In registration order. While listeners are being notified, a removed one leaves a null in its place, so that
+  // the positions of the others stay what they are.
+  std::vector<RepositoryObjectChange*> m_listeners;
+  QvLogger* m_logger;
+  QvLock* m_lock;
+  QvbString m_errorMessage;
+  QvbString m_clientGUID;
+  int m_walks = 0; // notifications under way, one inside the other
+};
