@@ -1,0 +1,178 @@
+// Resource identities and the connection strings that feed them.
+#include "qvresourcemgrimpl.h"
+
+#include "qvreposres/qvreposobjecttypes.h"
+#include "qvxbase/qvbpath.h"
+
+#include <initializer_list>
+
+namespace {
+
+struct IdentityKind {
+  const char* documentClass;
+  const char* element;
+};
+
+constexpr IdentityKind fileKind{"fileresource", "file"};
+constexpr IdentityKind unifiedKind{"unifiedresource", "unified"};
+constexpr IdentityKind tableKind{"tableresource", "tabledatasource"};
+constexpr IdentityKind dataSourceKind{"datasourceresource", "datasource"};
+
+enum class Presence { Always, UnlessEmpty };
+
+struct IdentityPart {
+  const char* attribute;
+  const QvbString& value;
+  Presence presence = Presence::Always;
+};
+
+struct IdentityOutput {
+  const char* attribute;
+  QvbString* value;
+};
+
+bool writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart> parts, QvbString* identity) {
+  QvDom document;
+  if (!document.startNewDocument("morvaxeldocument"))
+    return false;
+  auto root = document.getRoot();
+  root.setAttributeValue("class", kind.documentClass);
+  root.setAttributeValue("version", "1");
+  auto element = root.addChild("resource").addChild(kind.element);
+  for (const auto& part : parts)
+    if (part.presence == Presence::Always || !part.value.isEmpty())
+      element.setAttributeValue(part.attribute, part.value);
+  *identity = document.createXML(false, root);
+  return true;
+}
+
+// The kind's element on the way along first children; neither the root's name nor its attributes count.
+QvDomNode findKindElement(QvDomNode node, const IdentityKind& kind) {
+  while (!node.null() && node.getName().compare(kind.element, true) != 0)
+    node = node.getFirstChild(false);
+  return node;
+}
+
+bool readIdentity(const QvbString& identity, const IdentityKind& kind,
+                  std::initializer_list<IdentityOutput> outputs) {
+  QvDom document;
+  if (identity.isEmpty() || !document.loadXML(identity))
+    return false;
+  const auto element = findKindElement(document.getRoot(), kind);
+  if (element.null())
+    return false;
+  for (const auto& output : outputs)
+    if (const auto value = element.getAttributeValue(output.attribute); !value.isEmpty())
+      *output.value = value;
+  return true;
+}
+
+// The text between the key, found anywhere in the connection string, and the next ";".
+bool readDsnValue(const QvbString& dsn, std::string_view key, QvbString* value) {
+  const auto found = dsn.find(key);
+  if (found < 0)
+    return false;
+  const auto start = found + static_cast<QvbString::Index>(key.size());
+  const auto semicolon = dsn.find(";", start);
+  const auto end = semicolon < 0 ? dsn.length() : semicolon;
+  if (end <= start)
+    return false;
+  *value = dsn.mid(start, end - start);
+  return true;
+}
+
+// What the identity of a data source calls it: the name in the connection string, or the whole string without one.
+QvbString identityDsn(QvResourceManager& manager, const QvbString& dsn) {
+  QvbString shortDsn;
+  return manager.generateShortDSN(dsn, &shortDsn) ? shortDsn : dsn;
+}
+
+} // namespace
+
+bool QvResourceManagerImpl::generateFileResourceId(const QvbString& filename, QvbString& name,
+                                                   QvbString* identity) {
+  if (filename.isEmpty())
+    return false;
+  if (name.isEmpty())
+    qvbParsePath(filename, nullptr, &name);
+  if (name.isEmpty())
+    name = filename;
+  return writeIdentity(fileKind, {{"filename", filename}, {"name", name}}, identity);
+}
+
+bool QvResourceManagerImpl::generateUnifiedObjectResourceId(const QvbString&, const QvbString& type,
+                                                            const QvbString& id, const QvbString& uuid,
+                                                            QvbString* identity) {
+  if (id.isEmpty() && uuid.isEmpty())
+    return false;
+  return writeIdentity(unifiedKind, {{"type", type}, {"id", id}, {"uuid", uuid}}, identity);
+}
+
+bool QvResourceManagerImpl::generateTableDataSourceResourceId(const QvbString& dsn, const QvbString& dsntype,
+                                                              const QvbString& catalog,
+                                                              const QvbString& schema, const QvbString& table,
+                                                              QvbString* identity) {
+  if (table.isEmpty())
+    return false;
+  return writeIdentity(tableKind,
+                       {{"dsn", identityDsn(*this, dsn)},
+                        {"dsntype", dsntype},
+                        {"catalog", catalog, Presence::UnlessEmpty},
+                        {"schema", schema, Presence::UnlessEmpty},
+                        {"table", table}},
+                       identity);
+}
+
+bool QvResourceManagerImpl::generateDataSourceResourceId(const QvbString& dsn, const QvbString& dsntype,
+                                                         QvbString* identity) {
+  if (dsn.isEmpty())
+    return false;
+  return writeIdentity(dataSourceKind, {{"dsn", identityDsn(*this, dsn)}, {"dsntype", dsntype}}, identity);
+}
+
+bool QvResourceManagerImpl::getFilenameFromResourceId(const QvbString& identity, QvbString* filename,
+                                                      QvbString* name) {
+  return readIdentity(identity, fileKind, {{"filename", filename}, {"name", name}});
+}
+
+bool QvResourceManagerImpl::getUnifiedObjectFromResourceId(const QvbString& identity, QvbString*,
+                                                           QvbString* type, QvbString* id, QvbString* uuid) {
+  return readIdentity(identity, unifiedKind, {{"type", type}, {"id", id}, {"uuid", uuid}});
+}
+
+bool QvResourceManagerImpl::getTableObjectFromResourceId(const QvbString& identity, QvbString* dsn,
+                                                         QvbString* dsntype, QvbString* catalog,
+                                                         QvbString* schema, QvbString* table) {
+  return readIdentity(
+      identity, tableKind,
+      {{"dsn", dsn}, {"dsntype", dsntype}, {"catalog", catalog}, {"schema", schema}, {"table", table}});
+}
+
+bool QvResourceManagerImpl::getDataSourceObjectFromResourceId(const QvbString& identity, QvbString* dsn,
+                                                              QvbString* dsntype) {
+  return readIdentity(identity, dataSourceKind, {{"dsn", dsn}, {"dsntype", dsntype}});
+}
+
+bool QvResourceManagerImpl::generateShortDSN(const QvbString& dsn, QvbString* shortDsn) {
+  return getNameFromDSN(dsn, shortDsn);
+}
+
+bool QvResourceManagerImpl::getNameFromDSN(const QvbString& dsn, QvbString* name) {
+  return readDsnValue(dsn, "DSN=", name);
+}
+
+bool QvResourceManagerImpl::getDSNTypeFromDSN(const QvbString& dsn, QvbString* type) {
+  return readDsnValue(dsn, "QVXTYPE=", type);
+}
+
+bool QvResourceManagerImpl::getResourceTypeFromFilename(QvbString& filename, QvbString* name,
+                                                        QvbString* type) {
+  QvbString extension;
+  QvbString folder;
+  if (!getComponentsFromFilesystemPath(filename, &extension, &folder, name) ||
+      !getTypeForFileExtension(extension, type))
+    return false;
+  if (type->compare("File", true) == 0 && !extension.isEmpty())
+    name->append(".").append(extension);
+  return true;
+}
