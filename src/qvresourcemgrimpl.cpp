@@ -1,0 +1,331 @@
+// Resources of every kind, generated and added to lists.
+#include "qvresourcemgrimpl.h"
+
+#include "qvresource.h"
+#include "qvxbase/qvbformat.h"
+
+#include <new>
+#include <utility>
+
+const QvbString QvResourceManagerImpl::IMPACT_RES_DATASRC_String = "Database";
+const QvbString QvResourceManagerImpl::IMPACT_RES_FILE_String = "File";
+const QvbString QvResourceManagerImpl::IMPACT_RES_PROFILE_String = "ProfileJob";
+const QvbString QvResourceManagerImpl::IMPACT_RES_RULE_String = "Rule";
+const QvbString QvResourceManagerImpl::IMPACT_RES_SOURCE_String = "Source";
+const QvbString QvResourceManagerImpl::IMPACT_RES_TABLE_String = "Table";
+const QvbString QvResourceManagerImpl::IMPACT_RES_TASK_String = "Task";
+const QvbString QvResourceManagerImpl::UNRESOLVED_PROFILE_String = "[Unresolved Profile]";
+const QvbString QvResourceManagerImpl::UNRESOLVED_RULE_String = "[Unresolved Rule]";
+const QvbString QvResourceManagerImpl::UNRESOLVED_SOURCE_String = "[Unresolved Source]";
+const QvbString QvResourceManagerImpl::UNRESOLVED_TASK_String = "[Unresolved Task]";
+const QvbString QvResourceManagerImpl::DB_DAC_TYPE_String = "DbDACType";
+const QvbString QvResourceManagerImpl::Name_String = "Name";
+const QvbString QvResourceManagerImpl::PATHURI_String = "PathURI";
+const QvbString QvResourceManagerImpl::ODBC_String = "ODBC";
+const QvbString QvResourceManagerImpl::TARGETNAME_String = "TargetName";
+
+namespace {
+
+bool startsWith(const QvbString& text, std::string_view prefix) { return text.view().starts_with(prefix); }
+
+// The resource that the resolver's reference for this object leads to; null when one of the steps gives nothing.
+Released<QvResource> findByReference(QvResourceFactory& factory, const QvbString& type, const QvbString& id,
+                                     const QvbString& uuid) {
+  auto* resolver = factory.getResourceResolver();
+  QvbString name;
+  QvbString reference;
+  if (!resolver || !resolver->resolveResource(type, id, uuid, &name, &reference) || reference.isEmpty())
+    return nullptr;
+  return Released<QvResource>(resolver->getResourceFromURI(reference));
+}
+
+// Whether the factory's resolver serves the repository and knows the object.
+bool resolveInRepository(QvResourceFactory& factory, const QvbString& repository, const QvbString& type,
+                         const QvbString& id, const QvbString& uuid, QvbString* name, QvbString* identity) {
+  auto* resolver = factory.getResourceResolver();
+  QvbString served;
+  return resolver && resolver->getUnifiedRepositoryName(&served) && !served.isNull() &&
+         served.compare(repository, true) == 0 && resolver->resolveResource(type, id, uuid, name, identity);
+}
+
+QvResource* generateRuleByName(QvResourceFactory& factory, const QvbString& id, const QvbString& uuid,
+                               const QvbString& ruleName) {
+  const auto& type = QvResourceManagerImpl::IMPACT_RES_RULE_String;
+  auto* resolver = factory.getResourceResolver();
+  QvbString identity;
+  if (!resolver || !resolver->resolveResource(type, id, ruleName, uuid, &identity))
+    return nullptr;
+  return factory.getResource(ruleName, type, identity);
+}
+
+// The file by the reference that the resolver has for it; null when the resolver has none.
+QvResource* resolveFile(QvResourceFactory& factory, const QvbString& type, const QvbString& filename) {
+  auto* resolver = factory.getResourceResolver();
+  QvbString name;
+  QvbString reference;
+  if (!resolver || !resolver->resolveResource(type, filename, QvbString(), &name, &reference) ||
+      reference.isEmpty())
+    return nullptr;
+  return factory.getResource(name, type, reference);
+}
+
+// The parts of "folder/name (Type)". The name keeps the blank before the bracket.
+void splitObjectPath(const QvbString& path, QvbString* name, QvbString* type) {
+  constexpr QvbString::Index shortestObject = 4;
+  const auto close = path.rfind(")");
+  const auto open = path.rfind("(");
+  if (close < shortestObject || open < 0 || open > close)
+    return;
+  *type = path.mid(open + 1, close - open - 1);
+  const auto beforeType = path.mid(0, open);
+  *name = beforeType.mid(beforeType.rfind("/") + 1);
+}
+
+QvbString objectURI(const QvbString& path) {
+  if (startsWith(path, "VELK://") || startsWith(path, "velk://"))
+    return path;
+  return qvbStringFormat(startsWith(path, "/") ? "VELK://%S" : "VELK:///%S", &path);
+}
+
+QvbString serverReferenceURI(const QvbString& server, const QvbString& reference, const QvbString& objectType,
+                             const QvbString& service) {
+  const Released<QvURI> uri(getDMSRefURIFromComponents(server, reference, objectType));
+  if (!uri)
+    return {};
+  if (!service.isEmpty())
+    uri->setParameter("ServiceType", service);
+  return uri->asString();
+}
+
+// The list that takes a new resource's properties. A record of this library that has none yet gets one of its own;
+// null for another factory's record without a list.
+QvResourcePropertyList* propertiesOf(QvResource& resource) {
+  auto* record = dynamic_cast<QvResourceImpl*>(&resource);
+  if (record && !record->getProperties())
+    record->adoptProperties(Released<QvResourcePropertyList>(new (std::nothrow) QvResourcePropertyListImpl));
+  return resource.getProperties();
+}
+
+void addProperty(QvResourcePropertyList* properties, const QvbString& key, const QvbString& value) {
+  if (properties && properties->addRow())
+    properties->setLastRow(key, value);
+}
+
+// Adds what a generate operation gave; true when it gave something, whether or not it was listed already.
+bool addGenerated(QvResourceList* list, QvResource* generated) {
+  const Released<QvResource> resource(generated);
+  if (resource)
+    addUnlessListed(*list, *resource);
+  return resource != nullptr;
+}
+
+} // namespace
+
+Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& resource) {
+  return Released<QvResource>(
+      factory.getResource(resource.getName(), resource.getResourceType(), resource.getResourceIdentity()));
+}
+
+bool addUnlessListed(QvResourceList& list, QvResource& resource) {
+  if (list.contains(&resource) || !list.addRow())
+    return false;
+  list.setLastRowElement(0, &resource);
+  return true;
+}
+
+QvbString QvResourceManagerImpl::identityDsnType(const QvbString& dsn, const QvbString& dsnType) {
+  QvbString named;
+  return getDSNTypeFromDSN(dsn, &named) ? dsnType : QvbString();
+}
+
+// The name shows the whole connection string, where it is one; the identity carries the short form.
+QvResource* QvResourceManagerImpl::generateDataSourceResource(QvResourceFactory* factory, QvbString& dsn,
+                                                              QvbString& dsnType) {
+  QvbString identity;
+  if (!generateDataSourceResourceId(dsn, identityDsnType(dsn, dsnType), &identity))
+    return nullptr;
+  QvbString shortName;
+  const auto name = getNameFromDSN(dsn, &shortName) ? dsn : QvbString();
+  return factory->getResource(name, IMPACT_RES_DATASRC_String, identity);
+}
+
+QvResource* QvResourceManagerImpl::generateTableResource(QvResourceFactory* factory, QvbString& dsn,
+                                                         QvbString& dsnType, QvbString& catalog,
+                                                         QvbString& schema, QvbString& table) {
+  QvbString identity;
+  if (!generateTableDataSourceResourceId(dsn, identityDsnType(dsn, dsnType), catalog, schema, table,
+                                         &identity))
+    return nullptr;
+  return factory->getResource(table, IMPACT_RES_TABLE_String, identity);
+}
+
+QvResource* QvResourceManagerImpl::generateUnifiedResource(QvResourceFactory* factory,
+                                                           const QvbString& repository, const QvbString& type,
+                                                           const QvbString& id, const QvbString& uuid) {
+  QvbString name;
+  QvbString resolved;
+  if (resolveInRepository(*factory, repository, type, id, uuid, &name, &resolved))
+    return factory->getResource(name, type, resolved);
+  QvbString identity;
+  if (!generateUnifiedObjectResourceId(repository, type, id, uuid, &identity))
+    return nullptr;
+  return factory->getResource(QvbString(), type, identity);
+}
+
+QvResource* QvResourceManagerImpl::generateProfileResource(QvResourceFactory* factory, QvbString& repository,
+                                                           QvbString& id, QvbString& uuid) {
+  if (id.isEmpty() && uuid.isEmpty())
+    return nullptr;
+  return generateUnifiedResource(factory, repository, IMPACT_RES_PROFILE_String, id, uuid);
+}
+
+QvResource* QvResourceManagerImpl::generateRuleResource(QvResourceFactory* factory, QvbString& repository,
+                                                        QvbString& id, QvbString& uuid, QvbString& ruleName) {
+  if (id.isEmpty() && uuid.isEmpty())
+    return generateRuleByName(*factory, id, uuid, ruleName);
+  return generateUnifiedResource(factory, repository, IMPACT_RES_RULE_String, id, uuid);
+}
+
+QvResource* QvResourceManagerImpl::generateSourceResource(QvResourceFactory* factory, QvbString& repository,
+                                                          QvbString& sourceId) {
+  if (sourceId.isEmpty())
+    return nullptr;
+  if (const auto found = findByReference(*factory, IMPACT_RES_SOURCE_String, sourceId, QvbString()))
+    return copyThroughFactory(*factory, *found).release();
+  QvbString identity;
+  if (!generateUnifiedObjectResourceId(repository, QvbString(), sourceId, QvbString(), &identity))
+    return nullptr;
+  return factory->getResource(UNRESOLVED_SOURCE_String, IMPACT_RES_SOURCE_String, identity);
+}
+
+QvResource* QvResourceManagerImpl::generateMonitorResource(QvResourceFactory* factory, QvbString& repository,
+                                                           QvbString& taskName, QvbString& id,
+                                                           QvbString& uuid) {
+  if (id.isEmpty())
+    return nullptr;
+  if (const auto found = findByReference(*factory, IMPACT_RES_TASK_String, id, uuid))
+    return copyThroughFactory(*factory, *found).release();
+  QvbString identity;
+  if (!generateUnifiedObjectResourceId(repository, IMPACT_RES_TASK_String, id, uuid, &identity))
+    return nullptr;
+  const auto& name = taskName.isEmpty() ? UNRESOLVED_TASK_String : taskName;
+  return factory->getResource(name, IMPACT_RES_TASK_String, identity);
+}
+
+QvResource* QvResourceManagerImpl::generateFileResource(QvbString& defaultType, QvResourceFactory* factory,
+                                                        QvbString& filename) {
+  if (filename.isEmpty())
+    return nullptr;
+  QvbString name;
+  QvbString type;
+  getResourceTypeFromFilename(filename, &name, &type);
+  if (type.isEmpty())
+    type = defaultType;
+  // The path itself is the identity of a file; the other forms are for factories that do not take it.
+  if (auto* resource = factory->getResource(name, type, filename))
+    return resource;
+  if (auto* resource = resolveFile(*factory, type, filename))
+    return resource;
+  QvbString encodedName;
+  QvbString identity;
+  if (!generateFileResourceId(filename, encodedName, &identity))
+    return nullptr;
+  return factory->getResource(encodedName, type, identity);
+}
+
+QvResource* QvResourceManagerImpl::generateOMRObjectByPathResource(QvResourceFactory* factory,
+                                                                   QvbString& path, QvbString&, QvbString&,
+                                                                   QvbString&, QvbString&) {
+  auto objectPath = path;
+  objectPath.trim();
+  if (objectPath.isEmpty())
+    return nullptr;
+  QvbString name;
+  QvbString type;
+  splitObjectPath(objectPath, &name, &type);
+  auto uri = objectURI(objectPath);
+  if (type.compare(IMPACT_RES_FILE_String, true) != 0)
+    return factory->getResource(name, type, uri);
+  auto fileType = IMPACT_RES_FILE_String;
+  return generateFileResource(fileType, factory, uri);
+}
+
+QvResource* QvResourceManagerImpl::generateDMSRefResource(QvResourceFactory* factory, QvbString& server,
+                                                          QvbString& reference, QvbString& service,
+                                                          QvbString& object, QvbString& name) {
+  auto objectPath = reference;
+  if (reference.isEmpty() && !service.isEmpty() && !object.isEmpty())
+    objectPath = qvbStringFormat("%S:%S", &service, &object);
+  QvbString ownName;
+  QvbString type;
+  if (!getResourceTypeFromFilename(objectPath, &ownName, &type))
+    return nullptr;
+  const auto identity = serverReferenceURI(server, objectPath, type, service);
+  if (identity.isEmpty())
+    return nullptr;
+  auto* resource = factory->getResource(name.isEmpty() ? ownName : name, type, identity);
+  if (resource) {
+    auto* properties = propertiesOf(*resource);
+    addProperty(properties, "ServiceType", service);
+    addProperty(properties, "ObjectType", type);
+  }
+  return resource;
+}
+
+bool QvResourceManagerImpl::addDataSourceResource(QvResourceFactory* factory, QvResourceList* list,
+                                                  QvbString& dsn, QvbString& dsnType) {
+  return addGenerated(list, generateDataSourceResource(factory, dsn, dsnType));
+}
+
+bool QvResourceManagerImpl::addTableResource(QvResourceFactory* factory, QvResourceList* list, QvbString& dsn,
+                                             QvbString& dsnType, QvbString& catalog, QvbString& schema,
+                                             QvbString& table) {
+  return addGenerated(list, generateTableResource(factory, dsn, dsnType, catalog, schema, table));
+}
+
+bool QvResourceManagerImpl::addMonitorResource(QvResourceFactory* factory, QvResourceList* list,
+                                               QvbString& repository, QvbString& taskName, QvbString& id,
+                                               QvbString& uuid) {
+  return addGenerated(list, generateMonitorResource(factory, repository, taskName, id, uuid));
+}
+
+bool QvResourceManagerImpl::addRuleResourceByName(QvResourceFactory* factory, QvResourceList* list,
+                                                  QvbString& repository, QvbString& ruleName) {
+  QvbString id;
+  QvbString uuid;
+  return addGenerated(list, generateRuleResource(factory, repository, id, uuid, ruleName));
+}
+
+bool QvResourceManagerImpl::addProfileResourceById(QvResourceFactory* factory, QvResourceList* list,
+                                                   QvbString& id) {
+  QvbString repository;
+  QvbString uuid;
+  return addProfileResource(factory, list, repository, id, uuid);
+}
+
+bool QvResourceManagerImpl::addProfileResource(QvResourceFactory* factory, QvResourceList* list,
+                                               QvbString& repository, QvbString& id, QvbString& uuid) {
+  return addGenerated(list, generateProfileResource(factory, repository, id, uuid));
+}
+
+bool QvResourceManagerImpl::addRuleResource(QvResourceFactory* factory, QvResourceList* list,
+                                            QvbString& repository, QvbString& id, QvbString& uuid,
+                                            QvbString& ruleName) {
+  return addGenerated(list, generateRuleResource(factory, repository, id, uuid, ruleName));
+}
+
+bool QvResourceManagerImpl::addDMSRefResource(QvResourceFactory* factory, QvResourceList* list,
+                                              QvbString& server, QvbString& reference, QvbString& service,
+                                              QvbString& object, QvbString& name) {
+  return addGenerated(list, generateDMSRefResource(factory, server, reference, service, object, name));
+}
+
+bool QvResourceManagerImpl::addOMRObjectByPathResource(QvResourceFactory* factory, QvResourceList* list,
+                                                       QvbString& path, QvbString& reserved1,
+                                                       QvbString& reserved2, QvbString& reserved3,
+                                                       QvbString& reserved4) {
+  return addGenerated(
+      list, generateOMRObjectByPathResource(factory, path, reserved1, reserved2, reserved3, reserved4));
+}
+
+QvResourceManager* createQvResourceManager() { return new QvResourceManagerImpl; }
