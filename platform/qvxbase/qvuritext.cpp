@@ -106,10 +106,13 @@ std::string_view takeUntil(std::string_view& rest, std::string_view stops) {
   return part;
 }
 
-// A path without authority must not begin with "//", nor a relative one with "/", nor may it vanish, as the
-// removal of dot segments would have it: each would be another resource.
+// Without an authority a path must not begin with "//" after dot segments are removed, nor a relative one with
+// "/", nor may it vanish: each would be another resource. The normaliser keeps a leading "./" for the sake of
+// texts without a scheme, where the "b" of "./b:c" would be one.
 std::string normalizeRelativePath(const std::string& path) {
-  const std::string normal = normalizeSyntax("./" + path);
+  std::string normal = normalizeSyntax("./" + path);
+  if (normal.starts_with("./"))
+    normal.erase(0, 2);
   return normal.empty() || normal.front() == '/' ? "./" + normal : normal;
 }
 void guardAbsolutePath(std::string& text, std::size_t schemeLength) {
