@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Installs the build into an empty folder and uses it as an application does: every public header compiles on its own
+# with all warnings in both compilers, and a host program is built and run through find_package and through pkg-config.
+set -euo pipefail
+source=$1 build=$2 version=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+cmake --install "$build" --prefix "$prefix" >/dev/null
+includes=$(echo "$prefix"/include/qvreposres-*)
+warnings=(-std=c++20 -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+compiled=0
+for compiler in g++ clang++; do
+  while read -r header; do
+    echo "#include <$header>" >"$work/header.cpp"
+    "$compiler" "${warnings[@]}" -I"$includes" -fsyntax-only "$work/header.cpp"
+    compiled=$((compiled + 1))
+  done < <(cd "$includes" && find . -name '*.h' -printf '%P\n')
+done
+((compiled > 40)) || { echo "only $compiled headers were compiled" >&2; exit 1; }
+if grep -rlE '#include +[<"](xercesc|curl|fmt|spdlog|uriparser|uuid|ini\.h)' "$includes"; then
+  echo "an installed header includes a third-party one" >&2
+  exit 1
+fi
+if find "$includes" -path '*private*' | grep .; then
+  echo "a private header was installed" >&2
+  exit 1
+fi
+
+program=$source/examples/programs/job_lineage.cpp
+job=$source/examples/repository/batch_jobs/clean_orders.djf
+expect() { grep -q 'label="clean_orders"' || { echo "$1: no lineage was printed" >&2; exit 1; }; }
+
+mkdir "$work/app"
+cat >"$work/app/CMakeLists.txt" <<EOF
+cmake_minimum_required(VERSION 3.25)
+project(App CXX)
+find_package(QvReposRes $version REQUIRED)
+add_executable(app $program)
+target_link_libraries(app PRIVATE QvReposRes::qvreposres)
+EOF
+cmake -G Ninja -S "$work/app" -B "$work/app/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_CXX_FLAGS="${CXXFLAGS:-}" >/dev/null
+ninja -C "$work/app/build" --quiet
+"$work/app/build/app" "$job" | expect find_package
+
+export PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name qvreposres.pc)")
+libdir=$(pkg-config --define-prefix --variable=libdir qvreposres 2>/dev/null || pkg-config --variable=libdir qvreposres)
+for compiler in g++ clang++; do
+  [[ -n ${CXXFLAGS:-} && $compiler == clang++ ]] && continue # one compiler's sanitizer runtime does not serve the other
+  # shellcheck disable=SC2046,SC2086
+  "$compiler" -std=c++20 ${CXXFLAGS:-} "$program" $(pkg-config --cflags --libs qvreposres) -o "$work/app/$compiler"
+  LD_LIBRARY_PATH=$libdir "$work/app/$compiler" "$job" | expect "pkg-config with $compiler"
+done
