@@ -170,12 +170,14 @@ TEST(Qvrepos, LogLevelShowsTheLibrarysRecords) {
 }
 
 TEST(Qvrepos, EverySubcommandHasHelpWithAnExample) {
-  for (const char* command :
-       {"lineage", "resources", "definitions", "identity", "uri", "path", "types", "version"}) {
-    const auto help = runTool({command, "--help"});
-    EXPECT_EQ(help.status, 0) << command;
-    if (std::string(command) != "identity")
-      EXPECT_THAT(help.out, HasSubstr("Example: qvrepos ")) << command;
+  const std::vector<std::vector<std::string>> commands{
+      {"lineage"}, {"resources"}, {"definitions"}, {"identity", "make"}, {"identity", "parse"},
+      {"uri"},     {"path"},      {"types"},       {"version"}};
+  for (auto words : commands) {
+    words.push_back("--help");
+    const auto help = runTool(words);
+    EXPECT_EQ(help.status, 0) << words[0];
+    EXPECT_THAT(help.out, HasSubstr("Example: qvrepos ")) << words[0];
   }
 }
 
