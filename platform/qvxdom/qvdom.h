@@ -78,11 +78,10 @@ public:
 
   // The node and all below it as text, without a declaration. With layout: two blanks per level and a line
   // feed after each element, an element that holds text on one line; without: no white space. Attributes
-  // stand in the order they were set, in double quotes; an empty element closes itself. Null for a missing
-  // node. Line feed, carriage
+  // stand in the order they were set, in double quotes; an empty element closes itself. Line feed, carriage
   // return and tab in attributes (and carriage return in text) become character references, so that any value
-  // reads back as it was. What XML cannot carry (controls, U+FFFE and U+FFFF, each byte of broken UTF-8) becomes
-  // U+FFFD.
+  // reads back as it was. What XML cannot carry (controls, U+FFFE and U+FFFF, each byte of broken UTF-8)
+  // becomes U+FFFD. Null for a missing node.
   QvbString createXML(bool layout, const QvDomNode& node) const;
   // Replaces the file atomically by an XML declaration (UTF-8) and the text of the node. False with
   // getErrorMessage() on failure: the old file is then there byte for byte, and no temporary file is.

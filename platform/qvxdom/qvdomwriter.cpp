@@ -4,8 +4,7 @@
 
 namespace {
 
-constexpr char32_t replacement = 0xFFFD;
-constexpr std::string_view replacementUtf8 = "\xEF\xBF\xBD";
+constexpr std::string_view replacement = "\xEF\xBF\xBD"; // U+FFFD
 
 struct Utf8Form {
   std::size_t length;
@@ -36,9 +35,9 @@ bool isXmlChar(char32_t character) noexcept {
   return isUnicodeScalar(character) && character != 0xFFFE && character != 0xFFFF;
 }
 
-enum class Place : unsigned char { Text = 1, Attribute = 2 };
+enum class Place { Text, Attribute };
 
-// What stands for an ASCII character that cannot stand for itself; empty for all others.
+// What stands for an ASCII character that must not stand for itself; empty for all others.
 std::string_view reference(char character, Place place) noexcept {
   switch (character) {
   case '&':
@@ -82,14 +81,13 @@ std::size_t plainLength(std::string_view text, Place place) {
 
 // Takes the first character of the text, which is not a plain one, and writes what stands for it.
 void writeSpecial(std::string_view& text, Place place, std::string& out) {
-  const auto rest = text;
+  auto bytes = text;
   const auto character = qvDomTakeUtf8(text);
-  const auto bytes = rest.substr(0, rest.size() - text.size());
-  const auto standIn = character < 0x80 ? reference(static_cast<char>(character), place) : "";
-  if (!standIn.empty())
-    out += standIn;
+  bytes.remove_suffix(text.size());
+  if (!isXmlChar(character))
+    out += replacement;
   else
-    out += isXmlChar(character) && !(character == replacement && bytes.size() == 1) ? bytes : replacementUtf8;
+    out += character < 0x80 ? reference(static_cast<char>(character), place) : bytes;
 }
 
 void writeEscaped(std::string_view text, Place place, std::string& out) {
@@ -202,7 +200,7 @@ char32_t qvDomTakeUtf8(std::string_view& bytes) noexcept {
   }
   sound = sound && character >= form.smallest && isUnicodeScalar(character);
   bytes.remove_prefix(sound ? form.length : 1);
-  return sound ? character : replacement;
+  return sound ? character : qvDomBroken;
 }
 
 void qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out) {

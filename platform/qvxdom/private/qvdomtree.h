@@ -103,6 +103,7 @@ std::string qvDomRead(std::string_view text, QvDomDocument& document);
 // Appends the node and all below it.
 void qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out);
 
-// Takes one character off the front of the bytes. A byte that begins no well-formed UTF-8 sequence counts as
-// one character, U+FFFD. The bytes are not empty.
+// No character: a byte that begins no well-formed UTF-8 sequence.
+inline constexpr char32_t qvDomBroken = 0xFFFFFFFF;
+// Takes one character, or one broken byte, off the front of the bytes, which are not empty.
 char32_t qvDomTakeUtf8(std::string_view& bytes) noexcept;

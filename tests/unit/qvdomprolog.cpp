@@ -1,0 +1,220 @@
+// What may stand before the root element, and in which encodings.
+#include "qvxdom/qvdom.h"
+
+#include "support/tempdir.h"
+#include "support/textio.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <string_view>
+
+namespace {
+
+using namespace std::string_literals;
+
+const std::string noDoctype = "a document type declaration is not allowed";
+
+std::string messageOf(const std::string& xml) {
+  QvDom dom;
+  EXPECT_FALSE(dom.loadXML(text(xml))) << xml;
+  EXPECT_TRUE(dom.getRoot().null());
+  return str(dom.getErrorMessage());
+}
+
+std::string valueOf(const std::string& xml) {
+  QvDom dom;
+  EXPECT_TRUE(dom.loadXML(text(xml))) << dom.getErrorMessage();
+  return str(dom.getRoot().getValue(true));
+}
+
+enum class Order { Big, Little };
+
+// ASCII text in code units of 2 or 4 bytes.
+std::string widened(std::string_view ascii, std::size_t width, Order order) {
+  std::string wide;
+  for (const char c : ascii) {
+    std::string unit(width, '\0');
+    (order == Order::Big ? unit.back() : unit.front()) = c;
+    wide += unit;
+  }
+  return wide;
+}
+
+struct PrologCase {
+  const char* xml;
+  const char* place;
+};
+
+TEST(QvDomProlog, EveryFormOfDocumentTypeIsRefusedWhereItStands) {
+  const PrologCase cases[] = {
+      {"<!DOCTYPE r><r/>", "1:1"},
+      {"<!DOCTYPE r SYSTEM 'r.dtd'><r/>", "1:1"},
+      {"<!DOCTYPE r PUBLIC '-//x' 'http://127.0.0.1:9/r.dtd'><r/>", "1:1"},
+      {"<!DOCTYPE r [<!ENTITY e 'text'>]><r>&e;</r>", "1:1"},
+      {"<!DOCTYPE r [<!ENTITY e ']>'>]><r/>", "1:1"},
+      {"<?xml version=\"1.0\"?><!DOCTYPE r><r/>", "1:22"},
+      {"<?xml version='1.0'?>\n  <!DOCTYPE r><r/>", "2:3"},
+      {"<?xml version='1.0'?>\r\n\r\n<!DOCTYPE r><r/>", "3:1"},
+      {"<?xml version='1.0'?>\r\r<!DOCTYPE r><r/>", "3:1"},
+      {" \t<!DOCTYPE r><r/>", "1:3"},
+      {"<!-- c --><!DOCTYPE r><r/>", "1:11"},
+      {"<!-- \xE2\x82\xAC --><!DOCTYPE r><r/>", "1:11"},
+      {"<!-- > -- ><!DOCTYPE r> --><!DOCTYPE r><r/>", "1:28"},
+      {"<?p <!-- ?><!DOCTYPE r><?p --> ?><r/>", "1:12"},
+      {"<?p x?>\n<!-- c -->\n<!DOCTYPE r><r/>", "3:1"},
+      {"\xEF\xBB\xBF<!DOCTYPE r><r/>", "1:1"},
+      {"<!DOCTYPE", "1:1"},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(messageOf(c.xml), c.place + (": " + noDoctype)) << c.xml;
+}
+
+TEST(QvDomProlog, ADocumentTypeElsewhereIsMalformed) {
+  for (const char* xml : {"<r/><!DOCTYPE r>", "<r><!DOCTYPE r></r>", "x<!DOCTYPE r><r/>",
+                          "<!-- <!DOCTYPE r><r/>", "<! DOCTYPE r><r/>", "<!doctype r><r/>"})
+    EXPECT_NE(messageOf(xml), "") << xml;
+}
+
+TEST(QvDomProlog, WhatOnlyLooksLikeADocumentTypeIsRead) {
+  EXPECT_EQ(valueOf("<!-- <!DOCTYPE r> --><r>x</r>"), "x");
+  EXPECT_EQ(valueOf("<?p <!DOCTYPE r>?><r>x</r>"), "x");
+  EXPECT_EQ(valueOf("<r><![CDATA[<!DOCTYPE r>]]></r>"), "<!DOCTYPE r>");
+}
+
+TEST(QvDomProlog, ADocumentTypeIsFoundInEveryWidth) {
+  const std::string xml = "<?xml version='1.0'?>\n<!-- c --><!DOCTYPE r [<!ENTITY e 'x'>]><r>&e;</r>";
+  const std::string expected = "2:11: " + noDoctype;
+  for (const auto order : {Order::Big, Order::Little}) {
+    EXPECT_EQ(messageOf((order == Order::Big ? "\xFE\xFF"s : "\xFF\xFE"s) + widened(xml, 2, order)),
+              expected);
+    EXPECT_EQ(messageOf(widened(xml, 2, order)), expected);
+    EXPECT_EQ(messageOf((order == Order::Big ? "\0\0\xFE\xFF"s : "\xFF\xFE\0\0"s) + widened(xml, 4, order)),
+              expected);
+    EXPECT_EQ(messageOf(widened(xml, 4, order)), expected);
+  }
+}
+
+TEST(QvDomProlog, DocumentsInEveryWidthAreRead) {
+  const std::string xml = "<?xml version='1.0'?><!-- c --><r>x</r>";
+  for (const auto order : {Order::Big, Order::Little}) {
+    EXPECT_EQ(valueOf((order == Order::Big ? "\xFE\xFF"s : "\xFF\xFE"s) + widened(xml, 2, order)), "x");
+    EXPECT_EQ(valueOf(widened(xml, 2, order)), "x");
+    EXPECT_EQ(valueOf((order == Order::Big ? "\0\0\xFE\xFF"s : "\xFF\xFE\0\0"s) + widened(xml, 4, order)),
+              "x");
+    EXPECT_EQ(valueOf(widened(xml, 4, order)), "x");
+  }
+}
+
+TEST(QvDomProlog, TextIsUtf8WhateverTheDocumentsEncoding) {
+  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='UTF-8'?><r>\xC3\xA9</r>"), "\xC3\xA9");
+  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='utf-8' standalone='yes'?><r>\xC3\xA9</r>"), "\xC3\xA9");
+  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='ISO-8859-1'?><r>\xE9</r>"), "\xC3\xA9");
+  EXPECT_EQ(valueOf("<?xml version=\"1.0\"\n encoding = \"iso-8859-15\" ?><r>\xA4</r>"), "\xE2\x82\xAC");
+  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='windows-1252'?><r>\x80</r>"), "\xE2\x82\xAC");
+  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='US-ASCII'?><r>x</r>"), "x");
+  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='Shift_JIS'?><r>\x82\xA0</r>"), "\xE3\x81\x82");
+  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='GB18030'?><r>\xB0\xA1</r>"), "\xE5\x95\x8A");
+  EXPECT_EQ(valueOf("\xFF\xFE<\0r\0>\0=\xD8\0\xDE<\0/\0r\0>\0"s), "\xF0\x9F\x98\x80");
+  EXPECT_EQ(valueOf("\xFE\xFF\0<\0r\0>\x20\xAC\0<\0/\0r\0>"s), "\xE2\x82\xAC");
+}
+
+TEST(QvDomProlog, AByteOrderMarkCountsForMoreThanTheDeclaration) {
+  EXPECT_EQ(valueOf("\xEF\xBB\xBF<?xml version='1.0' encoding='ISO-8859-1'?><r>\xC3\xA9</r>"), "\xC3\xA9");
+}
+
+TEST(QvDomProlog, AnEncodingThatCouldHideMarkupIsRefused) {
+  for (const char* name : {"UTF-7", "ISO-2022-JP", "HZ-GB-2312", "SCSU", "BOCU-1", "IBM037", "ibm-1047",
+                           "UTF-16", "UTF-32", "unheard-of", "IMAP-mailbox-name"})
+    EXPECT_EQ(messageOf("<?xml version='1.0' encoding='"s + name + "'?>+ADwAIQ-DOCTYPE r+AD4-<r/>"),
+              "1:1: the encoding \""s + name + "\" is not supported");
+}
+
+TEST(QvDomProlog, AnEncodingThatIsAdmittedAndUnknownIsRefusedByTheParser) {
+  EXPECT_EQ(messageOf("<?xml version='1.0' encoding='ISO-8859-99'?><r/>").rfind("1:1: ", 0), 0u);
+}
+
+TEST(QvDomProlog, ADeclarationHidesNothingFromTheScan) {
+  for (const char* xml : {"<?xml version='1.0' standalone=' encoding=\"UTF-8\"' encoding='UTF-7'?><r/>",
+                          "<?xml encoding='UTF-7' version='1.0'?><r/>", "<?xml version='1.0' encoding='UTF-8",
+                          "<?xml version='1.0' encoding='UTF-8' encoding='UTF-7'?><r/>", "<?xml?><r/>",
+                          " <?xml version='1.0'?><r/>", "<?xml version='2.0'?><r/>"})
+    EXPECT_NE(messageOf(xml), "") << xml;
+}
+
+TEST(QvDomProlog, Xml11IsRefused) {
+  EXPECT_EQ(messageOf("<?xml version=\"1.1\"?><r>&#1;</r>"), "1:1: XML version 1.1 is not supported");
+}
+
+// Whatever opens, reads or lists in a folder while this lives is noticed.
+class Watch {
+public:
+  explicit Watch(const std::string& folder) : m_queue(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    EXPECT_GE(inotify_add_watch(m_queue, folder.c_str(), IN_OPEN | IN_ACCESS), 0);
+  }
+  ~Watch() { close(m_queue); }
+  Watch(const Watch&) = delete;
+  Watch& operator=(const Watch&) = delete;
+  bool noticed() const {
+    alignas(inotify_event) char events[4096];
+    return read(m_queue, events, sizeof events) > 0;
+  }
+
+private:
+  int m_queue;
+};
+
+TEST(QvDomProlog, TheWatchOfTheseTestsNoticesAReader) {
+  const TempDir dir;
+  dir.write("secret", "x");
+  const Watch watch(dir.path().string());
+  dir.read("secret");
+  EXPECT_TRUE(watch.noticed());
+}
+
+TEST(QvDomProlog, NothingADocumentNamesIsEverOpened) {
+  const TempDir dir;
+  const auto file = dir.write("secret", "TOPSECRET");
+  const auto fifo = dir / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const auto main = dir / "main.xml";
+  for (const auto& target : {file, "file://" + file, "secret"s, fifo, "file://" + fifo}) {
+    const std::string documents[] = {
+        "<!DOCTYPE r [<!ENTITY e SYSTEM '" + target + "'>]><r>&e;</r>",
+        "<!DOCTYPE r SYSTEM '" + target + "'><r/>",
+        "<!DOCTYPE r [<!ENTITY % p SYSTEM '" + target + "'> %p;]><r/>",
+        "<r xmlns:xi='http://www.w3.org/2001/XInclude'><xi:include href='" + target + "' parse='text'/></r>",
+        "<r xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' xsi:noNamespaceSchemaLocation='" + target +
+            "'/>",
+        "<?xml-stylesheet href='" + target + "'?><r/>",
+    };
+    for (const auto& xml : documents) {
+      dir.write("main.xml", xml);
+      const Watch watch(dir.path().string());
+      QvDom dom;
+      dom.loadXML(text(xml));
+      EXPECT_FALSE(watch.noticed()) << xml;
+      dom.loadFile(text(main));
+      EXPECT_EQ(str(dom.createXML(false, dom.getRoot())).find("TOPSECRET"), std::string::npos);
+      EXPECT_EQ(str(dom.getErrorMessage()).find("TOPSECRET"), std::string::npos);
+    }
+  }
+}
+
+TEST(QvDomProlog, AnEntityBombIsRefusedBeforeItGrows) {
+  std::string bomb = "<!DOCTYPE r [<!ENTITY e0 'lol'>";
+  for (int i = 1; i < 30; ++i) {
+    bomb += "<!ENTITY e" + std::to_string(i) + " '";
+    for (int copy = 0; copy < 10; ++copy)
+      bomb += "&e" + std::to_string(i - 1) + ";";
+    bomb += "'>";
+  }
+  EXPECT_EQ(messageOf(bomb + "]><r>&e29;</r>"), "1:1: " + noDoctype);
+}
+
+} // namespace
