@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <charconv>
 #include <climits>
 #include <clocale>
-#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
