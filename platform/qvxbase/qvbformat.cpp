@@ -5,6 +5,8 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
+#include <string>
 
 #include <fmt/format.h>
 
@@ -49,6 +51,57 @@ struct Conversion {
     width = static_cast<int>(std::min<std::int64_t>(std::abs(std::int64_t{value}), MaxPadding));
   }
 };
+
+int decimalsOf(const Conversion& conversion) noexcept {
+  return conversion.precision < 0 ? 6 : std::min(conversion.precision, MaxPadding);
+}
+
+// The digits as the C locale prints them. `decimals` is negative for as many as the value needs.
+std::string digitsOf(double value, std::chars_format form, int decimals) {
+  constexpr std::size_t longest = std::numeric_limits<double>::max_exponent10 + 32;
+  std::string text(longest + static_cast<std::size_t>(std::max(decimals, 0)), '\0');
+  char* const end = text.data() + text.size();
+  const auto result = decimals < 0 ? std::to_chars(text.data(), end, value, form)
+                                   : std::to_chars(text.data(), end, value, form, decimals);
+  text.resize(static_cast<std::size_t>(result.ptr - text.data()));
+  return text;
+}
+
+// "%#g" keeps the zeros that the general form drops.
+std::string generalDigits(double value, int significant) {
+  significant = std::max(significant, 1);
+  const std::string scientific = digitsOf(value, std::chars_format::scientific, significant - 1);
+  const int exponent = std::atoi(scientific.c_str() + scientific.find('e') + 1);
+  if (exponent < -4 || exponent >= significant)
+    return scientific;
+  return digitsOf(value, std::chars_format::fixed, significant - 1 - exponent);
+}
+
+std::string lowerDigits(const Conversion& conversion, double value) {
+  const int decimals = decimalsOf(conversion);
+  switch (conversion.type | 0x20) {
+  case 'f':
+    return digitsOf(value, std::chars_format::fixed, decimals);
+  case 'e':
+    return digitsOf(value, std::chars_format::scientific, decimals);
+  case 'a':
+    return digitsOf(value, std::chars_format::hex, std::min(conversion.precision, decimals));
+  default:
+    return conversion.alternate && std::isfinite(value)
+               ? generalDigits(value, decimals)
+               : digitsOf(value, std::chars_format::general, decimals);
+  }
+}
+
+std::string floatingDigits(const Conversion& conversion, double value) {
+  std::string digits = lowerDigits(conversion, value);
+  if (conversion.alternate && std::isfinite(value) && digits.find('.') == std::string::npos)
+    digits.insert(std::min(digits.find_first_of("ep"), digits.size()), 1, '.');
+  if (conversion.type < 'a')
+    std::transform(digits.begin(), digits.end(), digits.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 0x20) : c; });
+  return digits;
+}
 
 // Hands out the arguments in their order.
 class Arguments {
@@ -178,10 +231,17 @@ private:
       writeDecimal(conversion, magnitude, negative);
   }
 
-  // long double holds every integer exactly.
+  // Under "%f" every digit of an integer counts, also those that a double does not hold.
   void writeWhole(const Conversion& conversion, std::uint64_t magnitude, bool negative) {
-    const auto value = static_cast<long double>(magnitude);
-    writeFloating(conversion, negative ? -value : value);
+    if (conversion.type != 'f' && conversion.type != 'F')
+      return writeFloating(conversion,
+                           negative ? -static_cast<double>(magnitude) : static_cast<double>(magnitude));
+    std::string digits = fmt::format_int(magnitude).str();
+    const int decimals = decimalsOf(conversion);
+    if (decimals > 0 || conversion.alternate)
+      digits += '.';
+    digits.append(static_cast<std::size_t>(decimals), '0');
+    writePadded(conversion, sign(conversion, negative), digits);
   }
 
   void writeBits(const Conversion& conversion, std::uint64_t bits) {
@@ -192,9 +252,9 @@ private:
                                      bits);
     if (conversion.precision == 0 && bits == 0)
       digits.clear();
-    int zeros = missingDigits(conversion, digits);
+    const int zeros = missingDigits(conversion, digits);
     if (octal && conversion.alternate && zeros == 0 && !digits.starts_with('0'))
-      zeros = 1;
+      digits.insert(0, 1, '0');
     const bool marked = !octal && conversion.alternate && bits != 0;
     writeNumber(conversion, !marked ? "" : conversion.type == 'x' ? "0x" : "0X", zeros, digits);
   }
@@ -217,25 +277,16 @@ private:
       writeField(conversion, "", 0, fmt::format("{}", value));
   }
 
-  template<class Real>
-  void writeFloating(const Conversion& conversion, Real value) {
-    std::string digits = floatingDigits(conversion, std::abs(value));
+  void writeFloating(const Conversion& conversion, double value) {
+    const std::string digits = floatingDigits(conversion, std::abs(value));
     std::string prefix = sign(conversion, std::signbit(value));
-    if ((conversion.type == 'a' || conversion.type == 'A') && std::isfinite(value)) {
-      prefix += digits.substr(0, 2);
-      digits.erase(0, 2);
-    }
-    const bool padded = conversion.zero && !conversion.left && std::isfinite(value);
-    writeField(conversion, prefix, padded ? missingWidth(conversion, prefix, digits) : 0, digits);
-  }
-
-  template<class Real>
-  static std::string floatingDigits(const Conversion& conversion, Real value) {
-    const std::string mark = conversion.alternate ? "#" : "";
-    if (conversion.precision < 0)
-      return fmt::format(fmt::runtime("{:" + mark + conversion.type + "}"), value);
-    return fmt::format(fmt::runtime("{:" + mark + ".{}" + conversion.type + "}"), value,
-                       std::min(conversion.precision, MaxPadding));
+    if (!std::isfinite(value))
+      return writeField(conversion, prefix, 0, digits);
+    if (conversion.type == 'a')
+      prefix += "0x";
+    else if (conversion.type == 'A')
+      prefix += "0X";
+    writePadded(conversion, prefix, digits);
   }
 
   void writeText(const Conversion& conversion, std::string_view text) {
@@ -261,12 +312,18 @@ private:
     return std::max(conversion.width - static_cast<int>(prefix.size() + digits.size()), 0);
   }
 
-  // A precision of an integer switches the padding with zeros off.
+  // Digits that the zero flag pads.
+  void writePadded(const Conversion& conversion, std::string_view prefix, std::string_view digits) {
+    const bool padded = conversion.zero && !conversion.left;
+    writeField(conversion, prefix, padded ? missingWidth(conversion, prefix, digits) : 0, digits);
+  }
+  // A precision of an integer switches the zero flag off.
   void writeNumber(const Conversion& conversion, std::string_view prefix, int zeros,
                    std::string_view digits) {
-    if (conversion.zero && !conversion.left && conversion.precision < 0)
-      zeros = std::max(zeros, missingWidth(conversion, prefix, digits));
-    writeField(conversion, prefix, zeros, digits);
+    if (conversion.precision < 0)
+      writePadded(conversion, prefix, digits);
+    else
+      writeField(conversion, prefix, zeros, digits);
   }
 
   void writeField(const Conversion& conversion, std::string_view prefix, int zeros, std::string_view body) {
