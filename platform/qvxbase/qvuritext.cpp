@@ -227,9 +227,9 @@ std::string QvUriText::normalized() const {
 }
 
 std::optional<std::string> QvUriText::parameter(std::string_view name) const {
-  for (const auto parameter : splitQuery(query)) {
-    if (isNamed(parameter, name))
-      return valueOf(parameter);
+  for (const auto entry : splitQuery(query)) {
+    if (isNamed(entry, name))
+      return valueOf(entry);
   }
   return std::nullopt;
 }
@@ -238,10 +238,10 @@ void QvUriText::setParameter(std::string_view name, std::string_view value) {
   const std::string setting = qvEncodeUriName(name) + '=' + qvEncodeUriName(value);
   std::string changed;
   bool set = false;
-  for (const auto parameter : splitQuery(query)) {
-    const bool named = isNamed(parameter, name);
+  for (const auto entry : splitQuery(query)) {
+    const bool named = isNamed(entry, name);
     if (!named || !set)
-      changed.append(changed.empty() ? "" : "&").append(named ? setting : parameter);
+      changed.append(changed.empty() ? "" : "&").append(named ? setting : entry);
     set = set || named;
   }
   if (!set)
