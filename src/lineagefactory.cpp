@@ -1,0 +1,335 @@
+#include "lineagefactory.h"
+
+#include "guards.h"
+#include "qvreposres/qvresourcemgr.h"
+#include "qvreposres/qvresourceuri.h"
+#include "qvresource.h"
+#include "qvsfio/npfio.h"
+#include "qvxlog/qvxlog.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace {
+
+constexpr const char* sourceName = "src/lineagefactory";
+constexpr std::string_view syscatSeparator = " - ";
+
+using Manager = Released<QvResourceManager>;
+
+struct DataSource {
+  QvbString name;
+  QvbString type;
+  QvbString catalog;
+  QvbString schema;
+  QvbString table;
+};
+
+bool is(const QvbString& type, const char* name) { return type.compare(name, true) == 0; }
+
+bool isIdentityDocument(const QvbString& identity) { return identity.find("<morvaxeldocument") >= 0; }
+
+// The text of a data source's or table's data URI; empty when there is no such URI.
+QvbString dataURIOf(const DataSource& source, const QvbString& shortName) {
+  const char* scheme = "qvd";
+  QvbString server("");
+  QvbString name = shortName;
+  if (isSyscatDsn(shortName, &server, &name))
+    scheme = "qvf";
+  const Released<QvURI> uri(getDataURIFromComponents(scheme, server, name, source.type, source.catalog,
+                                                     source.schema, source.table, ""));
+  return uri ? uri->asString() : QvbString("");
+}
+
+QvbString shortNameOf(QvResourceManager& manager, const QvbString& dsn) {
+  QvbString name;
+  return manager.getNameFromDSN(dsn, &name) ? name : dsn;
+}
+
+DataSource dataSourceOf(QvDataURI& uri) {
+  return {uri.getDataSource(), uri.getDataSourceType(), uri.getCatalog(), uri.getSchema(), uri.getTable()};
+}
+
+bool writeIfAny(const QvbString& text, QvbString* output) {
+  if (text.isEmpty())
+    return false;
+  *output = text;
+  return true;
+}
+
+// Writes the identity of the table, or of the data source when no table is named; the type of what it identifies, or
+// null when there is no identity.
+const char* identify(QvResourceManager& manager, const DataSource& source, QvbString* identity) {
+  if (!source.table.isEmpty())
+    return manager.generateTableDataSourceResourceId(source.name, source.type, source.catalog, source.schema,
+                                                     source.table, identity)
+               ? "Table"
+               : nullptr;
+  return manager.generateDataSourceResourceId(source.name, source.type, identity) ? "Database" : nullptr;
+}
+
+QvResourceImpl* newResource(const QvbString& name, const QvbString& type, const QvbString& identity) {
+  auto* resource = newOrNull<QvResourceImpl>();
+  if (resource) {
+    resource->setName(name);
+    resource->setType(type);
+    resource->setResourceIdentity(identity);
+  }
+  return resource;
+}
+
+} // namespace
+
+bool isSyscatDsn(const QvbString& name, QvbString* prefix, QvbString* rest) {
+  const QvbString whole = name; // an output may be the name itself
+  const auto separator = whole.find(syscatSeparator);
+  if (separator < 0)
+    return false;
+  *prefix = whole.mid(0, separator);
+  *rest = whole.mid(separator + static_cast<QvbString::Index>(syscatSeparator.size()));
+  return true;
+}
+
+LineageImpactFactoryImpl::~LineageImpactFactoryImpl() {
+  if (m_resolver)
+    m_resolver->release();
+}
+
+QvResource* LineageImpactFactoryImpl::getResource(const QvbString& name, const QvbString& type,
+                                                  const QvbString& identity) {
+  return newResource(name, type, identity);
+}
+
+void LineageImpactFactoryImpl::registerResourceResolver(QvResourceResolver* resolver) {
+  if (resolver)
+    m_resolver = resolver;
+}
+
+QvResource* LineageImpactFactoryImpl::getDataResource(QvDataURI* uri) {
+  if (!uri)
+    return nullptr;
+  DataSource source = dataSourceOf(*uri);
+  const QvbString server = uri->getServer();
+  if (!server.isEmpty())
+    source.name = qvbStringFormat("%s - %s", server, source.name);
+  const Manager manager(createQvResourceManager());
+  QvbString identity;
+  const char* type = identify(*manager, source, &identity);
+  if (!type)
+    return nullptr;
+  QvbString name = source.table;
+  if (name.isEmpty())
+    manager->getNameFromDSN(source.name, &name);
+  QvResourceImpl* resource = newResource(name, type, identity);
+  if (resource)
+    resource->setResourceLocation(uri->asString());
+  return resource;
+}
+
+LineageResourceResolver::LineageResourceResolver() : m_logger(qvlogGetLogger("QV.Repos.Lineage.Analysis")) {}
+
+bool LineageResourceResolver::fileExists(const QvbString& path) const {
+  return !path.isEmpty() && np_fio_stat(path, nullptr) != NP_FIO_NOT_FOUND;
+}
+
+bool LineageResourceResolver::getUnifiedRepositoryName(QvbString*) {
+  m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__,
+                     "Unable to get Unified Repository name in Resource Resolver.");
+  return false;
+}
+
+bool LineageResourceResolver::resolveResource(const QvbString& type, const QvbString& id, const QvbString&,
+                                              QvbString* name, QvbString* reference) {
+  constexpr std::string_view unifiedTypes[] = {"Task",   "Rule",  "CustomMetric",
+                                               "Source", "Field", "ProfileJob"};
+  if (std::any_of(std::begin(unifiedTypes), std::end(unifiedTypes),
+                  [&](std::string_view unified) { return type.compare(unified, true) == 0; })) {
+    m_errorMessage =
+        qvbStringFormat("The %s resource %s cannot be resolved without Unified Repository.", type, id);
+    return !is(type, "Task");
+  }
+  if (is(type, "MasterDataProject"))
+    resolveMasterDataProject(type, id, name, reference);
+  return true;
+}
+
+void LineageResourceResolver::resolveMasterDataProject(const QvbString& type, const QvbString& id,
+                                                       QvbString* name, QvbString* reference) const {
+  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+                     "Processing MDMProject resolveResource with Id=%s, and Type=%s", id, type);
+  if (!isIdentityDocument(id))
+    return;
+  QvbString filename;
+  QvbString project("");
+  if (!Manager(createQvResourceManager())->getFilenameFromResourceId(id, &filename, &project))
+    return;
+  *reference = project;
+  *name = project;
+  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+                     "Setting MDMProject resolveResource with OutputURI=%s, and outputName=%s", *reference,
+                     *name);
+}
+
+bool LineageResourceResolver::resolveResource(const QvbString& type, const QvbString& id,
+                                              const QvbString& name, const QvbString& uuid,
+                                              QvbString* identity) {
+  QvbString unusedName;
+  return name.isEmpty() && resolveResource(type, id, uuid, &unusedName, identity);
+}
+
+bool LineageResourceResolver::getResourceLocation(const QvbString& name, const QvbString& identity,
+                                                  const QvbString& type, QvbString* outputName,
+                                                  QvbString* outputURI) {
+  writeIfAny(name, outputName);
+  if ((this->*locatorOf(type))({identity, type, outputName, outputURI}))
+    return true;
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, sourceName, __LINE__,
+                     "Unable to getResourceLocation() with Id=%s, and Type=%s.", identity, type);
+  return false;
+}
+
+LineageResourceResolver::Locator LineageResourceResolver::locatorOf(const QvbString& type) {
+  using Self = LineageResourceResolver;
+  static constexpr struct {
+    std::string_view type;
+    Locator locator;
+  } locators[] = {
+      {"", &Self::locateByURI},
+      {"Table", &Self::locateTable},
+      {"Database", &Self::locateDatabase},
+      {"File", &Self::locateFile},
+      {"ProcessJob", &Self::locateJobFile},
+      {"XMLSQLQuery", &Self::locateJobFile},
+      {"ArchitectJob", &Self::locateJobFile},
+      {"DataJob", &Self::locateJobFile},
+      {"ZELFile", &Self::locateJobFile},
+      {"EntityResolution", &Self::locateJobFile},
+      {"FileDefinition", &Self::locateJobFile},
+      {"FileDefinitionLayout", &Self::locateJobFile},
+      {"Task", &Self::locateUnifiedObject},
+      {"Rule", &Self::locateUnifiedObject},
+      {"ProfileJob", &Self::locateUnifiedObject},
+      {"DataExploration", &Self::locateUnifiedObject},
+      {"CustomMetric", &Self::locateUnifiedObject},
+      {"Source", &Self::locateUnifiedObject},
+      {"Field", &Self::locateUnifiedObject},
+      {"MasterDataProject", &Self::locateMasterDataProject},
+  };
+  const auto found = std::find_if(std::begin(locators), std::end(locators),
+                                  [&](const auto& entry) { return type.compare(entry.type, true) == 0; });
+  return found == std::end(locators) ? &Self::locateUnknownType : found->locator;
+}
+
+bool LineageResourceResolver::locateTable(const Lookup& lookup) const {
+  const Manager manager(createQvResourceManager());
+  DataSource source;
+  if (!manager->getTableObjectFromResourceId(lookup.identity, &source.name, &source.type, &source.catalog,
+                                             &source.schema, &source.table))
+    return false;
+  *lookup.name = source.table;
+  return writeIfAny(dataURIOf(source, shortNameOf(*manager, source.name)), lookup.uri);
+}
+
+bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
+  const Manager manager(createQvResourceManager());
+  DataSource source;
+  if (!manager->getDataSourceObjectFromResourceId(lookup.identity, &source.name, &source.type))
+    return false;
+  const QvbString shortName = shortNameOf(*manager, source.name);
+  *lookup.name = shortName;
+  return writeIfAny(dataURIOf(source, shortName), lookup.uri);
+}
+
+// Writes the URI reference of the path, or the path itself where there is none, and tells whether there is a file.
+bool LineageResourceResolver::locatePath(const QvbString& path, QvbString* uri) const {
+  QvbString reference;
+  *uri = generateURIReferenceFromFilename(path, &reference) ? reference : path;
+  return fileExists(path);
+}
+
+// A reference to another place is passed on, and never counts as reachable.
+bool LineageResourceResolver::locateJobFile(const Lookup& lookup) const {
+  if (lookup.identity.find("://") >= 1) {
+    *lookup.uri = lookup.identity;
+    return false;
+  }
+  QvbString path;
+  return locatePath(fixFilesystemStringSlashes(lookup.identity, &path) ? path : lookup.identity, lookup.uri);
+}
+
+bool LineageResourceResolver::locateUnifiedObject(const Lookup& lookup) const {
+  QvbString repository;
+  QvbString type;
+  QvbString id;
+  QvbString uuid;
+  if (Manager(createQvResourceManager())
+          ->getUnifiedObjectFromResourceId(lookup.identity, &repository, &type, &id, &uuid))
+    m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__,
+                       "Unable to obtain resource location for %s", lookup.identity);
+  return locateByURI(lookup);
+}
+
+bool LineageResourceResolver::locateFile(const Lookup& lookup) const {
+  if (!isIdentityDocument(lookup.identity))
+    return locatePath(lookup.identity, lookup.uri);
+  QvbString filename;
+  QvbString name("");
+  if (!Manager(createQvResourceManager())->getFilenameFromResourceId(lookup.identity, &filename, &name))
+    return false;
+  *lookup.name = name;
+  return locatePath(filename, lookup.uri);
+}
+
+bool LineageResourceResolver::locateUnknownType(const Lookup& lookup) const {
+  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+                     "Assume file resource type with Id=%s, and Type=%s.", lookup.identity, lookup.type);
+  return locatePath(lookup.identity, lookup.uri);
+}
+
+bool LineageResourceResolver::locateMasterDataProject(const Lookup& lookup) const {
+  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+                     "Processing MDMProject getResourceLocation() with Id=%s, and Type=%", lookup.identity,
+                     lookup.type);
+  if (!isIdentityDocument(lookup.identity))
+    return false;
+  QvbString filename;
+  QvbString project("");
+  if (!Manager(createQvResourceManager())->getFilenameFromResourceId(lookup.identity, &filename, &project)) {
+    m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__,
+                       "Error setting MDMProject getResourceLocation() with values=%s", project);
+    return false;
+  }
+  *lookup.uri = project;
+  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+                     "Setting MDMProject getResourceLocation() with OutputURI=%s", *lookup.uri);
+  return true;
+}
+
+// The identity itself is the place when it is a URI; an object of a repository has none.
+bool LineageResourceResolver::locateByURI(const Lookup& lookup) const {
+  const Released<QvURI> uri(lookup.uri->isEmpty() ? getURIFromURIString(lookup.identity) : nullptr);
+  if (!uri)
+    return false;
+  *lookup.uri = lookup.identity;
+  if (!uri->getReposURI())
+    return true;
+  m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__,
+                     "Unable to obtain resource location from repos URI: %s", uri->asString());
+  return false;
+}
+
+QvResource* LineageResourceResolver::getResourceFromURI(const QvbString& text) {
+  const Released<QvURI> uri(getURIFromURIString(text));
+  QvDataURI* data = uri && !is(uri->getScheme(), "qvr") ? uri->getDataURI() : nullptr;
+  QvResource* resource = nullptr;
+  if (data) {
+    const DataSource source = dataSourceOf(*data);
+    QvbString identity;
+    if (const char* type = identify(*Manager(createQvResourceManager()), source, &identity))
+      resource = newResource(source.table, type, identity);
+  }
+  if (!resource)
+    m_logger->logEvent(QvLoggingLevel::Lifecycle, sourceName, __LINE__,
+                       "Unable to get resource for given URI=%s.", text);
+  return resource;
+}

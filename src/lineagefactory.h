@@ -1,0 +1,89 @@
+// The resource factory and the resolver of the lineage store.
+#pragma once
+
+#include "qvreposres/qvresourcefactory.h"
+
+#include <new>
+#include <utility>
+
+class QvLogger;
+
+// Null when memory is short.
+template<class T, class... Args>
+T* newOrNull(Args&&... args) noexcept {
+  try {
+    return new T(std::forward<Args>(args)...);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+class QVREPOSRES_API LineageImpactFactoryImpl : public QvResourceFactory {
+public:
+  LineageImpactFactoryImpl() = default;
+  LineageImpactFactoryImpl(const LineageImpactFactoryImpl&) = delete;
+  LineageImpactFactoryImpl& operator=(const LineageImpactFactoryImpl&) = delete;
+  ~LineageImpactFactoryImpl() override;
+
+  void release() override { delete this; }
+  QvbString getErrorMessage() override { return m_errorMessage; }
+  QvResource* getResource(const QvbString& name, const QvbString& type, const QvbString& identity) override;
+  QvbString getPluginPath() override { return ""; }
+  void registerResourceResolver(QvResourceResolver* resolver) override;
+  QvResourceResolver* getResourceResolver() override { return m_resolver; }
+  QvResource* getDataResource(QvDataURI* uri) override;
+
+private:
+  QvbString m_errorMessage{""};
+  QvResourceResolver* m_resolver = nullptr;
+};
+
+class QVREPOSRES_API LineageResourceResolver : public QvResourceResolver {
+public:
+  LineageResourceResolver();
+
+  void release() override { delete this; }
+  bool resolveResource(const QvbString& type, const QvbString& id, const QvbString& uuid, QvbString* name,
+                       QvbString* reference) override;
+  QvResource* getResourceFromURI(const QvbString& uri) override;
+  bool getResourceLocation(const QvbString& name, const QvbString& identity, const QvbString& type,
+                           QvbString* outputName, QvbString* outputURI) override;
+  bool getUnifiedRepositoryName(QvbString* name) override;
+  bool resolveResource(const QvbString& type, const QvbString& id, const QvbString& name,
+                       const QvbString& uuid, QvbString* identity) override;
+
+  // Why a resource that only a unified repository knows was not resolved.
+  const QvbString& getErrorMessage() const { return m_errorMessage; }
+  // Whatever cannot be looked at counts as existing.
+  bool fileExists(const QvbString& path) const;
+
+private:
+  // What is looked for, and the outputs of getResourceLocation.
+  struct Lookup {
+    const QvbString& identity;
+    const QvbString& type;
+    QvbString* name;
+    QvbString* uri;
+  };
+  using Locator = bool (LineageResourceResolver::*)(const Lookup& lookup) const;
+
+  void resolveMasterDataProject(const QvbString& type, const QvbString& id, QvbString* name,
+                                QvbString* reference) const;
+  static Locator locatorOf(const QvbString& type);
+  bool locateTable(const Lookup& lookup) const;
+  bool locateDatabase(const Lookup& lookup) const;
+  bool locateJobFile(const Lookup& lookup) const;
+  bool locateUnifiedObject(const Lookup& lookup) const;
+  bool locateFile(const Lookup& lookup) const;
+  bool locateMasterDataProject(const Lookup& lookup) const;
+  bool locateUnknownType(const Lookup& lookup) const;
+  bool locateByURI(const Lookup& lookup) const;
+  bool locatePath(const QvbString& path, QvbString* uri) const;
+
+  QvLogger* m_logger;
+  QvbString m_errorMessage{""};
+};
+
+// Splits the name of a system catalog's data source, "prefix - rest", at its first " - ". False, with the outputs
+// untouched, for every other name.
+bool isSyscatDsn(const QvbString& name, QvbString* prefix, QvbString* rest);
