@@ -1,0 +1,134 @@
+// The lineage store and its export.
+#pragma once
+
+#include "guards.h"
+#include "qvreposres/qvlineage.h"
+
+#include <unordered_map>
+
+class LineageImpactFactoryImpl;
+class LineageResourceResolver;
+class QvLogger;
+class RepositoryMetadataObject;
+class RepositorySerializationContext;
+
+// Orders resources by type, then by identity, both without regard to case; null comes last.
+struct QVREPOSRES_API MapLineageResourceCompare {
+  bool operator()(QvResource* a, QvResource* b) const;
+};
+
+class QVREPOSRES_API LineageSerializationImpl : public QvImpactAnalysis {
+public:
+  // Element and attribute names of the export, and what makes a server reference.
+  static const QvbString REL_RELATIONSHIPMODELS;
+  static const QvbString REL_RELATIONSHIPMODEL;
+  static const QvbString REL_RELATIONSHIPNODES;
+  static const QvbString REL_RELATIONSHIPNODE;
+  static const QvbString REL_RESOURCE;
+  static const QvbString REL_NODE_ATTR_TYPE;
+  static const QvbString REL_NODE_ATTR_DIRECTION;
+  static const QvbString REL_NODE_RELATIONSHIPTYPE_DEPENDS;
+  static const QvbString REL_NODE_DIRECTION_DEPENDS;
+  static const QvbString REL_RES_ATTR_LABEL;
+  static const QvbString REL_RES_ATTR_TYPE;
+  static const QvbString REL_RES_ATTR_ANALYSIS_DATE;
+  static const QvbString REL_RESOURCE_ATTRIBUTES;
+  static const QvbString REL_RESOURCE_ATTRIBUTE;
+  static const QvbString REL_RES_ATTR_NAME;
+  static const QvbString REL_RES_ATTR_ID;
+  static const QvbString REL_RES_ATTR_VALUE_DATAPATH;
+  static const QvbString DMServerOptionNameKey;
+  static const QvbString DMServerBatchFolder;
+  static const QvbString DMServerProcessFolder;
+  static const QvbString DMSREFURI_SVC_TYPE;
+  static const QvbString DMSREFURI_OBJ_TYPE;
+  static const QvbString DMSREFURI_SVC_TYPE_BATCH;
+  static const QvbString DMSREFURI_SVC_TYPE_REAL;
+
+  LineageSerializationImpl();
+  LineageSerializationImpl(const LineageSerializationImpl&) = delete;
+  LineageSerializationImpl& operator=(const LineageSerializationImpl&) = delete;
+  ~LineageSerializationImpl() override;
+
+  void release() override { delete this; }
+  QvResourceList* getUsedByResources(QvResource* resource, bool recursive) override;
+  QvResourceList* getDependentResources(QvResource* resource, bool recursive) override;
+  QvResourceList* getDependentResourcesByType(QvResource* resource, const QvbString& resourceType) override;
+  QvResourceList* getResourcesByType(const QvbString& resourceType) override;
+  bool updateImpactAnalysis() override { return false; }
+  bool removeUnusedResources() override { return false; }
+  bool removeResources() override { return false; }
+  QvResource* getResource(const QvbString& resourceType, const QvbString& resourceIdentity) override;
+  bool addDependentResources(QvResource* resource, QvResourceList* dependents) override;
+  QvResourceList* createResourceList() override;
+  QvResource* createResource(const QvbString& name, const QvbString& resourceType,
+                             const QvbString& resourceIdentity) override;
+  bool deleteResource(QvResource* resource) override;
+  bool setAnalysisDate(QvResource* resource, const QvbDate& date) override;
+  QvResourceList* getAllUniqueUsedResources() override;
+  QvStringList* getResourceTypes() override;
+  bool getLineageAsString(QvbString* xml, QvbString* message, bool layout) override;
+  QvResourceFactory* getDefaultResourceFactory() override;
+
+  // Receives the stages of each export; null for none. The sink stays its owner's.
+  void setProgressSink(LineageProgressSink* sink) { m_progressSink = sink; }
+
+  // The export: lineageserialization_export.cpp.
+  // As the operation above, for any analysis.
+  bool getLineageAsString(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message, bool layout);
+  // The lineage of one resource, with the dependencies of the list (optional, and not released) from its cursor on.
+  bool getResourceLineageAsString(QvResource* resource, QvResourceList* dependents, QvbString* xml,
+                                  QvbString* message, bool layout);
+  // Fills a "Resource" element; always true.
+  bool populateModelResource(RepositorySerializationContext* context, RepositoryMetadataObject* element,
+                             QvResource* resource);
+  // The reference to a job on the data-management server that is configured; every other identity as it is.
+  QvbString getResourceDMServerIdentity(const QvbString& identity, const QvbString& resourceType);
+  // Adds the data path that a table's location names; always true.
+  bool populateResourceDataPath(RepositorySerializationContext* context, RepositoryMetadataObject* element,
+                                const QvbString& location);
+  // The steps of getResourceDMServerIdentity: the reference to the job that the identity names, and to the object at a
+  // path of the server. Null when there is none, which the log tells with identity and type.
+  QvbString getServerReference(const QvbString& server, const QvbString& identity,
+                               const QvbString& resourceType);
+  QvbString makeServerReference(const QvbString& server, const QvbString& objectPath,
+                                const QvbString& identity, const QvbString& resourceType);
+  // Logs why when the parameter cannot be set.
+  void setReferenceParameter(QvURI* reference, const QvbString& name, const QvbString& value);
+
+private:
+  // A node of the graph by its type and identity, whatever their case.
+  struct Node {
+    QvbString type;
+    QvbString identity;
+    bool operator==(const Node& other) const {
+      return type.compare(other.type, true) == 0 && identity.compare(other.identity, true) == 0;
+    }
+  };
+  struct NodeHash {
+    std::size_t operator()(const Node& node) const;
+  };
+  struct Dependencies {
+    Released<QvResource> key;
+    Released<QvResourceList> dependents;
+  };
+  // The document of an export while it is built.
+  struct Document;
+
+  static Node nodeOf(QvResource* resource);
+  void progress(const char* stage);
+  bool fail(const char* reason, QvbString* message);
+  bool startDocument(Document& document, QvbString* message);
+  RepositoryMetadataObject* addModel(Document& document, QvResource* resource);
+  void addDependents(Document& document, RepositoryMetadataObject* model, QvResourceList& dependents);
+  bool writeDocument(Document& document, QvbString* xml, QvbString* message, bool layout);
+  bool nameByLocation(RepositorySerializationContext* context, RepositoryMetadataObject* element,
+                      QvResource* resource, const QvbString& identity, const QvbString& type);
+
+  QvLogger* m_logger;
+  LineageResourceResolver* m_resolver = nullptr; // the factory's
+  LineageProgressSink* m_progressSink = nullptr;
+  Released<LineageImpactFactoryImpl> m_factory;
+  // Looked up by hash; the order of MapLineageResourceCompare is made when it is asked for.
+  std::unordered_map<Node, Dependencies, NodeHash> m_dependencies;
+};
