@@ -107,10 +107,9 @@ Descriptor::~Descriptor() {
 // Not called again after EINTR: the descriptor is gone by then, and its number may be another thread's.
 int Descriptor::close(const std::string& subject) {
   const int fault = qvbFault(QvbFaultPoint::FileClose, subject.c_str());
-  const int result = ::close(release());
-  if (fault)
-    return np_fio_code(fault);
-  return result == 0 || errno == EINTR ? NP_FIO_OK : lastCode();
+  const int failure = ::close(release()) == 0 ? 0 : errno;
+  const int error = fault ? fault : failure;
+  return error == EINTR ? NP_FIO_OK : np_fio_code(error);
 }
 
 } // namespace npfio
@@ -121,7 +120,7 @@ int np_fio_open(const QvbString& path, int mode, NpFile** file) {
   int code = nativePath(path, &opened->path);
   if (code)
     return code;
-  struct stat unused;
+  struct stat unused {};
   if (mode == NP_FIO_READ)
     code = openForReading(opened->path, &opened->source, &unused);
   else if (mode == NP_FIO_REPLACE)
@@ -244,7 +243,7 @@ int np_fio_readAll(const QvbString& path, std::int64_t limit, QvbString* content
   if (const int code = nativePath(path, &native))
     return code;
   Descriptor source;
-  struct stat opened;
+  struct stat opened {};
   if (const int code = openForReading(native, &source, &opened))
     return code;
   if (opened.st_size > limit)

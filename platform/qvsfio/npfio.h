@@ -1,8 +1,9 @@
 // Files and folders.
 //
-// Paths are native paths or "file:" URIs. Every operation that returns an int answers 0 on success, else one
-// of the NP_FIO codes. Calls that a signal interrupts are retried; descriptors are close-on-exec. A handle is
-// for one thread at a time.
+// Paths are native paths or "file:" URIs; a "file:" URI without a native path (of another host) is
+// NP_FIO_UNSUPPORTED, and a path that holds a zero byte is NP_FIO_NOT_FOUND, never cut there. Every operation
+// that returns an int answers 0 on success, else one of the NP_FIO codes. Calls that a signal interrupts are
+// retried; descriptors are close-on-exec. A handle is for one thread at a time.
 #pragma once
 
 #include "qvxbase/qvbstring.h"
@@ -20,7 +21,9 @@ inline constexpr int NP_FIO_REFUSED = 12; // refused or temporary: no space, bus
 // Open modes.
 inline constexpr int NP_FIO_READ = 1;
 // A new file, 0600, that takes the name's place when it is closed without a failed write, having reached the
-// disk; until then the name keeps what it had, and whoever holds the old file open keeps reading it.
+// disk; until then the name keeps what it had, and whoever holds the old file open keeps reading it. Through a
+// symbolic link, the file that it points at is replaced. Only a regular file can be: a directory or a device
+// is NP_FIO_UNSUPPORTED. The permission that counts is the folder's, which must be readable and writable.
 inline constexpr int NP_FIO_REPLACE = 86;
 
 struct NpFile;
@@ -40,20 +43,22 @@ struct NpFileStat {
 // `file` becomes the handle, null on failure.
 QVPLATFORM_API int np_fio_open(const QvbString& path, int mode, NpFile** file);
 // Ends the handle in every case. A file opened for replacement takes its name's place here; when that fails,
-// or a write failed before, the old file stays, the new one is gone and the result tells why. Null does
-// nothing.
+// or a write failed before, the old file stays, the new one is gone and the result tells why. (On a file
+// system that cannot exchange two names the new file stays when all that fails is flushing the folder, the
+// last step.) Null does nothing.
 QVPLATFORM_API int np_fio_close(NpFile* file);
-// The bytes read: 0 at the end, negative (the code's negative) on failure.
+// The bytes read, fewer than asked for only before the end, 0 at the end, negative (the code's negative) on failure.
 QVPLATFORM_API std::int64_t np_fio_getb(NpFile* file, void* buffer, std::size_t size);
 // The bytes written, all of them; negative (the code's negative) on failure.
 QVPLATFORM_API std::int64_t np_fio_putb(NpFile* file, const void* bytes, std::size_t size);
 QVPLATFORM_API std::int64_t np_fio_puts(NpFile* file, const QvbString& text);
 // Follows symbolic links. A null `stat` asks only whether there is an entry.
 QVPLATFORM_API int np_fio_stat(const QvbString& path, NpFileStat* stat);
+// Removes a file, or a symbolic link itself.
 QVPLATFORM_API int np_fio_unlink(const QvbString& path);
 // A short text for a code, in lower case without a full stop.
 QVPLATFORM_API const char* np_fio_errdesc(int code);
-// Joins both with one "/" into the buffer of `size` bytes, zero-terminated; NP_FIO_ERROR with an empty buffer
+// Joins both as qvbConcatPath does into the buffer of `size` bytes, zero-terminated; NP_FIO_ERROR with an empty buffer
 // when they do not fit.
 QVPLATFORM_API int np_fio_pcat(const char* directory, const char* name, char* buffer, std::size_t size);
 // The code of a value of errno.
@@ -67,8 +72,9 @@ QVPLATFORM_API int np_fio_writeAll(const QvbString& path, const QvbString& conte
 
 // Mode 8 is 0755 less the umask; only the last level is made.
 QVPLATFORM_API int np_dir_create(const QvbString& path, int mode);
-// Makes a new folder of this name, 0700, under TMPDIR or /tmp, writes its path into the buffer and opens it.
-// One that exists is refused.
+// Makes a new folder of this name, 0700, under TMPDIR or /tmp, writes its absolute path into the buffer and
+// opens it. One that exists is NP_FIO_REFUSED, and so is a name that is not a single path segment. On failure
+// there is no new folder, the buffer is empty and `directory` null.
 QVPLATFORM_API int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** directory);
 QVPLATFORM_API void np_dir_close(NpDir* directory);
 // Removes an empty folder.

@@ -84,14 +84,16 @@ QvbString qvbConcatPath(const QvbString& directory, const QvbString& name) {
 bool qvbParsePath(const QvbString& path, QvbString* folder, QvbString* name) {
   if (path.isEmpty())
     return false;
-  const QvbString whole = path; // an output may be the path itself
-  const std::size_t last = whole.view().rfind(Separator);
+  const std::string_view whole = path.view();
+  const std::size_t last = whole.rfind(Separator);
   const std::size_t nameStart = last == std::string_view::npos ? 0 : last + 1;
-  const std::size_t folderLength = nameStart > 1 ? last : nameStart;
+  // Both are taken before an output is written that may be the path itself.
+  const QvbString folderPart(whole.substr(0, nameStart > 1 ? last : nameStart));
+  const QvbString namePart(whole.substr(nameStart));
   if (folder)
-    *folder = QvbString(whole.view().substr(0, folderLength));
+    *folder = folderPart;
   if (name)
-    *name = QvbString(whole.view().substr(nameStart));
+    *name = namePart;
   return true;
 }
 

@@ -11,7 +11,7 @@
 
 namespace npfio {
 
-// The native path of a path or "file:" URI. NP_FIO_UNSUPPORTED for a "file:" URI that names another host;
+// The native path of a path or "file:" URI. NP_FIO_UNSUPPORTED for a "file:" URI that has none;
 // NP_FIO_NOT_FOUND for a path with a zero byte in it, since the system would silently cut it there.
 int nativePath(const QvbString& path, std::string* native);
 
