@@ -1,7 +1,7 @@
 // The users on whose behalf files are read.
 //
-// Subjects are counted: every function that returns one gives the caller a reference, which ends with
-// qvbSubjectRelease. Any thread may use a subject; a subject does not change once it is made.
+// Every function that returns a subject makes one that the caller ends with qvbSubjectRelease. Any thread may
+// use a subject; a subject does not change once it is made.
 #pragma once
 
 #include "qvxbase/qvbstring.h"
@@ -13,10 +13,12 @@ struct QvbSubjectInfoParm {
   QvbString credentials; // what the user proves the identity with (a password); null when there is none
 };
 
-// The user that the process runs as; the caller releases it.
+// The user that the process runs as: the name of its effective user identifier, or that number for a user
+// whom the user database does not know. No credentials.
 QVPLATFORM_API ASSubject* qvbSubjectAccess();
-// A subject of the host's own making; the caller releases it.
+// A subject of the host's own making.
 QVPLATFORM_API ASSubject* qvbSubjectCreate(const QvbString& userId, const QvbString& credentials);
+// Null does nothing.
 QVPLATFORM_API void qvbSubjectRelease(ASSubject* subject);
-// False for a null subject, with `error`, where given, saying so.
+// False for a null subject, with `info` untouched and `error`, where given, saying so.
 QVPLATFORM_API bool qvbSubjectInfo(ASSubject* subject, QvbSubjectInfoParm* info, QvbString* error);
