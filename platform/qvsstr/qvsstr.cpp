@@ -1,8 +1,6 @@
 #include "qvsstr/qvsstr.h"
 
-#include <array>
 #include <chrono>
-#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <string_view>
@@ -99,11 +97,11 @@ bool scanTime(Scanner& text, DateElements& date) {
     return true;
   if (!text.takeNumber(2, 0, 59, &date.second))
     return false;
-  return !text.takeAnyOf(".,") || text.takeMilliseconds(&date.millisecond);
+  return !text.take('.') || text.takeMilliseconds(&date.millisecond);
 }
 
 // "Z", or a sign, hours and perhaps minutes, with or without ":" between them; in seconds east of Greenwich.
-bool scanOffset(Scanner& text, std::int64_t* seconds) {
+bool scanOffset(Scanner& text, int* seconds) {
   if (text.take('Z'))
     return true;
   const char sign = text.takeAnyOf("+-");
@@ -113,12 +111,12 @@ bool scanOffset(Scanner& text, std::int64_t* seconds) {
     return false;
   if ((text.take(':') || !text.atEnd()) && !text.takeNumber(2, 0, 59, &minutes))
     return false;
-  const std::int64_t distance = (hours * 60 + minutes) * 60;
+  const int distance = (hours * 60 + minutes) * 60;
   *seconds = sign == '-' ? -distance : distance;
   return true;
 }
 
-bool convertToLocal(DateElements& date, std::int64_t offset) {
+bool convertToLocal(DateElements& date, int offset) {
   std::tm elements{};
   elements.tm_year = date.year - 1900;
   elements.tm_mon = date.month - 1;
@@ -143,7 +141,7 @@ bool scanDate(Scanner text, DateElements& date) {
     return false;
   if (text.atEnd())
     return true;
-  std::int64_t offset = 0;
+  int offset = 0;
   return scanOffset(text, &offset) && text.atEnd() && convertToLocal(date, offset);
 }
 
