@@ -2,7 +2,8 @@
 //
 // The derived class names the object, makes it and destroys it; an instance is a short-lived handle on the
 // registry and may live on the stack. The registry serialises initialize() and cleanupOnly() over all threads
-// with one recursive lock, held while createObject() and deleteObject() run.
+// with one recursive lock, held while createObject() and deleteObject() run. Each asks getId() once. The
+// registry outlives static destruction.
 #pragma once
 
 #include "qvxbase/qvbexport.h"
