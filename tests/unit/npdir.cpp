@@ -1,0 +1,190 @@
+#include "qvsfio/npfio.h"
+
+#include "support/descriptors.h"
+#include "support/faults.h"
+#include "support/tempdir.h"
+#include "support/textio.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include <sys/stat.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Sets TMPDIR while it lives; null unsets it.
+class TemporaryRoot {
+public:
+  explicit TemporaryRoot(const char* value) {
+    if (const char* before = std::getenv("TMPDIR"))
+      m_before = before;
+    set(value);
+  }
+  ~TemporaryRoot() { set(m_before ? m_before->c_str() : nullptr); }
+  TemporaryRoot(const TemporaryRoot&) = delete;
+  TemporaryRoot& operator=(const TemporaryRoot&) = delete;
+
+private:
+  static void set(const char* value) {
+    if (value)
+      setenv("TMPDIR", value, 1);
+    else
+      unsetenv("TMPDIR");
+  }
+  std::optional<std::string> m_before;
+};
+
+mode_t modeOf(const std::string& path) {
+  struct stat entry {};
+  EXPECT_EQ(::stat(path.c_str(), &entry), 0) << path;
+  return entry.st_mode & 07777;
+}
+
+class Folders : public testing::Test {
+protected:
+  QvbString path(const std::string& name) const { return text(m_folder / name); }
+  int makeTemporary(const char* name, std::size_t size = 4096) {
+    m_directory = reinterpret_cast<NpDir*>(this);
+    m_path.fill('x');
+    return np_dir_tmpdir(name, m_path.data(), size, &m_directory);
+  }
+
+  TempDir m_folder;
+  NpDir* m_directory = nullptr;
+  std::array<char, 4096> m_path{};
+};
+
+TEST_F(Folders, AreMadeOneLevelAtATime) {
+  const mode_t before = umask(027);
+  EXPECT_EQ(np_dir_create(path("a"), 8), NP_FIO_OK);
+  umask(before);
+  EXPECT_EQ(modeOf(m_folder / "a"), 0750U);
+  EXPECT_EQ(np_dir_create(path("a/b"), 8), NP_FIO_OK);
+  EXPECT_EQ(np_dir_create(path("missing/b"), 8), NP_FIO_NOT_FOUND);
+  EXPECT_FALSE(fs::exists(m_folder / "missing"));
+}
+
+TEST_F(Folders, ThatCannotBeMadeSayWhy) {
+  m_folder.write("file", "x");
+  EXPECT_EQ(np_dir_create(path("file"), 8), NP_FIO_REFUSED);
+  EXPECT_EQ(np_dir_create(path("file/below"), 8), NP_FIO_NOT_FOUND);
+  EXPECT_EQ(np_dir_create(path("a"), 0), NP_FIO_UNSUPPORTED);
+  EXPECT_EQ(np_dir_create(QvbString(), 8), NP_FIO_NOT_FOUND);
+  EXPECT_EQ(np_dir_create(text((m_folder / "a") + '\0' + "b"), 8), NP_FIO_NOT_FOUND);
+  const Faults faults(QvbFaultPoint::DirCreate, EACCES);
+  EXPECT_EQ(np_dir_create(path("a"), 8), NP_FIO_ACCESS);
+  EXPECT_FALSE(fs::exists(m_folder / "a"));
+}
+
+TEST_F(Folders, AreNamedByUrisToo) {
+  const QvbString uri = text("file://" + m_folder.path().string() + "/a%20b");
+  EXPECT_EQ(np_dir_create(uri, 8), NP_FIO_OK);
+  EXPECT_TRUE(fs::is_directory(m_folder / "a b"));
+  EXPECT_EQ(np_dir_unlink(uri), NP_FIO_OK);
+  EXPECT_FALSE(fs::exists(m_folder / "a b"));
+}
+
+TEST_F(Folders, AreRemovedWhenTheyAreEmpty) {
+  m_folder.write("full/file", "x");
+  fs::create_directory(m_folder / "empty");
+  EXPECT_EQ(np_dir_unlink(path("empty")), NP_FIO_OK);
+  EXPECT_EQ(np_dir_unlink(path("empty")), NP_FIO_NOT_FOUND);
+  EXPECT_EQ(np_dir_unlink(path("full")), NP_FIO_REFUSED);
+  EXPECT_EQ(np_dir_unlink(path("full/file")), NP_FIO_NOT_FOUND);
+  EXPECT_EQ(m_folder.read("full/file"), "x");
+}
+
+TEST_F(Folders, ForTemporaryFilesBelongToTheOwnerAlone) {
+  const TemporaryRoot root(m_folder.path().c_str());
+  const auto before = openDescriptors();
+  ASSERT_EQ(makeTemporary("cache"), NP_FIO_OK);
+  EXPECT_EQ(std::string(m_path.data()), m_folder / "cache");
+  EXPECT_EQ(modeOf(m_path.data()), 0700U);
+  ASSERT_NE(m_directory, nullptr);
+  np_dir_close(m_directory);
+  EXPECT_EQ(openDescriptors(), before);
+  np_dir_close(nullptr);
+}
+
+TEST_F(Folders, ForTemporaryFilesAreAlwaysNew) {
+  const TemporaryRoot root(m_folder.path().c_str());
+  fs::create_directory(m_folder / "folder");
+  fs::create_symlink("folder", m_folder / "link");
+  m_folder.write("file", "x");
+  for (const char* name : {"folder", "link", "file"}) {
+    EXPECT_EQ(makeTemporary(name), NP_FIO_REFUSED) << name;
+    EXPECT_STREQ(m_path.data(), "") << name;
+    EXPECT_EQ(m_directory, nullptr) << name;
+  }
+}
+
+TEST_F(Folders, ForTemporaryFilesHaveASimpleName) {
+  const TemporaryRoot root(m_folder.path().c_str());
+  for (const char* name : {static_cast<const char*>(nullptr), "", ".", "..", "a/b", "/a", "../a"}) {
+    EXPECT_EQ(makeTemporary(name), NP_FIO_REFUSED) << (name ? name : "(null)");
+    EXPECT_STREQ(m_path.data(), "");
+    EXPECT_EQ(m_directory, nullptr);
+  }
+  EXPECT_TRUE(fs::is_empty(m_folder.path()));
+}
+
+TEST_F(Folders, ForTemporaryFilesNeedRoomForTheirPath) {
+  const TemporaryRoot root(m_folder.path().c_str());
+  const std::size_t needed = (m_folder / "cache").size() + 1;
+  EXPECT_EQ(makeTemporary("cache", needed - 1), NP_FIO_ERROR);
+  EXPECT_STREQ(m_path.data(), "");
+  EXPECT_EQ(makeTemporary("cache", 0), NP_FIO_ERROR);
+  EXPECT_EQ(m_path[0], 'x');
+  EXPECT_FALSE(fs::exists(m_folder / "cache"));
+  EXPECT_EQ(makeTemporary("cache", needed), NP_FIO_OK);
+  np_dir_close(m_directory);
+}
+
+TEST_F(Folders, ForTemporaryFilesAreUnderTmpWithoutTmpdir) {
+  const std::string name = "qvtest." + m_folder.path().filename().string();
+  for (const char* value : {static_cast<const char*>(nullptr), ""}) {
+    const TemporaryRoot root(value);
+    ASSERT_EQ(makeTemporary(name.c_str()), NP_FIO_OK);
+    EXPECT_EQ(std::string(m_path.data()), "/tmp/" + name);
+    np_dir_close(m_directory);
+    EXPECT_EQ(np_dir_unlink(m_path.data()), NP_FIO_OK);
+  }
+}
+
+TEST_F(Folders, ForTemporaryFilesAreFoundFromEverywhere) {
+  const fs::path before = fs::current_path();
+  fs::current_path(m_folder.path());
+  fs::create_directory("relative");
+  const TemporaryRoot root("relative");
+  EXPECT_EQ(makeTemporary("cache"), NP_FIO_OK);
+  fs::current_path(before);
+  EXPECT_EQ(std::string(m_path.data()), m_folder / "relative/cache");
+  np_dir_close(m_directory);
+}
+
+TEST_F(Folders, ForTemporaryFilesLeaveNothingWhenTheyFail) {
+  const auto before = openDescriptors();
+  {
+    const TemporaryRoot root((m_folder / "missing").c_str());
+    EXPECT_EQ(makeTemporary("cache"), NP_FIO_NOT_FOUND);
+  }
+  const TemporaryRoot root(m_folder.path().c_str());
+  for (const auto point : {QvbFaultPoint::DirCreate, QvbFaultPoint::DirOpen}) {
+    const Faults faults(point, EMFILE);
+    EXPECT_EQ(makeTemporary("cache"), NP_FIO_REFUSED);
+    EXPECT_STREQ(m_path.data(), "");
+    EXPECT_EQ(m_directory, nullptr);
+  }
+  EXPECT_TRUE(fs::is_empty(m_folder.path()));
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+} // namespace
