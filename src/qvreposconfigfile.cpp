@@ -1,0 +1,136 @@
+#include "qvreposconfigfile.h"
+
+#include "guards.h"
+#include "qvreposres/qvresourcemgr.h"
+#include "qvsfio/npfio.h"
+#include "qvxbase/qvbformat.h"
+#include "qvxdom/qvdom.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+
+namespace {
+
+constexpr const char* definitionElement = "VaultRepositoryInfo";
+constexpr std::int64_t maxFileSize = std::int64_t{512} << 20;
+
+// One child element of a definition: the text it is written with and the field it is read into.
+struct Element {
+  const char* name;
+  QvbString (*written)(QvReposConfiguration& definition);
+  void (QvReposConfiguration::*read)(const QvbString& text);
+};
+
+template<QvbString (QvReposConfiguration::*Getter)()>
+QvbString field(QvReposConfiguration& definition) {
+  return (definition.*Getter)();
+}
+
+QvbString writtenUnifiedName(QvReposConfiguration& definition) {
+  const auto name = definition.getUnifiedRepositoryName();
+  return name.isEmpty() ? definition.getName() : name;
+}
+
+QvbString writtenType(QvReposConfiguration& definition) {
+  return connectionTypeName(definition.getUnifiedConnectionType());
+}
+
+constexpr Element elements[] = {
+    {"VaultPath", field<&QvReposConfiguration::getVaultPath>, &QvReposConfiguration::setVaultPath},
+    {"UnifiedRepositoryConnect", field<&QvReposConfiguration::getUnifiedRepositoryConnect>,
+     &QvReposConfiguration::setUnifiedRepositoryConnect},
+    {"UnifiedRepositoryPrefix", field<&QvReposConfiguration::getUnifiedRepositoryPrefix>,
+     &QvReposConfiguration::setUnifiedRepositoryPrefix},
+    {"VaultLogFile", field<&QvReposConfiguration::getVaultLogFile>, &QvReposConfiguration::setVaultLogFile},
+    {"UnifiedRepositoryName", writtenUnifiedName, &QvReposConfiguration::setUnifiedRepositoryName},
+    {"UnifiedRepositoryType", writtenType, &QvReposConfiguration::setUnifiedRepositoryConnectType},
+    {"UnifiedRepositoryVersion", field<&QvReposConfiguration::getUnifiedRepositoryVersion>,
+     &QvReposConfiguration::setUnifiedRepositoryVersion},
+};
+
+void writeDefinition(QvReposConfiguration& definition, QvDomNode root) {
+  root.setAttributeValue("Name", definition.getName());
+  root.setAttributeValue("RepositoryType", "Vault");
+  root.setAttributeValue("IsActive", definition.isActive() ? "true" : "false");
+  for (const auto& element : elements)
+    root.addChild(element.name).setValue(element.written(definition));
+}
+
+bool isDefinitionElement(const QvDomNode& node) {
+  return node.getName().compare(definitionElement, true) == 0;
+}
+
+// The root itself or the first of its children that is one; a missing node when none is.
+QvDomNode findDefinition(const QvDomNode& root) {
+  if (isDefinitionElement(root))
+    return root;
+  auto child = root.getFirstChild(false);
+  while (!child.null() && !isDefinitionElement(child))
+    child = child.getNextSibling(false);
+  return child;
+}
+
+void readElement(const QvDomNode& node, QvReposConfiguration& definition) {
+  const auto name = node.getName();
+  const auto known = std::find_if(std::begin(elements), std::end(elements),
+                                  [&](const auto& element) { return name.compare(element.name, true) == 0; });
+  // An element without text is an empty text: null is left to the fields whose element is missing.
+  if (known != std::end(elements))
+    (definition.*known->read)(QvbString(node.getValue(false).view()));
+}
+
+// The connection type text that a file which names none stands for: older files leave it to the connection string.
+const char* inferredType(const QvbString& connect) {
+  const Released<QvResourceManager> manager(createQvResourceManager());
+  QvbString type;
+  if (!manager->getDSNTypeFromDSN(connect, &type))
+    return "File";
+  return type.compare("GRVS") == 0 ? "GRVS" : "ODBC";
+}
+
+void readDefinition(const QvDomNode& element, const QvDomNode& root, QvReposConfiguration& definition) {
+  definition.setName(element.getAttributeValue("Name"));
+  definition.setActive(element.getAttributeValue("IsActive").compare("false") != 0);
+  // The fields are the root's children even when the definition element is one of them.
+  for (auto child = root.getFirstChild(false); !child.null(); child = child.getNextSibling(false))
+    readElement(child, definition);
+  if (definition.getUnifiedRepositoryConnectType().isNull())
+    definition.setUnifiedRepositoryConnectType(inferredType(definition.getUnifiedRepositoryConnect()));
+  definition.setUnifiedConnectionType(connectionTypeOf(definition.getUnifiedRepositoryConnectType()));
+}
+
+DefinitionFile::Content parseDefinition(const QvbString& xml, QvReposConfiguration& definition) {
+  QvDom dom;
+  if (!dom.loadXML(xml))
+    return DefinitionFile::Content::Malformed;
+  const auto element = findDefinition(dom.getRoot());
+  if (element.null())
+    return DefinitionFile::Content::NoDefinition;
+  readDefinition(element, dom.getRoot(), definition);
+  return DefinitionFile::Content::Definition;
+}
+
+} // namespace
+
+bool writeConfigurationContents(QvReposConfiguration* definition, const QvbString& path, QvbString* error) {
+  QvDom dom;
+  if (!dom.startNewDocument(definitionElement))
+    return false;
+  writeDefinition(*definition, dom.getRoot());
+  const bool written = dom.createFile(path, true, dom.getRoot());
+  if (!written && error)
+    *error = qvbStringFormat("Error opening file %S for writing content.", &path);
+  return written;
+}
+
+DefinitionFilePtr readDefinitionFile(const QvbString& path, QvReposConfigType type) {
+  QvbString xml;
+  if (np_fio_readAll(path, maxFileSize, &xml) != NP_FIO_OK)
+    return nullptr;
+  auto file = std::make_shared<DefinitionFile>();
+  file->definition.setFilename(path);
+  file->definition.setType(type);
+  file->content = parseDefinition(xml, file->definition);
+  return file;
+}
