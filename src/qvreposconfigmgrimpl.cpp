@@ -1,0 +1,266 @@
+#include "qvreposconfigmgrimpl.h"
+
+#include "guards.h"
+#include "qvsfio/npfio.h"
+#include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbformat.h"
+#include "qvxbase/qvbpath.h"
+
+#include <algorithm>
+#include <unordered_set>
+#include <utility>
+
+namespace {
+
+constexpr const char* sourceName = "src/qvreposconfigmgrimpl";
+constexpr const char* fileExtension = "rcf";
+constexpr int newFolderMode = 8;
+
+constexpr const char* notValid = "The definition specified is not valid.";
+
+bool fail(QvbString* error, const QvbString& message) {
+  if (error)
+    *error = message;
+  return false;
+}
+
+bool fileExists(const QvbString& path) { return np_fio_stat(path, nullptr) == NP_FIO_OK; }
+
+// Whether both paths lead to one file, as names that differ in case do where the file system folds case.
+bool isSameFile(const QvbString& a, const QvbString& b) {
+  NpFileStat first{};
+  NpFileStat second{};
+  return np_fio_stat(a, &first) == NP_FIO_OK && np_fio_stat(b, &second) == NP_FIO_OK &&
+         first.device == second.device && first.inode == second.inode;
+}
+
+bool deleteFile(const QvbString& path, QvbString* error) {
+  const int code = np_fio_unlink(path);
+  if (code == NP_FIO_OK)
+    return true;
+  return fail(error, code == NP_FIO_ACCESS ? "Access was denied trying to delete the definition"
+                                           : "There was an error deleting the definition");
+}
+
+// The folder of the definitions of that type; null or empty when there is none.
+QvbString folderOf(QvReposConfigType type) {
+  switch (type) {
+  case QvReposConfigTypeSystem:
+    return qvbGetConfigOption("BASE/REPOS_SYS_PATH");
+  case QvReposConfigTypeUser:
+    return qvbGetConfigOption("BASE/REPOS_USER_PATH");
+  }
+  return {};
+}
+
+// Lists the definition files anew. Without a folder that can be opened there are none.
+void listFiles(DefinitionFolder& folder) {
+  folder.files.clear();
+  folder.path = folderOf(folder.type);
+  if (folder.path.isEmpty())
+    return;
+  const Released<QvbDirectory> directory(qvbDirectoryOpen(folder.path, 0, nullptr));
+  while (directory && directory->next())
+    if (directory->getName().right(3) == fileExtension)
+      folder.files.push_back(directory->getPath());
+}
+
+// Takes over the definitions of the files that it is given, in their order; the first one of a name wins.
+class DefinitionLoader {
+public:
+  DefinitionLoader(QvLogger* logger, QvbString* errorMessage)
+      : m_logger(logger), m_errorMessage(errorMessage) {}
+
+  void add(DefinitionFilePtr file) {
+    if (file->content == DefinitionFile::Content::NoDefinition)
+      *m_errorMessage =
+          qvbStringFormat("The file \"%s\" is not a valid definition file.", file->definition.getFilename());
+    if (file->content == DefinitionFile::Content::Definition && isFirstOfName(file->definition))
+      m_definitions.push_back(std::move(file));
+  }
+
+  std::vector<DefinitionFilePtr> takeDefinitions() { return std::move(m_definitions); }
+
+private:
+  struct NameHash {
+    std::size_t operator()(const QvbString& name) const { return qvbHashIgnoreCase(name.view()); }
+  };
+  struct NameEqual {
+    bool operator()(const QvbString& a, const QvbString& b) const { return a.compare(b, true) == 0; }
+  };
+
+  bool isFirstOfName(QvReposConfiguration& definition) {
+    const bool isFirst = m_names.insert(definition.getName()).second;
+    if (!isFirst) {
+      m_logger->logEvent(QvLoggingLevel::Lifecycle, sourceName, __LINE__,
+                         "A definition named \"%s\" already exists and will not be loaded.",
+                         definition.getName());
+      m_logger->logEvent(QvLoggingLevel::Anomaly, sourceName, __LINE__,
+                         "The definition file \"%s\" will not be loaded because a definition with that name "
+                         "already exists.",
+                         definition.getFilename());
+    }
+    return isFirst;
+  }
+
+  QvLogger* m_logger;
+  QvbString* m_errorMessage;
+  std::vector<DefinitionFilePtr> m_definitions;
+  std::unordered_set<QvbString, NameHash, NameEqual> m_names;
+};
+
+// Ends the old file of a definition that is now saved elsewhere. That it cannot be deleted does not fail the save.
+void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString* error) {
+  if (oldFile != target && fileExists(oldFile) && !isSameFile(oldFile, target))
+    deleteFile(oldFile, error);
+}
+
+} // namespace
+
+QvReposConfigManagerImpl::QvReposConfigManagerImpl()
+    : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.ReposConfigMgr")), m_lock(qvLockCreate(0, 1)) {
+  if (!m_lock)
+    m_logger->logEvent(QvLoggingLevel::Critical, sourceName, __LINE__,
+                       "Failed to create repos config file manager lock");
+  initFileList();
+}
+
+QvbString QvReposConfigManagerImpl::getErrorMessage() {
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  return m_errorMessage;
+}
+
+void QvReposConfigManagerImpl::initFileList() {
+  listFiles(m_systemFolder);
+  listFiles(m_userFolder);
+}
+
+void QvReposConfigManagerImpl::refreshReposList() {
+  DefinitionLoader loader(m_logger, &m_errorMessage);
+  for (const auto* folder : {&m_systemFolder, &m_userFolder})
+    for (auto& file : readDefinitionFolder(*folder))
+      loader.add(std::move(file));
+  m_definitions = loader.takeDefinitions();
+}
+
+bool QvReposConfigManagerImpl::refresh() {
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  initFileList();
+  refreshReposList();
+  return true;
+}
+
+QvReposConfiguration* QvReposConfigManagerImpl::getConfigurationByName(const QvbString& name) {
+  refresh();
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const auto found = std::find_if(m_definitions.begin(), m_definitions.end(), [&](const auto& file) {
+    return file->definition.getName().compare(name, true) == 0;
+  });
+  return found == m_definitions.end() ? nullptr : (*found)->definition.copyOf();
+}
+
+template<class Filter>
+QvReposConfigurationList* QvReposConfigManagerImpl::listWhere(const Filter& isWanted) {
+  refresh();
+  Released<QvReposConfigurationListImpl> list(new QvReposConfigurationListImpl);
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  for (const auto& file : m_definitions)
+    if (isWanted(file->definition))
+      list->append(&file->definition);
+  return list.release();
+}
+
+QvReposConfigurationList* QvReposConfigManagerImpl::getConfigurationsByType(QvReposConfigType type) {
+  return listWhere([&](QvReposConfiguration& definition) { return definition.getType() == type; });
+}
+
+QvReposConfigurationList* QvReposConfigManagerImpl::getConfigurations() {
+  return listWhere([](QvReposConfiguration&) { return true; });
+}
+
+QvReposConfiguration* QvReposConfigManagerImpl::createConfiguration(const QvbString& name,
+                                                                    QvReposConfigType type) {
+  if (name.isEmpty())
+    return nullptr;
+  auto* definition = new QvReposConfigurationImpl;
+  definition->setName(name);
+  definition->setType(type);
+  return definition;
+}
+
+bool QvReposConfigManagerImpl::configurationExists(const QvbString& name) {
+  return Released<QvReposConfiguration>(getConfigurationByName(name)) != nullptr;
+}
+
+bool QvReposConfigManagerImpl::getDefaultConfiguration(QvbString* name) {
+  name->assign("");
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  refreshReposList();
+  if (m_definitions.empty())
+    return fail(&m_errorMessage, "No repository definitions were found to load default definition from.");
+  *name = m_definitions.front()->definition.getName();
+  return true;
+}
+
+bool QvReposConfigManagerImpl::deleteConfiguration(QvReposConfiguration* definition, QvbString* error) {
+  if (!definition)
+    return fail(error, notValid);
+  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const auto file = definition->getFilename();
+  if (file.isNull())
+    return fail(error, "The definition does not have a filename set.");
+  if (!fileExists(file))
+    return fail(error, "The definition file did not exist.");
+  return deleteFile(file, error);
+}
+
+bool QvReposConfigManagerImpl::saveConfiguration(QvReposConfiguration* definition, QvbString* error) {
+  if (!definition)
+    return fail(error, notValid);
+  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const auto oldFile = definition->getFilename();
+  QvbString target;
+  if (!findTarget(*definition, &target, error))
+    return false;
+  if (oldFile.compare(target, true) != 0 && fileExists(target))
+    return fail(error, "A definition already exists with that name.");
+  if (!writeConfigurationContents(definition, target, error))
+    return false;
+  deleteOldFile(oldFile, target, error);
+  definition->setFilename(target);
+  return true;
+}
+
+bool QvReposConfigManagerImpl::findTarget(QvReposConfiguration& definition, QvbString* target,
+                                          QvbString* error) {
+  const auto folder = folderOf(definition.getType());
+  if (folder.isEmpty())
+    return fail(error, "A valid filename could not be created to save the definition");
+  QvbString message;
+  if (!createDirectoryIfNotExist(folder, &message))
+    return fail(error, message);
+  const auto name = definition.getName();
+  *target = qvbConcatPath(folder, qvbStringFormat("%S.%s", &name, fileExtension));
+  return true;
+}
+
+bool QvReposConfigManagerImpl::createDirectoryIfNotExist(const QvbString& path, QvbString* error) {
+  const int found = np_fio_stat(path, nullptr);
+  if (found == NP_FIO_OK)
+    return true;
+  if (found != NP_FIO_NOT_FOUND) {
+    *error = qvbStringFormat("Error accessing path %s (%d): %s", path, found, np_fio_errdesc(found));
+    m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__, "%s", *error);
+    return false;
+  }
+  if (const int made = np_dir_create(path, newFolderMode)) {
+    *error = qvbStringFormat("Error creating directory %s (%d)", path, made);
+    m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__, "%s", *error);
+    return false;
+  }
+  m_logger->logEvent(QvLoggingLevel::Success, sourceName, __LINE__,
+                     "Created repository definition directory %s", path);
+  return true;
+}
+
+extern "C" QvReposConfigManager* getRepositoryConfigurationManager() { return new QvReposConfigManagerImpl; }

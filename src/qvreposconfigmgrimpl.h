@@ -1,0 +1,52 @@
+// The definition manager: what the two definition folders hold, and the saving and deleting of definitions.
+#pragma once
+
+#include "qvreposconfigcache.h"
+#include "qvxbb/qvlock.h"
+#include "qvxlog/qvxlog.h"
+
+#include <memory>
+#include <vector>
+
+class QVREPOSRES_API QvReposConfigManagerImpl final : public QvReposConfigManager {
+public:
+  // Goes on without a lock when none can be made.
+  QvReposConfigManagerImpl();
+  QvReposConfigManagerImpl(const QvReposConfigManagerImpl&) = delete;
+  QvReposConfigManagerImpl& operator=(const QvReposConfigManagerImpl&) = delete;
+
+  void release() override { delete this; }
+  QvbString getErrorMessage() override;
+  QvReposConfiguration* getConfigurationByName(const QvbString& name) override;
+  QvReposConfigurationList* getConfigurationsByType(QvReposConfigType type) override;
+  bool refresh() override;
+  QvReposConfigurationList* getConfigurations() override;
+  QvReposConfiguration* createConfiguration(const QvbString& name, QvReposConfigType type) override;
+  bool configurationExists(const QvbString& name) override;
+  bool deleteConfiguration(QvReposConfiguration* definition, QvbString* error) override;
+  bool saveConfiguration(QvReposConfiguration* definition, QvbString* error) override;
+  bool getDefaultConfiguration(QvbString* name) override;
+
+private:
+  struct LockDestroyer {
+    void operator()(QvLock* lock) const { qvLockDestroy(lock); }
+  };
+
+  // Lists the files of both folders.
+  void initFileList();
+  // Loads the definitions of the listed files; the first one of a name wins.
+  void refreshReposList();
+  template<class Filter>
+  QvReposConfigurationList* listWhere(const Filter& isWanted);
+  // Makes the last level of the path where it is missing. `error` is required.
+  bool createDirectoryIfNotExist(const QvbString& path, QvbString* error);
+  // The file that the definition is to be saved in; its folder is made where it is missing.
+  bool findTarget(QvReposConfiguration& definition, QvbString* target, QvbString* error);
+
+  QvbString m_errorMessage{""};
+  DefinitionFolder m_systemFolder{QvReposConfigTypeSystem, {}, {}};
+  DefinitionFolder m_userFolder{QvReposConfigTypeUser, {}, {}};
+  std::vector<DefinitionFilePtr> m_definitions;
+  QvLogger* m_logger;
+  std::unique_ptr<QvLock, LockDestroyer> m_lock; // null when it could not be made
+};
