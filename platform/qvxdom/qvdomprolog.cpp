@@ -1,5 +1,7 @@
 #include "qvxdom/private/qvdomprolog.h"
 
+#include "qvxdom/private/qvdomtree.h"
+
 #include <algorithm>
 #include <array>
 
@@ -33,15 +35,22 @@ const Form& formOf(std::string_view document) {
 // Encodings in which a byte of markup stands for itself wherever it occurs: families by the beginning of their
 // names, then single ones.
 constexpr std::array asciiFamilies{"ISO-8859-"sv, "WINDOWS-125"sv, "CP125"sv, "KOI8-"sv, "EUC-"sv};
-constexpr std::array asciiSupersets{"UTF-8"sv,     "UTF8"sv,   "US-ASCII"sv, "ASCII"sv,   "LATIN1"sv,
-                                    "SHIFT_JIS"sv, "GB2312"sv, "GBK"sv,      "GB18030"sv, "BIG5"sv};
+constexpr std::array asciiSupersets{"UTF-8"sv,  "US-ASCII"sv, "ASCII"sv,   "LATIN1"sv, "SHIFT_JIS"sv,
+                                    "GB2312"sv, "GBK"sv,      "GB18030"sv, "BIG5"sv};
 
-bool isAsciiSuperset(std::string encoding) {
-  std::transform(encoding.begin(), encoding.end(), encoding.begin(),
-                 [](unsigned char c) { return static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c); });
+bool isAsciiSuperset(std::string_view encoding) {
   return std::any_of(asciiFamilies.begin(), asciiFamilies.end(),
                      [&](std::string_view family) { return encoding.starts_with(family); }) ||
          std::find(asciiSupersets.begin(), asciiSupersets.end(), encoding) != asciiSupersets.end();
+}
+
+// The declared encoding by the name the parser is given, or empty when it is not admitted.
+std::string admitted(std::string encoding) {
+  std::transform(encoding.begin(), encoding.end(), encoding.begin(),
+                 [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+  if (encoding == "UTF8")
+    return "UTF-8";
+  return isAsciiSuperset(encoding) ? encoding : "";
 }
 
 // The code units of a document.
@@ -185,7 +194,17 @@ QvDomProlog qvDomScanProlog(std::string_view document) {
 
   std::string encoding(form.encoding);
   if (form.signature.empty() && !declaration.encoding.empty())
-    encoding = isAsciiSuperset(declaration.encoding) ? declaration.encoding : "";
+    encoding = admitted(declaration.encoding);
   auto failure = refusal(units, declaration, encoding);
   return {std::move(encoding), byteOrderMark, std::move(failure)};
+}
+
+std::string qvDomFindBrokenUtf8(std::string_view text) {
+  const Form bytes{"", false, 1, false, "UTF-8"};
+  for (auto rest = text; !rest.empty();) {
+    const auto index = text.size() - rest.size();
+    if (qvDomTakeUtf8(rest) == qvDomBroken)
+      return positionOf(Units(text, bytes), index, true) + ": the text is not UTF-8";
+  }
+  return {};
 }

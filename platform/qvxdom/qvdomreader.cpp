@@ -15,6 +15,7 @@
 #include <xercesc/util/XMLUni.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -118,6 +119,7 @@ public:
     m_document = &document;
     m_levels.clear();
     m_text.clear();
+    m_half = 0;
     m_blanks.clear();
     m_blankText.clear();
   }
@@ -146,7 +148,21 @@ public:
     m_levels.pop_back();
   }
 
-  void characters(const XMLCh* text, XMLSize_t length) override { appendUtf8(Utf16(text, length), m_text); }
+  // The parser may hand over the halves of a character one by one.
+  void characters(const XMLCh* text, XMLSize_t length) override {
+    Utf16 units(text, length);
+    if (m_half && !units.empty()) {
+      const std::array whole{m_half, units.front()};
+      appendUtf8(Utf16(whole.data(), whole.size()), m_text);
+      units.remove_prefix(1);
+      m_half = 0;
+    }
+    if (!units.empty() && isHighSurrogate(units.back())) {
+      m_half = units.back();
+      units.remove_suffix(1);
+    }
+    appendUtf8(units, m_text);
+  }
 
   void error(const xc::SAXParseException& error) override { fatalError(error); }
   void fatalError(const xc::SAXParseException& error) override {
@@ -220,6 +236,7 @@ private:
   const xc::Locator* m_locator = nullptr;
   std::vector<Level> m_levels;
   std::string m_text; // of the run that is being read
+  XMLCh m_half = 0;   // of the character that follows it
   std::vector<Blank> m_blanks;
   std::string m_blankText;
   std::string m_name;
@@ -257,14 +274,17 @@ public:
     ++m_documents;
     m_bytes += text.size();
     text.remove_prefix(prolog.byteOrderMark);
-    m_source.resetMemBufInputSource(reinterpret_cast<const XMLByte*>(text.data()), text.size());
-    m_source.setEncoding(widen(prolog.encoding).c_str());
+    xc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()), text.size(),
+                                 xc::XMLUni::fgZeroLenString);
+    source.setCopyBufToStream(false);
+    source.setEncoding(widen(prolog.encoding).c_str());
     m_builder.build(document);
     try {
-      m_parser->parse(m_source);
+      m_parser->parse(source);
       return {};
     } catch (const Refusal& refusal) {
-      return refusal.message;
+      auto broken = prolog.encoding == "UTF-8" ? qvDomFindBrokenUtf8(text) : std::string();
+      return broken.empty() ? refusal.message : broken;
     }
   }
 
@@ -274,7 +294,6 @@ public:
 private:
   Builder m_builder;
   std::unique_ptr<xc::SAX2XMLReader> m_parser;
-  xc::MemBufInputSource m_source{nullptr, 0, xc::XMLUni::fgZeroLenString};
   std::size_t m_documents = 0;
   std::size_t m_bytes = 0;
 };

@@ -6,7 +6,7 @@
 #include <string_view>
 
 struct QvDomProlog {
-  std::string encoding;         // the one to read the document in
+  std::string encoding;         // the one to read the document in, in capitals
   std::size_t byteOrderMark{0}; // its size in bytes
   std::string failure;          // empty, or "<line>:<column>: <reason>" why the document is refused
 };
@@ -15,3 +15,7 @@ struct QvDomProlog {
 // what the parser would find, so the parser is to be held to `encoding`, and only encodings are admitted whose
 // markup can be told without decoding them.
 QvDomProlog qvDomScanProlog(std::string_view document);
+
+// "<line>:<column>: <reason>" for the first byte that is not UTF-8; empty when there is none. The parser decodes
+// ahead, so the place that it reports for such a byte is some place before it.
+std::string qvDomFindBrokenUtf8(std::string_view text);
