@@ -102,15 +102,26 @@ QvbString objectFilename(const QvbString& root, const QvbString& path, const Qvb
   return filename;
 }
 
+struct TypedPath {
+  QvbString path;
+  QvbString type;
+};
+
 // Splits "folder/name(Type)"; the path is the text before the bracket as it stands.
-bool splitTypedPath(const QvbString& text, QvbString* path, QvbString* type) {
+std::optional<TypedPath> splitTypedPath(const QvbString& text) {
   const auto open = text.rfind("(");
   const auto close = text.rfind(")");
   if (open <= 0 || close <= open)
-    return false;
-  *path = text.mid(0, open);
-  *type = text.mid(open + 1, close - open - 1);
-  return true;
+    return std::nullopt;
+  return TypedPath{text.mid(0, open), text.mid(open + 1, close - open - 1)};
+}
+
+// What a repository URI calls its object: by the type parameter, or by a path that holds the type.
+std::optional<TypedPath> typedPathOf(QvURI& uri) {
+  const auto path = uri.getPath();
+  auto* data = uri.getDataURI();
+  const auto type = data ? data->getObjectType() : QvbString();
+  return type.isEmpty() ? splitTypedPath(path) : TypedPath{path, type};
 }
 
 bool repositoryFilename(const QvbString& repository, QvURI* uri, QvbString* filename) {
@@ -257,13 +268,8 @@ bool generateFilenameFromURIandRepository(ASSubject* subject, const QvbString& u
 }
 
 bool generateFilenameFromVaultPath(QvbString root, QvURI* uri, QvbString* filename) {
-  auto path = uri->getPath();
-  if (path.isEmpty())
-    return false;
-  auto* data = uri->getDataURI();
-  auto type = data ? data->getObjectType() : QvbString();
-  if (type.isEmpty() && !splitTypedPath(path, &path, &type))
-    return false;
-  *filename = withSlashes(objectFilename(root, path, type));
-  return true;
+  const auto object = uri->getPath().isEmpty() ? std::nullopt : typedPathOf(*uri);
+  if (object)
+    *filename = withSlashes(objectFilename(root, object->path, object->type));
+  return object.has_value();
 }
