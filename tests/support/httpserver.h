@@ -139,6 +139,6 @@ public:
   std::string url(const std::string& path) const;
 
 private:
-  int m_socket;
-  int m_port;
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
 };
