@@ -161,8 +161,8 @@ int np_fio_stat(const QvbString& path, NpFileStat* stat) {
   if (attempt(QvbFaultPoint::FileStat, native, [&] { return ::stat(native.c_str(), &entry); }) != 0)
     return lastCode();
   if (stat)
-    *stat = {kindOf(entry), entry.st_dev,         entry.st_ino,
-             entry.st_size, entry.st_mtim.tv_sec, entry.st_mtim.tv_nsec};
+    *stat = {kindOf(entry),        entry.st_dev,          entry.st_ino,         entry.st_size,
+             entry.st_mtim.tv_sec, entry.st_mtim.tv_nsec, entry.st_ctim.tv_sec, entry.st_ctim.tv_nsec};
   return NP_FIO_OK;
 }
 

@@ -38,6 +38,9 @@ struct NpFileStat {
   std::int64_t size;
   std::int64_t modifiedSeconds; // since the epoch
   std::int64_t modifiedNanoseconds;
+  // When content, permissions or names changed last: unlike the time above, no program can set it.
+  std::int64_t changedSeconds = 0;
+  std::int64_t changedNanoseconds = 0;
 };
 
 // `file` becomes the handle, null on failure.

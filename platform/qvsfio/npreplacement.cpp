@@ -2,6 +2,7 @@
 
 #include "qvxbase/qvbpath.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>

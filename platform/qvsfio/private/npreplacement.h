@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include <sys/types.h>
+
 namespace npfio {
 
 // The bytes go into a temporary file beside the target. commit() flushes it to disk and swaps the two names,
