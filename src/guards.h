@@ -21,6 +21,12 @@ struct SubjectReleaser {
 };
 using ReleasedSubject = std::unique_ptr<ASSubject, SubjectReleaser>;
 
+struct LockDestroyer {
+  void operator()(QvLock* lock) const { qvLockDestroy(lock); }
+};
+// Owns a platform lock; null when none could be made.
+using OwnedLock = std::unique_ptr<QvLock, LockDestroyer>;
+
 // Holds a platform lock, which may be null, for its own life.
 class LockGuard {
 public:

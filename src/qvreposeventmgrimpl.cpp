@@ -1,6 +1,5 @@
 #include "qvreposeventmgrimpl.h"
 
-#include "guards.h"
 #include "qvxbase/qvbpath.h"
 
 #include <algorithm>
@@ -68,7 +67,6 @@ QvReposEventMgrImpl::~QvReposEventMgrImpl() {
   if (!m_listeners.empty())
     m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__,
                        "Listener list was not empty on shutdown.");
-  qvLockDestroy(m_lock);
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                      "Shutdown of QvRepos Event Manager, ClientId=%s", m_clientGUID);
 }
@@ -77,7 +75,7 @@ void QvReposEventMgrImpl::release() { delete this; }
 
 QvbString QvReposEventMgrImpl::getErrorMessage() { return m_errorMessage; }
 
-// Calls those that are registered now; the ones that a listener adds hear of the next event first.
+// Calls those that are registered now and are not removed meanwhile.
 template<class Notification>
 void QvReposEventMgrImpl::notifyListeners(Notification notify) {
   const Walk walk(*this);
@@ -89,7 +87,7 @@ void QvReposEventMgrImpl::notifyListeners(Notification notify) {
 
 void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                                             const QvbString& object, int id, const QvbString& uuid) {
-  const LockGuard guard(m_lock, LockGuard::WriterMode);
+  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                      "Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
                      repository, id, uuid);
@@ -100,7 +98,7 @@ void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, Reposit
 void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const QvbString& object, int id,
                                             const QvbString& uuid, const QvbString& oldName,
                                             const QvbString& newName) {
-  const LockGuard guard(m_lock, LockGuard::WriterMode);
+  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
   // This record shows where the id is, not what it is; listeners get the id itself.
   m_logger->logEvent(
       QvLoggingLevel::Trace, logSource, __LINE__,
@@ -114,7 +112,7 @@ void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const Q
 bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
   if (!listener)
     return false;
-  const LockGuard guard(m_lock, LockGuard::WriterMode);
+  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
   m_listeners.push_back(listener);
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Adding listener");
   return true;
@@ -123,15 +121,15 @@ bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChan
 bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
   if (!listener)
     return false;
-  const LockGuard guard(m_lock, LockGuard::WriterMode);
-  const Walk walk(*this);
+  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const Walk walk(*this); // closes the gaps at once unless a notification is under way
   std::ranges::replace(m_listeners, listener, nullptr);
   return false;
 }
 
 void QvReposEventMgrImpl::fireContentChanged(const QvbString& repository, const QvbString& object,
                                              RepositoryObjectChangeType type, const QvbString& detail) {
-  const LockGuard guard(m_lock, LockGuard::WriterMode);
+  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
   QvbString change = changeWord(type);
   if (type == RepositoryObjectRenamed)
     change = qvbStringFormat("%s to %s", change, detail);

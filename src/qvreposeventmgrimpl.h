@@ -1,8 +1,8 @@
 // The event manager that getRepositoryEventManager() hands out.
 #pragma once
 
+#include "guards.h"
 #include "qvreposres/qvreposeventmgr.h"
-#include "qvxbb/qvlock.h"
 #include "qvxlog/qvxlog.h"
 
 #include <vector>
@@ -32,12 +32,12 @@ private:
   template<class Notification>
   void notifyListeners(Notification notify);
 
-  // In registration order. While listeners are being notified, a removed one leaves a null in its place, so that
-  // the positions of the others stay what they are.
+  // In registration order. While listeners are being notified, a removed one leaves a null in its place, so
+  // that the positions of the others stay what they are.
   std::vector<RepositoryObjectChange*> m_listeners;
   QvLogger* m_logger;
-  QvLock* m_lock;
+  OwnedLock m_lock;
   QvbString m_errorMessage;
   QvbString m_clientGUID;
-  int m_walks = 0; // notifications under way, one inside the other
+  int m_walks = 0; // under way, one inside the other
 };
