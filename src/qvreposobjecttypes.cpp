@@ -92,8 +92,8 @@ const ExtensionToTypeMap& extensionToType() {
   return map;
 }
 
-// Not the inverse of extensionToType(): one extension stands for each type, "File" has none, and "AncestryFile",
-// "HTML" and "HTM" come from no extension.
+// Not the inverse of extensionToType(): one extension stands for each type, "File" has none, and
+// "AncestryFile", "HTML" and "HTM" come from no extension.
 const TypeToExtensionMap& typeToExtension() {
   static const TypeToExtensionMap map = {
       {"ProcessJob", "djf"},
@@ -136,10 +136,12 @@ const TypeToExtensionMap& typeToExtension() {
   return map;
 }
 
-// The position of the "." before the extension, a two-part one where the path ends in one; -1 when there is none.
+// The position of the "." before the extension, a two-part one where the path ends in one; -1 when there is
+// none.
 //
 // A search that finds nothing, -1, passes for a match in a path of seven characters, one fewer than a dotted
-// two-part extension has. Such a path has no extension here; getComponentsFromFilesystemPath() makes up for it.
+// two-part extension has. Such a path has no extension here; getComponentsFromFilesystemPath() makes up for
+// it.
 QvbString::Index findExtension(const QvbString& path) {
   QvbString lower = path;
   lower.lowercase();

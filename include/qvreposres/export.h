@@ -1,15 +1,18 @@
 // What the library exports.
 //
 // Conventions of every header here:
-//   Ownership   What a factory or an operation returns as a new object or list belongs to the caller, who ends it with
-//               release(). Lists hold copies. The process-wide event manager and file cache belong to the library.
-//   Null        Output pointers may be null only where their operation says so. Texts passed by reference may be null
-//               texts, which count as empty unless an operation tells the two apart.
-//   Failures    A false, null or non-zero result, with a fixed English message where the operation has an output for
-//               one. No exception crosses the boundary except std::bad_alloc from a factory that says so.
-//   Threads     The library starts none. Objects are for one thread at a time unless their header says otherwise.
-//   Slots       The order of virtual operations is a binary contract: new ones are added at the end. Interfaces
-//               without a virtual destructor end through release() alone.
+//   Ownership   What a factory or an operation returns as a new object or list belongs to the caller, who
+//               ends it with release(). Lists hold copies. The process-wide event manager and file cache
+//               belong to the library.
+//   Null        Output pointers may be null only where their operation says so. Texts passed by reference may
+//               be null texts, which count as empty unless an operation tells the two apart.
+//   Failures    A false, null or non-zero result, with a fixed English message where the operation has an
+//               output for one. No exception crosses the boundary but std::bad_alloc, when memory is short.
+//   Threads     The library starts none. Objects are for one thread at a time unless their header says
+//               otherwise.
+//   Slots       The order of virtual operations is a binary contract: new ones are added at the end.
+//               Interfaces without a virtual destructor end through release() alone.
 #pragma once
 
+// Marks the functions, data and classes that stay visible outside the shared library; all else is hidden.
 #define QVREPOSRES_API __attribute__((visibility("default")))

@@ -1,8 +1,14 @@
 // Repository events: who changed which object.
 //
-// The manager calls every listener synchronously, in registration order, on the thread that fires, under its lock: a
-// listener may call back into the manager, but must neither throw nor wait for another thread that uses the manager.
-// The manager's operations may be called from any thread.
+// The manager calls every listener synchronously, in registration order, on the thread that fires, under its
+// lock, so that events of different threads reach listeners one at a time. A listener must neither throw, nor
+// wait for another thread that uses the manager, nor end the manager. It may call back into the manager: what
+// it fires reaches all listeners before the event at hand goes on, whom it removes (itself too) is not called
+// again and may be gone at once, and whom it adds hears of the events after this one. The manager's
+// operations may be called from any thread.
+//
+// What is fired reaches listeners as it is: texts may be null, the id is the caller's own number for the
+// object, and a change that is none of those below stays the number that it is.
 #pragma once
 
 #include "qvreposres/export.h"
@@ -17,7 +23,7 @@ enum RepositoryObjectChangeType : int {
   RepositoryObjectRenamed = 5
 };
 
-// Implemented by applications, which own their listeners.
+// Implemented by applications, which own their listeners and remove them before they end them.
 class RepositoryObjectChange {
 public:
   virtual ~RepositoryObjectChange() = default;
@@ -33,6 +39,7 @@ public:
 class QVREPOSRES_API QvReposEventManager {
 public:
   virtual ~QvReposEventManager() = default;
+  // For the library: the process-wide manager ends in qvReposResShutdown().
   virtual void release() = 0;
   // Always null.
   virtual QvbString getErrorMessage() = 0;
@@ -47,16 +54,19 @@ public:
   virtual bool removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) = 0;
   virtual void fireContentChanged(const QvbString& repository, const QvbString& object,
                                   RepositoryObjectChangeType type, const QvbString& detail) = 0;
-  // The identifier by which this process tells its own changes from those of others. False for a null `out`.
+  // The identifier by which this process tells its own changes from those of others: a UUID of 36 characters,
+  // the same for the manager's whole life. False for a null `out`.
   virtual bool getClientGUID(QvbString* out) = 0;
 };
 
 extern "C" {
 
-// The process-wide manager, made on the first call, which must not race another one; callers do not release it.
+// The process-wide manager, made on the first call, which must not race another one (qvReposResStartup()
+// makes it ahead of concurrent use); callers do not release it. std::bad_alloc when memory is short.
 QVREPOSRES_API QvReposEventManager* getRepositoryEventManager();
 
-// The word for a change; "modified" for every value that has none of its own. False for a null `out`.
+// The word for a change: "created", "deleted", "modified", "locked", "unlocked" or "renamed"; "modified" for
+// every other value. False for a null `out`.
 QVREPOSRES_API bool getRepositoryEventChangeTypeString(RepositoryObjectChangeType type, QvbString* out);
 // The change of a word, case included; RepositoryObjectModified for every other text.
 QVREPOSRES_API RepositoryObjectChangeType getRepositoryEventChangeTypeFromString(const QvbString& text);

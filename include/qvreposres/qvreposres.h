@@ -5,14 +5,17 @@
 
 extern "C" {
 
-// "Repository Resource Library version 2.1 (build 46)"
+// Name, version and build in one line: "Repository Resource Library version 2.1 (build 46)".
 QVREPOSRES_API extern const char* const qvx_build_info;
 QVREPOSRES_API extern const int qvx_build_number;
 QVREPOSRES_API extern const char* const qvx_build_version;
 
-// Makes the process-wide event manager (qvreposeventmgr.h) when there is none. Call it on one thread before concurrent
-// use. 0 on success, -1 on failure. `reserved` is ignored; `*out` becomes null.
+// Makes the process-wide event manager (qvreposeventmgr.h) when there is none. Call it on one thread before
+// concurrent use. 0 on success, -1 on failure; std::bad_alloc when memory is short. `reserved` is ignored;
+// `*out` becomes null, whatever the result.
 QVREPOSRES_API int qvReposResStartup(void* reserved, void** out);
-// Ends the event manager; a second call does nothing. Call it when no other thread uses the library any more.
+// Ends the event manager, without a word to the listeners that are still registered; a second call does
+// nothing. Call it when no other thread uses the library any more. The next start makes a manager with
+// another client identifier.
 QVREPOSRES_API void qvReposResShutdown();
 }
