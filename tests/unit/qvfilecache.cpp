@@ -181,6 +181,7 @@ TEST_F(FileCacheHolder, OwnsOneOfTheCachesThatManyThreadsSet) {
   std::vector<HostCache> caches(8);
   std::vector<int> results(caches.size());
   std::vector<std::thread> threads;
+  threads.reserve(caches.size());
   for (std::size_t i = 0; i < caches.size(); ++i)
     threads.emplace_back([&, i] { results[i] = setFileCacheManager(&caches[i]); });
   for (std::thread& thread : threads)

@@ -411,6 +411,7 @@ TEST_F(EventManager, HandsOutTheEventsOfManyThreadsOneAtATime) {
   };
   add(listener);
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int number = 0; number < 4; ++number)
     threads.emplace_back([&] {
       for (int i = 0; i < 200; ++i) {
