@@ -15,3 +15,9 @@ if(QVREPOSRES_COVERAGE)
   target_compile_options(qv_compile INTERFACE --coverage)
   target_link_options(qv_compile INTERFACE --coverage)
 endif()
+
+# What a shared library of ours shows: see cmake/exports.map.
+function(qv_restrict_exports target)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+endfunction()

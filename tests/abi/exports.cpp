@@ -1,0 +1,138 @@
+// The exported names are a contract: nothing that applications link against may go missing, and nothing else may leak.
+#include "support/golden.h"
+#include "support/process.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+
+using testing::HasSubstr;
+
+namespace {
+
+std::string dynamicSymbols(const std::vector<std::string>& options) {
+  std::vector<std::string> command{"nm", "-D", "--defined-only", "--format=posix"};
+  command.insert(command.end(), options.begin(), options.end());
+  command.emplace_back(QV_BINARY_DIR "/lib/libqvreposres.so");
+  const auto run = runProcess(command);
+  EXPECT_EQ(run.status, 0) << run.err;
+  return run.out;
+}
+
+// The first word of each line, sorted.
+std::set<std::string> firstWords(const std::string& lines) {
+  std::set<std::string> words;
+  std::istringstream in(lines);
+  for (std::string line; std::getline(in, line);)
+    words.insert(line.substr(0, line.find(' ')));
+  return words;
+}
+
+std::string joined(const std::set<std::string>& words) {
+  std::string lines;
+  for (const auto& word : words)
+    lines += word + "\n";
+  return lines;
+}
+
+// A sanitizer makes symbols of its own, and an unoptimised build keeps functions that another one inlines.
+bool isReleaseBuild() { return std::string(QV_BINARY_DIR).ends_with("/release"); }
+
+TEST(Exports, AreExactlyThoseOfTheList) {
+  const auto symbols = joined(firstWords(dynamicSymbols({})));
+  if (isReleaseBuild()) {
+    EXPECT_EQ(symbols, golden("../abi/exports.txt", symbols));
+  }
+}
+
+TEST(Exports, PlainNamesAreTheEntryPointsAndTheBuildData) {
+  std::set<std::string> plain;
+  for (const auto& name : firstWords(dynamicSymbols({})))
+    if (!name.starts_with("_Z"))
+      plain.insert(name);
+  const std::set<std::string> expected{"createQvResourceManager",
+                                       "createRepositoryMetadataObject",
+                                       "createRepositoryMetadataSerializationContext",
+                                       "fixFilesystemStringSlashes",
+                                       "generateFilenameFromURIReference",
+                                       "generateFilenameFromURIandRepository",
+                                       "generateURIReferenceFromFilename",
+                                       "getComponentsFromFilesystemPath",
+                                       "getDefaultRepositoryRootFolders",
+                                       "getFileCache",
+                                       "getFileExtensionForType",
+                                       "getInvalidNameChars",
+                                       "getMDMRepositoryRootFolder",
+                                       "getMDMTemplateRootFolder",
+                                       "getNormalizedNameValue",
+                                       "getQvLineageAnalysis",
+                                       "getRepositoryConfigurationManager",
+                                       "getRepositoryEventChangeTypeFromString",
+                                       "getRepositoryEventChangeTypeString",
+                                       "getRepositoryEventManager",
+                                       "getRepositoryFoundationsFolder",
+                                       "getTypeForFileExtension",
+                                       "isInvalidCharInName",
+                                       "qvFileCacheShutdown",
+                                       "qvFileCacheStartup",
+                                       "qvReposResShutdown",
+                                       "qvReposResStartup",
+                                       "qvx_build_info",
+                                       "qvx_build_number",
+                                       "qvx_build_version",
+                                       "setFileCacheManager"};
+  EXPECT_EQ(joined(plain), joined(expected));
+}
+
+TEST(Exports, FreeFunctionsThatCarryTheirArgumentTypesAreFive) {
+  std::set<std::string> mangled;
+  for (const auto& name : firstWords(dynamicSymbols({})))
+    if (name.starts_with("_Z") && std::isdigit(static_cast<unsigned char>(name[2])))
+      mangled.insert(name);
+  EXPECT_EQ(mangled.size(), 5U) << joined(mangled);
+  for (const char* name : {"isDirectoryPath", "parseFileExt", "trimFileSeperators",
+                           "getRepositoryFilesystemRoot", "generateFilenameFromVaultPath"})
+    EXPECT_THAT(joined(mangled), HasSubstr(name));
+}
+
+TEST(Exports, TypeInformationOfEveryInterfaceAndImplementationCanBeLinked) {
+  const auto names = dynamicSymbols({"-C"});
+  for (const char* type : {"QvReposConfigManager",
+                           "QvReposConfigManagerImpl",
+                           "QvReposConfiguration",
+                           "QvReposConfigurationImpl",
+                           "QvReposConfigurationList",
+                           "QvReposConfigurationListImpl",
+                           "QvReposEventManager",
+                           "QvReposEventMgrImpl",
+                           "QvResourceManager",
+                           "QvResourceManagerImpl",
+                           "QvResource",
+                           "QvResourceImpl",
+                           "QvResourceList",
+                           "QvResourceListImpl",
+                           "QvResourcePropertyList",
+                           "QvResourcePropertyListImpl",
+                           "QvStringList",
+                           "QvStringListImpl",
+                           "QvResourceFactory",
+                           "LineageImpactFactoryImpl",
+                           "QvResourceResolver",
+                           "LineageResourceResolver",
+                           "QvImpactAnalysis",
+                           "LineageSerializationImpl",
+                           "RepositoryMetadataObject",
+                           "RepositoryMetadataObjectImpl",
+                           "RepositoryMetadataObjectList",
+                           "RepositoryMetadataObjectListImpl",
+                           "RepositorySerializationContext",
+                           "RepositorySerializationContextImpl",
+                           "FileAccessCache",
+                           "FileAccessCacheManager",
+                           "FileAccessCacheSourceProvider"})
+    EXPECT_THAT(names, HasSubstr("typeinfo for " + std::string(type) + " ")) << type;
+}
+
+} // namespace
