@@ -37,7 +37,7 @@ TEST(Qvrepos, ResourcesOfAMalformedFileFailWithLineAndColumn) {
   const auto run = runTool({"resources", sampleRepository + "/batch_jobs/broken_export.djf"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out, "");
-  EXPECT_THAT(run.err, HasSubstr("broken_export.djf:8:"));
+  EXPECT_THAT(run.err, HasSubstr("broken_export.djf:9:1: "));
 }
 
 TEST(Qvrepos, DefinitionsListShowsEveryLoadedDefinitionInLoadOrder) {

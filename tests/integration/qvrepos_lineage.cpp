@@ -33,7 +33,7 @@ TEST(QvreposLineage, PrintsTheSampleAndNamesItsMalformedFileWithLineAndColumn) {
   const auto run = runTool({"lineage", "--config", sampleConfig, sampleRepository});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out, golden("sample-lineage.xml", run.out));
-  EXPECT_THAT(run.err, HasSubstr("/batch_jobs/broken_export.djf:8:"));
+  EXPECT_THAT(run.err, HasSubstr("/batch_jobs/broken_export.djf:9:1: "));
   EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
 }
 

@@ -94,6 +94,7 @@ void printDefault(Host& host) {
 void addDefinitionsCommand(CLI::App& app, Host& host) {
   auto* definitions = app.add_subcommand("definitions", "Look at the repository definitions");
   definitions->require_subcommand(1);
+  definitions->parse_complete_callback([&host] { host.setDefaultLogLevel(QvLoggingLevel::Anomaly); });
   definitions->footer("The folders are the options BASE/REPOS_SYS_PATH and BASE/REPOS_USER_PATH.\n"
                       "Example: qvrepos definitions list --set BASE/REPOS_USER_PATH=$PWD/examples/user");
 

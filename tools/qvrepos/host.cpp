@@ -1,10 +1,17 @@
 #include "host.h"
 
+#include "qvxbase/qvbconfig.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+
+void Host::setDefaultLogLevel(QvLoggingLevel level) {
+  if (logLevel == 0 && qvbGetConfigOption("LOG/LEVEL").isEmpty())
+    qvlogSetLevel(level);
+}
 
 void Host::print(std::string_view bytes) {
   if (m_outputError == 0 && std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size())

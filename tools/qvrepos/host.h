@@ -2,6 +2,7 @@
 #pragma once
 
 #include "qvxbase/qvbstring.h"
+#include "qvxlog/qvxlog.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -34,6 +35,10 @@ inline constexpr int ExitUsage = 2;
 class Host {
 public:
   bool quiet = false;
+  int logLevel = 0; // the user's choice, 0 for none
+  // The level from which the library's log records are shown, when the user chose none. Failures reach the user as
+  // results, and a warning that every lookup repeats is noise; commands about what is warned of lower it.
+  void setDefaultLogLevel(QvLoggingLevel level);
 
   // Results, to standard output.
   void print(std::string_view bytes);

@@ -7,7 +7,6 @@
 #include "qvreposres/qvfilecache.h"
 #include "qvreposres/qvreposres.h"
 #include "qvxbase/qvbconfig.h"
-#include "qvxlog/qvxlog.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -18,7 +17,6 @@ namespace {
 struct GlobalOptions {
   std::string configFile;
   std::vector<std::string> settings;
-  int logLevel = 0;
 };
 
 void addGlobalOptions(CLI::App& app, GlobalOptions& options, Host& host) {
@@ -35,7 +33,7 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options, Host& host) {
         return equals == std::string::npos || equals == 0 ? "write it as KEY=VALUE: " + setting
                                                           : std::string();
       });
-  app.add_option("--log-level", options.logLevel, "Log records from this level on, 1 (trace) to 6 (critical)")
+  app.add_option("--log-level", host.logLevel, "Log records from this level on, 1 (trace) to 6 (critical)")
       ->type_name("N")
       ->check(CLI::Range(1, 6));
   app.add_flag("-q,--quiet", host.quiet, "Show no progress");
@@ -43,15 +41,16 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options, Host& host) {
   app.require_subcommand(1);
 }
 
-void applyGlobalOptions(const GlobalOptions& options) {
+void applyGlobalOptions(const GlobalOptions& options, Host& host) {
   if (!options.configFile.empty())
     setenv("QV_CONFIG", options.configFile.c_str(), 1);
   for (const auto& setting : options.settings) {
     const auto equals = setting.find('=');
     qvbSetConfigOption(text(setting.substr(0, equals)), text(setting.substr(equals + 1)));
   }
-  if (options.logLevel != 0)
-    qvlogSetLevel(static_cast<QvLoggingLevel>(options.logLevel));
+  if (host.logLevel != 0)
+    qvlogSetLevel(static_cast<QvLoggingLevel>(host.logLevel));
+  host.setDefaultLogLevel(QvLoggingLevel::Error);
 }
 
 // The library's process-wide holders, for as long as the tool runs.
@@ -80,7 +79,7 @@ int main(int argc, char** argv) {
   addGlobalOptions(app, options, host);
   std::optional<LibrarySession> session; // begins once the options are known: logging depends on them
   app.parse_complete_callback([&] {
-    applyGlobalOptions(options);
+    applyGlobalOptions(options, host);
     session.emplace();
   });
   addLineageCommand(app, host);
