@@ -1,5 +1,6 @@
 #include "qvresourcemgrimpl.h"
 
+#include "qvreposres/qvlineage.h"
 #include "qvxbase/qvbconfig.h"
 #include "support/recordingfactory.h"
 #include "support/tempdir.h"
@@ -319,4 +320,26 @@ TEST_F(Scan, ReachesTheDeepestElement) {
   for (int i = 0; i < depth; ++i)
     content = "<x>" + content + "</x>";
   EXPECT_EQ(scan(content), (Rows{table("", "", "", "deep")}));
+}
+
+TEST(LineageScan, LocatesATableWhereItsURISays) {
+  const Released<QvImpactAnalysis> lineage(getQvLineageAnalysis());
+  const Released<QvResourceManager> manager(createQvResourceManager());
+  auto* factory = lineage->getDefaultResourceFactory();
+  for (const std::string uri : {"qvf://SYS/Sales?schema=dbo&table=orders", "qvd:///Sales?table=orders"}) {
+    const Released<QvResourceList> list(lineage->createResourceList());
+    QvDom document;
+    ASSERT_TRUE(document.startNewDocument("SQLUpdateRows"));
+    document.getRoot().addChild("SourceTable").setAttributeValue("PathURI", text(uri + "&type=ODBC"));
+    const auto step = document.createXML(false, document.getRoot());
+    ASSERT_TRUE(manager->addSQLResourcesFromString(step, factory, list.get()));
+    ASSERT_TRUE(list->next()); // the data source
+    ASSERT_TRUE(list->next());
+    auto* table = list->getValue();
+    QvbString name, location;
+    ASSERT_TRUE(factory->getResourceResolver()->getResourceLocation(
+        table->getName(), table->getResourceIdentity(), table->getResourceType(), &name, &location));
+    EXPECT_EQ(name, "orders");
+    EXPECT_EQ(str(location), uri);
+  }
 }
