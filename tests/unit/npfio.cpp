@@ -264,6 +264,8 @@ TEST_F(Files, AreDescribedByTheirState) {
     EXPECT_EQ(stat.size, 7);
     EXPECT_EQ(stat.modifiedSeconds, 1234567890);
     EXPECT_EQ(stat.modifiedNanoseconds, 123456789);
+    EXPECT_EQ(stat.changedSeconds, expected.st_ctim.tv_sec);
+    EXPECT_EQ(stat.changedNanoseconds, expected.st_ctim.tv_nsec);
   }
   NpFileStat stat{};
   ASSERT_EQ(np_fio_stat(path("folder"), &stat), NP_FIO_OK);
