@@ -50,7 +50,8 @@ KnownFolders& knownFolders() {
 
 bool isSameState(const NpFileStat& a, const NpFileStat& b) {
   return a.device == b.device && a.inode == b.inode && a.size == b.size &&
-         a.modifiedSeconds == b.modifiedSeconds && a.modifiedNanoseconds == b.modifiedNanoseconds;
+         a.modifiedSeconds == b.modifiedSeconds && a.modifiedNanoseconds == b.modifiedNanoseconds &&
+         a.changedSeconds == b.changedSeconds && a.changedNanoseconds == b.changedNanoseconds;
 }
 
 std::int64_t secondsNow() {

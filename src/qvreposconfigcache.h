@@ -12,6 +12,6 @@ struct DefinitionFolder {
 };
 
 // The folder's files in their order, without those that cannot be read. What a file holds is shared by all callers of
-// the process; the file is read again when it is another one, or has another size or time, than when it was read. It
-// may be called from any thread.
+// the process; a file is read again when it is another one, or has another size or other times, than when it was read.
+// It may be called from any thread.
 std::vector<DefinitionFilePtr> readDefinitionFolder(const DefinitionFolder& folder);

@@ -1,5 +1,6 @@
 #include "qvreposconfigcache.h"
 
+#include "qvsfio/npfio.h"
 #include "qvxbase/qvbfault.h"
 #include "qvxbase/qvbformat.h"
 #include "support/tempdir.h"
@@ -127,6 +128,23 @@ TEST_F(DefinitionCache, AnotherFileUnderTheNameIsAChangeEvenAtTheSameTimeAndSize
   const auto path = write("a.rcf", xmlNamed("A"));
   read({"a.rcf"});
   std::filesystem::rename(write("new", xmlNamed("B")), path);
+  EXPECT_EQ(read({"a.rcf"}), Names{"B"});
+}
+
+// The moment of a change cannot be set, but the file system's clock goes on in steps.
+TEST_F(DefinitionCache, AChangeThatHidesItsTimeAndSizeIsSeen) {
+  const auto path = write("a.rcf", xmlNamed("A"));
+  read({"a.rcf"});
+  NpFileStat before{};
+  NpFileStat after{};
+  ASSERT_EQ(np_fio_stat(text(path), &before), NP_FIO_OK);
+  do {
+    write("a.rcf", xmlNamed("B"));
+    ASSERT_EQ(np_fio_stat(text(path), &after), NP_FIO_OK);
+  } while (after.changedSeconds == before.changedSeconds &&
+           after.changedNanoseconds == before.changedNanoseconds);
+  EXPECT_EQ(after.modifiedNanoseconds, before.modifiedNanoseconds);
+  EXPECT_EQ(after.size, before.size);
   EXPECT_EQ(read({"a.rcf"}), Names{"B"});
 }
 
