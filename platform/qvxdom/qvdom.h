@@ -3,7 +3,7 @@
 // Text is UTF-8 throughout, whatever encoding a document was read in. Documents come from memory only:
 // nothing in a document can make the reader open a path or a URL. Refused, each with a message: a document
 // type declaration, XML 1.1, an encoding in which markup is not what it is in ASCII (the Unicode ones aside),
-// element depth over 1,000, a document over 512 MiB. No operation recurses over siblings or levels.
+// element depth over 1,000, an element with over 10,000 attributes, a document over 512 MiB. No operation recurses over siblings or levels.
 //
 // Reading keeps text and its order; comments and processing instructions are dropped, and so is white space in
 // an element that holds child elements and no other text.

@@ -1,7 +1,8 @@
-#include "qvxdom/private/qvdomprolog.h"
+#include "qvxdom/private/qvdomscan.h"
 #include "qvxdom/private/qvdomtree.h"
 
 #include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/framework/MemoryManager.hpp>
 #include <xercesc/sax/Locator.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/sax2/Attributes.hpp>
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -249,10 +251,59 @@ void initializeParser() {
   std::call_once(once, [] { xc::XMLPlatformUtils::Initialize(); });
 }
 
+// The memory of one reader. The parser forgets parts of it when an allocation fails; here they end with the
+// reader.
+class ReaderMemory : public xc::MemoryManager {
+public:
+  ReaderMemory() = default;
+  ~ReaderMemory() override {
+    while (m_blocks.next != &m_blocks)
+      remove(m_blocks.next);
+  }
+  ReaderMemory(const ReaderMemory&) = delete;
+  ReaderMemory& operator=(const ReaderMemory&) = delete;
+
+  void* allocate(XMLSize_t size) override {
+    auto* block = new (obtain(sizeof(Block) + size)) Block{m_blocks.next, &m_blocks};
+    block->next->previous = block;
+    m_blocks.next = block;
+    return block + 1;
+  }
+  void deallocate(void* memory) override {
+    if (memory)
+      remove(static_cast<Block*>(memory) - 1);
+  }
+  // Exceptions may outlive the reader.
+  xc::MemoryManager* getExceptionMemoryManager() override { return xc::XMLPlatformUtils::fgMemoryManager; }
+
+private:
+  struct alignas(std::max_align_t) Block {
+    Block* next;
+    Block* previous;
+  };
+
+  // A failure has to be the parser's own: it stops the parser from tidying up what is half made.
+  static void* obtain(std::size_t size) {
+    try {
+      return ::operator new(size);
+    } catch (const std::bad_alloc&) {
+      throw xc::OutOfMemoryException();
+    }
+  }
+
+  static void remove(Block* block) {
+    block->previous->next = block->next;
+    block->next->previous = block->previous;
+    ::operator delete(block);
+  }
+
+  Block m_blocks{&m_blocks, &m_blocks};
+};
+
 // The well-formedness scanner is a safety rule: the others open external entities whatever the features say.
-std::unique_ptr<xc::SAX2XMLReader> makeParser() {
+std::unique_ptr<xc::SAX2XMLReader> makeParser(ReaderMemory& memory) {
   initializeParser();
-  std::unique_ptr<xc::SAX2XMLReader> parser(xc::XMLReaderFactory::createXMLReader());
+  std::unique_ptr<xc::SAX2XMLReader> parser(xc::XMLReaderFactory::createXMLReader(&memory));
   parser->setProperty(xc::XMLUni::fgXercesScannerName, const_cast<XMLCh*>(xc::XMLUni::fgWFXMLScanner));
   parser->setFeature(xc::XMLUni::fgSAX2CoreNameSpaces, false);
   parser->setFeature(xc::XMLUni::fgSAX2CoreValidation, false);
@@ -264,26 +315,26 @@ std::unique_ptr<xc::SAX2XMLReader> makeParser() {
 
 class Reader {
 public:
-  Reader() : m_parser(makeParser()) {
+  Reader() : m_parser(makeParser(m_memory)) {
     m_parser->setContentHandler(&m_builder);
     m_parser->setErrorHandler(&m_builder);
   }
 
   // Empty, or why the document is refused. After an exception the reader is unfit for use.
-  std::string read(std::string_view text, const QvDomProlog& prolog, QvDomDocument& document) {
+  std::string read(std::string_view text, const QvDomScan& scan, QvDomDocument& document) {
     ++m_documents;
     m_bytes += text.size();
-    text.remove_prefix(prolog.byteOrderMark);
+    text.remove_prefix(scan.byteOrderMark);
     xc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()), text.size(),
-                                 xc::XMLUni::fgZeroLenString);
+                                 xc::XMLUni::fgZeroLenString, false, &m_memory);
     source.setCopyBufToStream(false);
-    source.setEncoding(widen(prolog.encoding).c_str());
+    source.setEncoding(widen(scan.encoding).c_str());
     m_builder.build(document);
     try {
       m_parser->parse(source);
       return {};
     } catch (const Refusal& refusal) {
-      auto broken = prolog.encoding == "UTF-8" ? qvDomFindBrokenUtf8(text) : std::string();
+      auto broken = scan.encoding == "UTF-8" ? qvDomFindBrokenUtf8(text) : std::string();
       return broken.empty() ? refusal.message : broken;
     }
   }
@@ -292,6 +343,7 @@ public:
   bool isWornOut() const { return m_documents >= 10000 || m_bytes >= std::size_t{64} << 20; }
 
 private:
+  ReaderMemory m_memory;
   Builder m_builder;
   std::unique_ptr<xc::SAX2XMLReader> m_parser;
   std::size_t m_documents = 0;
@@ -299,10 +351,10 @@ private:
 };
 
 // The reader is out of its place while it reads: one that an exception leaves in whatever state is thrown away.
-std::string readWithKeptReader(std::string_view text, const QvDomProlog& prolog, QvDomDocument& document) {
+std::string readWithKeptReader(std::string_view text, const QvDomScan& scan, QvDomDocument& document) {
   thread_local std::unique_ptr<Reader> kept;
   auto reader = kept ? std::move(kept) : std::make_unique<Reader>();
-  auto failure = reader->read(text, prolog, document);
+  auto failure = reader->read(text, scan, document);
   if (!reader->isWornOut())
     kept = std::move(reader);
   return failure;
@@ -328,11 +380,11 @@ bool qvDomIsName(std::string_view text) {
 }
 
 std::string qvDomRead(std::string_view text, QvDomDocument& document) {
-  auto prolog = qvDomScanProlog(text);
-  if (!prolog.failure.empty())
-    return std::move(prolog.failure);
+  auto scan = qvDomScan(text);
+  if (!scan.failure.empty())
+    return std::move(scan.failure);
   try {
-    return readWithKeptReader(text, prolog, document);
+    return readWithKeptReader(text, scan, document);
   } catch (const xc::OutOfMemoryException&) {
     throw std::bad_alloc();
   } catch (const xc::XMLException& error) {

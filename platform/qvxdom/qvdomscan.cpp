@@ -1,4 +1,4 @@
-#include "qvxdom/private/qvdomprolog.h"
+#include "qvxdom/private/qvdomscan.h"
 
 #include "qvxdom/private/qvdomtree.h"
 
@@ -10,6 +10,9 @@ namespace {
 using namespace std::string_view_literals;
 
 constexpr std::size_t npos = std::string_view::npos;
+
+// The parser compares each attribute with every one before it.
+constexpr std::size_t maxAttributes = 10000;
 
 struct Form {
   std::string_view signature;
@@ -79,12 +82,18 @@ public:
     const auto unit = index < size() ? (*this)[index] : U'\0';
     return unit == ' ' || unit == '\t' || unit == '\r' || unit == '\n';
   }
-  // Past the next occurrence of the text; npos when there is none.
+  // The next such unit, or the size when there is none.
+  std::size_t find(char32_t unit, std::size_t from) const {
+    while (from < size() && (*this)[from] != unit)
+      ++from;
+    return from;
+  }
+  // Past the next occurrence of the text; the size when there is none.
   std::size_t past(std::string_view text, std::size_t from) const {
     for (auto index = from; index < size(); ++index)
       if (holdsAt(index, text))
         return index + text.size();
-    return npos;
+    return size();
   }
   std::string ascii(std::size_t from, std::size_t to) const {
     std::string text;
@@ -154,48 +163,105 @@ std::size_t pastMisc(const Units& units, std::size_t index) {
   return index;
 }
 
-// Where the document type declaration or the root element begins; npos when the prolog does not end.
+// Where the document type declaration or the root element begins.
 std::size_t endOfMisc(const Units& units) {
   std::size_t index = 0;
-  for (auto past = pastMisc(units, 0); past != index; past = pastMisc(units, index)) {
-    if (past == npos)
-      return npos;
+  for (auto past = pastMisc(units, 0); past != index; past = pastMisc(units, index))
     index = past;
-  }
   return index;
 }
 
 Declaration declarationOf(const Units& units) {
   if (!units.holdsAt(0, "<?xml") || !units.isSpaceAt(5))
     return {};
-  const auto end = units.past("?>", 5);
-  return end == npos ? Declaration() : parseDeclaration(units.ascii(5, end));
+  return parseDeclaration(units.ascii(5, units.past("?>", 5)));
+}
+
+// The end of the tag at the index, and how many attributes it has.
+struct Tag {
+  std::size_t end;
+  std::size_t attributes;
+};
+
+Tag tagAt(const Units& units, std::size_t index) {
+  Tag tag{index + 1, 0};
+  for (; tag.end < units.size(); ++tag.end) {
+    const auto unit = units[tag.end];
+    if (unit == '<' || unit == '>')
+      break;
+    if (unit == '"' || unit == '\'') {
+      tag.end = units.find(unit, tag.end + 1);
+      ++tag.attributes;
+    }
+  }
+  return tag;
+}
+
+// Past the markup at the index.
+std::size_t pastMarkup(const Units& units, std::size_t index) {
+  if (units.holdsAt(index, "<![CDATA["))
+    return units.past("]]>", index);
+  const auto misc = pastMisc(units, index);
+  return misc == index ? tagAt(units, index).end : misc;
+}
+
+// The first element with too many attributes; npos when there is none.
+std::size_t findCrowdedElement(const Units& units) {
+  for (auto index = units.find('<', 0); index < units.size();
+       index = units.find('<', pastMarkup(units, index)))
+    if (!units.holdsAt(index, "<!") && !units.holdsAt(index, "<?") &&
+        tagAt(units, index).attributes > maxAttributes)
+      return index;
+  return npos;
+}
+
+// Whether it is worth looking for one. There is no "<" within a tag, so that it must be far from one to the next
+// somewhere, which a few probes tell; a comment or section in which that looks like such a tag is rare.
+bool mayBeCrowded(std::string_view document, const Units& units) {
+  constexpr auto half = maxAttributes * std::string_view(" a=''").size() / 2;
+  if (units.size() < document.size())
+    return units.size() > 2 * half;
+  for (auto tag = document.find('<'); tag != npos;) {
+    const auto probe = tag + half;
+    const auto next = document.find('<', probe);
+    if (std::min(next, document.size()) > probe + half &&
+        tagAt(units, document.rfind('<', probe - 1)).attributes > maxAttributes)
+      return true;
+    tag = next;
+  }
+  return false;
 }
 
 // Why the document is refused, if it is.
-std::string refusal(const Units& units, const Declaration& declaration, const std::string& encoding) {
+std::string refusal(std::string_view document, const Units& units, const Declaration& declaration,
+                    const std::string& encoding) {
   if (declaration.version == "1.1")
     return "1:1: XML version 1.1 is not supported";
   if (encoding.empty())
     return "1:1: the encoding \"" + declaration.encoding + "\" is not supported";
-  const auto index = endOfMisc(units);
-  if (index != npos && units.holdsAt(index, "<!DOCTYPE"))
-    return positionOf(units, index, encoding == "UTF-8") + ": a document type declaration is not allowed";
+  const bool utf8 = encoding == "UTF-8";
+  if (const auto index = endOfMisc(units); units.holdsAt(index, "<!DOCTYPE"))
+    return positionOf(units, index, utf8) + ": a document type declaration is not allowed";
+  const auto crowded = mayBeCrowded(document, units) ? findCrowdedElement(units) : npos;
+  if (crowded != npos)
+    return positionOf(units, crowded, utf8) + ": an element has more than " + std::to_string(maxAttributes) +
+           " attributes";
   return {};
 }
 
 } // namespace
 
-QvDomProlog qvDomScanProlog(std::string_view document) {
+QvDomScan qvDomScan(std::string_view document) {
   const auto& form = formOf(document);
   const auto byteOrderMark = form.isByteOrderMark ? form.signature.size() : 0;
-  const Units units(document.substr(byteOrderMark), form);
+  document.remove_prefix(byteOrderMark);
+  const Units units(document, form);
   const auto declaration = declarationOf(units);
 
   std::string encoding(form.encoding);
   if (form.signature.empty() && !declaration.encoding.empty())
     encoding = admitted(declaration.encoding);
-  auto failure = refusal(units, declaration, encoding);
+  auto failure = refusal(document, units, declaration, encoding);
   return {std::move(encoding), byteOrderMark, std::move(failure)};
 }
 

@@ -1,4 +1,4 @@
-// What may stand before the root element, and in which encodings.
+// What is refused before a document is parsed, and in which encodings documents are read.
 #include "qvxdom/qvdom.h"
 
 #include "support/tempdir.h"
@@ -46,13 +46,13 @@ std::string widened(std::string_view ascii, std::size_t width, Order order) {
   return wide;
 }
 
-struct PrologCase {
+struct DoctypeCase {
   const char* xml;
   const char* place;
 };
 
-TEST(QvDomProlog, EveryFormOfDocumentTypeIsRefusedWhereItStands) {
-  const PrologCase cases[] = {
+TEST(QvDomScan, EveryFormOfDocumentTypeIsRefusedWhereItStands) {
+  const DoctypeCase cases[] = {
       {"<!DOCTYPE r><r/>", "1:1"},
       {"<!DOCTYPE r SYSTEM 'r.dtd'><r/>", "1:1"},
       {"<!DOCTYPE r PUBLIC '-//x' 'http://127.0.0.1:9/r.dtd'><r/>", "1:1"},
@@ -75,19 +75,19 @@ TEST(QvDomProlog, EveryFormOfDocumentTypeIsRefusedWhereItStands) {
     EXPECT_EQ(messageOf(c.xml), c.place + (": " + noDoctype)) << c.xml;
 }
 
-TEST(QvDomProlog, ADocumentTypeElsewhereIsMalformed) {
+TEST(QvDomScan, ADocumentTypeElsewhereIsMalformed) {
   for (const char* xml : {"<r/><!DOCTYPE r>", "<r><!DOCTYPE r></r>", "x<!DOCTYPE r><r/>",
                           "<!-- <!DOCTYPE r><r/>", "<! DOCTYPE r><r/>", "<!doctype r><r/>"})
     EXPECT_NE(messageOf(xml), "") << xml;
 }
 
-TEST(QvDomProlog, WhatOnlyLooksLikeADocumentTypeIsRead) {
+TEST(QvDomScan, WhatOnlyLooksLikeADocumentTypeIsRead) {
   EXPECT_EQ(valueOf("<!-- <!DOCTYPE r> --><r>x</r>"), "x");
   EXPECT_EQ(valueOf("<?p <!DOCTYPE r>?><r>x</r>"), "x");
   EXPECT_EQ(valueOf("<r><![CDATA[<!DOCTYPE r>]]></r>"), "<!DOCTYPE r>");
 }
 
-TEST(QvDomProlog, ADocumentTypeIsFoundInEveryWidth) {
+TEST(QvDomScan, ADocumentTypeIsFoundInEveryWidth) {
   const std::string xml = "<?xml version='1.0'?>\n<!-- c --><!DOCTYPE r [<!ENTITY e 'x'>]><r>&e;</r>";
   const std::string expected = "2:11: " + noDoctype;
   for (const auto order : {Order::Big, Order::Little}) {
@@ -100,7 +100,7 @@ TEST(QvDomProlog, ADocumentTypeIsFoundInEveryWidth) {
   }
 }
 
-TEST(QvDomProlog, DocumentsInEveryWidthAreRead) {
+TEST(QvDomScan, DocumentsInEveryWidthAreRead) {
   const std::string xml = "<?xml version='1.0'?><!-- c --><r>x</r>";
   for (const auto order : {Order::Big, Order::Little}) {
     EXPECT_EQ(valueOf((order == Order::Big ? "\xFE\xFF"s : "\xFF\xFE"s) + widened(xml, 2, order)), "x");
@@ -111,7 +111,7 @@ TEST(QvDomProlog, DocumentsInEveryWidthAreRead) {
   }
 }
 
-TEST(QvDomProlog, TextIsUtf8WhateverTheDocumentsEncoding) {
+TEST(QvDomScan, TextIsUtf8WhateverTheDocumentsEncoding) {
   EXPECT_EQ(valueOf("<?xml version='1.0' encoding='UTF-8'?><r>\xC3\xA9</r>"), "\xC3\xA9");
   EXPECT_EQ(valueOf("<?xml version='1.0' encoding='utf-8' standalone='yes'?><r>\xC3\xA9</r>"), "\xC3\xA9");
   EXPECT_EQ(valueOf("<?xml version='1.0' encoding='ISO-8859-1'?><r>\xE9</r>"), "\xC3\xA9");
@@ -124,22 +124,22 @@ TEST(QvDomProlog, TextIsUtf8WhateverTheDocumentsEncoding) {
   EXPECT_EQ(valueOf("\xFE\xFF\0<\0r\0>\x20\xAC\0<\0/\0r\0>"s), "\xE2\x82\xAC");
 }
 
-TEST(QvDomProlog, AByteOrderMarkCountsForMoreThanTheDeclaration) {
+TEST(QvDomScan, AByteOrderMarkCountsForMoreThanTheDeclaration) {
   EXPECT_EQ(valueOf("\xEF\xBB\xBF<?xml version='1.0' encoding='ISO-8859-1'?><r>\xC3\xA9</r>"), "\xC3\xA9");
 }
 
-TEST(QvDomProlog, AnEncodingThatCouldHideMarkupIsRefused) {
+TEST(QvDomScan, AnEncodingThatCouldHideMarkupIsRefused) {
   for (const char* name : {"UTF-7", "ISO-2022-JP", "HZ-GB-2312", "SCSU", "BOCU-1", "IBM037", "ibm-1047",
                            "UTF-16", "UTF-32", "unheard-of", "IMAP-mailbox-name"})
     EXPECT_EQ(messageOf("<?xml version='1.0' encoding='"s + name + "'?>+ADwAIQ-DOCTYPE r+AD4-<r/>"),
               "1:1: the encoding \""s + name + "\" is not supported");
 }
 
-TEST(QvDomProlog, AnEncodingThatIsAdmittedAndUnknownIsRefusedByTheParser) {
+TEST(QvDomScan, AnEncodingThatIsAdmittedAndUnknownIsRefusedByTheParser) {
   EXPECT_EQ(messageOf("<?xml version='1.0' encoding='ISO-8859-99'?><r/>").rfind("1:1: ", 0), 0u);
 }
 
-TEST(QvDomProlog, ADeclarationHidesNothingFromTheScan) {
+TEST(QvDomScan, ADeclarationHidesNothingFromTheScan) {
   for (const char* xml : {"<?xml version='1.0' standalone=' encoding=\"UTF-8\"' encoding='UTF-7'?><r/>",
                           "<?xml encoding='UTF-7' version='1.0'?><r/>", "<?xml version='1.0' encoding='UTF-8",
                           "<?xml version='1.0' encoding='UTF-8' encoding='UTF-7'?><r/>", "<?xml?><r/>",
@@ -147,8 +147,36 @@ TEST(QvDomProlog, ADeclarationHidesNothingFromTheScan) {
     EXPECT_NE(messageOf(xml), "") << xml;
 }
 
-TEST(QvDomProlog, Xml11IsRefused) {
+TEST(QvDomScan, Xml11IsRefused) {
   EXPECT_EQ(messageOf("<?xml version=\"1.1\"?><r>&#1;</r>"), "1:1: XML version 1.1 is not supported");
+}
+
+std::string attributes(int count) {
+  std::string all;
+  for (int i = 0; i < count; ++i)
+    all += " a" + std::to_string(i) + "='>'";
+  return all;
+}
+
+TEST(QvDomScan, AnElementHasAsManyAttributesAsTheLimit) {
+  QvDom dom;
+  ASSERT_TRUE(dom.loadXML(text("<r><e" + attributes(10'000) + "/></r>"))) << dom.getErrorMessage();
+  EXPECT_EQ(dom.getRoot().getFirstChild(false).getAttributeCount(), 10'000);
+  const std::string refused = "an element has more than 10000 attributes";
+  EXPECT_EQ(messageOf("<r>\n<e" + attributes(10'001) + "/></r>"), "2:1: " + refused);
+  EXPECT_EQ(messageOf("<r" + attributes(1'000'000)), "1:1: " + refused);
+  EXPECT_EQ(messageOf("<!-- c --><r><![CDATA[x]]><e" + attributes(10'001) + "/></r>"), "1:27: " + refused);
+  EXPECT_EQ(messageOf("\xFE\xFF" + widened("<r>\n <e" + attributes(10'001) + "/></r>", 2, Order::Big)),
+            "2:2: " + refused);
+}
+
+TEST(QvDomScan, TextThatLooksLikeManyAttributesIsRead) {
+  const auto many = attributes(20'000);
+  const auto expected = "<e" + many;
+  EXPECT_EQ(valueOf("<r>" + many + "</r>"), many);
+  EXPECT_EQ(valueOf("<r><![CDATA[" + expected + "]]></r>"), expected);
+  EXPECT_EQ(valueOf("<r><!-- " + expected + " --><?p " + expected + "?>x</r>"), "x");
+  EXPECT_EQ(valueOf("\xFF\xFE" + widened("<r><![CDATA[" + expected + "]]></r>", 2, Order::Little)), expected);
 }
 
 // Whatever opens, reads or lists in a folder while this lives is noticed.
@@ -169,7 +197,7 @@ private:
   int m_queue;
 };
 
-TEST(QvDomProlog, TheWatchOfTheseTestsNoticesAReader) {
+TEST(QvDomScan, TheWatchOfTheseTestsNoticesAReader) {
   const TempDir dir;
   dir.write("secret", "x");
   const Watch watch(dir.path().string());
@@ -177,7 +205,7 @@ TEST(QvDomProlog, TheWatchOfTheseTestsNoticesAReader) {
   EXPECT_TRUE(watch.noticed());
 }
 
-TEST(QvDomProlog, NothingADocumentNamesIsEverOpened) {
+TEST(QvDomScan, NothingADocumentNamesIsEverOpened) {
   const TempDir dir;
   const auto file = dir.write("secret", "TOPSECRET");
   const auto fifo = dir / "fifo";
@@ -206,7 +234,7 @@ TEST(QvDomProlog, NothingADocumentNamesIsEverOpened) {
   }
 }
 
-TEST(QvDomProlog, AnEntityBombIsRefusedBeforeItGrows) {
+TEST(QvDomScan, AnEntityBombIsRefusedBeforeItGrows) {
   std::string bomb = "<!DOCTYPE r [<!ENTITY e0 'lol'>";
   for (int i = 1; i < 30; ++i) {
     bomb += "<!ENTITY e" + std::to_string(i) + " '";
