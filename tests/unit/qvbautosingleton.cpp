@@ -156,6 +156,7 @@ TEST_F(Singleton, IsMadeOnceByThreadsThatRace) {
   std::atomic<int> makers = 0;
   std::vector<void*> found(Threads);
   std::vector<std::thread> threads;
+  threads.reserve(Threads);
   for (int i = 0; i < Threads; ++i)
     threads.emplace_back([&, i] {
       Holder holder("test.race");

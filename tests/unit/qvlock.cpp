@@ -18,6 +18,7 @@ TEST(Lock, ExcludesOtherThreadsInBothModes) {
   ASSERT_NE(lock, nullptr);
   long counter = 0; // a data race, and a wrong sum, unless the lock excludes
   std::vector<std::thread> threads;
+  threads.reserve(Threads);
   for (int i = 0; i < Threads; ++i)
     threads.emplace_back([&, mode = i % 2] {
       for (int round = 0; round < Rounds; ++round) {
