@@ -15,7 +15,8 @@ extern "C" {
 QVREPOSRES_API bool fixFilesystemStringSlashes(const QvbString& in, QvbString* out);
 
 // The repository URI of a file below a repository's folder (the longest matching one), else its file URI; a text that
-// is a URI already comes back as it is. False for an empty name.
+// is a URI already comes back as it is. A folder's path ends at a separator: "/srv/repository/x" is not below
+// "/srv/repo". False for an empty name and for a repository's folder itself.
 QVREPOSRES_API bool generateURIReferenceFromFilename(const QvbString& filename, QvbString* uriReference);
 
 // The file that a URI names, on behalf of the subject, who matters for remote files alone.
@@ -33,5 +34,6 @@ QVREPOSRES_API bool generateFilenameFromURIandRepository(ASSubject* subject, con
 // the definition. False when neither is there.
 QVREPOSRES_API bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* root);
 
-// The file below `root` that a repository URI names: by its object type, or by a path that ends in "name (Type)".
+// The file below `root` that a repository URI names: by its object type, or by a path that ends in "name(Type)",
+// whose name is the text before the bracket as it stands.
 QVREPOSRES_API bool generateFilenameFromVaultPath(QvbString root, QvURI* uri, QvbString* filename);
