@@ -339,8 +339,9 @@ public:
     }
   }
 
-  // The parser keeps the room it needed for the largest documents, and pools that only grow.
-  bool isWornOut() const { return m_documents >= 10000 || m_bytes >= std::size_t{64} << 20; }
+  // The parser keeps the room that the largest document needed, and pools that only grow; a new one costs no more
+  // than the reading of some thousand bytes.
+  bool isWornOut() const { return m_documents >= 10000 || m_bytes >= std::size_t{4} << 20; }
 
 private:
   ReaderMemory m_memory;
