@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -141,8 +142,7 @@ public:
     QvbSubjectInfoParm user;
     if (!getUser(subject, &user, error))
       return false;
-    const std::lock_guard guard(m_mutex);
-    m_logins.erase(keyOf(user));
+    forget(user);
     return true;
   }
 
@@ -166,7 +166,7 @@ private:
 
   // One attempt; a login that failed or is lost is given up.
   Outcome ticketFor(const QvbSubjectInfoParm& user, const QvbString& url) {
-    const Outcome login = loginOf(user).get();
+    const Outcome login = outcomeOf(loginOf(user), user);
     const Outcome outcome = login.ticket.isNull() ? login : m_server.requestTicket(login.ticket, url);
     if (login.ticket.isNull() || outcome.isLoginLost)
       giveUp(user, login.ticket);
@@ -180,6 +180,19 @@ private:
       login = std::async(std::launch::deferred,
                          [this, user] { return m_server.logIn(user.userId, user.credentials); });
     return login;
+  }
+  // A login that ran out of memory says so for ever.
+  Outcome outcomeOf(const Login& login, const QvbSubjectInfoParm& user) {
+    try {
+      return login.get();
+    } catch (const std::bad_alloc&) {
+      forget(user);
+      throw;
+    }
+  }
+  void forget(const QvbSubjectInfoParm& user) {
+    const std::lock_guard guard(m_mutex);
+    m_logins.erase(keyOf(user));
   }
   // Another thread may have put a newer login in its place, which stays.
   void giveUp(const QvbSubjectInfoParm& user, const QvbString& ticket) {

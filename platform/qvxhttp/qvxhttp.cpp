@@ -391,13 +391,6 @@ private:
 
 // --- Error texts
 
-QvbString partOf(CURLU* url, CURLUPart part) {
-  char* text = nullptr;
-  curl_url_get(url, part, &text, 0);
-  const std::unique_ptr<char, TextCleaner> owned(text);
-  return text;
-}
-
 // "https://host:port": paths name tickets as queries do. Null for what is no URL.
 QvbString originOf(const QvbString& text) {
   const std::unique_ptr<CURLU, UrlCleaner> url(curl_url());
@@ -406,7 +399,10 @@ QvbString originOf(const QvbString& text) {
   for (const CURLUPart part : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_OPTIONS, CURLUPART_PATH,
                                CURLUPART_QUERY, CURLUPART_FRAGMENT})
     curl_url_set(url.get(), part, nullptr, 0);
-  return partOf(url.get(), CURLUPART_URL);
+  char* origin = nullptr;
+  curl_url_get(url.get(), CURLUPART_URL, &origin, 0);
+  const std::unique_ptr<char, TextCleaner> owned(origin);
+  return QvbString(origin).trimChar('/', false, true);
 }
 
 httpResponse* send(const httpGet& request, const QvbString* body, QvbString* error) {

@@ -3,11 +3,10 @@
 #include "support/descriptors.h"
 #include "support/tempdir.h"
 
-#include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <cstdio>
 #include <deque>
-#include <functional>
 #include <future>
 #include <mutex>
 #include <set>
@@ -50,13 +49,19 @@ std::string withoutTicket(const std::string& target) {
   return start == 0 ? target : target.substr(0, start - 1);
 }
 
+sockaddr_in loopback(int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
 // A socket on 127.0.0.1 with a port that the system picks.
 class LocalSocket {
 public:
   LocalSocket() : m_fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
     if (m_fd < 0 || ::bind(m_fd, generic, size) != 0 || ::getsockname(m_fd, generic, &size) != 0)
@@ -69,6 +74,15 @@ public:
 
   int fd() const { return m_fd; }
   int port() const { return m_port; }
+  std::string origin() const { return "http://127.0.0.1:" + std::to_string(m_port); }
+  void listen(int backlog) const {
+    if (::listen(m_fd, backlog) != 0)
+      throw std::runtime_error("cannot listen on 127.0.0.1");
+  }
+  void connectTo(const LocalSocket& other) const {
+    sockaddr_in address = loopback(other.port());
+    ::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  }
 
 private:
   int m_fd;
@@ -585,7 +599,7 @@ struct FaultServer::Impl {
   static constexpr std::size_t MostConnections = 256;
 
   Impl() {
-    ::listen(listener.fd(), 128);
+    listener.listen(128);
     acceptor = std::jthread([this](const std::stop_token& stop) { acceptAll(stop); });
   }
 
@@ -604,25 +618,28 @@ struct FaultServer::Impl {
   void serve(int fd, std::stop_token stop) {
     FaultyConnection connection(fd, std::move(stop));
     const std::string head = connection.readHead();
+    if (!head.empty())
+      record(head);
     int number = 0;
-    if (std::sscanf(head.c_str(), "%*s /fault/%d", &number) == 1) {
-      ++requests;
+    if (std::sscanf(head.c_str(), "%*s /fault/%d", &number) == 1)
       meet(static_cast<HttpFault>(number), connection);
-    } else if (std::sscanf(head.c_str(), "%*s /answer/%d", &number) == 1) {
-      ++requests;
+    else if (std::sscanf(head.c_str(), "%*s /answer/%d", &number) == 1)
       connection.send(answer(static_cast<std::size_t>(number)));
-    }
+  }
+  void record(const std::string& head) {
+    const std::lock_guard guard(mutex);
+    ++requests;
+    latestHead = head;
   }
   std::string answer(std::size_t number) {
     const std::lock_guard guard(mutex);
     return answers.at(number);
   }
-  std::string origin() const { return "http://127.0.0.1:" + std::to_string(listener.port()); }
-
   LocalSocket listener;
-  std::atomic<int> requests{0};
-  std::mutex mutex; // guards the answers
+  std::mutex mutex; // guards the next three
   std::vector<std::string> answers;
+  int requests = 0;
+  std::string latestHead;
   std::jthread acceptor;
 };
 
@@ -631,16 +648,24 @@ FaultServer::FaultServer() : m_impl(std::make_unique<Impl>()) {}
 FaultServer::~FaultServer() = default;
 
 std::string FaultServer::url(HttpFault fault, const std::string& tail) const {
-  return m_impl->origin() + "/fault/" + std::to_string(static_cast<int>(fault)) + tail;
+  return m_impl->listener.origin() + "/fault/" + std::to_string(static_cast<int>(fault)) + tail;
 }
 
 std::string FaultServer::urlAnswering(const std::string& bytes) {
   const std::lock_guard guard(m_impl->mutex);
   m_impl->answers.push_back(bytes);
-  return m_impl->origin() + "/answer/" + std::to_string(m_impl->answers.size() - 1);
+  return m_impl->listener.origin() + "/answer/" + std::to_string(m_impl->answers.size() - 1);
 }
 
-int FaultServer::requestCount() const { return m_impl->requests; }
+int FaultServer::requestCount() const {
+  const std::lock_guard guard(m_impl->mutex);
+  return m_impl->requests;
+}
+
+std::string FaultServer::lastHead() const {
+  const std::lock_guard guard(m_impl->mutex);
+  return m_impl->latestHead;
+}
 
 struct ClosedPort::Impl {
   LocalSocket socket;
@@ -650,6 +675,20 @@ ClosedPort::ClosedPort() : m_impl(std::make_unique<Impl>()) {}
 
 ClosedPort::~ClosedPort() = default;
 
-std::string ClosedPort::url(const std::string& path) const {
-  return "http://127.0.0.1:" + std::to_string(m_impl->socket.port()) + path;
-}
+std::string ClosedPort::url(const std::string& path) const { return m_impl->socket.origin() + path; }
+
+// The one place in the queue is taken, and whoever else knocks gets no answer.
+struct DeafPort::Impl {
+  Impl() {
+    socket.listen(0);
+    first.connectTo(socket);
+  }
+  LocalSocket socket;
+  LocalSocket first;
+};
+
+DeafPort::DeafPort() : m_impl(std::make_unique<Impl>()) {}
+
+DeafPort::~DeafPort() = default;
+
+std::string DeafPort::url(const std::string& path) const { return m_impl->socket.origin() + path; }

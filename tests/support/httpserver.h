@@ -4,6 +4,7 @@
 //   HttpServer   a well-behaved server, plain or TLS: files, job descriptions, scripted statuses, service tickets
 //   FaultServer  one that breaks the protocol, each fault at a URL of its own
 //   ClosedPort   a port that refuses connections
+//   DeafPort     a port where connections wait in vain
 //
 // A path is what stands before the first "?" of a target; the query is never part of it. All operations may be called
 // from any thread, also while requests are served.
@@ -122,6 +123,8 @@ public:
   // A URL that answers these bytes, whatever they are, and closes.
   std::string urlAnswering(const std::string& bytes);
   int requestCount() const;
+  // The latest request's lines, byte for byte, up to and with the empty one.
+  std::string lastHead() const;
 
 private:
   struct Impl;
@@ -135,6 +138,21 @@ public:
   ~ClosedPort();
   ClosedPort(const ClosedPort&) = delete;
   ClosedPort& operator=(const ClosedPort&) = delete;
+
+  std::string url(const std::string& path) const;
+
+private:
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
+};
+
+// A port whose connections never come to stand.
+class DeafPort {
+public:
+  DeafPort();
+  ~DeafPort();
+  DeafPort(const DeafPort&) = delete;
+  DeafPort& operator=(const DeafPort&) = delete;
 
   std::string url(const std::string& path) const;
 
