@@ -194,7 +194,8 @@ TEST_F(DefinitionFormat, AnEmptyElementOverwritesTheEarlierOne) {
 }
 
 TEST_F(DefinitionFormat, FieldsWithoutAnElementAreThoseOfANewRecord) {
-  auto& definition = read("<VaultRepositoryInfo/>")->definition;
+  const auto file = read("<VaultRepositoryInfo/>");
+  auto& definition = file->definition;
   EXPECT_TRUE(definition.getVaultPath().isNull());
   EXPECT_FALSE(definition.getUnifiedRepositoryConnect().isNull());
   EXPECT_TRUE(definition.getUnifiedRepositoryName().isNull());
