@@ -159,10 +159,10 @@ private:
     if (auto file = fileOf(path))
       return file;
     const auto file = std::make_shared<const OptionFile>(path);
-    if (const auto winner = install(file); winner != file)
-      return winner;
-    file->logFault();
-    return file;
+    auto inPlace = install(file);
+    if (inPlace == file)
+      file->logFault();
+    return inPlace;
   }
   std::shared_ptr<const OptionFile> fileOf(const QvbString& path) {
     const std::lock_guard guard(m_mutex);

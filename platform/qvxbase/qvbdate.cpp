@@ -117,7 +117,7 @@ double QvbDate::asDouble() const noexcept {
   if (m_null)
     return 0.0;
   const std::int64_t days = daysToMonth(m_year, m_month) + m_day - 1;
-  const std::int64_t seconds = days * 86'400 + m_hour * 3'600 + m_minute * 60 + m_second;
+  const std::int64_t seconds = ((days * 24 + m_hour) * 60 + m_minute) * 60 + m_second;
   return static_cast<double>(seconds * 1000 + m_millisecond) / 1000.0;
 }
 
@@ -126,6 +126,7 @@ int QvbDate::compare(const QvbDate& other) const noexcept {
     return std::tuple(!date.m_null, date.m_year, date.m_month, date.m_day, date.m_hour, date.m_minute,
                       date.m_second, date.m_millisecond);
   };
-  const auto result = order(*this) <=> order(other);
-  return (result > 0) - (result < 0);
+  const auto mine = order(*this);
+  const auto theirs = order(other);
+  return mine < theirs ? -1 : static_cast<int>(theirs < mine);
 }

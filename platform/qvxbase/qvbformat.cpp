@@ -70,8 +70,9 @@ std::string digitsOf(double value, std::chars_format form, int decimals) {
 // "%#g" keeps the zeros that the general form drops.
 std::string generalDigits(double value, int significant) {
   significant = std::max(significant, 1);
-  const std::string scientific = digitsOf(value, std::chars_format::scientific, significant - 1);
-  const int exponent = std::atoi(scientific.c_str() + scientific.find('e') + 1);
+  std::string scientific = digitsOf(value, std::chars_format::scientific, significant - 1);
+  const auto exponent =
+      static_cast<int>(std::strtol(scientific.c_str() + scientific.find('e') + 1, nullptr, 10));
   if (exponent < -4 || exponent >= significant)
     return scientific;
   return digitsOf(value, std::chars_format::fixed, significant - 1 - exponent);

@@ -171,11 +171,7 @@ QvbString::QvbString(QvbString&& other) noexcept : m_rep(std::exchange(other.m_r
 
 QvbString::~QvbString() { Rep::release(m_rep); }
 
-QvbString& QvbString::operator=(const QvbString& other) noexcept {
-  Rep* const old = std::exchange(m_rep, Rep::retain(other.m_rep));
-  Rep::release(old);
-  return *this;
-}
+QvbString& QvbString::operator=(const QvbString& other) noexcept { return *this = QvbString(other); }
 
 QvbString& QvbString::operator=(QvbString&& other) noexcept {
   Rep* const taken = std::exchange(other.m_rep, nullptr);
