@@ -1,7 +1,10 @@
 #include "qvreposres/qvfilecache.h"
 
+#include "qvfilecacheimpl.h"
 #include "qvfilecachesingleton.h"
 #include "qvreposres/qvreposobjecttypes.h"
+
+#include <new>
 
 namespace {
 
@@ -22,6 +25,7 @@ void* QVB_FileAccessCacheSingleton::createObject() {
     return m_cache;
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                      "createObject: No cache, creating default");
+  m_cache = new (std::nothrow) FileAccessCacheImpl;
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "createObject: Creating 0x%p", m_cache);
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                      "createObject: Initializing lookup maps");

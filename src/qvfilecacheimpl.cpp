@@ -1,0 +1,485 @@
+#include "qvfilecacheimpl.h"
+
+#include "qvfilecacheimpl_filesystem.h"
+#include "qvfilecacheimpl_http.h"
+#include "qvsfio/npfio.h"
+#include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbformat.h"
+#include "qvxbase/qvbpath.h"
+#include "qvxbase/qvuri.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <new>
+
+namespace {
+
+constexpr const char* logSource = "src/qvfilecacheimpl";
+constexpr const char* timeBetweenChecksKey = "BASE/REMOTEFILECACHE_TIMEBETWEENCHECKS";
+constexpr int defaultTimeBetweenChecks = 250;
+
+// The key that a remote name is found by: a URI's normalised text, so that one file has one key, else the name itself.
+QvbString normalizedName(const QvbString& name) {
+  const Released<QvURI> uri(getURIFromURIString(name));
+  return uri ? uri->getNormalizedString() : QvbString();
+}
+
+QvbString lookupKey(const QvbString& name) {
+  const QvbString normalized = normalizedName(name);
+  return normalized.isEmpty() ? name : normalized;
+}
+
+} // namespace
+
+bool FileAccessCacheEntry::isListed(const QvbString& user) const {
+  return std::any_of(authorizedUsers.begin(), authorizedUsers.end(),
+                     [&](const QvbString& listed) { return listed.compare(user, true) == 0; });
+}
+
+bool FileAccessCacheEntry::isUserAuthorized(ASSubject* subject, QvbString* errorText) const {
+  QvbSubjectInfoParm info;
+  return qvbSubjectInfo(subject, &info, errorText) && isListed(info.userId);
+}
+
+bool FileAccessCacheEntry::addAuthorizedUser(ASSubject* subject, QvbString* errorText) {
+  QvbSubjectInfoParm info;
+  if (!qvbSubjectInfo(subject, &info, errorText))
+    return false;
+  if (!isListed(info.userId))
+    authorizedUsers.push_back(info.userId);
+  return true;
+}
+
+FileAccessCacheImpl::FileAccessCacheImpl()
+    : m_logger(qvlogGetLogger("QV.FileAccessCache")), m_cacheName(qvbGetUUID()), m_lock(qvLockCreate(0, 1)) {
+  if (!m_lock)
+    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
+                       "Failed to create file access cache lock");
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Created file CACHE: %s", m_cacheName);
+  makeCacheDirectory();
+  readTimeBetweenChecks();
+  m_filesystemProvider.reset(new (std::nothrow) RemoteFilesystemFileProvider);
+  m_httpProvider.reset(new (std::nothrow) RemoteHttpFileProvider);
+}
+
+void FileAccessCacheImpl::makeCacheDirectory() {
+  std::array<char, 4096> path{};
+  NpDir* directory = nullptr;
+  if (np_dir_tmpdir(m_cacheName.asCstr(), path.data(), path.size(), &directory) != NP_FIO_OK) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Error creating cache directory: %s",
+                       m_cacheName);
+    return;
+  }
+  m_cacheDirectory.assign(path.data());
+  np_dir_close(directory);
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Created temp directory for cache: %s",
+                     m_cacheDirectory);
+}
+
+void FileAccessCacheImpl::readTimeBetweenChecks() {
+  const Released<QvbConfigOptions> options(qvbGetConfigOptions(""));
+  if (!options)
+    return;
+  m_timeBetweenChecks = defaultTimeBetweenChecks;
+  QvbString value;
+  if (!options->getOption(timeBetweenChecksKey, &value, 0)) {
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                       "Using default time between cache checked of %d", m_timeBetweenChecks);
+    return;
+  }
+  bool isNumber = false;
+  const int time = value.asInt(&isNumber);
+  if (!isNumber) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Unable to parse time from parameter %s=%s", timeBetweenChecksKey, value);
+    return;
+  }
+  m_timeBetweenChecks = time;
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
+                     "Setting time between cache changed checks to %f milliseconds", m_timeBetweenChecks);
+}
+
+FileAccessCacheImpl::~FileAccessCacheImpl() {
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Destroying FileAccessCache");
+  discardEntries();
+  cleanCacheDirectory();
+  m_defaultProvider.reset();
+  m_filesystemProvider.reset();
+  m_httpProvider.reset();
+  if (np_dir_unlink(m_cacheDirectory) != NP_FIO_OK)
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Error removing cache directory: %s",
+                       m_cacheDirectory);
+}
+
+void FileAccessCacheImpl::setSourceProvider(FileAccessCacheSourceProvider* provider) {
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Setting default cache source provider");
+  if (provider != m_defaultProvider.get())
+    m_defaultProvider.reset(provider);
+}
+
+FileAccessCacheEntry* FileAccessCacheImpl::findEntry(const QvbString& name) const {
+  const auto found = m_entries.find(name);
+  return found == m_entries.end() ? nullptr : found->second.get();
+}
+
+bool FileAccessCacheImpl::generateLocalFilename(FileAccessCacheEntry* entry) {
+  if (!entry)
+    return false;
+  const QvbString name = qvbGetUUID();
+  const auto size = static_cast<std::size_t>(m_cacheDirectory.length() + name.length() + 2) + 1;
+  const std::unique_ptr<char[]> path(new (std::nothrow) char[size]());
+  if (!path)
+    return true;
+  if (np_fio_pcat(m_cacheDirectory.asCstr(), name.asCstr(), path.get(), size) != NP_FIO_OK)
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s",
+                       qvbStringFormat("Error building path for target \"%s\" folder with \"%s\" name",
+                                       m_cacheDirectory, name));
+  entry->localFilename.assign(path.get());
+  return true;
+}
+
+void FileAccessCacheImpl::updateCachedEntryDate(FileAccessCacheEntry* entry) {
+  if (entry)
+    entry->cacheUpdatedDate = QvbDate::currentDate(false);
+}
+
+QvbDate FileAccessCacheImpl::getCacheExpireAsOfDate(const QvbDate& from) const {
+  int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = 0;
+  from.getElements(&year, &month, &day, &hour, &minute, &second, &millisecond);
+  if (m_timeBetweenChecks >= 0)
+    millisecond += std::min(m_timeBetweenChecks, std::numeric_limits<int>::max() - millisecond);
+  QvbDate expiry;
+  expiry.assign(year, month, day, hour, minute, second, millisecond);
+  return expiry;
+}
+
+FileAccessCacheSourceProvider* FileAccessCacheImpl::getCacheSourceProviderForFileType(const QvbString& name) {
+  const Released<QvURI> uri(getURIFromURIString(name));
+  const QvbString scheme = uri ? uri->getScheme() : QvbString();
+  if (uri) {
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                       "getCacheSourceProviderForFileType: scheme='%s'", scheme);
+    if (scheme.find("http") >= 0) {
+      m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                         "getCacheSourceProviderForFileType: Using HTTP provider for %s", name);
+      return m_httpProvider.get();
+    }
+    if (scheme.find("file") < 0)
+      return nullptr;
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "getCacheSourceProviderForFileType: Using filesystem provider for %s", name);
+  return m_filesystemProvider.get();
+}
+
+FileAccessCacheSourceProvider* FileAccessCacheImpl::getCacheSourceProvider(const FileAccessCacheEntry* entry,
+                                                                           const QvbString& name) {
+  if (m_defaultProvider)
+    return m_defaultProvider.get();
+  if (entry && entry->sourceProvider)
+    return entry->sourceProvider;
+  return getCacheSourceProviderForFileType(name);
+}
+
+bool FileAccessCacheImpl::isFresh(const FileAccessCacheEntry& entry) const {
+  if (entry.cacheUpdatedDate.isNull())
+    return false;
+  const QvbDate now = QvbDate::currentDate(false);
+  const QvbDate expiry = getCacheExpireAsOfDate(entry.cacheUpdatedDate);
+  if (m_logger->isEnabled(QvLoggingLevel::Trace))
+    m_logger->logEvent(
+        QvLoggingLevel::Trace, logSource, __LINE__,
+        "Cache updated time = \"%s\", if \"%s\" is greater than cache updated time, we update cache.",
+        expiry.asString(false), now.asString(false));
+  if (now.compare(expiry) > 0)
+    return false;
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Cache not updated yet...");
+  return true;
+}
+
+int FileAccessCacheImpl::getCacheFilename(ASSubject* subject, const QvbString& remoteName,
+                                          QvbString* localFilename, QvbString* errorText) {
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getCacheFilename entered for '%s'",
+                     remoteName);
+  QvbString key = normalizedName(remoteName);
+  if (key.isEmpty())
+    key = remoteName;
+  else
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getCacheFilename using '%s'", key);
+
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  FileAccessCacheEntry* entry = findEntry(key);
+  if (!entry)
+    return addFileToCache(subject, key, localFilename, errorText);
+  int result = isFresh(*entry) ? 0 : updateCache(subject, key, entry, errorText);
+  if (!entry->isUserAuthorized(subject, errorText))
+    result = updateCache(subject, key, entry, errorText);
+  *localFilename = entry->localFilename;
+  return result;
+}
+
+int FileAccessCacheImpl::updateCache(ASSubject* subject, const QvbString& name, FileAccessCacheEntry* entry,
+                                     QvbString* errorText) {
+  FileAccessCacheSourceProvider* provider = getCacheSourceProvider(entry, name);
+  if (!provider) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "updateCache: Error accessing provider for '%s', provider 0x%p", name, provider);
+    return 1;
+  }
+  QvbDate date;
+  QvbString reason;
+  const int dated = provider->getModifiedDate(subject, name, &date, errorText ? errorText : &reason, true);
+  if (dated != 0) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "updateCache: Error getting modified date for %s: %s", name,
+                       errorText ? *errorText : reason);
+    return dated;
+  }
+  if (date.isNull()) {
+    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
+                       "Cache Access provider returned null date for filename %s", name);
+    return 1;
+  }
+  entry->addAuthorizedUser(subject, errorText); // the source answered for this subject
+  if (m_logger->isEnabled(QvLoggingLevel::Lifecycle))
+    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Cache modified date diff %s and %s",
+                       date.asString(false), entry->modifiedDate.asString(false));
+  const int copied = updateFileCacheContents(subject, name, entry);
+  entry->modifiedDate = date;
+  updateCachedEntryDate(entry);
+  return copied;
+}
+
+int FileAccessCacheImpl::addFileToCache(ASSubject* subject, const QvbString& name, QvbString* localFilename,
+                                        QvbString* errorText) {
+  FileAccessCacheSourceProvider* provider = getCacheSourceProviderForFileType(name);
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "addFileToCache entered for '%s', provider 0x%p", name, provider);
+  if (!provider) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Invalid provider on %s:  0x%p", name,
+                       provider);
+    return 1;
+  }
+  if (!provider->exists(subject, name, errorText)) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Provider exists failed for '%s', provider 0x%p", name, provider);
+    return 1;
+  }
+  QvbDate date;
+  provider->getModifiedDate(subject, name, &date, errorText, false);
+  if (FileAccessCacheEntry* entry = findEntry(name))
+    return refetchExisting(subject, name, *entry, date, localFilename, provider);
+
+  if (const int failed = setFileCacheModifiedDate(name, date)) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Unable to set file cache modified date on %s", name);
+    return failed;
+  }
+  FileAccessCacheEntry* entry = findEntry(name);
+  if (!entry) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Cache entry lookup failed after modified date set for '%s', provider 0x%p", name,
+                       provider);
+    return 0;
+  }
+  const int copied = updateFileCacheContents(subject, name, entry);
+  if (copied != 0)
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Error adding file to cache");
+  *localFilename = entry->localFilename;
+  return copied;
+}
+
+int FileAccessCacheImpl::refetchExisting(ASSubject* subject, const QvbString& name,
+                                         FileAccessCacheEntry& entry, const QvbDate& date,
+                                         QvbString* localFilename, FileAccessCacheSourceProvider* provider) {
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Found cache Entry for '%s', provider 0x%p",
+                     name, provider);
+  if (const int failed = updateFileCacheContents(subject, name, &entry)) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Error adding file to cachefor '%s', provider 0x%p", name, provider);
+    return failed;
+  }
+  const int dated = setFileCacheModifiedDate(name, date);
+  *localFilename = entry.localFilename;
+  return dated;
+}
+
+int FileAccessCacheImpl::updateFileCacheContents(ASSubject* subject, const QvbString& name,
+                                                 FileAccessCacheEntry* entry) {
+  if (!entry) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Invalid cache entry for '%s'", name);
+    return 1;
+  }
+  FileAccessCacheSourceProvider* provider = getCacheSourceProvider(entry, name);
+  if (!provider) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Provider lookup failed for '%s', provider 0x%p", name, provider);
+    return 1;
+  }
+  QvbString reason;
+  if (const int failed = provider->updateLocalFileContent(subject, name, entry->localFilename, &reason)) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "There was an error setting the cache file \"%s\" contents from provider: %s", name,
+                       reason);
+    return failed;
+  }
+  updateCachedEntryDate(entry);
+  entry->addAuthorizedUser(subject, nullptr);
+  return 0;
+}
+
+int FileAccessCacheImpl::setFileCacheModifiedDate(const QvbString& name, const QvbDate& date) {
+  if (FileAccessCacheEntry* existing = findEntry(name)) {
+    existing->modifiedDate = date;
+    updateCachedEntryDate(existing);
+    return 0;
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "setFileCacheModifiedDate: Creating new cache entry for %s", name);
+  Released<FileAccessCacheEntry> entry(new (std::nothrow) FileAccessCacheEntry);
+  if (!entry) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "setFileCacheModifiedDate: Error creating cache entry for %s", name);
+    return 1;
+  }
+  entry->remoteFilename = name;
+  entry->modifiedDate = date;
+  if (!generateLocalFilename(entry.get())) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "generateLocalFilename: Error creating cache entry name for %s", name);
+    return 1;
+  }
+  updateCachedEntryDate(entry.get());
+  m_entries.emplace(name, std::move(entry));
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "setFileCacheModifiedDate: Added new cache entry: %s , %s", name, name);
+  return 0;
+}
+
+bool FileAccessCacheImpl::setFileCacheLocalName(const QvbString& name, const QvbString& localName) {
+  if (FileAccessCacheEntry* existing = findEntry(name)) {
+    existing->localFilename = localName;
+    return true;
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "setFileCacheLocalName: Creating new cache entry for %s", name);
+  Released<FileAccessCacheEntry> entry(new (std::nothrow) FileAccessCacheEntry);
+  if (!entry) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "setFileCacheLocalName: Error creating cache entry for %s", name);
+    return false;
+  }
+  entry->remoteFilename = name;
+  entry->localFilename = localName;
+  const bool named = generateLocalFilename(entry.get());
+  m_entries.emplace(name, std::move(entry));
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "setFileCacheLocalName: Added new cache entry: %s , %s", name, name);
+  return named;
+}
+
+bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
+  const auto found = m_entries.find(name);
+  if (found == m_entries.end())
+    return false;
+  if (np_fio_unlink(found->second->localFilename) != NP_FIO_OK) {
+    m_entries.erase(found);
+    return true;
+  }
+  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                     "Error removing file contents from cache for file %s", found->second->localFilename);
+  return false;
+}
+
+int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteName, bool* modified,
+                                    QvbString* errorText) {
+  *modified = true;
+  FileAccessCacheSourceProvider* provider = getCacheSourceProviderForFileType(remoteName);
+  if (!provider) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "isModified: Error accessing provider for '%s', provider 0x%p", remoteName, provider);
+    return 0;
+  }
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  QvbDate date;
+  const int result = provider->getModifiedDate(subject, remoteName, &date, errorText, true);
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "isModifed: modified date returned %d for %s", result, remoteName);
+  const FileAccessCacheEntry* entry = findEntry(lookupKey(remoteName));
+  *modified = !date.isNull() && date.compare(entry ? entry->modifiedDate : QvbDate()) != 0;
+  return result;
+}
+
+int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& remoteName, QvbDate* /*date*/,
+                                         QvbString* errorText) {
+  FileAccessCacheSourceProvider* provider = getCacheSourceProviderForFileType(remoteName);
+  if (!provider) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "getModifiedDate: Error accessing provider for '%s', provider 0x%p", remoteName,
+                       provider);
+    return 0;
+  }
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  QvbDate date;
+  const int result = provider->getModifiedDate(subject, remoteName, &date, errorText, true);
+  if (!date.isNull())
+    return result;
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, provider);
+  return NP_FIO_ACCESS;
+}
+
+bool FileAccessCacheImpl::flush(bool flag) {
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Flushing FileAccessCache");
+  bool result = discardEntries();
+  result = cleanCacheDirectory() && result;
+  for (FileAccessCacheSourceProvider* provider :
+       {m_defaultProvider.get(), static_cast<FileAccessCacheSourceProvider*>(m_filesystemProvider.get()),
+        static_cast<FileAccessCacheSourceProvider*>(m_httpProvider.get())})
+    if (provider)
+      result = provider->flush(flag);
+  return result;
+}
+
+// Deletes every local copy and forgets all entries; false when a copy could not be deleted.
+bool FileAccessCacheImpl::discardEntries() {
+  bool result = true;
+  for (const auto& [name, entry] : m_entries) {
+    if (entry->localFilename.isNull())
+      continue;
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                       "Removing cache entry %s for remote file %s", entry->localFilename,
+                       entry->remoteFilename);
+    if (np_fio_unlink(entry->localFilename) != NP_FIO_OK) {
+      m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                         "Unable to remove cache entry local file: %s", entry->localFilename);
+      result = false;
+    }
+  }
+  m_entries.clear();
+  return result;
+}
+
+// Deletes what is left in the cache directory; false when anything stays.
+bool FileAccessCacheImpl::cleanCacheDirectory() {
+  QvbString error;
+  const Released<QvbDirectory> directory(qvbDirectoryOpen(m_cacheDirectory, 0, &error));
+  if (!directory) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Error iterating cache directory for clean-up, error was: %s", error);
+    return false;
+  }
+  bool result = true;
+  while (directory->next()) {
+    m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__, "Orphaned cache entry found: %s",
+                       directory->getName());
+    if (np_fio_unlink(directory->getPath()) != NP_FIO_OK) {
+      m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                         "Unable to delete orphaned cache entry: %s", directory->getPath());
+      result = false;
+    }
+  }
+  return result;
+}

@@ -1,0 +1,93 @@
+// The file access cache: private local copies of remote files, refreshed by age and granted user by user.
+#pragma once
+
+#include "guards.h"
+#include "qvreposres/qvfilecache.h"
+#include "qvxlog/qvxlog.h"
+
+#include <map>
+#include <vector>
+
+class RemoteFilesystemFileProvider;
+class RemoteHttpFileProvider;
+
+// One cached file.
+struct FileAccessCacheEntry {
+  QvbDate modifiedDate;     // of the remote file, as its source reported it at the last refresh
+  QvbString remoteFilename; // the key that it is found by
+  QvbString localFilename;
+  QvbDate cacheUpdatedDate; // of the last refresh; null forces the next one
+  std::vector<QvbString> authorizedUsers;
+  FileAccessCacheSourceProvider* sourceProvider = nullptr; // comes before the choice by name; not owned
+
+  void release() { delete this; }
+  // Whether the source has let the subject through; false for a subject without information.
+  bool isUserAuthorized(ASSubject* subject, QvbString* errorText) const;
+  bool addAuthorizedUser(ASSubject* subject, QvbString* errorText);
+
+private:
+  bool isListed(const QvbString& user) const;
+};
+
+// getCacheFilename, isModified, getModifiedDate and flush take the lock; every other operation relies on its caller's.
+class QVREPOSRES_API FileAccessCacheImpl : public FileAccessCacheManager {
+public:
+  FileAccessCacheImpl();
+  ~FileAccessCacheImpl() override;
+  FileAccessCacheImpl(const FileAccessCacheImpl&) = delete;
+  FileAccessCacheImpl& operator=(const FileAccessCacheImpl&) = delete;
+
+  int getCacheFilename(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
+                       QvbString* errorText) override;
+  int isModified(ASSubject* subject, const QvbString& remoteName, bool* modified,
+                 QvbString* errorText) override;
+  int getModifiedDate(ASSubject* subject, const QvbString& remoteName, QvbDate* date,
+                      QvbString* errorText) override;
+  bool flush(bool flag) override;
+  void release() override { delete this; }
+  void setSourceProvider(FileAccessCacheSourceProvider* provider) override;
+
+  // First fetch.
+  int addFileToCache(ASSubject* subject, const QvbString& name, QvbString* localFilename,
+                     QvbString* errorText);
+  // Refresh: always copies the content again.
+  int updateCache(ASSubject* subject, const QvbString& name, FileAccessCacheEntry* entry,
+                  QvbString* errorText);
+  int updateFileCacheContents(ASSubject* subject, const QvbString& name, FileAccessCacheEntry* entry);
+  int setFileCacheModifiedDate(const QvbString& name, const QvbDate& date);
+  // A new entry gets a generated local name, whatever `localName` says.
+  bool setFileCacheLocalName(const QvbString& name, const QvbString& localName);
+  // Deletes the local file. When that succeeds the entry stays and the result is false; when it fails the entry goes and
+  // the result is true.
+  bool removeFileFromCache(const QvbString& name);
+  // False for a null entry alone.
+  bool generateLocalFilename(FileAccessCacheEntry* entry);
+  void updateCachedEntryDate(FileAccessCacheEntry* entry);
+  // The moment from which a copy refreshed at `from` is refreshed again.
+  QvbDate getCacheExpireAsOfDate(const QvbDate& from) const;
+  // The source for an entry: the default one, its own, or the choice by name.
+  FileAccessCacheSourceProvider* getCacheSourceProvider(const FileAccessCacheEntry* entry,
+                                                        const QvbString& name);
+  // Null for a URI whose scheme holds neither "http" nor "file".
+  FileAccessCacheSourceProvider* getCacheSourceProviderForFileType(const QvbString& name);
+
+private:
+  void makeCacheDirectory();
+  void readTimeBetweenChecks();
+  FileAccessCacheEntry* findEntry(const QvbString& name) const;
+  bool isFresh(const FileAccessCacheEntry& entry) const;
+  int refetchExisting(ASSubject* subject, const QvbString& name, FileAccessCacheEntry& entry,
+                      const QvbDate& date, QvbString* localFilename, FileAccessCacheSourceProvider* provider);
+  bool discardEntries();
+  bool cleanCacheDirectory();
+
+  Released<FileAccessCacheSourceProvider> m_defaultProvider;
+  std::map<QvbString, Released<FileAccessCacheEntry>> m_entries;
+  QvbString m_cacheDirectory;
+  QvLogger* m_logger;
+  QvbString m_cacheName;
+  int m_timeBetweenChecks = 0; // milliseconds
+  OwnedLock m_lock;
+  Released<RemoteFilesystemFileProvider> m_filesystemProvider;
+  Released<RemoteHttpFileProvider> m_httpProvider;
+};

@@ -1,0 +1,86 @@
+#include "qvfilecacheimpl_filesystem.h"
+
+#include "qvsfio/npfio.h"
+
+#include <array>
+#include <ctime>
+#include <memory>
+
+namespace {
+
+constexpr const char* logSource = "src/qvfilecacheimpl";
+
+struct FileCloser {
+  void operator()(NpFile* file) const { np_fio_close(file); }
+};
+using OpenFile = std::unique_ptr<NpFile, FileCloser>;
+
+OpenFile openFile(const QvbString& path, int mode) {
+  NpFile* file = nullptr;
+  np_fio_open(path, mode, &file);
+  return OpenFile(file);
+}
+
+// Bytes read and written; a failed write counts with its negative result.
+struct CopyTotals {
+  std::int64_t read = 0;
+  std::int64_t written = 0;
+};
+
+} // namespace
+
+RemoteFilesystemFileProvider::RemoteFilesystemFileProvider()
+    : m_logger(qvlogGetLogger("QV.FileAccessCache.FilesystemProvider")) {}
+
+bool RemoteFilesystemFileProvider::exists(ASSubject*, const QvbString& name, QvbString*) {
+  if (np_fio_stat(name, nullptr) != NP_FIO_OK)
+    return false;
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "The file %s exists", name);
+  return true;
+}
+
+int RemoteFilesystemFileProvider::getModifiedDate(ASSubject*, const QvbString& name, QvbDate* date,
+                                                  QvbString*, bool) {
+  NpFileStat stat{};
+  if (const int failed = np_fio_stat(name, &stat))
+    return failed;
+  const std::time_t modified = stat.modifiedSeconds;
+  std::tm local{};
+  if (localtime_r(&modified, &local))
+    date->assign(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+                 local.tm_sec, 0);
+  return 0;
+}
+
+int RemoteFilesystemFileProvider::updateLocalFileContent(ASSubject*, const QvbString& name,
+                                                         const QvbString& localFilename, QvbString*) {
+  CopyTotals totals;
+  int result = 1;
+  if (const OpenFile source = openFile(name, NP_FIO_READ)) {
+    if (OpenFile local = openFile(localFilename, NP_FIO_REPLACE)) {
+      std::array<char, 4096> block;
+      std::int64_t count = 0;
+      while ((count = np_fio_getb(source.get(), block.data(), block.size())) > 0) {
+        totals.read += count;
+        const std::int64_t written = np_fio_putb(local.get(), block.data(), static_cast<std::size_t>(count));
+        totals.written += written;
+        if (written < 0)
+          m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
+                             "We had an issue writing bytes to: %s", localFilename);
+      }
+      // A copy that did not take its place is no copy, however much of it was written.
+      const bool placed = np_fio_close(local.release()) == NP_FIO_OK;
+      result = placed && totals.written >= 1 ? 0 : 1;
+    }
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "Update local file content %s to %s, read %d, wrote %d", name, localFilename,
+                     totals.read, totals.written);
+  return result;
+}
+
+bool RemoteFilesystemFileProvider::flush(bool) {
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "Remote File system provider flushing cache.");
+  return true;
+}

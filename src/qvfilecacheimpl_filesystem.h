@@ -1,0 +1,23 @@
+// The cache's source for "file" URIs and plain paths. It checks no users: the process reads what it may.
+#pragma once
+
+#include "qvreposres/qvfilecache.h"
+#include "qvxlog/qvxlog.h"
+
+class QVREPOSRES_API RemoteFilesystemFileProvider : public FileAccessCacheSourceProvider {
+public:
+  RemoteFilesystemFileProvider();
+
+  void release() override { delete this; }
+  bool exists(ASSubject* subject, const QvbString& name, QvbString* errorText) override;
+  // Local time, without milliseconds.
+  int getModifiedDate(ASSubject* subject, const QvbString& name, QvbDate* date, QvbString* errorText,
+                      bool refresh) override;
+  // 0, or 1 for a file that could not be copied or is empty.
+  int updateLocalFileContent(ASSubject* subject, const QvbString& name, const QvbString& localFilename,
+                             QvbString* errorText) override;
+  bool flush(bool flag) override;
+
+private:
+  QvLogger* m_logger;
+};

@@ -1,0 +1,368 @@
+#include "qvfilecacheimpl_http.h"
+
+#include "qvsfio/npfio.h"
+#include "qvsstr/qvsstr.h"
+#include "qvxbase/qvbformat.h"
+
+#include <algorithm>
+#include <array>
+#include <new>
+
+namespace {
+
+constexpr const char* logSource = "src/qvfilecacheimpl";
+constexpr int unauthorized = 401;
+constexpr int maxRetries = 3;
+
+// Statuses from `first` to `last` have one result; every status that no row names is a plain failure, 1.
+struct StatusResult {
+  int first;
+  int last;
+  int result;
+};
+constexpr std::array statusResults{
+    StatusResult{200, 202, NP_FIO_OK},        StatusResult{203, 205, NP_FIO_REFUSED},
+    StatusResult{206, 206, NP_FIO_PARTIAL},   StatusResult{300, 301, NP_FIO_REFUSED},
+    StatusResult{302, 302, NP_FIO_OK},        StatusResult{304, 307, NP_FIO_REFUSED},
+    StatusResult{400, 400, NP_FIO_REFUSED},   StatusResult{401, 401, NP_FIO_ACCESS},
+    StatusResult{402, 402, NP_FIO_REFUSED},   StatusResult{403, 403, NP_FIO_ACCESS},
+    StatusResult{404, 404, NP_FIO_NOT_FOUND}, StatusResult{405, 406, NP_FIO_UNSUPPORTED},
+    StatusResult{407, 409, NP_FIO_REFUSED},   StatusResult{410, 410, NP_FIO_NOT_FOUND},
+    StatusResult{411, 417, NP_FIO_REFUSED},   StatusResult{503, 503, NP_FIO_REFUSED},
+};
+
+std::shared_ptr<QvSecurityContext> newContext() {
+  return {getSecurityContext(), [](QvSecurityContext* context) {
+            if (context)
+              context->release();
+          }};
+}
+
+bool sameName(const QvDomNode& node, const QvbString& name) {
+  return node.getName().compare(name, true) == 0;
+}
+
+// A caller's error text, which may be missing, as one that is always there.
+class ErrorText {
+public:
+  explicit ErrorText(QvbString* given) : m_text(given ? given : &m_own) {}
+  QvbString* get() { return m_text; }
+  void setIfEmpty(const QvbString& text) {
+    if (m_text->isEmpty())
+      *m_text = text;
+  }
+
+private:
+  QvbString m_own;
+  QvbString* m_text;
+};
+
+} // namespace
+
+const QvbString RemoteHttpFileProvider::NODE_PROCESSJOB{"processjob"};
+const QvbString RemoteHttpFileProvider::NODE_LINKS{"links"};
+const QvbString RemoteHttpFileProvider::NODE_LINK{"link"};
+const QvbString RemoteHttpFileProvider::ATTR_MODIFIEDDATE{"modifiedDate"};
+const QvbString RemoteHttpFileProvider::ATTR_PATH{"path"};
+const QvbString RemoteHttpFileProvider::ATTR_REL{"rel"};
+const QvbString RemoteHttpFileProvider::ATTR_HREF{"href"};
+const QvbString RemoteHttpFileProvider::ATTR_VALUE_SELF{"self"};
+const QvbString RemoteHttpFileProvider::CONTENT_TYPE_TEXT{"text/plain"};
+const QvbString RemoteHttpFileProvider::URI_QUERY_STRING{"?"};
+
+RemoteHttpFileProvider::RemoteHttpFileProvider()
+    : m_logger(qvlogGetLogger("QV.FileAccessCache.HttpSystemProvider")), m_context(newContext()),
+      m_lock(qvLockCreate(0, 1)) {
+  if (!m_lock)
+    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
+                       "Failed to create file access cache lock");
+}
+
+RemoteHttpFileProvider::~RemoteHttpFileProvider() {
+  m_context.reset();
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                     "Remote HTTP File cache provider, releasing resources...");
+}
+
+int RemoteHttpFileProvider::getResponseCodeFromHTTPResponseCode(int status) {
+  const auto* const row =
+      std::find_if(statusResults.begin(), statusResults.end(),
+                   [&](const StatusResult& range) { return range.first <= status && status <= range.last; });
+  return row == statusResults.end() ? NP_FIO_ERROR : row->result;
+}
+
+RemoteHttpFileProvider::Context RemoteHttpFileProvider::context() const {
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  return m_context;
+}
+
+std::optional<HTTPRemoteFileInfo> RemoteHttpFileProvider::keptRecord(const QvbString& name) const {
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const auto found = m_records.find(name);
+  return found == m_records.end() ? std::nullopt : std::optional(found->second);
+}
+
+HTTPRemoteFileInfo RemoteHttpFileProvider::keepRecord(const QvbString& name, const QvbString& body) {
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  HTTPRemoteFileInfo& record = m_records[name];
+  if (!body.isEmpty())
+    populateFileInfo(&record, body);
+  return record;
+}
+
+bool RemoteHttpFileProvider::getTicket(ASSubject* subject, const QvbString& url, QvbString* ticket,
+                                       QvbString* errorText) const {
+  const Context source = context();
+  return source && source->getServiceTicket(subject, url, ticket, errorText);
+}
+
+void RemoteHttpFileProvider::renewTicket(ASSubject* subject, const QvbString& url) {
+  const Context source = context();
+  QvbString reason;
+  if (source && !source->renew(subject, url, &reason))
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", reason);
+}
+
+std::optional<HTTPRemoteFileInfo> RemoteHttpFileProvider::populateObjectEntry(ASSubject* subject,
+                                                                              const QvbString& name,
+                                                                              QvbString* errorText,
+                                                                              int* httpCode, bool force) {
+  int retries = 0;
+  return populateObjectEntry_IN(subject, name, errorText, httpCode, force, &retries);
+}
+
+std::optional<HTTPRemoteFileInfo> RemoteHttpFileProvider::populateObjectEntry_IN(ASSubject* subject,
+                                                                                 const QvbString& name,
+                                                                                 QvbString* errorText,
+                                                                                 int* httpCode, bool force,
+                                                                                 int* retries) {
+  if (!force) {
+    if (auto kept = keptRecord(name)) {
+      m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Updating cached HTTPInfo for: %s",
+                         name);
+      return kept;
+    }
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Fetching HTTPInfo for: %s", name);
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Fetching service ticket for: %s", name);
+  ErrorText error(errorText);
+  QvbString ticket;
+  if (!getTicket(subject, name, &ticket, error.get())) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Unable to get service ticket to populate object for file %s: %s", name, *error.get());
+    return std::nullopt;
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Obtained service ticket for: %s", ticket);
+  const char* const separator = name.find(URI_QUERY_STRING) > 0 ? "&ticket=" : "?ticket=";
+  const httpGet request{.url = qvbStringFormat("%S%s%S", &name, separator, &ticket),
+                        .headers = {},
+                        .contentType = CONTENT_TYPE_TEXT};
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "HTTP (GET) for: %s", request.url);
+  httpClient client;
+  const Released<httpResponse> response(client.execute(request));
+  if (!response)
+    return keepRecord(name, QvbString());
+  const int status = response->getStatusCode();
+  if (!isHTTPError(status))
+    return keepRecord(name, response->getBody().trim());
+
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "%d http error code, %d retries", status,
+                     *retries);
+  if (status == unauthorized && *retries < maxRetries) {
+    ++*retries;
+    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Trying to refetch, 401 encountered");
+    renewTicket(subject, name);
+    return populateObjectEntry_IN(subject, name, errorText, httpCode, force, retries);
+  }
+  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "http error %d: %s, requesting %s", status,
+                     response->getStatusCodeMessage(), name);
+  if (httpCode)
+    *httpCode = getResponseCodeFromHTTPResponseCode(status);
+  return std::nullopt;
+}
+
+QvDomNode RemoteHttpFileProvider::getChildNodeByName(const QvDomNode& parent, const QvbString& name,
+                                                     const QvbString& attributeName,
+                                                     const QvbString& attributeValue) {
+  QvDomNode child = parent.getFirstChild(false);
+  const auto matches = [&] {
+    return sameName(child, name) &&
+           (attributeName.isNull() || child.getAttributeValue(attributeName) == attributeValue);
+  };
+  while (!child.null() && !matches())
+    child = child.getNextSibling(false);
+  return child;
+}
+
+void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const QvbString& body) {
+  const QvbString any;
+  QvDom document;
+  if (!document.loadXML(body))
+    return;
+  const QvDomNode root = document.getRoot();
+  const QvDomNode job =
+      sameName(root, NODE_PROCESSJOB) ? root : getChildNodeByName(root, NODE_PROCESSJOB, any, any);
+  if (job.null())
+    return;
+  record->modifiedDate = job.getAttributeValue(ATTR_MODIFIEDDATE);
+  record->path = job.getAttributeValue(ATTR_PATH);
+  const QvDomNode links = getChildNodeByName(job, NODE_LINKS, any, any);
+  QvDomNode self = getChildNodeByName(links, NODE_LINK, ATTR_REL, ATTR_VALUE_SELF);
+  if (self.null())
+    self = getChildNodeByName(links, NODE_LINKS, ATTR_REL, ATTR_VALUE_SELF);
+  if (!self.null())
+    record->contentLink = self.getAttributeValue(ATTR_HREF);
+}
+
+bool RemoteHttpFileProvider::exists(ASSubject* subject, const QvbString& name, QvbString* errorText) {
+  if (keptRecord(name) || populateObjectEntry(subject, name, errorText, nullptr, false))
+    return true;
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
+                     "Exists found no object entry for filename: %s", name);
+  return false;
+}
+
+int RemoteHttpFileProvider::getModifiedDate(ASSubject* subject, const QvbString& name, QvbDate* date,
+                                            QvbString* errorText, bool refresh) {
+  int result = 0;
+  auto record = refresh ? std::nullopt : keptRecord(name);
+  const char* const entered = refresh ? "getModifiedDate forcing cache ignore for: %s"
+                                      : "getModifiedDate using fetched cache if possible for: %s";
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, entered, name);
+  if (record) {
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getModifiedDate found cached date: %s",
+                       record->modifiedDate);
+  } else if ((record = populateObjectEntry(subject, name, errorText, &result, refresh))) {
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getModifiedDate setting new date: %s",
+                       record->modifiedDate);
+  } else {
+    ErrorText error(errorText);
+    error.setIfEmpty("Unable to obtain modified date for file");
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s: %s", *error.get(), name);
+    if (result == 0)
+      result = NP_FIO_ERROR;
+  }
+  assignDateObject(record ? record->modifiedDate : QvbString(), date);
+  return result;
+}
+
+void RemoteHttpFileProvider::assignDateObject(const QvbString& text, QvbDate* date) {
+  if (text.isEmpty()) {
+    if (date)
+      date->setNull();
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "assignDateObject given invalid input of NULL");
+    return;
+  }
+  int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = 0;
+  if (!qvs_string_to_date_milli(text.asCstr(), &year, &month, &day, &hour, &minute, &second, &millisecond, 2))
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "assignDateObject: Unable to convert date string to object");
+  else if (!date)
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "assignDateObject: date assignment unable to complete, invalid inDate");
+  else
+    date->assign(year, month, day, hour, minute, second, millisecond);
+}
+
+int RemoteHttpFileProvider::updateLocalFileContent(ASSubject* subject, const QvbString& name,
+                                                   const QvbString& localFilename, QvbString* errorText) {
+  int retries = 0;
+  return updateLocalFileContent_IN(subject, name, localFilename, errorText, &retries);
+}
+
+// The link to the content of a name, empty when there is none.
+QvbString RemoteHttpFileProvider::contentLinkOf(ASSubject* subject, const QvbString& name,
+                                                QvbString* errorText) {
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "fetching content for: %s", name);
+  auto record = keptRecord(name);
+  if (!record && !(record = populateObjectEntry(subject, name, errorText, nullptr, false))) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Unable to populate local file content for %s: %s", name, *errorText);
+    return {};
+  }
+  return record->contentLink;
+}
+
+int RemoteHttpFileProvider::updateLocalFileContent_IN(ASSubject* subject, const QvbString& name,
+                                                      const QvbString& localFilename, QvbString* errorText,
+                                                      int* retries) {
+  ErrorText error(errorText);
+  const QvbString link = contentLinkOf(subject, name, error.get());
+  if (link.isEmpty())
+    return NP_FIO_ERROR;
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "fetching service ticket for: %s", link);
+  QvbString ticket;
+  if (!getTicket(subject, link, &ticket, error.get())) {
+    error.setIfEmpty(qvbStringFormat("Error getting service ticket for service: %S", &link));
+    return NP_FIO_ERROR;
+  }
+  httpGet request{.url = qvbStringFormat("%S?ticket=%S", &link, &ticket),
+                  .headers = {},
+                  .contentType = CONTENT_TYPE_TEXT};
+  try {
+    request.headers.emplace_back("Accept", "application/vnd.zel.ProcessJob");
+  } catch (const std::bad_alloc&) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Unable to create post headers for http authentication.");
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "HTTP (GET) of content: %s", request.url);
+  httpClient client;
+  const Released<httpResponse> response(client.execute(request));
+  if (!response) {
+    *error.get() = "Unavlid response from HTTP get";
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "updateLocalFileContent: %s",
+                       *error.get());
+    return NP_FIO_ERROR;
+  }
+  const int status = response->getStatusCode();
+  if (!isHTTPError(status))
+    return writeContent(name, localFilename, response->getBody(), error.get());
+
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "%d http error code, %d retries", status,
+                     *retries);
+  if (status == unauthorized && *retries < maxRetries) {
+    ++*retries;
+    renewTicket(subject, link);
+    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Got 401, retry content fetch");
+    return updateLocalFileContent_IN(subject, name, localFilename, errorText, retries);
+  }
+  *error.get() =
+      qvbStringFormat("http error %d: %s, requesting %s", status, response->getStatusCodeMessage(), link);
+  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error.get());
+  return getResponseCodeFromHTTPResponseCode(status);
+}
+
+int RemoteHttpFileProvider::writeContent(const QvbString& name, const QvbString& localFilename,
+                                         const QvbString& content, QvbString* errorText) {
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Opening local file cache entry: %s",
+                     localFilename);
+  NpFile* file = nullptr;
+  if (const int failed = np_fio_open(localFilename, NP_FIO_REPLACE, &file)) {
+    *errorText = qvbStringFormat("Error writing contents to local cache file (%s) for remote file (%s)",
+                                 localFilename, name);
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *errorText);
+    return failed;
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Writing file cache entry contents: %s",
+                     localFilename);
+  if (np_fio_puts(file, content) < 0)
+    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "We had an issue writing bytes to: %s",
+                       localFilename);
+  np_fio_close(file);
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Closing file cache entry: %s",
+                     localFilename);
+  return 0;
+}
+
+bool RemoteHttpFileProvider::flush(bool) {
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Flushing http cache provider");
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  if (m_context) {
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                       "Flushing http cache provider security context");
+    m_context = newContext();
+  }
+  m_records.clear();
+  return true;
+}
