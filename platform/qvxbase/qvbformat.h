@@ -33,7 +33,7 @@ public:
       *this = QvbFormatArg(static_cast<std::underlying_type_t<T>>(value));
     } else if constexpr (std::is_signed_v<T>) {
       kind = Kind::Signed;
-      bits.number = value;
+      bits.number = value; // NOLINT(bugprone-signed-char-misuse): %d prints a char as its number
       size = sizeof(T);
     } else {
       kind = Kind::Unsigned;

@@ -2,15 +2,18 @@
 
 #include "qvsfio/npfio.h"
 
+#include "qvxbase/qvbformat.h"
 #include "support/logcapture.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -33,7 +36,7 @@ protected:
   // A new name each time, since a file is read once under its name.
   std::string useFile(const std::string& content) {
     static int count = 0;
-    const std::string path = dir.write("options" + std::to_string(++count) + ".ini", content);
+    std::string path = dir.write("options" + std::to_string(++count) + ".ini", content);
     ::setenv("QV_CONFIG", path.c_str(), 1);
     return path;
   }
@@ -108,9 +111,9 @@ TEST_F(Config, ReadsAFileThatBeginsWithAByteOrderMark) {
 TEST_F(Config, KeepsValuesOfEveryLength) {
   for (const std::size_t length :
        {150U, 190U, 191U, 192U, 193U, 194U, 195U, 196U, 197U, 198U, 199U, 200U, 4096U}) {
-    const std::string path(length, 'x');
-    useFile("[BASE]\nLONG = /" + path + " \t; note\nNEXT=1\n; " + path + "=\n");
-    EXPECT_EQ(str(option("BASE/LONG")), "/" + path);
+    const QvbString path(std::string_view(std::string(length, 'x')));
+    useFile(str(qvbStringFormat("[BASE]\nLONG = %S \t; note\nNEXT=1\n; %S=\n", &path, &path)));
+    EXPECT_EQ(option("BASE/LONG"), path);
     EXPECT_EQ(option("BASE/NEXT"), QvbString("1"));
   }
   EXPECT_THAT(faults(), IsEmpty());
@@ -185,9 +188,9 @@ TEST_F(Config, LogsAFileThatCannotBeReadOnce) {
 TEST_F(Config, IsReadByManyThreadsWhileTheHostChangesIt) {
   const std::string path = useFile("[BASE]\nA=file\nnonsense\nB=file\n");
   std::atomic<int> wrong{0};
-  std::vector<std::thread> readers;
-  for (int i = 0; i < 4; ++i)
-    readers.emplace_back([&] {
+  std::array<std::thread, 4> readers;
+  for (auto& reader : readers)
+    reader = std::thread([&] {
       for (int n = 0; n < 500; ++n) {
         const QvbString value = option("BASE/A");
         wrong += value != QvbString("file") && value != QvbString("host");

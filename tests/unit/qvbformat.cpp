@@ -248,11 +248,11 @@ TEST(Format, PrintsTextsAndCharactersAsTheCLibraryDoes) {
     const auto value = *rc::gen::container<std::string>(rc::gen::inRange('a', 'z'));
     const auto width = std::to_string(*rc::gen::inRange(1, 30));
     const auto precision = std::to_string(*rc::gen::inRange(0, 30));
-    for (const std::string& format : {"%" + width + "s", "%-" + width + "s", "%." + precision + "s",
-                                      "%-" + width + "." + precision + "s"})
-      expectAsInC(format, value.c_str());
-    expectAsInC("%" + width + "c", 'x');
-    expectAsInC("%-" + width + "c", 'x');
+    for (const std::string& head : {"%" + width, "%-" + width}) {
+      expectAsInC(head + "s", value.c_str());
+      expectAsInC(head + "." + precision + "s", value.c_str());
+      expectAsInC(head + "c", 'x');
+    }
   }));
 }
 

@@ -86,10 +86,10 @@ TEST(QvbString, CopiesShareTheBytesUntilOneChanges) {
 TEST(QvbString, IsNullWhenMovedFrom) {
   QvbString source("text");
   QvbString taken = std::move(source);
-  EXPECT_TRUE(source.isNull()); // NOLINT(bugprone-use-after-move): the state is promised
+  EXPECT_TRUE(source.isNull()); // NOLINT: the state is promised
   QvbString assigned("old");
   assigned = std::move(taken);
-  EXPECT_TRUE(taken.isNull()); // NOLINT(bugprone-use-after-move)
+  EXPECT_TRUE(taken.isNull()); // NOLINT: as before
   EXPECT_EQ(assigned, QvbString("text"));
 }
 
@@ -457,9 +457,9 @@ TEST(QvbString, HashesAlikeWhatComparesAsEqualWithoutCase) {
 TEST(QvbString, IsSharedSafelyBetweenThreads) {
   const QvbString original("The Shared Text");
   std::array<bool, 4> intact{};
-  std::vector<std::thread> threads;
-  for (bool& result : intact)
-    threads.emplace_back([copy = original, &result]() mutable {
+  std::array<std::thread, intact.size()> threads;
+  for (std::size_t t = 0; t < threads.size(); ++t)
+    threads[t] = std::thread([copy = original, &result = intact[t]]() mutable {
       result = true;
       for (int i = 0; i < 5'000; ++i) {
         QvbString mine = copy;

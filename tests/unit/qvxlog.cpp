@@ -133,15 +133,19 @@ TEST(Log, LetsASinkLog) {
 
 TEST(Log, TakesRecordsOfManyThreadsWhileSinkAndLevelChange) {
   struct Counter : QvLogSink {
-    void record(const QvLogRecord& record) override { intact = intact && record.text == QvbString("text 7"); }
-    std::atomic<bool> intact{true};
+    void record(const QvLogRecord& record) override {
+      ++count;
+      broken += record.text != QvbString("text 7");
+    }
+    std::atomic<int> count{0};
+    std::atomic<int> broken{0};
   };
   const auto counter = std::make_shared<Counter>();
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 3; ++i)
-    threads.emplace_back([i] {
+  std::array<std::thread, 3> threads;
+  for (auto& thread : threads)
+    thread = std::thread([] {
       for (int n = 0; n < 500; ++n)
-        qvlogGetLogger(("QV.Test." + std::to_string((n + i) % 7)).c_str())
+        qvlogGetLogger(("QV.Test." + std::to_string(n % 7)).c_str())
             ->logEvent(QvLoggingLevel::Success, "src/tester", 1, "text %d", 7);
     });
   for (int n = 0; n < 300; ++n) {
@@ -150,8 +154,12 @@ TEST(Log, TakesRecordsOfManyThreadsWhileSinkAndLevelChange) {
   }
   for (auto& thread : threads)
     thread.join();
+  qvlogSetSink(counter);
+  const int before = counter->count;
+  qvlogGetLogger("QV.Test.0")->logEvent(QvLoggingLevel::Trace, "src/tester", 1, "text %d", 7);
   qvlogSetSink(nullptr);
-  EXPECT_TRUE(counter->intact);
+  EXPECT_EQ(counter->count, before + 1);
+  EXPECT_EQ(counter->broken, 0);
 }
 
 // Options and output are those of a fresh process: each case runs in one of its own, which starts this test
@@ -317,9 +325,9 @@ TEST_F(LogOfItsOwnOptions, TakesTheComplaintOnceWhenManyThreadsStart) {
   EXPECT_EXIT(
       {
         useOptionFile();
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 8; ++i)
-          threads.emplace_back([] { qvlogGetLogger("QV.Test"); });
+        std::vector<std::thread> threads(8);
+        for (auto& thread : threads)
+          thread = std::thread([] { qvlogGetLogger("QV.Test"); });
         for (auto& thread : threads)
           thread.join();
         std::exit(0);
