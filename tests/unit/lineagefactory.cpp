@@ -5,6 +5,7 @@
 #include "qvreposres/qvresourcemgr.h"
 #include "qvreposres/qvresourceuri.h"
 #include "qvxbase/qvbconfig.h"
+#include "support/allocations.h"
 #include "support/faults.h"
 #include "support/logcapture.h"
 #include "support/recordingfactory.h"
@@ -16,26 +17,8 @@
 #include <rapidcheck.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <new>
 #include <string>
 #include <vector>
-
-namespace {
-
-bool memoryIsShort = false;
-
-} // namespace
-
-// Kept out of line: the compiler takes an inlined half of the pair for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* memory = memoryIsShort ? nullptr : std::malloc(size);
-  if (!memory)
-    throw std::bad_alloc();
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -132,10 +115,10 @@ TEST(LineageFactory, MakesResourcesOfTheGivenFields) {
 TEST(LineageFactory, MakesNoResourceWhenMemoryIsShort) {
   const Factory factory(new LineageImpactFactoryImpl);
   const QvbString name("name");
-  memoryIsShort = true;
+  Allocations::left = 0;
   QvResource* resource = factory->getResource(name, name, name);
   QvImpactAnalysis* store = getQvLineageAnalysis();
-  memoryIsShort = false;
+  Allocations::left = -1;
   EXPECT_EQ(resource, nullptr);
   EXPECT_EQ(store, nullptr);
 }

@@ -2,6 +2,7 @@
 
 #include "lineagefactory.h"
 #include "qvresource.h"
+#include "support/allocations.h"
 #include "support/logcapture.h"
 #include "support/recordingfactory.h"
 #include "support/textio.h"
@@ -11,30 +12,9 @@
 #include <rapidcheck.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
-#include <new>
 #include <string>
 #include <vector>
-
-namespace {
-
-// Allocations that still succeed; negative for no limit.
-long allocationsLeft = -1;
-
-} // namespace
-
-// Kept out of line: the compiler takes an inlined half of the pair for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  if (allocationsLeft > 0)
-    --allocationsLeft;
-  void* memory = allocationsLeft == 0 ? nullptr : std::malloc(size);
-  if (!memory)
-    throw std::bad_alloc();
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -313,7 +293,7 @@ TEST(LineageStore, AnswersWithNullListsWhenMemoryIsShort) {
   const Resource job = resource("job", "ProcessJob", "/job");
   const List dependencies = listOf({"a"});
   const QvbString type("File");
-  allocationsLeft = 0;
+  Allocations::left = 0;
   const void* lists[] = {store->createResourceList(),
                          store->getUsedByResources(job.get(), false),
                          store->getDependentResources(job.get(), false),
@@ -322,7 +302,7 @@ TEST(LineageStore, AnswersWithNullListsWhenMemoryIsShort) {
                          store->getAllUniqueUsedResources()};
   const bool added = store->addDependentResources(job.get(), dependencies.get());
   QvResource* created = store->createResource(type, type, type);
-  allocationsLeft = -1;
+  Allocations::left = -1;
   for (const void* list : lists)
     EXPECT_EQ(list, nullptr);
   EXPECT_TRUE(added);
@@ -335,10 +315,10 @@ TEST(LineageStore, IsMadeWithAsMuchAsThereIsMemoryFor) {
   bool withoutStore = false;
   bool withoutFactory = false;
   bool withoutResolver = false;
-  for (long limit = 1; limit < 20; ++limit) {
-    allocationsLeft = limit;
+  for (long limit = 0; limit < 20; ++limit) {
+    Allocations::left = limit;
     const Store store = makeStore();
-    allocationsLeft = -1;
+    Allocations::left = -1;
     if (!store) {
       withoutStore = true;
     } else if (QvResourceFactory* factory = store->getDefaultResourceFactory()) {

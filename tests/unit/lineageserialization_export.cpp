@@ -5,6 +5,7 @@
 #include "qvresource.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvuri.h"
+#include "support/allocations.h"
 #include "support/golden.h"
 #include "support/logcapture.h"
 #include "support/recordingfactory.h"
@@ -16,32 +17,9 @@
 #include <rapidcheck.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <string>
 #include <vector>
-
-namespace {
-
-// The next allocation of this size fails.
-std::size_t failingSize = 0;
-
-} // namespace
-
-// Kept out of line: the compiler takes an inlined half of the pair for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  if (size == failingSize) {
-    failingSize = 0;
-    throw std::bad_alloc();
-  }
-  void* memory = std::malloc(size);
-  if (!memory)
-    throw std::bad_alloc();
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -300,7 +278,7 @@ TEST_F(LineageExport, TakesAnyAnalysisAndSkipsRowsWithoutResource) {
 struct StarvingAnalysis : LineageSerializationImpl {
   QvResourceList* getAllUniqueUsedResources() override {
     auto* resources = LineageSerializationImpl::getAllUniqueUsedResources();
-    failingSize = size;
+    Allocations::failingSize = size;
     return resources;
   }
   std::size_t size = 0;

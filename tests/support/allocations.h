@@ -1,0 +1,36 @@
+// Replaces the allocation functions of the test program, so that memory can run short. For one source per program.
+#pragma once
+
+#include <cstdlib>
+#include <new>
+
+struct Allocations {
+  // The allocations that still succeed; negative for no limit.
+  static inline long left = -1;
+  // The next allocation of this size fails; 0 for none.
+  static inline std::size_t failingSize = 0;
+
+  static bool mayHave(std::size_t size) {
+    if (left == 0)
+      return false;
+    if (left > 0)
+      --left;
+    if (size != failingSize || size == 0)
+      return true;
+    failingSize = 0;
+    return false;
+  }
+};
+
+// Kept out of line: the compiler takes an inlined half of the pair for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return Allocations::mayHave(size) ? std::malloc(size) : nullptr;
+}
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  void* memory = operator new(size, std::nothrow);
+  if (!memory)
+    throw std::bad_alloc();
+  return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
