@@ -426,10 +426,10 @@ TEST(MetadataObject, ReleasingAContainedObjectLeavesItToItsParent) {
 }
 
 TEST(MetadataObject, NoDepthIsTooDeepToWriteAndToEnd) {
-  constexpr int depth = 300000;
+  constexpr std::size_t depth = 300000;
   const Object root = make("L");
   RepositoryMetadataObject* parent = root.get();
-  for (int i = 1; i < depth; ++i) {
+  for (std::size_t i = 1; i < depth; ++i) {
     RepositoryMetadataObject* child = createRepositoryMetadataObject("L");
     parent->addContainedObject(child);
     parent = child;
