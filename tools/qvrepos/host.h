@@ -73,4 +73,5 @@ void addDefinitionsCommand(CLI::App& app, Host& host);
 void addIdentityCommand(CLI::App& app, Host& host);
 void addUriCommands(CLI::App& app, Host& host);
 void addTypesCommand(CLI::App& app, Host& host);
+void addCacheCommand(CLI::App& app, Host& host);
 void addVersionCommand(CLI::App& app, Host& host);

@@ -1,4 +1,5 @@
 // qvrepos lineage: the lineage of job files as XML.
+#include "interrupt.h"
 #include "jobs.h"
 #include "progress.h"
 
@@ -35,6 +36,7 @@ void recordJobs(Host& host, JobScanner& scanner, const std::vector<std::string>&
 void writeResult(Host& host, const QvbString& xml, const std::string& output) {
   if (output.empty())
     return host.print(xml.view());
+  const Interrupts::Hold hold;
   if (const int code = np_fio_writeAll(text(absolutePath(output)), xml))
     host.fail("cannot write " + output + ": " + np_fio_errdesc(code));
 }

@@ -3,8 +3,8 @@
 // Results go to standard output, everything else to standard error. Exit status: 0 success, 1 the operation failed (for
 // some input), 2 wrong usage.
 #include "host.h"
+#include "interrupt.h"
 
-#include "qvreposres/qvfilecache.h"
 #include "qvreposres/qvreposres.h"
 #include "qvxbase/qvbconfig.h"
 
@@ -59,10 +59,7 @@ struct LibrarySession {
     void* reserved = nullptr;
     qvReposResStartup(nullptr, &reserved);
   }
-  ~LibrarySession() {
-    qvFileCacheShutdown();
-    qvReposResShutdown();
-  }
+  ~LibrarySession() { qvReposResShutdown(); }
 };
 
 int usageError(const CLI::App& app, const CLI::ParseError& error) {
@@ -73,6 +70,7 @@ int usageError(const CLI::App& app, const CLI::ParseError& error) {
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a failed write, which is reported
+  Interrupts::watch();
   Host host;
   GlobalOptions options;
   CLI::App app("The services of the Repository Resource Library on the command line.", "qvrepos");
@@ -88,6 +86,7 @@ int main(int argc, char** argv) {
   addIdentityCommand(app, host);
   addUriCommands(app, host);
   addTypesCommand(app, host);
+  addCacheCommand(app, host);
   addVersionCommand(app, host);
 
   try {

@@ -1,0 +1,191 @@
+// qvrepos cache get: local copies of remote files.
+#include "host.h"
+#include "interrupt.h"
+#include "progress.h"
+
+#include "qvreposres/qvfilecache.h"
+#include "qvsfio/npfio.h"
+#include "qvxbase/qvuri.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::int64_t largestCopy = std::int64_t{1} << 30;
+constexpr const char* passwordVariable = "QVREPOS_PASSWORD";
+
+struct CacheOptions {
+  std::vector<std::string> uris;
+  std::string user;
+  std::string output;
+  bool keep = false;
+};
+
+struct SubjectReleaser {
+  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
+};
+using Subject = std::unique_ptr<ASSubject, SubjectReleaser>;
+
+// The terminal without echo, as long as this lives.
+class SilentTerminal {
+public:
+  SilentTerminal() : m_terminal(open("/dev/tty", O_RDWR | O_CLOEXEC)) {
+    if (m_terminal < 0 || tcgetattr(m_terminal, &m_before) != 0)
+      return;
+    termios silent = m_before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(m_terminal, TCSAFLUSH, &silent);
+  }
+  ~SilentTerminal() {
+    if (m_terminal < 0)
+      return;
+    tcsetattr(m_terminal, TCSAFLUSH, &m_before);
+    say("\n");
+    close(m_terminal);
+  }
+  SilentTerminal(const SilentTerminal&) = delete;
+  SilentTerminal& operator=(const SilentTerminal&) = delete;
+
+  bool isThere() const { return m_terminal >= 0; }
+  void say(std::string_view text) const {
+    if (write(m_terminal, text.data(), text.size()) < 0)
+      return; // a prompt that cannot be shown does not keep the user from answering
+  }
+  std::string readLine() const {
+    std::string line;
+    for (char byte = 0; read(m_terminal, &byte, 1) == 1 && byte != '\n';)
+      line += byte;
+    return line;
+  }
+
+private:
+  int m_terminal;
+  termios m_before{};
+};
+
+// The password comes from the environment or the terminal: a command line is everybody's to read.
+std::string askPassword(const std::string& user) {
+  if (const char* given = std::getenv(passwordVariable))
+    return given;
+  const SilentTerminal terminal;
+  if (!terminal.isThere())
+    throw std::runtime_error(std::string("no terminal to ask for the password of ") + user + "; set " +
+                             passwordVariable);
+  terminal.say("Password of " + user + ": ");
+  return terminal.readLine();
+}
+
+Subject makeSubject(const std::string& user) {
+  return Subject(user.empty() ? qvbSubjectAccess() : qvbSubjectCreate(text(user), text(askPassword(user))));
+}
+
+// The last segment of a URI's or file's path: the name of its copy in a folder.
+std::string copyName(const std::string& uri) {
+  const Released<QvURI> parsed(getURIFromURIString(text(uri)));
+  return std::filesystem::path(parsed ? str(parsed->getPath()) : uri).filename().string();
+}
+
+// Where the copies go: to the file itself for one URI, below the folder otherwise. Throws when two would have one name.
+std::vector<std::string> targetsOf(const CacheOptions& options) {
+  const bool intoFolder = std::filesystem::is_directory(options.output);
+  if (!intoFolder && options.uris.size() > 1)
+    throw std::runtime_error("several files need a folder that exists as --output: " + options.output);
+  std::vector<std::string> targets;
+  std::set<std::string> taken;
+  for (const auto& uri : options.uris) {
+    const auto target =
+        intoFolder ? (std::filesystem::path(options.output) / copyName(uri)).string() : options.output;
+    if (!taken.insert(target).second)
+      throw std::runtime_error("two of the files would be written to " + target);
+    targets.push_back(absolutePath(target));
+  }
+  return targets;
+}
+
+// Empty on success, else the reason.
+std::string copyFile(const QvbString& from, const std::string& to) {
+  QvbString content;
+  const Interrupts::Hold hold;
+  int failed = np_fio_readAll(from, largestCopy, &content);
+  if (failed == NP_FIO_OK)
+    failed = np_fio_writeAll(text(to), content);
+  return failed == NP_FIO_OK ? "" : "cannot write " + to + ": " + np_fio_errdesc(failed);
+}
+
+// The local copy's path; empty, with the reason in `reason`, when there is none.
+QvbString fetch(FileAccessCache& cache, ASSubject* subject, const std::string& uri, std::string& reason) {
+  QvbString local, error;
+  const int failed = cache.getCacheFilename(subject, text(uri), &local, &error);
+  if (failed == 0 && np_fio_stat(local, nullptr) == NP_FIO_OK)
+    return local;
+  // The cache's own failure, 1, says no more than that there is no copy.
+  const char* const code =
+      failed <= NP_FIO_ERROR ? "no such file, or it cannot be read" : np_fio_errdesc(failed);
+  reason = uri + ": " + (error.isEmpty() ? code : str(error));
+  return {};
+}
+
+void runGet(Host& host, const CacheOptions& options) {
+  const auto targets = options.output.empty() ? std::vector<std::string>() : targetsOf(options);
+  const Subject subject = makeSubject(options.user);
+  FileAccessCache* cache = getFileCache();
+  if (!cache)
+    return host.fail("no file cache could be made");
+  std::vector<std::string> results, failures;
+  {
+    ProgressBar bar(host, options.uris.size());
+    for (std::size_t i = 0; i < options.uris.size(); ++i, bar.step()) {
+      std::string reason;
+      const QvbString local = fetch(*cache, subject.get(), options.uris[i], reason);
+      if (reason.empty() && !targets.empty())
+        reason = copyFile(local, targets[i]);
+      if (!reason.empty())
+        failures.push_back(reason);
+      else
+        results.push_back(targets.empty() ? str(local) : targets[i]);
+    }
+  }
+  for (const auto& path : results)
+    host.printLine(path);
+  for (const auto& reason : failures)
+    host.fail(reason);
+}
+
+// The copies live in the tool's own temporary folder, which an interrupt removes too.
+void getInScratch(Host& host, const CacheOptions& options) {
+  Interrupts::Scratch scratch;
+  runGet(host, options);
+  if (options.keep)
+    scratch.keep();
+  else
+    qvFileCacheShutdown();
+}
+
+} // namespace
+
+void addCacheCommand(CLI::App& app, Host& host) {
+  auto* cache = app.add_subcommand("cache", "Fetch local copies of remote files");
+  cache->require_subcommand(1);
+  auto options = std::make_shared<CacheOptions>();
+  auto* get = cache->add_subcommand("get", "Fetch files and print the paths of their copies");
+  get->add_option("URI", options->uris, "http, https or file URIs, or paths")->required();
+  get->add_option("--user", options->user,
+                  "Fetch on behalf of this user; the password comes from QVREPOS_PASSWORD or a prompt")
+      ->type_name("NAME");
+  auto* output = get->add_option("-o,--output", options->output,
+                                 "Copy to this file, or, for several URIs, into this folder")
+                     ->type_name("PATH");
+  get->add_flag("--keep", options->keep,
+                "Leave the printed copies where they are; otherwise they end with the command")
+      ->excludes(output);
+  get->footer("The option AUTH/SERVER names the ticket server of http and https.\n"
+              "Example: qvrepos cache get file:///etc/hostname -o copy.txt");
+  get->callback([&host, options] { getInScratch(host, *options); });
+}

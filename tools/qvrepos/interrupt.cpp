@@ -1,0 +1,88 @@
+#include "interrupt.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <initializer_list>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include <pthread.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Never destroyed: the watching thread may use them until the process is gone.
+struct Shared {
+  std::mutex busy;
+  fs::path scratch; // guarded by `busy`
+};
+Shared& shared() {
+  static auto* const instance = new Shared;
+  return *instance;
+}
+
+sigset_t watchedSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    sigaddset(&signals, signal);
+  return signals;
+}
+
+void removeScratch(const fs::path& folder) {
+  std::error_code ignored;
+  if (!folder.empty())
+    fs::remove_all(folder, ignored);
+}
+
+// Ends the process by the signal itself, so that whoever started it sees why.
+[[noreturn]] void endBy(int signal) {
+  std::signal(signal, SIG_DFL);
+  const sigset_t signals = watchedSignals();
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+  std::raise(signal);
+  std::_Exit(128 + signal);
+}
+
+void waitForSignal() {
+  const sigset_t signals = watchedSignals();
+  int signal = 0;
+  if (sigwait(&signals, &signal) != 0)
+    return;
+  const std::lock_guard guard(shared().busy);
+  removeScratch(shared().scratch);
+  endBy(signal);
+}
+
+} // namespace
+
+void Interrupts::watch() {
+  const sigset_t signals = watchedSignals();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  shared();
+  std::thread(waitForSignal).detach();
+}
+
+Interrupts::Hold::Hold() : m_lock(shared().busy) {}
+
+Interrupts::Scratch::Scratch() {
+  const Hold hold;
+  std::string pattern = (fs::temp_directory_path() / "qvrepos.XXXXXX").string();
+  if (!mkdtemp(pattern.data()))
+    throw std::system_error(errno, std::generic_category(), "cannot make a folder in " + pattern);
+  shared().scratch = pattern;
+  setenv("TMPDIR", pattern.c_str(), 1);
+}
+
+Interrupts::Scratch::~Scratch() {
+  const Hold hold;
+  removeScratch(shared().scratch);
+}
+
+void Interrupts::Scratch::keep() {
+  const Hold hold;
+  shared().scratch.clear();
+}
