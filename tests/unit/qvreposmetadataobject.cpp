@@ -282,8 +282,8 @@ TEST(MetadataObject, ListsAreSnapshots) {
 
 TEST(MetadataObject, ManyObjectsStayUniqueAndInOrder) {
   EXPECT_TRUE(rc::check([] {
-    const auto picks =
-        *rc::gen::container<std::vector<unsigned>>(*rc::gen::inRange(0, 100), rc::gen::inRange(0u, 40u));
+    const auto picks = *rc::gen::container<std::vector<unsigned>>(*rc::gen::inRange<std::size_t>(0, 100),
+                                                                  rc::gen::inRange(0u, 40u));
     const Object object = make("Job");
     std::vector<Object> pool;
     for (int i = 0; i < 40; ++i)
