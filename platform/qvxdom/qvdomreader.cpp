@@ -22,6 +22,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -257,8 +258,8 @@ class ReaderMemory : public xc::MemoryManager {
 public:
   ReaderMemory() = default;
   ~ReaderMemory() override {
-    while (m_blocks.next != &m_blocks)
-      remove(m_blocks.next);
+    for (auto* block = m_blocks.next; block != &m_blocks;)
+      ::operator delete(std::exchange(block, block->next));
   }
   ReaderMemory(const ReaderMemory&) = delete;
   ReaderMemory& operator=(const ReaderMemory&) = delete;

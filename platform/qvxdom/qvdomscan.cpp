@@ -137,7 +137,7 @@ std::string takeValue(std::string_view& text, std::string_view& name) {
   if (end == npos)
     return {};
   name = text.substr(0, quote);
-  const std::string value(text.substr(quote + 1, end - quote - 1));
+  std::string value(text.substr(quote + 1, end - quote - 1));
   text.remove_prefix(end + 1);
   return value;
 }

@@ -38,9 +38,10 @@ namespace {
 QvbString document() {
   std::string xml = "<?xml version='1.0'?><r>";
   for (int i = 0; i < 40; ++i) {
-    const auto number = std::to_string(i);
-    xml += " <element-" + number + " attribute-" + number + "='" + std::string(600, 'v') +
-           "'>text \xE2\x82\xAC" + std::string(2000, 't') + "</element-" + number + ">\n";
+    const auto name = "name-" + std::to_string(i);
+    xml.append(" <").append(name).append(" a-").append(name).append("='").append(600, 'v').append(
+        "'>\xE2\x82\xAC");
+    xml.append(2000, 't').append("</").append(name).append(">\n");
   }
   return text(xml + "</r>");
 }

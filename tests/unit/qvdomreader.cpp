@@ -189,8 +189,8 @@ TEST(QvDomReader, CharactersAcrossTheParsersBuffersStayWhole) {
   while (characters.size() < 5'000'000)
     characters += "\xF0\x9F\x98\x80";
   for (std::size_t shift = 0; shift < 2; ++shift) {
-    const auto value = std::string(shift, 'x') + characters;
-    const auto dom = loaded("<r a='" + value + "'>" + value + "</r>");
+    const auto value = std::string(shift, 'x').append(characters);
+    const auto dom = loaded(std::string("<r a='").append(value).append("'>").append(value).append("</r>"));
     EXPECT_TRUE(dom.getRoot().getValue(false).view() == value) << shift;
     EXPECT_TRUE(dom.getRoot().getAttributeValue("a").view() == value) << shift;
   }
