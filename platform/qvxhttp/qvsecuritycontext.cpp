@@ -167,7 +167,7 @@ private:
   // One attempt; a login that failed or is lost is given up.
   Outcome ticketFor(const QvbSubjectInfoParm& user, const QvbString& url) {
     const Outcome login = outcomeOf(loginOf(user), user);
-    const Outcome outcome = login.ticket.isNull() ? login : m_server.requestTicket(login.ticket, url);
+    Outcome outcome = login.ticket.isNull() ? login : m_server.requestTicket(login.ticket, url);
     if (login.ticket.isNull() || outcome.isLoginLost)
       giveUp(user, login.ticket);
     return outcome;

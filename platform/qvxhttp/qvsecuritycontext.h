@@ -5,9 +5,9 @@
 // "AUTH/SERVER" names a ticket server (its base URL, for example "https://host/cas"), and otherwise a context whose
 // ticket requests fail with a text that says which option is missing.
 //
-// The CAS client logs in once per subject for a ticket-granting ticket and asks for one service ticket per request; a
-// lost ticket-granting ticket logs in again, once. A ticket that is not 1 to 256 of [A-Za-z0-9._-] is refused. Neither
-// tickets nor credentials appear in an error text.
+// The CAS client logs in once per subject (user and credentials) for a ticket-granting ticket and asks for one service
+// ticket per request; a lost ticket-granting ticket logs in again, once. A ticket that is not 1 to 256 of
+// [A-Za-z0-9._-] is refused. Neither tickets nor credentials appear in an error text.
 #pragma once
 
 #include "qvxbase/qvbsubject.h"

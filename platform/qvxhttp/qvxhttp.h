@@ -2,12 +2,14 @@
 //
 // "http" and "https" only; certificates and host names are verified; no redirect is followed: a redirect is handed to
 // the caller as it is. Neither proxy nor credentials come from the environment. Every thread keeps its own connections
-// for reuse. Options, read at each request:
-//   HTTP/CONNECT_TIMEOUT   seconds until a connection must stand (default 10)
-//   HTTP/LOW_SPEED_TIME    seconds at less than 1 byte/s after which a transfer is given up (default 30)
-//   HTTP/MAX_BODY          bytes of the largest body taken (default 1073741824)
-//   HTTP/CA_FILE           certificates to trust, a PEM file (default: the system's)
+// for reuse, until it ends. Options, read at each request:
+//   HTTP/CONNECT_TIMEOUT   seconds until a connection must stand (1 to 2147483, default 10)
+//   HTTP/LOW_SPEED_TIME    seconds at less than 1 byte/s after which a transfer is given up (1 to 2147483,
+//                          default 30)
+//   HTTP/MAX_BODY          bytes of the largest body taken (1 to 2147483647, default 1073741824)
+//   HTTP/CA_FILE           certificates to trust instead of the system's, a PEM file
 //   HTTP/PROXY             the proxy's URL (default: none)
+// A number out of range is logged at level 5 under "QV.Base.Http", once per value, and the default counts.
 #pragma once
 
 #include "qvxbase/qvbstring.h"
@@ -15,7 +17,8 @@
 #include <utility>
 #include <vector>
 
-// A request. Names and values of headers must be free of control characters: a request that holds any fails.
+// A request. The names of headers are words (RFC 9110, section 5.6.2), and nothing holds a control character: any
+// other request fails without being sent.
 struct httpGet {
   QvbString url;
   std::vector<std::pair<QvbString, QvbString>> headers;
@@ -41,7 +44,7 @@ protected:
 class QVPLATFORM_API httpClient {
 public:
   // The response, whatever its status, which the caller releases; null when there is none, with getErrorText() telling
-  // why, without query parameters, since they may hold tickets.
+  // why. The text names the server alone, since paths and queries may hold tickets.
   httpResponse* execute(const httpGet& request);
   // The same for a POST of the body, whose type is the request's content type.
   httpResponse* post(const httpGet& request, const QvbString& body);

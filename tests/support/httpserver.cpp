@@ -3,15 +3,18 @@
 #include "support/descriptors.h"
 #include "support/tempdir.h"
 
+#include <charconv>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <deque>
 #include <future>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <thread>
 
 #include <arpa/inet.h>
@@ -81,7 +84,8 @@ public:
   }
   void connectTo(const LocalSocket& other) const {
     sockaddr_in address = loopback(other.port());
-    ::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    if (::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+      throw std::runtime_error("cannot connect to 127.0.0.1");
   }
 
 private:
@@ -109,7 +113,7 @@ Certificate makeCertificate(EVP_PKEY* key, const std::string& names) {
   X509_set_version(x509, X509_VERSION_3);
   ASN1_INTEGER_set(X509_get_serialNumber(x509), 1);
   X509_gmtime_adj(X509_getm_notBefore(x509), -3600);
-  X509_gmtime_adj(X509_getm_notAfter(x509), 24 * 3600);
+  X509_gmtime_adj(X509_getm_notAfter(x509), 86400);
   X509_set_pubkey(x509, key);
   X509_NAME* const name = X509_get_subject_name(x509);
   const auto* const common = reinterpret_cast<const unsigned char*>("test server");
@@ -620,11 +624,18 @@ struct FaultServer::Impl {
     const std::string head = connection.readHead();
     if (!head.empty())
       record(head);
+    if (const auto fault = numberAfter(" /fault/", head))
+      meet(static_cast<HttpFault>(*fault), connection);
+    else if (const auto number = numberAfter(" /answer/", head))
+      connection.send(answer(static_cast<std::size_t>(*number)));
+  }
+  static std::optional<int> numberAfter(std::string_view prefix, const std::string& head) {
+    const std::size_t start = head.find(prefix);
     int number = 0;
-    if (std::sscanf(head.c_str(), "%*s /fault/%d", &number) == 1)
-      meet(static_cast<HttpFault>(number), connection);
-    else if (std::sscanf(head.c_str(), "%*s /answer/%d", &number) == 1)
-      connection.send(answer(static_cast<std::size_t>(number)));
+    if (start == head.npos ||
+        std::from_chars(&head[start + prefix.size()], head.data() + head.size(), number).ec != std::errc())
+      return std::nullopt;
+    return number;
   }
   void record(const std::string& head) {
     const std::lock_guard guard(mutex);

@@ -7,9 +7,9 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <future>
 #include <memory>
-#include <set>
 #include <vector>
 
 using testing::AllOf;
@@ -89,6 +89,18 @@ protected:
     return str(ticket);
   }
   std::string ticketFor(const std::string& url) { return ticketFor(alice.get(), url); }
+
+  // A thread for each of the subjects, which asks for one ticket and tells whether it got it.
+  std::vector<std::future<bool>> askInThreads(const std::vector<ASSubject*>& subjects) {
+    std::vector<std::future<bool>> threads(subjects.size());
+    std::ranges::transform(subjects, threads.begin(), [this](ASSubject* who) {
+      return std::async(std::launch::async, [this, who] {
+        QvbString ticket;
+        return context->getServiceTicket(who, "http://service/", &ticket, nullptr);
+      });
+    });
+    return threads;
+  }
 
   HttpServer server;
   Subject alice = subject("alice", "wonder-secret");
@@ -380,12 +392,7 @@ TEST_F(QvTickets, FailsWhenTheTicketServersCertificateIsUnknown) {
 
 TEST_F(QvTickets, LogsInOnceForAllThreadsOfOneSubject) {
   server.hold(server.loginPath(), true);
-  std::vector<std::future<bool>> threads;
-  for (int i = 0; i < 16; ++i)
-    threads.push_back(std::async(std::launch::async, [&] {
-      QvbString ticket;
-      return context->getServiceTicket(alice.get(), "http://service/", &ticket, nullptr);
-    }));
+  auto threads = askInThreads(std::vector(16, alice.get()));
   EXPECT_TRUE(server.waitForHeld(server.loginPath(), 1));
   server.hold(server.loginPath(), false);
   for (auto& thread : threads)
@@ -398,12 +405,7 @@ TEST_F(QvTickets, LetsSubjectsLogInSideBySide) {
   server.addUser("bob", "builder");
   const Subject bob = subject("bob", "builder");
   server.hold(server.loginPath(), true);
-  std::vector<std::future<bool>> threads;
-  for (ASSubject* who : {alice.get(), bob.get()})
-    threads.push_back(std::async(std::launch::async, [this, who] {
-      QvbString ticket;
-      return context->getServiceTicket(who, "http://service/", &ticket, nullptr);
-    }));
+  auto threads = askInThreads({alice.get(), bob.get()});
   EXPECT_TRUE(server.waitForHeld(server.loginPath(), 2));
   server.hold(server.loginPath(), false);
   for (auto& thread : threads)
@@ -414,12 +416,7 @@ TEST_F(QvTickets, LetsThreadsOfOneSubjectGetTicketsSideBySide) {
   EXPECT_NE(ticketFor("http://service/"), "");
   const std::string path = server.requests().back().target;
   server.hold(path, true);
-  std::vector<std::future<bool>> threads;
-  for (int i = 0; i < 4; ++i)
-    threads.push_back(std::async(std::launch::async, [this] {
-      QvbString ticket;
-      return context->getServiceTicket(alice.get(), "http://service/", &ticket, nullptr);
-    }));
+  auto threads = askInThreads(std::vector(4, alice.get()));
   EXPECT_TRUE(server.waitForHeld(path, 4));
   server.hold(path, false);
   for (auto& thread : threads)
@@ -430,12 +427,7 @@ TEST_F(QvTickets, LogsInOnceForAllThreadsThatFindTheLoginLost) {
   EXPECT_NE(ticketFor("http://service/"), "");
   const std::string path = server.requests().back().target;
   server.hold(path, true);
-  std::vector<std::future<bool>> threads;
-  for (int i = 0; i < 8; ++i)
-    threads.push_back(std::async(std::launch::async, [this] {
-      QvbString ticket;
-      return context->getServiceTicket(alice.get(), "http://service/", &ticket, nullptr);
-    }));
+  auto threads = askInThreads(std::vector(8, alice.get()));
   EXPECT_TRUE(server.waitForHeld(path, 8));
   server.expireLogins();
   server.hold(path, false);
@@ -445,15 +437,15 @@ TEST_F(QvTickets, LogsInOnceForAllThreadsThatFindTheLoginLost) {
 }
 
 TEST_F(QvTickets, SurvivesRenewalsFromManyThreads) {
-  std::vector<std::future<void>> threads;
-  for (int number = 0; number < 8; ++number)
-    threads.push_back(std::async(std::launch::async, [this] {
+  std::vector<std::future<void>> threads(8);
+  for (auto& thread : threads)
+    thread = std::async(std::launch::async, [this] {
       for (int i = 0; i < 10; ++i) {
         QvbString ticket;
         EXPECT_TRUE(context->getServiceTicket(alice.get(), "http://service/", &ticket, nullptr));
         EXPECT_TRUE(context->renew(alice.get(), "http://service/", nullptr));
       }
-    }));
+    });
   for (auto& thread : threads)
     thread.get();
   EXPECT_EQ(server.ticketsIssued(), 80);
