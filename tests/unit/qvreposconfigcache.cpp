@@ -40,7 +40,7 @@ protected:
   ~DefinitionCache() override { qvbSetFaultHook(nullptr); }
 
   std::string write(const std::string& name, const std::string& content, int hoursOld = 1) const {
-    const auto path = m_dir.write(name, content);
+    auto path = m_dir.write(name, content);
     makeOlder(path, hoursOld);
     return path;
   }
@@ -240,6 +240,7 @@ TEST_F(DefinitionCache, ServesManyThreadsWhileFilesChange) {
   constexpr int threadCount = 4;
   constexpr int rounds = 200;
   std::vector<std::thread> threads;
+  threads.reserve(threadCount);
   for (int i = 0; i < threadCount; ++i)
     threads.emplace_back([&] {
       for (int round = 0; round < rounds; ++round)

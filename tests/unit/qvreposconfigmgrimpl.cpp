@@ -714,7 +714,9 @@ TEST_F(DefinitionManager, ServesManyThreads) {
   writeSystem("other.rcf", "<html/>");
   std::atomic<int> failures = 0;
   std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i)
+  constexpr int threadCount = 4;
+  threads.reserve(threadCount);
+  for (int i = 0; i < threadCount; ++i)
     threads.emplace_back([&, own = std::to_string(i)] {
       for (int round = 0; round < 25; ++round) {
         const auto definition = create(own.c_str(), QvReposConfigTypeUser);

@@ -1,25 +1,14 @@
 #include "qvreposconfiguration.h"
 
 #include "guards.h"
+#include "support/allocations.h"
 #include "support/textio.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
-
-namespace {
-// While it is set, every allocation of this program fails.
-thread_local bool memoryIsShort = false;
-} // namespace
-
-// Not inlined: the compiler would take the pair of malloc and free for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* memory = memoryIsShort ? nullptr : std::malloc(size);
-  return memory ? memory : throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+#include <initializer_list>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -436,10 +425,10 @@ TEST(DefinitionList, CopiedRowsAreIndependentOfTheSource) {
 TEST(DefinitionList, AddsNoRowWhenMemoryIsShort) {
   const auto list = listOf({"a"});
   std::size_t added = 0;
-  memoryIsShort = true;
+  Allocations::left = 0;
   while (added < 1000 && list->addRow())
     ++added;
-  memoryIsShort = false;
+  Allocations::left = -1;
   EXPECT_LT(added, 1000U);
   EXPECT_EQ(readOn(*list).size(), 1 + added);
 }
@@ -449,9 +438,10 @@ class EndlessList final : public QvReposConfigurationList {
 public:
   bool next() override { return true; }
   QvReposConfiguration* getValue() override {
-    memoryIsShort = false;
+    Allocations::left = -1;
     auto* row = new QvReposConfigurationImpl;
-    memoryIsShort = ++m_reads >= 10;
+    if (++m_reads >= 10)
+      Allocations::left = 0;
     return row;
   }
   void release() override {}
@@ -466,7 +456,7 @@ TEST(DefinitionList, KeepsTheRowsCopiedBeforeMemoryRanShort) {
   EndlessList source;
   const auto list = newList();
   const bool copied = list->copyList(&source);
-  memoryIsShort = false;
+  Allocations::left = -1;
   EXPECT_FALSE(copied);
   EXPECT_GE(readOn(*list).size(), 10U);
 }
