@@ -160,12 +160,13 @@ FileAccessCacheSourceProvider* FileAccessCacheImpl::getCacheSourceProviderForFil
   if (uri) {
     m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "getCacheSourceProviderForFileType: scheme='%s'", scheme);
-    if (scheme.find("http") >= 0) {
+    const QvbString folded = QvbString(scheme).lowercase();
+    if (folded.find("http") >= 0) {
       m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                          "getCacheSourceProviderForFileType: Using HTTP provider for %s", name);
       return m_httpProvider.get();
     }
-    if (scheme.find("file") < 0)
+    if (folded.find("file") < 0)
       return nullptr;
   }
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,

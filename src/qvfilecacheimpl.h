@@ -29,7 +29,7 @@ private:
   bool isListed(const QvbString& user) const;
 };
 
-// getCacheFilename, isModified, getModifiedDate and flush take the lock; every other operation relies on its caller's.
+// The operations of the interface take the lock; every other one relies on its caller's.
 class QVREPOSRES_API FileAccessCacheImpl : public FileAccessCacheManager {
 public:
   FileAccessCacheImpl();

@@ -1,7 +1,5 @@
 #include "qvfilecacheimpl_filesystem.h"
 
-#include "qvsfio/npfio.h"
-
 #include <array>
 #include <ctime>
 #include <memory>
@@ -10,22 +8,17 @@ namespace {
 
 constexpr const char* logSource = "src/qvfilecacheimpl";
 
-struct FileCloser {
-  void operator()(NpFile* file) const { np_fio_close(file); }
+struct FileDiscarder {
+  void operator()(NpFile* file) const { np_fio_discard(file); }
 };
-using OpenFile = std::unique_ptr<NpFile, FileCloser>;
+// A file that is written takes its place only when it is closed explicitly.
+using OpenFile = std::unique_ptr<NpFile, FileDiscarder>;
 
 OpenFile openFile(const QvbString& path, int mode) {
   NpFile* file = nullptr;
   np_fio_open(path, mode, &file);
   return OpenFile(file);
 }
-
-// Bytes read and written; a failed write counts with its negative result.
-struct CopyTotals {
-  std::int64_t read = 0;
-  std::int64_t written = 0;
-};
 
 } // namespace
 
@@ -55,28 +48,37 @@ int RemoteFilesystemFileProvider::getModifiedDate(ASSubject*, const QvbString& n
 int RemoteFilesystemFileProvider::updateLocalFileContent(ASSubject*, const QvbString& name,
                                                          const QvbString& localFilename, QvbString*) {
   CopyTotals totals;
-  int result = 1;
-  if (const OpenFile source = openFile(name, NP_FIO_READ)) {
-    if (OpenFile local = openFile(localFilename, NP_FIO_REPLACE)) {
-      std::array<char, 4096> block;
-      std::int64_t count = 0;
-      while ((count = np_fio_getb(source.get(), block.data(), block.size())) > 0) {
-        totals.read += count;
-        const std::int64_t written = np_fio_putb(local.get(), block.data(), static_cast<std::size_t>(count));
-        totals.written += written;
-        if (written < 0)
-          m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                             "We had an issue writing bytes to: %s", localFilename);
-      }
-      // A copy that did not take its place is no copy, however much of it was written.
-      const bool placed = np_fio_close(local.release()) == NP_FIO_OK;
-      result = placed && totals.written >= 1 ? 0 : 1;
-    }
-  }
+  const int result = copy(name, localFilename, &totals) ? 0 : 1;
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                      "Update local file content %s to %s, read %d, wrote %d", name, localFilename,
                      totals.read, totals.written);
   return result;
+}
+
+bool RemoteFilesystemFileProvider::copy(const QvbString& name, const QvbString& localFilename,
+                                        CopyTotals* totals) {
+  const OpenFile source = openFile(name, NP_FIO_READ);
+  OpenFile local = source ? openFile(localFilename, NP_FIO_REPLACE) : nullptr;
+  if (!local || !copyBlocks(source.get(), local.get(), localFilename, totals))
+    return false;
+  // A copy that did not take its place is no copy, however much of it was written.
+  return np_fio_close(local.release()) == NP_FIO_OK && totals->written >= 1;
+}
+
+// False when the source could not be read to its end.
+bool RemoteFilesystemFileProvider::copyBlocks(NpFile* source, NpFile* local, const QvbString& localFilename,
+                                              CopyTotals* totals) {
+  std::array<char, 4096> block;
+  std::int64_t count = 0;
+  while ((count = np_fio_getb(source, block.data(), block.size())) > 0) {
+    totals->read += count;
+    const std::int64_t written = np_fio_putb(local, block.data(), static_cast<std::size_t>(count));
+    totals->written += written;
+    if (written < 0)
+      m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
+                         "We had an issue writing bytes to: %s", localFilename);
+  }
+  return count == 0;
 }
 
 bool RemoteFilesystemFileProvider::flush(bool) {

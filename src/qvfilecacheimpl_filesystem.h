@@ -2,6 +2,7 @@
 #pragma once
 
 #include "qvreposres/qvfilecache.h"
+#include "qvsfio/npfio.h"
 #include "qvxlog/qvxlog.h"
 
 class QVREPOSRES_API RemoteFilesystemFileProvider : public FileAccessCacheSourceProvider {
@@ -19,5 +20,14 @@ public:
   bool flush(bool flag) override;
 
 private:
+  // Bytes read and written; a failed write counts with its negative result.
+  struct CopyTotals {
+    std::int64_t read = 0;
+    std::int64_t written = 0;
+  };
+
+  bool copy(const QvbString& name, const QvbString& localFilename, CopyTotals* totals);
+  bool copyBlocks(NpFile* source, NpFile* local, const QvbString& localFilename, CopyTotals* totals);
+
   QvLogger* m_logger;
 };

@@ -139,6 +139,8 @@ int np_fio_close(NpFile* file) {
   return file->replacement ? file->replacement->commit() : file->source.close(file->path);
 }
 
+void np_fio_discard(NpFile* file) { const std::unique_ptr<NpFile> ended(file); }
+
 std::int64_t np_fio_getb(NpFile* file, void* buffer, std::size_t size) {
   if (!file->source)
     return -NP_FIO_UNSUPPORTED;

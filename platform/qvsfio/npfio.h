@@ -50,6 +50,8 @@ QVPLATFORM_API int np_fio_open(const QvbString& path, int mode, NpFile** file);
 // system that cannot exchange two names the new file stays when all that fails is flushing the folder, the
 // last step.) Null does nothing.
 QVPLATFORM_API int np_fio_close(NpFile* file);
+// Ends the handle and gives up what was written: the old file stays, the new one is gone. Null does nothing.
+QVPLATFORM_API void np_fio_discard(NpFile* file);
 // The bytes read, fewer than asked for only before the end, 0 at the end, negative (the code's negative) on failure.
 QVPLATFORM_API std::int64_t np_fio_getb(NpFile* file, void* buffer, std::size_t size);
 // The bytes written, all of them; negative (the code's negative) on failure.

@@ -199,7 +199,22 @@ TEST_F(Files, DescriptorsEndWithTheirHandlesAndAtExec) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST(ClosingNull, DoesNothing) { EXPECT_EQ(np_fio_close(nullptr), NP_FIO_OK); }
+TEST(ClosingNull, DoesNothing) {
+  EXPECT_EQ(np_fio_close(nullptr), NP_FIO_OK);
+  np_fio_discard(nullptr);
+}
+
+TEST_F(Files, ThatAreDiscardedLeaveTheOldOneAndNoTrace) {
+  m_folder.write("a", "old");
+  const auto before = openDescriptors();
+  NpFile* writer = open("a", NP_FIO_REPLACE);
+  EXPECT_EQ(np_fio_puts(writer, "new"), 3);
+  np_fio_discard(writer);
+  np_fio_discard(open("a"));
+  EXPECT_EQ(m_folder.read("a"), "old");
+  EXPECT_EQ(std::distance(fs::directory_iterator(m_folder.path()), {}), 1);
+  EXPECT_EQ(openDescriptors(), before);
+}
 
 TEST_F(Files, AreNamedByUrisToo) {
   m_folder.write("with space", "content");
