@@ -1,6 +1,8 @@
 #include "qvreposres/qvfilecache.h"
 
+#include "qvfilecacheimpl.h"
 #include "qvfilecachesingleton.h"
+#include "support/allocations.h"
 #include "support/logcapture.h"
 #include "support/textio.h"
 
@@ -15,6 +17,7 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 namespace {
 
@@ -50,9 +53,9 @@ class FileCacheHolder : public testing::Test {
 protected:
   ~FileCacheHolder() override { qvFileCacheShutdown(); }
 
-  // What was logged since the last call, without the lines about the identifier.
+  // What the holder logged since the last call, without the lines about the identifier.
   std::vector<LogLine> logged() {
-    auto lines = log.lines();
+    auto lines = log.lines(idLine.category);
     std::erase(lines, idLine);
     log.clear();
     return lines;
@@ -128,32 +131,62 @@ TEST_F(FileCacheHolder, LeavesACacheToTheCallerWhenAnotherOneCameFirst) {
   EXPECT_EQ(y.released, 0);
 }
 
-TEST_F(FileCacheHolder, TriesADefaultCacheWhenThereIsNone) {
-  EXPECT_EQ(getFileCache(), nullptr);
+TEST_F(FileCacheHolder, MakesADefaultCacheWhenThereIsNone) {
+  FileAccessCache* const cache = getFileCache();
+  ASSERT_NE(dynamic_cast<FileAccessCacheImpl*>(cache), nullptr);
   EXPECT_THAT(logged(), ElementsAre(line("createObject: No cache, creating default"),
-                                    line(with("createObject: Creating ", nullptr)),
-                                    line("createObject: Initializing lookup maps")));
+                                    line(with("createObject: Creating ", cache)),
+                                    line("createObject: Initializing lookup maps"),
+                                    line(with("getCache: Returning ", cache))));
+  EXPECT_EQ(getFileCache(), cache);
+  EXPECT_THAT(logged(), ElementsAre(line(with("getCache: Returning ", cache))));
+  qvFileCacheShutdown();
+  EXPECT_THAT(logged(), ElementsAre(line(with("deleteObject: Tossing cache ", cache))));
 }
 
-TEST_F(FileCacheHolder, FailsToStartWithoutACache) {
+TEST_F(FileCacheHolder, MakesTheDefaultCacheWhenItStarts) {
   void* out = &x;
-  EXPECT_EQ(qvFileCacheStartup(nullptr, &out), -1);
+  EXPECT_EQ(qvFileCacheStartup(nullptr, &out), 0);
   EXPECT_EQ(out, nullptr);
-  EXPECT_THAT(logged(), ElementsAre(line("createObject: No cache, creating default"),
-                                    line(with("createObject: Creating ", nullptr)),
-                                    line("createObject: Initializing lookup maps")));
+  EXPECT_THAT(logged(), SizeIs(3));
+  EXPECT_EQ(qvFileCacheStartup(nullptr, &out), 0);
+  EXPECT_THAT(logged(), IsEmpty());
+  EXPECT_NE(getFileCache(), nullptr);
 }
 
-TEST_F(FileCacheHolder, FailsToSetNoCacheAndEndsTheFormerOneAllTheSame) {
+TEST_F(FileCacheHolder, SetsTheDefaultCacheForNone) {
   setFileCacheManager(&x);
   logged();
-  EXPECT_EQ(setFileCacheManager(nullptr), -1);
-  EXPECT_THAT(logged(), ElementsAre(line(with("deleteObject: Tossing cache ", &x)),
-                                    line(with("squirrelCache: Setting ", nullptr)),
-                                    line("createObject: No cache, creating default"),
-                                    line(with("createObject: Creating ", nullptr)),
-                                    line("createObject: Initializing lookup maps")));
+  EXPECT_EQ(setFileCacheManager(nullptr), 0);
   EXPECT_EQ(x.released, 1);
+  auto lines = logged();
+  EXPECT_NE(dynamic_cast<FileAccessCacheImpl*>(getFileCache()), nullptr);
+  EXPECT_THAT(lines, ElementsAre(line(with("deleteObject: Tossing cache ", &x)),
+                                 line(with("squirrelCache: Setting ", nullptr)),
+                                 line("createObject: No cache, creating default"),
+                                 line(with("createObject: Creating ", getFileCache())),
+                                 line("createObject: Initializing lookup maps")));
+}
+
+TEST_F(FileCacheHolder, HasNoCacheWhenMemoryForTheDefaultOneIsShort) {
+  const auto failed = ElementsAre(line("createObject: No cache, creating default"),
+                                  line(with("createObject: Creating ", nullptr)),
+                                  line("createObject: Initializing lookup maps"));
+  Allocations::failingSize = sizeof(FileAccessCacheImpl);
+  EXPECT_EQ(getFileCache(), nullptr);
+  EXPECT_THAT(logged(), failed);
+
+  void* out = &x;
+  Allocations::failingSize = sizeof(FileAccessCacheImpl);
+  EXPECT_EQ(qvFileCacheStartup(nullptr, &out), -1);
+  EXPECT_EQ(out, nullptr);
+  EXPECT_THAT(logged(), failed);
+
+  setFileCacheManager(&x);
+  Allocations::failingSize = sizeof(FileAccessCacheImpl);
+  EXPECT_EQ(setFileCacheManager(nullptr), -1);
+  EXPECT_EQ(x.released, 1);
+  EXPECT_EQ(Allocations::failingSize, 0U);
 }
 
 TEST_F(FileCacheHolder, IsKnownToTheRegistryByItsName) {
