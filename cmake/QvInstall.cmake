@@ -16,5 +16,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QvReposResConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/QvReposResConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QvReposRes)
 
+# Relative to the file itself, so that an installed tree can be moved.
+file(RELATIVE_PATH QVREPOSRES_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/qvreposres.pc.in qvreposres.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qvreposres.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

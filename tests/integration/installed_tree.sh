@@ -46,7 +46,7 @@ ninja -C "$work/app/build" --quiet
 "$work/app/build/app" "$job" | expect find_package
 
 export PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name qvreposres.pc)")
-libdir=$(pkg-config --define-prefix --variable=libdir qvreposres 2>/dev/null || pkg-config --variable=libdir qvreposres)
+libdir=$(pkg-config --variable=libdir qvreposres)
 for compiler in g++ clang++; do
   [[ -n ${CXXFLAGS:-} && $compiler == clang++ ]] && continue # one compiler's sanitizer runtime does not serve the other
   # shellcheck disable=SC2046,SC2086

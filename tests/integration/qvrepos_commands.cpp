@@ -15,14 +15,16 @@ TEST(Qvrepos, ResourcesListsTheJobFirstAndThenWhatItTouches) {
   const auto run =
       runTool({"resources", "--config", sampleConfig, sampleRepository + "/batch_jobs/clean_stores.djf"});
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(
-      run.out,
-      "TYPE        NAME                             LOCATION\n"
-      "ProcessJob  clean_stores                     qvr://Sales/batch_jobs/clean_stores?type=ProcessJob\n"
-      "Database    DSN=Warehouse;QVXTYPE=ODBC;      qvd:///Warehouse?type=ODBC\n"
-      "Table       stores                           qvd:///Warehouse?schema=dw&table=stores\n"
-      "Database                                     qvd:///Warehouse\n"
-      "Table       stores                           qvd:///Warehouse?schema=staging&table=stores\n");
+  EXPECT_EQ(run.out,
+            "TYPE        NAME                         LOCATION\n"
+            "ProcessJob  clean_stores                 qvr://Sales/batch_jobs/clean_stores?type=ProcessJob\n"
+            "Database    DSN=Warehouse;QVXTYPE=ODBC;  qvd:///Warehouse?type=ODBC\n"
+            "Table       stores                       qvd:///Warehouse?schema=dw&table=stores\n"
+            "Database                                 qvd:///Warehouse\n"
+            "Table       stores                       qvd:///Warehouse?schema=staging&table=stores\n"
+            "Table       countries                    <morvaxeldocument class=\"tableresource\" "
+            "version=\"1\"><resource>"
+            "<tabledatasource dsn=\"\" dsntype=\"\" table=\"countries\"/></resource></morvaxeldocument>\n");
 }
 
 TEST(Qvrepos, ResourcesAsJsonCarryTheIdentity) {

@@ -8,7 +8,11 @@ namespace {
 using Manager = Released<QvReposConfigManager>;
 using Definition = Released<QvReposConfiguration>;
 
-Manager openManager() { return Manager(getRepositoryConfigurationManager()); }
+// Warnings of files that are not loaded are shown here, where they are the matter.
+Manager openManager(const Host& host) {
+  host.setDefaultLogLevel(QvLoggingLevel::Anomaly);
+  return Manager(getRepositoryConfigurationManager());
+}
 
 const char* typeName(QvReposConfiguration& definition) {
   return definition.getType() == QvReposConfigTypeSystem ? "system" : "user";
@@ -48,7 +52,7 @@ nlohmann::ordered_json record(QvReposConfiguration& definition) {
 }
 
 void listDefinitions(Host& host, bool json) {
-  const Manager manager = openManager();
+  const Manager manager = openManager(host);
   const Released<QvReposConfigurationList> list(manager->getConfigurations());
   auto records = nlohmann::ordered_json::array();
   std::vector<std::vector<std::string>> rows;
@@ -67,7 +71,7 @@ void listDefinitions(Host& host, bool json) {
 }
 
 void showDefinition(Host& host, const std::string& name, bool json) {
-  const Manager manager = openManager();
+  const Manager manager = openManager(host);
   const Definition definition(manager->getConfigurationByName(text(name)));
   if (!definition)
     return host.fail("no repository definition is named " + name);
@@ -81,7 +85,7 @@ void showDefinition(Host& host, const std::string& name, bool json) {
 }
 
 void printDefault(Host& host) {
-  const Manager manager = openManager();
+  const Manager manager = openManager(host);
   QvbString name;
   if (manager->getDefaultConfiguration(&name))
     host.printLine(name.view());
@@ -94,7 +98,6 @@ void printDefault(Host& host) {
 void addDefinitionsCommand(CLI::App& app, Host& host) {
   auto* definitions = app.add_subcommand("definitions", "Look at the repository definitions");
   definitions->require_subcommand(1);
-  definitions->parse_complete_callback([&host] { host.setDefaultLogLevel(QvLoggingLevel::Anomaly); });
   definitions->footer("The folders are the options BASE/REPOS_SYS_PATH and BASE/REPOS_USER_PATH.\n"
                       "Example: qvrepos definitions list --set BASE/REPOS_USER_PATH=$PWD/examples/user");
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <filesystem>
 
-void Host::setDefaultLogLevel(QvLoggingLevel level) {
+void Host::setDefaultLogLevel(QvLoggingLevel level) const {
   if (logLevel == 0 && qvbGetConfigOption("LOG/LEVEL").isEmpty())
     qvlogSetLevel(level);
 }

@@ -38,7 +38,7 @@ public:
   int logLevel = 0; // the user's choice, 0 for none
   // The level from which the library's log records are shown, when the user chose none. Failures reach the user as
   // results, and a warning that every lookup repeats is noise; commands about what is warned of lower it.
-  void setDefaultLogLevel(QvLoggingLevel level);
+  void setDefaultLogLevel(QvLoggingLevel level) const;
 
   // Results, to standard output.
   void print(std::string_view bytes);

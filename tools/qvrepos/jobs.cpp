@@ -76,7 +76,8 @@ JobFiles findJobFiles(const std::vector<std::string>& paths) {
     else if (fs::exists(status))
       found.files.push_back(path.string());
     else
-      found.failures.push_back(failure(path, error ? error.message() : "no such file or folder"));
+      found.failures.push_back(failure(
+          path, status.type() == fs::file_type::not_found ? "no such file or folder" : error.message()));
   }
   return found;
 }
