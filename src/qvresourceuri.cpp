@@ -35,16 +35,14 @@ bool isSeparator(char character) { return character == '/' || character == '\\';
 bool isRelativePath(const QvbString& path) { return !path.view().starts_with('/'); }
 
 // The file name without its folder's path and separator; nothing for a file that does not lie below the folder. A folder
-// is left at a separator only: "/srv/repository/x" is not below "/srv/repo".
+// is left at a separator only, which may be its own last character: "/srv/repository/x" is not below "/srv/repo".
 std::optional<QvbString> pathBelow(const QvbString& folder, const QvbString& filename) {
-  const auto length = folder.length();
   if (folder.isEmpty() || !filename.view().starts_with(folder.view()))
     return std::nullopt;
-  if (filename.length() == length)
-    return QvbString("");
-  if (!isSeparator(filename.view()[static_cast<std::size_t>(length)]))
-    return std::nullopt;
-  return filename.mid(length + 1);
+  const auto rest = filename.mid(folder.length());
+  if (rest.isEmpty() || isSeparator(folder.view().back()))
+    return rest;
+  return isSeparator(rest.view().front()) ? std::optional(rest.mid(1)) : std::nullopt;
 }
 
 struct RepositoryPath {
@@ -124,62 +122,70 @@ std::optional<TypedPath> typedPathOf(QvURI& uri) {
   return type.isEmpty() ? splitTypedPath(path) : TypedPath{path, type};
 }
 
-bool repositoryFilename(const QvbString& repository, QvURI* uri, QvbString* filename) {
-  QvbString root;
-  return getRepositoryFilesystemRoot(repository, &root) && generateFilenameFromVaultPath(root, uri, filename);
-}
+// What a reference leads to, gathered apart from the caller's outputs: these may be the inputs.
+struct Conversion {
+  QvbString filename;
+  bool isRelative = false;
+  QvbString message;
 
-// Gathers what generateFilenameFromURIandRepository reports through its optional outputs.
-class ConversionReport {
-public:
-  ConversionReport(bool* isRelative, QvbString* message) : m_isRelative(isRelative), m_message(message) {}
-
-  void clear() {
-    setRelative(false);
-    if (m_message)
-      m_message->setNull();
-  }
-  void setRelative(bool relative) {
-    if (m_isRelative)
-      *m_isRelative = relative;
-  }
-  bool fail(const QvbString& message) {
-    if (m_message)
-      *m_message = message;
+  bool fail(const QvbString& text) {
+    message = text;
     return false;
   }
-
-private:
-  bool* m_isRelative;
-  QvbString* m_message;
 };
 
-bool fileURIFilename(QvURI* uri, QvbString* filename, ConversionReport& report) {
-  if (!getNativePath(uri, filename))
-    return false;
-  report.setRelative(isRelativePath(*filename));
-  return true;
+bool convertFile(QvURI& uri, Conversion& result) {
+  const bool done = getNativePath(&uri, &result.filename);
+  result.isRelative = done && isRelativePath(result.filename);
+  return done;
 }
 
-bool repositoryURIFilename(const QvbString& repository, QvURI* uri, QvbString* filename,
-                           ConversionReport& report) {
+bool convertRepositoryObject(QvURI& uri, const QvbString& repository, Conversion& result) {
   QvbString root;
   if (getRepositoryFilesystemRoot(repository, &root))
-    return generateFilenameFromVaultPath(root, uri, filename);
+    return generateFilenameFromVaultPath(root, &uri, &result.filename);
   if (!repository.isEmpty())
     return false;
-  return report.fail("No repository name was supplied to output the filename from URI and repository.");
+  return result.fail("No repository name was supplied to output the filename from URI and repository.");
 }
 
-bool cachedFilename(ASSubject* subject, const QvbString& reference, QvbString* filename,
-                    ConversionReport& report) {
+bool convertRemoteFile(ASSubject* subject, const QvbString& reference, Conversion& result) {
   auto* cache = getFileCache();
   if (!cache)
-    return report.fail("No file cache available");
-  QvbString error;
-  if (cache->getCacheFilename(subject, reference, filename, &error) == 0)
-    return true;
-  return error.isNull() ? false : report.fail(error);
+    return result.fail("No file cache available");
+  return cache->getCacheFilename(subject, reference, &result.filename, &result.message) == 0;
+}
+
+bool convertURI(ASSubject* subject, QvURI& uri, const QvbString& reference, const QvbString& repository,
+                Conversion& result) {
+  switch (schemeOf(uri)) {
+  case Scheme::File:
+    return convertFile(uri, result);
+  case Scheme::Repository:
+    return convertRepositoryObject(uri, repository, result);
+  case Scheme::Web:
+    return convertRemoteFile(subject, reference, result);
+  case Scheme::Other:
+    break;
+  }
+  return result.fail(
+      qvbStringFormat("The URI %S is not a supported format to convert into filename.", &reference));
+}
+
+bool convertReference(ASSubject* subject, const QvbString& reference, const QvbString& repository,
+                      Conversion& result) {
+  const Released<QvURI> uri(getURIFromURIString(reference));
+  if (uri)
+    return convertURI(subject, *uri, reference, repository, result);
+  result.isRelative = isRelativePath(reference);
+  return false;
+}
+
+// False, with the message where one is wanted.
+bool refuse(const char* message, QvbString* errorMessage) {
+  if (errorMessage)
+    *errorMessage = message;
+  return false;
 }
 
 } // namespace
@@ -222,49 +228,28 @@ bool generateURIReferenceFromFilename(const QvbString& filename, QvbString* uriR
 bool generateFilenameFromURIReference(ASSubject* subject, const QvbString& uriReference,
                                       QvbString* filename) {
   const Released<QvURI> uri(filename ? getURIFromURIString(uriReference) : nullptr);
-  if (!uri)
+  Conversion result;
+  if (!uri || !convertURI(subject, *uri, uriReference, uri->getAuthority(), result))
     return false;
-  ConversionReport silent(nullptr, nullptr);
-  switch (schemeOf(*uri)) {
-  case Scheme::File:
-    return getNativePath(uri.get(), filename);
-  case Scheme::Repository:
-    return repositoryFilename(uri->getAuthority(), uri.get(), filename);
-  case Scheme::Web:
-    return cachedFilename(subject, uriReference, filename, silent);
-  case Scheme::Other:
-    break;
-  }
-  return false;
+  *filename = result.filename;
+  return true;
 }
 
 bool generateFilenameFromURIandRepository(ASSubject* subject, const QvbString& uriReference,
                                           const QvbString& repositoryName, QvbString* filename,
                                           bool* isRelative, QvbString* errorMessage) {
-  ConversionReport report(isRelative, errorMessage);
   if (uriReference.isEmpty())
-    return report.fail("The URI reference must be supplied to generate filename from URI.");
+    return refuse("The URI reference must be supplied to generate filename from URI.", errorMessage);
   if (!filename)
-    return report.fail("The output string must be supplied to output the filename from URI.");
-  filename->setNull();
-  report.clear();
-  const Released<QvURI> uri(getURIFromURIString(uriReference));
-  if (!uri) {
-    report.setRelative(isRelativePath(uriReference));
-    return false;
-  }
-  switch (schemeOf(*uri)) {
-  case Scheme::File:
-    return fileURIFilename(uri.get(), filename, report);
-  case Scheme::Repository:
-    return repositoryURIFilename(repositoryName, uri.get(), filename, report);
-  case Scheme::Web:
-    return cachedFilename(subject, uriReference, filename, report);
-  case Scheme::Other:
-    break;
-  }
-  return report.fail(qvbStringFormat("The URI %s is not a supported format to convert into filename.",
-                                     uriReference.asCstr()));
+    return refuse("The output string must be supplied to output the filename from URI.", errorMessage);
+  Conversion result;
+  const bool done = convertReference(subject, uriReference, repositoryName, result);
+  *filename = result.filename;
+  if (isRelative)
+    *isRelative = result.isRelative;
+  if (errorMessage)
+    *errorMessage = result.message;
+  return done;
 }
 
 bool generateFilenameFromVaultPath(QvbString root, QvURI* uri, QvbString* filename) {

@@ -1,7 +1,8 @@
 // Conversion between repository URIs and file names.
 //
 // Schemes: "file" is a plain file, "qvr" an object below its repository's file root, "http" and "https" a remote file,
-// whose name is that of the local copy in the file access cache. The functions may be called from any thread.
+// whose name is that of the local copy in the file access cache. The functions may be called from any thread. An output
+// may be one of the inputs.
 #pragma once
 
 #include "qvreposres/export.h"

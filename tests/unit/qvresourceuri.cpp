@@ -1,35 +1,20 @@
 #include "qvreposres/qvresourceuri.h"
 
 #include "guards.h"
+#include "qvfilecacheimpl.h"
 #include "qvreposres/qvfilecache.h"
 #include "qvreposres/qvreposconfigmgr.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbconfig.h"
+#include "support/allocations.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
-#include <atomic>
-#include <new>
 #include <string>
 #include <vector>
-
-namespace {
-
-std::atomic<bool> memoryIsShort = false;
-
-} // namespace
-
-// The default file cache is allocated without throwing: refusing that leaves the process without one.
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  try {
-    return memoryIsShort ? nullptr : ::operator new(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
 
 namespace {
 
@@ -38,6 +23,10 @@ struct HostCache : FileAccessCacheManager {
   int getCacheFilename(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
                        QvbString* errorText) override {
     lastSubject = subject;
+    if (clearsOutputs) {
+      localFilename->setNull();
+      errorText->setNull();
+    }
     if (result != 0) {
       if (writesError)
         *errorText = "the source is gone";
@@ -55,6 +44,7 @@ struct HostCache : FileAccessCacheManager {
   ASSubject* lastSubject = nullptr;
   int result = 0;
   bool writesError = true;
+  bool clearsOutputs = false;
 };
 
 class Conversion : public testing::Test {
@@ -184,6 +174,7 @@ TEST_F(Conversion, MakesTheReferenceOfAFile) {
   define("Twin", "/srv/repo");
   define("Rootless", "");
   define("Windows", "C:\\repo");
+  define("Mixed", "D:\\repo\\/"); // kept with its back slash
   struct Case {
     const char* filename;
     const char* reference;
@@ -202,6 +193,8 @@ TEST_F(Conversion, MakesTheReferenceOfAFile) {
       {"/srv/repository/load.djf", "qvr://Wide/repository/load?type=ProcessJob"}, // not below /srv/repo
       {"/srvice/load.djf", "file:///srvice/load.djf"},
       {"C:\\repo\\jobs\\load.djf", "qvr://Windows/jobs/load?type=ProcessJob"},
+      {"D:\\repo\\jobs\\load.djf", "qvr://Mixed/jobs/load?type=ProcessJob"},
+      {"D:\\repo\\", "(none)"},
       {"C:\\other\\load.djf", "file:C:/other/load.djf"},
       {"/data/in.txt", "file:///data/in.txt"},
       {"/x/srv/repo/a.txt", "file:///x/srv/repo/a.txt"},
@@ -274,12 +267,56 @@ TEST_F(Conversion, PassesTheFileCachesErrorOn) {
 
 TEST_F(Conversion, ReportsThatThereIsNoFileCache) {
   qvFileCacheShutdown();
-  memoryIsShort = true;
-  const auto report = convert("http://host/in.txt");
-  const auto filename = toFile("https://host/in.txt");
-  memoryIsShort = false;
-  EXPECT_EQ(report, (Report{false, "", false, "No file cache available"}));
-  EXPECT_EQ(filename, "(none)");
+  QvbString filename = "before", message = "before";
+  bool isRelative = true;
+  Allocations::failingSize = sizeof(FileAccessCacheImpl);
+  EXPECT_FALSE(generateFilenameFromURIandRepository(nullptr, "http://host/in.txt", "", &filename, &isRelative,
+                                                    &message));
+  EXPECT_EQ(Allocations::failingSize, 0U);
+  EXPECT_TRUE(filename.isNull());
+  EXPECT_FALSE(isRelative);
+  EXPECT_EQ(message, "No file cache available");
+  qvFileCacheShutdown();
+  Allocations::failingSize = sizeof(FileAccessCacheImpl);
+  EXPECT_EQ(toFile("https://host/in.txt"), "(none)");
+  EXPECT_EQ(Allocations::failingSize, 0U);
+}
+
+TEST_F(Conversion, TakesItsInputsForOutputs) {
+  define("Main", "/srv/main");
+  QvbString value = "C:\\a\\b";
+  EXPECT_TRUE(fixFilesystemStringSlashes(value, &value));
+  EXPECT_EQ(value, "C:/a/b");
+  value = "Main";
+  EXPECT_TRUE(getRepositoryFilesystemRoot(value, &value));
+  EXPECT_EQ(value, "/srv/main");
+  value = "/srv/main/load.djf";
+  EXPECT_TRUE(generateURIReferenceFromFilename(value, &value));
+  EXPECT_EQ(value, "qvr://Main/load?type=ProcessJob");
+  EXPECT_TRUE(generateFilenameFromURIReference(nullptr, value, &value));
+  EXPECT_EQ(value, "/srv/main/load.djf");
+}
+
+TEST_F(Conversion, TakesItsInputsForOutputsOfReports) {
+  define("Main", "/srv/main");
+  m_cache.clearsOutputs = true;
+  ASSERT_EQ(setFileCacheManager(&m_cache), 0);
+  const auto intoReference = [](QvbString reference, const QvbString& repository) {
+    EXPECT_TRUE(
+        generateFilenameFromURIandRepository(nullptr, reference, repository, &reference, nullptr, nullptr));
+    return str(reference);
+  };
+  EXPECT_EQ(intoReference("file:///a", ""), "/a");
+  EXPECT_EQ(intoReference("qvr://x/load?type=ProcessJob", "Main"), "/srv/main/load.djf");
+  EXPECT_EQ(intoReference("http://host/a", ""), "/cache/http://host/a");
+  QvbString repository = "Main", reference = "ftp://host/a", filename, remote = "http://host/a";
+  EXPECT_TRUE(generateFilenameFromURIandRepository(nullptr, "qvr://x/load?type=ProcessJob", repository,
+                                                   &repository, nullptr, nullptr));
+  EXPECT_EQ(repository, "/srv/main/load.djf");
+  EXPECT_FALSE(generateFilenameFromURIandRepository(nullptr, reference, "", &filename, nullptr, &reference));
+  EXPECT_EQ(reference, "The URI ftp://host/a is not a supported format to convert into filename.");
+  EXPECT_TRUE(generateFilenameFromURIReference(nullptr, remote, &remote));
+  EXPECT_EQ(remote, "/cache/http://host/a");
 }
 
 TEST_F(Conversion, ReportsAMissingReference) {
@@ -333,6 +370,12 @@ TEST_F(Conversion, ReportsASchemeThatNamesNoFile) {
   EXPECT_EQ(convert("ftp://host/50%25.txt"),
             (Report{false, "", false,
                     "The URI ftp://host/50%25.txt is not a supported format to convert into filename."}));
+}
+
+TEST_F(Conversion, ReportsTheWholeReferenceBeyondAZeroByte) {
+  using namespace std::string_literals;
+  EXPECT_EQ(convert(text("ftp://host/a\0b"s)).message,
+            "The URI ftp://host/a\0b is not a supported format to convert into filename."s);
 }
 
 TEST_F(Conversion, FindsAnObjectBelowTheRootByItsType) {
