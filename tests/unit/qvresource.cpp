@@ -1,30 +1,13 @@
 #include "qvresource.h"
 
+#include "support/allocations.h"
 #include "support/recordingfactory.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
 #include <cctype>
-#include <cstdlib>
-#include <new>
 #include <type_traits>
-
-namespace {
-
-bool memoryIsShort = false;
-
-} // namespace
-
-// Kept out of line: the compiler takes an inlined half of the pair for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* memory = memoryIsShort ? nullptr : std::malloc(size);
-  if (!memory)
-    throw std::bad_alloc();
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -536,11 +519,11 @@ namespace {
 // Adds rows without memory until one is refused; the rows that were added.
 template<class List>
 int addRowsWithoutMemory(List& list) {
-  memoryIsShort = true;
+  Allocations::left = 0;
   int rows = 0;
   while (rows < 100000 && list.addRow())
     ++rows;
-  memoryIsShort = false;
+  Allocations::left = -1;
   return rows;
 }
 
@@ -565,13 +548,43 @@ TEST(ShortMemory, RefusesARowAndKeepsTheOthers) {
   EXPECT_FALSE(properties->next());
 }
 
+namespace {
+
+template<class List>
+bool copyWithoutMemory(List& target, List& source) {
+  Allocations::left = 0;
+  const bool copied = target.copyList(&source);
+  Allocations::left = -1;
+  return copied;
+}
+
+} // namespace
+
 TEST(ShortMemory, EndsACopyWithTheRowsSoFar) {
-  const auto source = propertyList();
-  append(*source, "a", "1");
-  const auto target = propertyList();
-  memoryIsShort = true;
+  const auto properties = propertyList();
+  append(*properties, "a", "1");
+  const auto fewerProperties = propertyList();
+  EXPECT_FALSE(copyWithoutMemory(*fewerProperties, *properties));
+  EXPECT_FALSE(fewerProperties->next());
+
+  const auto strings = stringList(1);
+  append(*strings, {"a"});
+  const auto fewerStrings = stringList(1);
+  append(*fewerStrings, {"kept"});
+  EXPECT_FALSE(copyWithoutMemory(*fewerStrings, *strings));
+  EXPECT_EQ(fewerStrings->length(), 1U);
+}
+
+TEST(ShortMemory, EndsACopyOfResourcesWithTheRowsSoFar) {
+  const auto source = resourceList();
+  for (int row = 0; row < 100; ++row)
+    append(*source, QvbString().assign(row));
+  const auto target = resourceList();
+  Allocations::left = 10;
   const bool copied = target->copyList(source.get());
-  memoryIsShort = false;
+  Allocations::left = -1;
   EXPECT_FALSE(copied);
-  EXPECT_FALSE(target->next());
+  const auto rows = identitiesFromCursor(*target);
+  EXPECT_GT(rows.size(), 0U);
+  EXPECT_LT(rows.size(), 100U);
 }
