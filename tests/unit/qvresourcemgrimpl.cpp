@@ -435,18 +435,81 @@ TEST_F(Manager, AddsResourcesOfEveryKind) {
 namespace {
 
 // The add operations must reach the generate operations of a derived manager.
-struct RenamingManager : QvResourceManagerImpl {
-  QvResource* generateProfileResource(QvResourceFactory* factory, QvbString&, QvbString&,
-                                      QvbString&) override {
-    return factory->getResource("derived", "derived", "derived");
+struct DerivedManager : QvResourceManagerImpl {
+  static QvResource* make(QvResourceFactory* factory, const char* kind) {
+    return factory->getResource("derived", kind, kind);
   }
+  QvResource* generateDataSourceResource(QvResourceFactory* factory, QvbString&, QvbString&) override {
+    return make(factory, "data source");
+  }
+  QvResource* generateTableResource(QvResourceFactory* factory, QvbString&, QvbString&, QvbString&,
+                                    QvbString&, QvbString&) override {
+    return make(factory, "table");
+  }
+  QvResource* generateMonitorResource(QvResourceFactory* factory, QvbString&, QvbString&, QvbString&,
+                                      QvbString&) override {
+    return make(factory, "monitor");
+  }
+  QvResource* generateRuleResource(QvResourceFactory* factory, QvbString&, QvbString&, QvbString&,
+                                   QvbString& ruleName) override {
+    return make(factory, ruleName.isEmpty() ? "rule" : "rule by name");
+  }
+  QvResource* generateProfileResource(QvResourceFactory* factory, QvbString&, QvbString&,
+                                      QvbString& uuid) override {
+    return make(factory, uuid.isEmpty() ? "profile by id" : "profile");
+  }
+  QvResource* generateOMRObjectByPathResource(QvResourceFactory* factory, QvbString&, QvbString&, QvbString&,
+                                              QvbString&, QvbString&) override {
+    return make(factory, "object");
+  }
+};
+
+// Has no room for another row.
+struct FullList : QvResourceList {
+  bool next() override { return false; }
+  QvResource* getValue() override { return nullptr; }
+  void release() override {}
+  bool addRow() override { return false; }
+  void setLastRowElement(unsigned long, QvResource*) override {
+    ADD_FAILURE() << "another row is overwritten";
+  }
+  bool contains(QvResource*) override { return false; }
+  void reset() override {}
 };
 
 } // namespace
 
 TEST_F(Manager, AddsWhatADerivedManagerGenerates) {
-  const Released<QvResourceManager> manager(new RenamingManager);
-  QvbString id = "1";
-  EXPECT_TRUE(manager->addProfileResourceById(&m_factory, m_list.get(), id));
-  EXPECT_EQ(rowsOf(*m_list), (Requests{{"derived", "derived", "derived"}}));
+  DerivedManager m;
+  auto* list = m_list.get();
+  QvbString a = "a", none;
+  EXPECT_TRUE(m.addDataSourceResource(&m_factory, list, a, a));
+  EXPECT_TRUE(m.addTableResource(&m_factory, list, a, a, a, a, a));
+  EXPECT_TRUE(m.addMonitorResource(&m_factory, list, a, a, a, a));
+  EXPECT_TRUE(m.addRuleResource(&m_factory, list, a, a, a, none));
+  EXPECT_TRUE(m.addRuleResourceByName(&m_factory, list, a, a));
+  EXPECT_TRUE(m.addProfileResource(&m_factory, list, a, a, a));
+  EXPECT_TRUE(m.addProfileResourceById(&m_factory, list, a));
+  EXPECT_TRUE(m.addOMRObjectByPathResource(&m_factory, list, a, a, a, a, a));
+  Requests expected;
+  for (const char* kind :
+       {"data source", "table", "monitor", "rule", "rule by name", "profile", "profile by id", "object"})
+    expected.push_back({"derived", kind, kind});
+  EXPECT_EQ(rowsOf(*list), expected);
+}
+
+TEST_F(Manager, LeavesAListWithoutRoomAsItIs) {
+  FullList list;
+  QvbString dsn = "Sales", none, path = "/jobs/load.djf";
+  EXPECT_TRUE(m_manager->addDataSourceResource(&m_factory, &list, dsn, none)) << "it was generated";
+  EXPECT_FALSE(m_manager->addJobFileNode(&m_factory, &list, path)) << "it was not added";
+}
+
+TEST_F(Manager, HasNoSourceThatTheFactoryDoesNotCopy) {
+  useResolver();
+  m_resolver.resolves = true;
+  m_resolver.givesResource = true;
+  m_factory.refuses = [](const ResourceFields& fields) { return fields.identity == "found identity"; };
+  EXPECT_FALSE(source("Main", "7"));
+  EXPECT_FALSE(monitor("Main", "Nightly", "8", "uuid"));
 }

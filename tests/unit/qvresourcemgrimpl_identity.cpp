@@ -226,6 +226,24 @@ TEST_F(Identity, OfAnotherKindIsRefusedWithUntouchedOutputs) {
   EXPECT_EQ(str(a) + str(b) + str(c) + str(d) + str(e), "abcde");
 }
 
+TEST_F(Identity, MayBeReadIntoItself) {
+  QvbString name = "n", dsn = "DSN=Sales;QVXTYPE=ODBC;";
+  ASSERT_TRUE(m_manager->generateFileResourceId("/data/c.txt", name, &name));
+  ASSERT_TRUE(m_manager->getFilenameFromResourceId(name, &name, &m_identity));
+  EXPECT_EQ(name, "/data/c.txt");
+  EXPECT_EQ(m_identity, "n");
+  ASSERT_TRUE(m_manager->generateTableDataSourceResourceId(dsn, dsn, dsn, dsn, dsn, &dsn));
+  QvbString dsntype;
+  ASSERT_TRUE(m_manager->getTableObjectFromResourceId(dsn, &dsn, &dsntype, &name, &name, &name));
+  EXPECT_EQ(dsn, "Sales");
+  EXPECT_EQ(dsntype, "DSN=Sales;QVXTYPE=ODBC;");
+  ASSERT_TRUE(m_manager->getNameFromDSN(dsntype, &dsntype));
+  EXPECT_EQ(dsntype, "Sales");
+  QvbString path = "/data/c.txt", type;
+  ASSERT_TRUE(m_manager->getResourceTypeFromFilename(path, &path, &type));
+  EXPECT_EQ(path, "c.txt");
+}
+
 TEST_F(Identity, IsReadByItsInnerElementAlone) {
   struct Case {
     const char* identity;

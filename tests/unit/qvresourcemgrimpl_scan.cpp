@@ -133,6 +133,13 @@ TEST_F(JobReference, ThatNobodyMakesAddsNothing) {
   EXPECT_TRUE(rowsOf(*m_list).empty());
 }
 
+TEST_F(JobReference, WhoseResourceTheFactoryDoesNotCopyIsAFile) {
+  m_resolver.givesResource = true;
+  m_factory.refuses = [](const ResourceFields& fields) { return fields.identity == "found identity"; };
+  EXPECT_TRUE(addJob(processURI));
+  EXPECT_EQ(rowsOf(*m_list), (Rows{{"load?type=ProcessJob", "File", processURI}}));
+}
+
 TEST_F(JobReference, IsAFileWithoutAResolver) {
   m_factory.resolver = nullptr;
   EXPECT_TRUE(addJob(profileURI));
@@ -173,6 +180,11 @@ TEST_F(Scan, TakesEveryOtherConnectionForODBC) {
 
 TEST_F(Scan, MakesNoDataSourceOfANamelessConnection) {
   EXPECT_EQ(scan("<DatabaseConnectionObject DbDACType='ODBC'/><DatabaseConnectionObject Name=''/>"), Rows{});
+}
+
+TEST_F(Scan, EndsTheConnectionBeforeANamelessOne) {
+  EXPECT_EQ(scan("<DatabaseConnectionObject Name='S'/><DatabaseConnectionObject/><Create TargetName='t'/>"),
+            (Rows{dataSource("DSN=S;QVXTYPE=ODBC;", "S", "ODBC"), table("DSN=;QVXTYPE=ODBC;", "", "", "t")}));
 }
 
 TEST_F(Scan, HasNoCreatedTableBeforeAConnection) {
