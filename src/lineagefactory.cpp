@@ -14,6 +14,7 @@ namespace {
 
 constexpr const char* sourceName = "src/lineagefactory";
 constexpr std::string_view syscatSeparator = " - ";
+constexpr std::size_t mostTablesRemembered = 8192;
 
 using Manager = Released<QvResourceManager>;
 
@@ -220,14 +221,28 @@ LineageResourceResolver::Locator LineageResourceResolver::locatorOf(const QvbStr
   return found == std::end(locators) ? &Self::locateUnknownType : found->locator;
 }
 
-bool LineageResourceResolver::locateTable(const Lookup& lookup) const {
+// Null for an identity that is not a table's. Good until the next call.
+const LineageResourceResolver::TableLocation*
+LineageResourceResolver::tableLocation(const QvbString& identity) const {
+  if (const auto known = m_tables.find(identity); known != m_tables.end())
+    return &known->second;
   const Manager manager(createQvResourceManager());
   DataSource source;
-  if (!manager->getTableObjectFromResourceId(lookup.identity, &source.name, &source.type, &source.catalog,
+  if (!manager->getTableObjectFromResourceId(identity, &source.name, &source.type, &source.catalog,
                                              &source.schema, &source.table))
+    return nullptr;
+  if (m_tables.size() == mostTablesRemembered)
+    m_tables.clear();
+  const QvbString uri = dataURIOf(source, shortNameOf(*manager, source.name));
+  return &m_tables.emplace(identity, TableLocation{source.table, uri}).first->second;
+}
+
+bool LineageResourceResolver::locateTable(const Lookup& lookup) const {
+  const TableLocation* location = tableLocation(lookup.identity);
+  if (!location)
     return false;
-  *lookup.name = source.table;
-  return writeIfAny(dataURIOf(source, shortNameOf(*manager, source.name)), lookup.uri);
+  *lookup.name = location->table;
+  return writeIfAny(location->uri, lookup.uri);
 }
 
 bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {

@@ -3,7 +3,10 @@
 
 #include "qvreposres/qvresourcefactory.h"
 
+#include <functional>
 #include <new>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
 class QvLogger;
@@ -67,6 +70,17 @@ private:
   };
   using Locator = bool (LineageResourceResolver::*)(const Lookup& lookup) const;
 
+  struct TableLocation {
+    QvbString table;
+    QvbString uri; // empty where the data source has no name
+  };
+  struct TextHash {
+    std::size_t operator()(const QvbString& text) const noexcept {
+      return std::hash<std::string_view>()(text.view());
+    }
+  };
+
+  const TableLocation* tableLocation(const QvbString& identity) const;
   void resolveMasterDataProject(const QvbString& type, const QvbString& id, QvbString* name,
                                 QvbString* reference) const;
   static Locator locatorOf(const QvbString& type);
@@ -82,6 +96,9 @@ private:
 
   QvLogger* m_logger;
   QvbString m_errorMessage{""};
+  // By identity, which says it all: a table is asked for by every resource that uses it, and reading its identity is half
+  // the work of an export.
+  mutable std::unordered_map<QvbString, TableLocation, TextHash> m_tables;
 };
 
 // Splits the name of a system catalog's data source, "prefix - rest", at its first " - ". False, with the outputs

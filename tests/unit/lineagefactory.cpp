@@ -347,7 +347,7 @@ TEST(LineageResolver, MakesATableOrDatabaseOfADataURIWithoutItsServer) {
 
 TEST(LineageResolver, MakesNothingOfAnyOtherURI) {
   for (const char* uri : {"", "no URI", "file:///a/b", "qvr://repo/batch_jobs/load?type=ProcessJob",
-                          "QVR://repo/batch_jobs/load?type=ProcessJob", "http://host/a"}) {
+                          "QVR://repo/batch_jobs/load?type=ProcessJob", "http://host/a", "qvd:///"}) {
     const LogCapture log;
     EXPECT_EQ(makeResolver()->getResourceFromURI(uri), nullptr) << uri;
     EXPECT_THAT(log.lines(category),
@@ -382,6 +382,41 @@ TEST_F(LineageLocation, OfATableWithoutDataSourceIsUnknownButItHasItsName) {
   EXPECT_EQ(answer.name, "CUSTOMERS");
   EXPECT_EQ(answer.uri, "");
   EXPECT_THAT(answer.log, ElementsAre(notLocated(identity, "Table")));
+}
+
+// More tables than the resolver remembers, each asked for twice, and names that differ in case alone.
+TEST_F(LineageLocation, OfATableIsTheSameHoweverOftenAndAfterHoweverManyOthers) {
+  const Resolver resolver = makeResolver();
+  const auto uriOfTable = [&](const std::string& table) {
+    QvbString name;
+    QvbString uri;
+    EXPECT_TRUE(resolver->getResourceLocation("", tableIdentity("Sales", "dbo", table.c_str()), "Table",
+                                              &name, &uri));
+    EXPECT_EQ(str(name), table);
+    return str(uri);
+  };
+  for (int i = 0; i < 8200; ++i)
+    for (const char* prefix : {"t", "t", "T"}) {
+      const std::string table = prefix + std::to_string(i % 8195);
+      ASSERT_EQ(uriOfTable(table), "qvd:///Sales?type=ODBC&catalog=cat&schema=dbo&table=" + table);
+    }
+}
+
+TEST_F(LineageLocation, OfATableThatIsNoneIsToldEachTime) {
+  const LogCapture log;
+  const Resolver resolver = makeResolver();
+  const QvbString identities[] = {"text", tableIdentity("", "dbo", "CUSTOMERS")};
+  for (const QvbString& identity : identities)
+    for (int i = 0; i < 2; ++i) {
+      QvbString name;
+      QvbString uri = "before";
+      EXPECT_FALSE(resolver->getResourceLocation("label", identity, "Table", &name, &uri));
+      EXPECT_EQ(name, QvbString(&identity == identities ? "label" : "CUSTOMERS"));
+      EXPECT_EQ(uri, QvbString("before"));
+    }
+  const LogLine first = notLocated(identities[0], "Table");
+  const LogLine second = notLocated(identities[1], "Table");
+  EXPECT_THAT(log.lines(category), ElementsAre(first, first, second, second));
 }
 
 TEST_F(LineageLocation, OfADatabaseIsItsDataURI) {
