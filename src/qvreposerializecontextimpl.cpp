@@ -256,15 +256,18 @@ void RepositorySerializationContextImpl::readContent(RepositoryMetadataObject* o
   }
 }
 
+// What is associated is not contained, so whatever is open here may be contained in it.
 void RepositorySerializationContextImpl::readAssociation(RepositoryMetadataObject* object, QvbString* rootId,
                                                          const QvDomNode& association, QvbString* message) {
+  Objects open = std::exchange(m_open, {});
+  const ScopeEnd end([&] { m_open.swap(open); });
   for (QvDomNode node = association.getFirstChild(false); !node.null(); node = node.getNextSibling(false))
     if (RepositoryMetadataObject* associated = readObject(rootId, node, message).object)
       object->addAssociatedObject(association.getName(), associated);
 }
 
-// An object is not contained where that would make it contain itself. An object that its element has just made cannot:
-// whatever was contained in it was looked at here.
+// Of the containments that would close a circle the innermost is left out. An object that its element has just made is
+// not looked into again: what it contains was, and the parent itself refuses what contains it.
 void RepositorySerializationContextImpl::contain(RepositoryMetadataObject* parent, const ReadObject& child) {
   if (!child.object)
     return;

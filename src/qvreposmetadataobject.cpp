@@ -23,21 +23,20 @@ RepositoryMetadataObjectList* newList(const std::vector<RepositoryMetadataObject
 
 } // namespace
 
-bool MetadataObjectSequence::contains(RepositoryMetadataObject* object) const {
-  if (m_index)
-    return m_index->count(object) != 0;
-  return std::find(m_objects.begin(), m_objects.end(), object) != m_objects.end();
+bool MetadataObjectSequence::contains(RepositoryMetadataObject* object) {
+  if (m_objects.size() <= longestSearchedSequence)
+    return std::find(m_objects.begin(), m_objects.end(), object) != m_objects.end();
+  if (!m_index)
+    m_index = std::make_unique<std::unordered_set<RepositoryMetadataObject*>>();
+  for (std::size_t i = m_index->size(); i < m_objects.size(); ++i)
+    m_index->insert(m_objects[i]);
+  return m_index->count(object) != 0;
 }
 
 bool MetadataObjectSequence::add(RepositoryMetadataObject* object) {
   if (contains(object))
     return false;
-  m_objects.push_back(object);
-  if (m_index)
-    m_index->insert(object);
-  else if (m_objects.size() > longestSearchedSequence)
-    m_index =
-        std::make_unique<std::unordered_set<RepositoryMetadataObject*>>(m_objects.begin(), m_objects.end());
+  append(object);
   return true;
 }
 
@@ -76,6 +75,7 @@ RepositoryMetadataObjectImpl* RepositoryMetadataObjectImpl::endNextContained() n
     return nullptr;
   }
   object->letGo();
+  --object->m_parents;
   if (object->m_holders != 0)
     return nullptr;
   object->m_endedBy = this;
@@ -156,11 +156,17 @@ void RepositoryMetadataObjectImpl::setId(const QvbString& id) {
   addAttribute("Id", id);
 }
 
+// An object without a parent is not looked for among the contained ones, however many there are.
 bool RepositoryMetadataObjectImpl::addContainedObject(RepositoryMetadataObject* object) {
-  if (!object || !m_contained.add(object))
+  auto* held = dynamic_cast<RepositoryMetadataObjectImpl*>(object);
+  const bool isFree = held && held->m_parents == 0;
+  if (!object || (!isFree && m_contained.contains(object)) || (held && held->reaches(this)))
     return false;
-  if (auto* held = dynamic_cast<RepositoryMetadataObjectImpl*>(object))
+  m_contained.append(object);
+  if (held) {
     held->hold();
+    ++held->m_parents;
+  }
   return true;
 }
 
@@ -173,7 +179,21 @@ bool RepositoryMetadataObjectImpl::setValue(const QvbString& value) {
   return true;
 }
 
+bool RepositoryMetadataObjectImpl::mayBeContained(RepositoryMetadataObject* object) {
+  const auto* own = dynamic_cast<RepositoryMetadataObjectImpl*>(object);
+  return !own || own->m_parents != 0;
+}
+
+// Trees that grow by a leaf, or whose new top takes them in, are not walked.
+bool RepositoryMetadataObjectImpl::reaches(RepositoryMetadataObjectImpl* object) {
+  return object == this || (object->m_parents != 0 && !m_contained.objects().empty() && reachesAny({object}));
+}
+
 bool RepositoryMetadataObjectImpl::reachesAny(const std::unordered_set<RepositoryMetadataObject*>& objects) {
+  if (objects.count(this) != 0)
+    return true;
+  if (m_contained.objects().empty() || std::none_of(objects.begin(), objects.end(), mayBeContained))
+    return false;
   std::unordered_set<RepositoryMetadataObject*> seen{this};
   std::vector<RepositoryMetadataObject*> pending{this};
   while (!pending.empty()) {
@@ -216,20 +236,23 @@ void RepositoryMetadataObjectImpl::writeAssociationsAndValue(QvDomNode& node) co
 }
 
 // The levels of the tree that are being written stand in a vector of their own, so that no depth is too deep. Only
-// objects of other classes are written through a call.
+// objects of other classes are written through a call. What an object of several parents contains is written once:
+// otherwise a few levels of shared objects would fill any memory.
 bool RepositoryMetadataObjectImpl::toXML(QvDomNode* node) {
   if (!node)
     return false;
   writeAttributes(*node);
   std::vector<WrittenLevel> levels{{this, *node}};
+  std::unordered_set<RepositoryMetadataObjectImpl*> shared;
   bool result = true;
   while (!levels.empty()) {
     WrittenLevel& level = levels.back();
     if (RepositoryMetadataObject* contained = level.next()) {
       QvDomNode child = level.node.addChild(contained->getObjectType());
       if (RepositoryMetadataObjectImpl* plain = plainObject(contained)) {
+        const bool isRepeated = plain->m_parents > 1 && !shared.insert(plain).second;
         plain->writeAttributes(child);
-        levels.push_back({plain, child});
+        levels.push_back({plain, child, isRepeated ? plain->m_contained.objects().size() : 0});
         result = true;
       } else {
         result = contained->toXML(&child);

@@ -14,7 +14,9 @@ class MetadataObjectSequence {
 public:
   // False for an object that is there already.
   bool add(RepositoryMetadataObject* object);
-  bool contains(RepositoryMetadataObject* object) const;
+  // For an object that is known not to be there.
+  void append(RepositoryMetadataObject* object) { m_objects.push_back(object); }
+  bool contains(RepositoryMetadataObject* object);
   const std::vector<RepositoryMetadataObject*>& objects() const { return m_objects; }
 
   // Taking the sequence apart, its last object first; null when none is left. Nothing is added any more.
@@ -23,7 +25,7 @@ public:
 
 private:
   std::vector<RepositoryMetadataObject*> m_objects;
-  // Made when the sequence grows too long to be searched.
+  // Made for a sequence too long to be searched; it holds as many of the first objects as were there at the last search.
   std::unique_ptr<std::unordered_set<RepositoryMetadataObject*>> m_index;
 };
 
@@ -61,13 +63,15 @@ public:
   void letGo() noexcept { --m_holders; }
   void letGoAndRelease() noexcept;
 
-  bool containsDirectly(RepositoryMetadataObject* object) const { return m_contained.contains(object); }
+  bool containsDirectly(RepositoryMetadataObject* object) { return m_contained.contains(object); }
   // Whether this object or one that it contains, at any depth, is among the given ones.
   bool reachesAny(const std::unordered_set<RepositoryMetadataObject*>& objects);
 
 private:
   struct WrittenLevel;
 
+  static bool mayBeContained(RepositoryMetadataObject* object);
+  bool reaches(RepositoryMetadataObjectImpl* object);
   bool attributeText(const QvbString& name, QvbString* text);
   RepositoryMetadataObjectImpl* endNextContained() noexcept;
   void writeAttributes(QvDomNode& node) const;
@@ -80,6 +84,7 @@ private:
   MetadataObjectSequence m_contained;
   QvbString m_id;
   unsigned m_holders = 0;
+  unsigned m_parents = 0; // of the holders
   // The object whose end is what ends this one.
   RepositoryMetadataObjectImpl* m_endedBy = nullptr;
 };

@@ -31,9 +31,12 @@ public:
   virtual const QvbString& getObjectType() = 0;
   virtual void setObjectType(const QvbString& type) = 0;
   virtual void release() = 0;
-  // Writes attributes, contained objects, associations (by reference) and value into the element.
+  // Writes attributes, contained objects, associations (by reference) and value into the element. An object that several
+  // parents in the tree contain is written with what it contains at its first place only, so that the text grows with the
+  // number of objects, not with the ways to them; what was read from a document reads back as the same graph.
   virtual bool toXML(QvDomNode* node) = 0;
-  // The parent owns the object from then on. False for one that it contains already.
+  // The parent owns the object from then on. False, with nothing changed, for one that it contains already and for one
+  // that contains the parent itself, at any depth. Objects of an application's own class are not looked into for that.
   virtual bool addContainedObject(RepositoryMetadataObject* object) = 0;
   virtual RepositoryMetadataObjectList* getContainedObjects() = 0;
   // The element's text; always true.
@@ -87,11 +90,13 @@ public:
                                                                  const QvbString& attributeName,
                                                                  const QvbString& attributeValue) = 0;
   virtual void release() = 0;
-  // Appends the document of the object and of every other object of the context to `xml` (optional). `message` is not
+  // Appends the document of the object and of every other object of the context to `xml` (optional), each with all that
+  // it contains: an object of the context that stands below another is written there and beside it. `message` is not
   // used. With `layout` each element stands on a line of its own.
   virtual bool serialize(RepositoryMetadataObject* object, QvbString* xml, QvbString* message,
                          bool layout) = 0;
-  // Reads such a document; the first top-level object, owned by the context, or null.
+  // Reads such a document; the first top-level object, owned by the context, or null. An element that would make an
+  // object contain itself is read, but not contained.
   virtual RepositoryMetadataObject* deSerialize(const QvbString& xml, QvbString* message) = 0;
   // Properties beside the object, under the id that it has at the time of the call; they are not written. False for a
   // null object. The reads are true for every other object, and leave the output untouched when nothing is set.

@@ -314,6 +314,63 @@ TEST(SerializationContext, ContainerIsNotLookedForBesideFirstChildren) {
     EXPECT_EQ(context->deSerialize(xml, nullptr), nullptr) << xml;
 }
 
+TEST(SerializationContext, ARootWithoutChildrenIsLoggedAsThat) {
+  const LogCapture log;
+  EXPECT_EQ(make()->deSerialize("<a/>", nullptr), nullptr);
+  EXPECT_THAT(log.lines(category),
+              ElementsAre(line(1, "Reading root node: a"), line(1, "Reading node: "),
+                          line(2, "Cleared context to prepare for object export transaction.")));
+}
+
+// A context of an application's own, which has a say in what objects and properties there are.
+struct HostContext : RepositorySerializationContextImpl {
+  RepositoryMetadataObject* getMetadataObject(const QvbString& type, const QvbString& id) override {
+    asked.push_back(str(type));
+    return same(type, "Refused") ? nullptr : RepositorySerializationContextImpl::getMetadataObject(type, id);
+  }
+  bool addImportProperty(RepositoryMetadataObject*, const QvbString& name, const QvbString& value) override {
+    asked.push_back(str(name) + "=" + str(value));
+    return false;
+  }
+  bool getImportProperty(RepositoryMetadataObject*, const QvbString& name, QvbString* value) override {
+    asked.push_back(str(name));
+    *value = "12";
+    return answers;
+  }
+  static bool same(const QvbString& a, const char* b) { return a.compare(b) == 0; }
+  std::vector<std::string> asked;
+  bool answers = true;
+};
+
+TEST(SerializationContext, ObjectsThatADerivedContextRefusesAreLeftOut) {
+  const LogCapture log;
+  const Released<HostContext> context(new HostContext);
+  RepositoryMetadataObject* job =
+      read(*context,
+           R"(<A Id="1"><Refused Id="2"/><Uses><Refused Id="3"/></Uses></A><Refused Id="4"/><B Id="5"/>)");
+  ASSERT_NE(job, nullptr);
+  EXPECT_THAT(containedIn(job), IsEmpty());
+  EXPECT_THAT(idsOf(job->getAssociatedObjects("Uses")), IsEmpty());
+  EXPECT_EQ(context->getMetadataObjectByAttribute("Refused", "a", "b"), nullptr);
+  EXPECT_THAT(context->asked, ElementsAre("A", "Refused", "Refused", "Refused", "Refused"));
+  EXPECT_THAT(log.lines(category), ElementsAre(line(1, "Reading root node: morvaxeldocument"),
+                                               line(5, "Error reading object from node: ")));
+}
+
+TEST(SerializationContext, NumbersGoThroughTheOperationsForTexts) {
+  const Released<HostContext> context(new HostContext);
+  const Object job(createRepositoryMetadataObject("Job"));
+  EXPECT_FALSE(context->addImportPropertyAsInt(job.get(), "n", 7));
+  int number = 0;
+  EXPECT_TRUE(context->getImportPropertyAsInt(job.get(), "m", &number));
+  EXPECT_EQ(number, 12);
+  context->answers = false;
+  number = 0;
+  EXPECT_FALSE(context->getImportPropertyAsInt(job.get(), "m", &number));
+  EXPECT_EQ(number, 0);
+  EXPECT_THAT(context->asked, ElementsAre("n=7", "m", "m"));
+}
+
 TEST(SerializationContext, AnElementWithoutIdEndsTheReadingAtTopLevel) {
   for (const char* element : {"<Bad/>", R"(<Bad Id="" ObjRef="2"/>)", R"(<Bad name="x"/>)"}) {
     const LogCapture log;
@@ -400,6 +457,52 @@ TEST(SerializationContext, AnObjectInTwoParentsEndsWithThem) {
   ASSERT_NE(read(*context, R"(<A Id="1"><C Id="3"/></A><B Id="2"><C Id="3"/></B>)"), nullptr);
   EXPECT_THAT(containedIn(context->getMetadataObject("A", "1")), ElementsAre("3"));
   EXPECT_THAT(containedIn(context->getMetadataObject("B", "2")), ElementsAre("3"));
+}
+
+std::string element(const std::string& id, const std::string& content = "") {
+  return "<L Id=\"" + id + "\">" + content + "</L>";
+}
+
+TEST(SerializationContext, IdsUnderTwoParentsAtEveryLevelAreWrittenAsOftenAsTheyAreNested) {
+  constexpr int levels = 60;
+  std::string content;
+  for (int i = 0; i < levels; ++i) {
+    const std::string next = std::to_string(i + 1);
+    for (const char* side : {"a", "b"})
+      content += element(side + std::to_string(i), element("a" + next) + element("b" + next));
+  }
+  const Context context = make();
+  const std::string xml = serialized(*context, read(*context, content));
+  EXPECT_LT(xml.size(), static_cast<std::size_t>(levels) * levels * 4 * element("a00").size() * 2);
+  const Context reader = make();
+  ASSERT_NE(reader->deSerialize(text(xml), nullptr), nullptr);
+  for (int i = 0; i < levels; ++i)
+    for (const char* side : {"a", "b"})
+      EXPECT_THAT(containedIn(reader->getMetadataObject("L", text(side + std::to_string(i)))),
+                  ElementsAre("a" + std::to_string(i + 1), "b" + std::to_string(i + 1)));
+}
+
+TEST(SerializationContext, WhatIsAssociatedMayContainWhatItIsAssociatedWith) {
+  const Context context = make();
+  RepositoryMetadataObject* job =
+      read(*context, R"(<Job Id="1"><Uses><Folder Id="2"><Job ObjRef="1"/></Folder></Uses></Job>)");
+  ASSERT_NE(job, nullptr);
+  EXPECT_THAT(containedIn(context->getMetadataObject("Folder", "2")), ElementsAre("1"));
+  EXPECT_THAT(containedIn(job), IsEmpty());
+  EXPECT_EQ(serialized(*context, job),
+            declaration +
+                document(R"(<Job Id="1"><Uses><Folder ObjRef="2"/></Uses></Job>)"
+                         R"(<Folder Id="2"><Job Id="1"><Uses><Folder ObjRef="2"/></Uses></Job></Folder>)"));
+}
+
+TEST(SerializationContext, NothingIsContainedInItselfByWayOfAnAssociation) {
+  for (const char* content : {R"(<A Id="a"><B Id="b"><Uses><B Id="b"><A Id="a"/></B></Uses></B></A>)",
+                              R"(<A Id="a"><Uses><B Id="b"><A Id="a"/></B></Uses><B Id="b"/></A>)"}) {
+    const Context context = make();
+    ASSERT_NE(read(*context, content), nullptr) << content;
+    EXPECT_THAT(containedIn(context->getMetadataObject("B", "b")), ElementsAre("a")) << content;
+    EXPECT_THAT(containedIn(context->getMetadataObject("A", "a")), IsEmpty()) << content;
+  }
 }
 
 TEST(SerializationContext, AnObjectThatACallersObjectContainsOutlivesTheContext) {
@@ -658,6 +761,21 @@ TEST(SerializationContext, ClearingForgetsEverything) {
   context->getImportProperty(again, "a", &value);
   EXPECT_EQ(value, QvbString("preset"));
   EXPECT_EQ(serialized(*context, again), declaration + document(R"(<Job Id="J1"/>)"));
+}
+
+TEST(SerializationContext, ClearingEndsTheObjectsInTheOrderOfTheirIds) {
+  struct Ending : RepositoryMetadataObjectImpl {
+    Ending(std::string* ids, const char* ownId) : ended(ids), id(ownId) {}
+    ~Ending() override { *ended += id; }
+    std::string* ended;
+    const char* id;
+  };
+  std::string ended;
+  const Context context = make();
+  for (const char* id : {"c", "a", "b"})
+    context->getMetadataObject("Job", id)->addContainedObject(new Ending(&ended, id));
+  context->clear();
+  EXPECT_EQ(ended, "abc");
 }
 
 TEST(SerializationContext, ClearingKeepsTheLayoutOfRelationships) {

@@ -1,6 +1,7 @@
 #include "qvreposmetadataobject.h"
 
 #include "guards.h"
+#include "support/allocations.h"
 #include "support/textio.h"
 
 #include <gmock/gmock.h>
@@ -423,6 +424,96 @@ TEST(MetadataObject, ReleasingAContainedObjectLeavesItToItsParent) {
     EXPECT_THAT(ended, IsEmpty());
   }
   EXPECT_THAT(ended, ElementsAre("step"));
+}
+
+TEST(MetadataObject, NothingContainsItselfAtAnyDepth) {
+  std::vector<std::string> ended;
+  {
+    const Object a(new HostObject(&ended, "a"));
+    auto* b = new HostObject(&ended, "b");
+    auto* c = new HostObject(&ended, "c");
+    EXPECT_FALSE(a->addContainedObject(a.get()));
+    EXPECT_TRUE(a->addContainedObject(b));
+    EXPECT_TRUE(b->addContainedObject(c));
+    EXPECT_FALSE(b->addContainedObject(a.get()));
+    EXPECT_FALSE(c->addContainedObject(a.get()));
+    EXPECT_FALSE(c->addContainedObject(b));
+    EXPECT_TRUE(a->addContainedObject(c)) << "twice in the tree, but not in itself";
+    EXPECT_THAT(contained(*a), ElementsAre(b, c));
+    EXPECT_THAT(contained(*b), ElementsAre(c));
+    EXPECT_THAT(contained(*c), IsEmpty());
+    EXPECT_TRUE(write(*a).result);
+  }
+  EXPECT_THAT(ended, ElementsAre("a", "b", "c"));
+}
+
+TEST(MetadataObject, ContainsAnObjectOnceAmongMany) {
+  const Object job = make("Job");
+  std::vector<RepositoryMetadataObject*> steps;
+  for (int i = 0; i < 40; ++i) {
+    steps.push_back(createRepositoryMetadataObject("Step"));
+    EXPECT_TRUE(job->addContainedObject(steps.back()));
+    for (RepositoryMetadataObject* step : steps)
+      EXPECT_FALSE(job->addContainedObject(step));
+  }
+  EXPECT_EQ(contained(*job), steps);
+}
+
+TEST(MetadataObject, WritesWhatASharedObjectContainsAtItsFirstPlace) {
+  const Object root = make("R");
+  RepositoryMetadataObject* shared = createRepositoryMetadataObject("S");
+  shared->addAttribute("a", "1");
+  shared->addAssociatedObject("Uses", root.get());
+  shared->setValue("v");
+  shared->addContainedObject(createRepositoryMetadataObject("T"));
+  for (const char* type : {"P", "Q"}) {
+    RepositoryMetadataObject* parent = createRepositoryMetadataObject(type);
+    root->addContainedObject(parent);
+    parent->addContainedObject(shared);
+  }
+  EXPECT_EQ(write(*root).xml, R"(<R><P><S a="1"><T/><Uses><R ObjRef=""/></Uses>v</S></P>)"
+                              R"(<Q><S a="1"><Uses><R ObjRef=""/></Uses>v</S></Q></R>)");
+}
+
+TEST(MetadataObject, SharedObjectsAtEveryLevelMakeNoLongerTextThanTheyAreMany) {
+  const Object root = make("L");
+  std::vector<RepositoryMetadataObject*> parents{root.get()};
+  for (int level = 0; level < 100; ++level) {
+    const std::vector<RepositoryMetadataObject*> pair{createRepositoryMetadataObject("L"),
+                                                      createRepositoryMetadataObject("L")};
+    for (RepositoryMetadataObject* parent : parents)
+      for (RepositoryMetadataObject* object : pair)
+        parent->addContainedObject(object);
+    parents = pair;
+  }
+  const Written written = write(*root);
+  EXPECT_TRUE(written.result);
+  EXPECT_LT(written.xml.size(), 100u * 4 * std::string("<L></L>").size());
+}
+
+TEST(MetadataObject, AnObjectThatThereIsNoMemoryToContainIsNotContained) {
+  constexpr std::size_t count = 32; // the next one makes the sequence grow
+  std::size_t failures = 0;
+  for (long limit = 0; limit < 50; ++limit) {
+    const Object other = make("Job");
+    const Object job = make("Job");
+    for (std::size_t i = 0; i < count; ++i)
+      job->addContainedObject(createRepositoryMetadataObject("Step"));
+    RepositoryMetadataObject* step = createRepositoryMetadataObject("Step");
+    other->addContainedObject(step);
+    bool added = false;
+    Allocations::left = limit;
+    try {
+      added = job->addContainedObject(step);
+    } catch (const std::bad_alloc&) {
+      ++failures;
+    }
+    Allocations::left = -1;
+    EXPECT_EQ(contained(*job).size(), count + added) << limit;
+    EXPECT_EQ(job->addContainedObject(step), !added) << limit;
+  }
+  EXPECT_GT(failures, 0u);
+  EXPECT_LT(failures, 50u);
 }
 
 TEST(MetadataObject, NoDepthIsTooDeepToWriteAndToEnd) {
