@@ -38,11 +38,11 @@ QvbString dataPathOf(QvDataURI& uri) {
   return path;
 }
 
+// Null where a context or an object that is not the library's own refuses.
 RepositoryMetadataObject* addElement(RepositorySerializationContext& context,
                                      RepositoryMetadataObject& parent, const QvbString& name) {
   Released<RepositoryMetadataObject> element(context.createMetadataObject(name));
-  parent.addContainedObject(element.get());
-  return element.release();
+  return parent.addContainedObject(element.get()) ? element.release() : nullptr;
 }
 
 } // namespace
@@ -296,8 +296,10 @@ bool LineageSerializationImpl::populateResourceDataPath(RepositorySerializationC
   if (path.isEmpty())
     return true;
   RepositoryMetadataObject* attributes = addElement(*context, *element, REL_RESOURCE_ATTRIBUTES);
-  RepositoryMetadataObject* attribute = addElement(*context, *attributes, REL_RESOURCE_ATTRIBUTE);
-  attribute->addAttribute(REL_RES_ATTR_NAME, REL_RES_ATTR_VALUE_DATAPATH);
-  attribute->setValue(path);
+  if (RepositoryMetadataObject* attribute =
+          attributes ? addElement(*context, *attributes, REL_RESOURCE_ATTRIBUTE) : nullptr) {
+    attribute->addAttribute(REL_RES_ATTR_NAME, REL_RES_ATTR_VALUE_DATAPATH);
+    attribute->setValue(path);
+  }
   return true;
 }

@@ -485,6 +485,22 @@ TEST_F(LineageExport, WritesNoDataPathWithoutDataSource) {
   }
 }
 
+TEST_F(LineageExport, WritesNoDataPathWhereTheContextMakesNoElement) {
+  struct RefusingContext : RepositorySerializationContextImpl {
+    RepositoryMetadataObject* createMetadataObject(const QvbString& type) override {
+      return left-- > 0 ? RepositorySerializationContextImpl::createMetadataObject(type) : nullptr;
+    }
+    int left = 0;
+  };
+  for (const int made : {0, 1}) {
+    const Released<RefusingContext> context(new RefusingContext);
+    const Object object(createRepositoryMetadataObject("Resource"));
+    context->left = made;
+    EXPECT_TRUE(m_store->populateResourceDataPath(context.get(), object.get(), "qvd:///Sales"));
+    EXPECT_LE(context->left, 0);
+  }
+}
+
 TEST_F(LineageExport, WritesAnAnalysisDateUnlessItIsNullOrZero) {
   HostResource node;
   node.name = "n";
