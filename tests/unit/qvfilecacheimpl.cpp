@@ -204,6 +204,14 @@ LogLine usesFiles(const std::string& name) {
 
 } // namespace
 
+// Arrays too are allocations of this program's own, whatever the build.
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
+  return operator new(size, tag);
+}
+[[gnu::noinline]] void* operator new[](std::size_t size) { return operator new(size); }
+[[gnu::noinline]] void operator delete[](void* memory) noexcept { operator delete(memory); }
+[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept { operator delete(memory); }
+
 int np_fio_pcat(const char* directory, const char* name, char* buffer, std::size_t size) {
   const QvbString joined = qvbConcatPath(directory, name);
   EXPECT_GE(size, joined.cStrSize());
