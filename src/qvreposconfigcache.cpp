@@ -43,8 +43,9 @@ private:
   std::map<Key, std::shared_ptr<const KnownFiles>> m_folders;
 };
 
+// Never destroyed: managers may be used while the process ends.
 KnownFolders& knownFolders() {
-  static KnownFolders folders;
+  static KnownFolders& folders = *new KnownFolders;
   return folders;
 }
 
@@ -80,8 +81,8 @@ public:
   std::shared_ptr<const KnownFiles> seen() const { return m_seen; }
 
 private:
-  // A file that was changed just before it was read could be changed once more without a trace, within the step of
-  // its file system's clock: up to two seconds. It is read each time until it has settled.
+  // A file that was changed just before it was read could be changed once more without a trace, within the
+  // step of its file system's clock: up to two seconds. It is read each time until it has settled.
   static constexpr std::int64_t settlingSeconds = 3;
   // What may be kept for one folder: bytes of files, and of what goes with each of them.
   static constexpr std::int64_t maxBytes = std::int64_t{16} << 20;

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <sys/stat.h>
 #include <thread>
 
@@ -230,6 +231,23 @@ TEST_F(DefinitionCache, HugeFilesAreNotKept) {
   EXPECT_EQ(size, 17 << 20);
   readFiles({"huge.rcf", "a.rcf"});
   EXPECT_EQ(filesOpened, 1) << "the huge one alone";
+}
+
+TEST_F(DefinitionCache, ServesWhileTheProcessEnds) {
+  write("a.rcf", xmlNamed("A"));
+  EXPECT_EXIT(
+      {
+        static const struct AtEnd {
+          DefinitionFolder folder;
+          ~AtEnd() {
+            if (readDefinitionFolder(folder).size() != 1 || filesOpened != 1)
+              std::_Exit(1);
+          }
+        } atEnd{folder(QvReposConfigTypeSystem, {"a.rcf"})};
+        read({"a.rcf"});
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(DefinitionCache, ServesManyThreadsWhileFilesChange) {
