@@ -130,12 +130,12 @@ bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectC
 void QvReposEventMgrImpl::fireContentChanged(const QvbString& repository, const QvbString& object,
                                              RepositoryObjectChangeType type, const QvbString& detail) {
   const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
-  QvbString change = changeWord(type);
-  if (type == RepositoryObjectRenamed)
-    change = qvbStringFormat("%s to %s", change, detail);
+  // The detail is part of the record only where the format asks for it.
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Firing content changed event for %s in repos %s object was %s", object, repository,
-                     change);
+                     type == RepositoryObjectRenamed
+                         ? "Firing content changed event for %s in repos %s object was %s to %s"
+                         : "Firing content changed event for %s in repos %s object was %s",
+                     object, repository, changeWord(type), detail);
   notifyListeners(
       [&](RepositoryObjectChange& listener) { listener.contentChanged(repository, object, type, detail); });
 }

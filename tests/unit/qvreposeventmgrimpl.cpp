@@ -2,6 +2,7 @@
 
 #include "guards.h"
 #include "qvxbase/qvbfault.h"
+#include "support/allocations.h"
 #include "support/logcapture.h"
 #include "support/textio.h"
 
@@ -13,6 +14,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using testing::ElementsAre;
@@ -221,6 +223,19 @@ TEST_F(EventManager, LogsEventsThatNobodyHears) {
   fire();
   EXPECT_THAT(log.lines(),
               ElementsAre(trace("Firing modified event for object in repos repos object id=1 and uuid=u.")));
+}
+
+TEST(EventManagerWithoutALog, FormatsNothing) {
+  const Released<QvReposEventManager> manager(new QvReposEventMgrImpl);
+  const QvbString any("any");
+  constexpr long limit = 1000;
+  Allocations::left = limit;
+  manager->fireObjectChanged(any, RepositoryObjectLocked, any, 1, any);
+  manager->fireObjectRenamed(any, any, 1, any, any, any);
+  manager->fireContentChanged(any, any, RepositoryObjectDeleted, any);
+  manager->fireContentChanged(any, any, RepositoryObjectRenamed, any);
+  const long left = std::exchange(Allocations::left, -1);
+  EXPECT_EQ(left, limit);
 }
 
 TEST_F(EventManager, CallsListenersInTheOrderOfTheirRegistration) {
