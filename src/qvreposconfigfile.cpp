@@ -80,7 +80,8 @@ void readElement(const QvDomNode& node, QvReposConfiguration& definition) {
     (definition.*known->read)(QvbString(node.getValue(false).view()));
 }
 
-// The connection type text that a file which names none stands for: older files leave it to the connection string.
+// The connection type text that a file which names none stands for: older files leave it to the connection
+// string.
 const char* inferredType(const QvbString& connect) {
   const Released<QvResourceManager> manager(createQvResourceManager());
   QvbString type;

@@ -1,6 +1,5 @@
 #include "qvreposconfigmgrimpl.h"
 
-#include "guards.h"
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
@@ -109,7 +108,8 @@ private:
   std::unordered_set<QvbString, NameHash, NameEqual> m_names;
 };
 
-// Ends the old file of a definition that is now saved elsewhere. That it cannot be deleted does not fail the save.
+// Ends the old file of a definition that is now saved elsewhere. That it cannot be deleted does not fail the
+// save.
 void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString* error) {
   if (oldFile != target && fileExists(oldFile) && !isSameFile(oldFile, target))
     deleteFile(oldFile, error);

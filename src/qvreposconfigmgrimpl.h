@@ -1,11 +1,10 @@
 // The definition manager: what the two definition folders hold, and the saving and deleting of definitions.
 #pragma once
 
+#include "guards.h"
 #include "qvreposconfigcache.h"
-#include "qvxbb/qvlock.h"
 #include "qvxlog/qvxlog.h"
 
-#include <memory>
 #include <vector>
 
 class QVREPOSRES_API QvReposConfigManagerImpl final : public QvReposConfigManager {
@@ -28,10 +27,6 @@ public:
   bool getDefaultConfiguration(QvbString* name) override;
 
 private:
-  struct LockDestroyer {
-    void operator()(QvLock* lock) const { qvLockDestroy(lock); }
-  };
-
   // Lists the files of both folders.
   void initFileList();
   // Loads the definitions of the listed files; the first one of a name wins.
@@ -48,5 +43,5 @@ private:
   DefinitionFolder m_userFolder{QvReposConfigTypeUser, {}, {}};
   std::vector<DefinitionFilePtr> m_definitions;
   QvLogger* m_logger;
-  std::unique_ptr<QvLock, LockDestroyer> m_lock; // null when it could not be made
+  OwnedLock m_lock;
 };

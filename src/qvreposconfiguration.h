@@ -9,8 +9,8 @@
 class QVREPOSRES_API QvReposConfigurationImpl final : public QvReposConfiguration {
 public:
   QvReposConfigurationImpl() = default;
-  // A copy of any definition, but for its repository id. The connection type follows the source's connection type text
-  // where there is one; a text that names none of the three types gives the default.
+  // A copy of any definition, but for its repository id. The connection type follows the source's connection
+  // type text where there is one; a text that names none of the three types gives the default.
   explicit QvReposConfigurationImpl(QvReposConfiguration* source);
   QvReposConfigurationImpl(const QvReposConfigurationImpl&) = delete;
   QvReposConfigurationImpl& operator=(const QvReposConfigurationImpl&) = delete;
