@@ -72,7 +72,8 @@ QVREPOSRES_API int qvFileCacheStartup(void* reserved, void** out);
 QVREPOSRES_API void qvFileCacheShutdown();
 // Ends the process-wide cache, as qvFileCacheShutdown(), and installs this one in its place, or for null the
 // default one. 0: the library owns it and releases it when it ends; -1: there is no process-wide cache now;
-// -2: another thread installed one first. In the last two cases the cache stays the caller's.
+// -2: another thread installed one first. In the last two cases the cache stays the caller's. The one
+// passed must not be the process-wide cache itself, which has ended by the time it would be installed.
 QVREPOSRES_API int setFileCacheManager(FileAccessCacheManager* cache);
 // The process-wide cache, made on first use; null when there is none. Callers do not release it.
 QVREPOSRES_API FileAccessCache* getFileCache();
