@@ -4,6 +4,7 @@
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvuri.h"
 
 #include <algorithm>
 #include <unordered_set>
@@ -41,13 +42,21 @@ bool deleteFile(const QvbString& path, QvbString* error) {
                                            : "There was an error deleting the definition");
 }
 
+// The native path of an option that may be a "file:" URI, so that file names can be joined to it as they are.
+QvbString folderOption(const char* key) {
+  QvbString folder = qvbGetConfigOption(key);
+  const Released<QvURI> uri(getURIFromURIString(folder));
+  getNativePath(uri.get(), &folder);
+  return folder;
+}
+
 // The folder of the definitions of that type; null or empty when there is none.
 QvbString folderOf(QvReposConfigType type) {
   switch (type) {
   case QvReposConfigTypeSystem:
-    return qvbGetConfigOption("BASE/REPOS_SYS_PATH");
+    return folderOption("BASE/REPOS_SYS_PATH");
   case QvReposConfigTypeUser:
-    return qvbGetConfigOption("BASE/REPOS_USER_PATH");
+    return folderOption("BASE/REPOS_USER_PATH");
   }
   return {};
 }

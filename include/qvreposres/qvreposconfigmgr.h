@@ -1,8 +1,9 @@
 // Repository definitions: the named repositories that applications can connect to.
 //
 // A definition lives in a file of its own, in the folder of option "BASE/REPOS_SYS_PATH" (system) or
-// "BASE/REPOS_USER_PATH" (user). Everything handed out is a copy: a change is kept when it is saved. A manager may be
-// used from several threads at once; records and lists are for one thread at a time.
+// "BASE/REPOS_USER_PATH" (user), a native path or a "file:" URI. Everything handed out is a copy: a change is
+// kept when it is saved. A manager may be used from several threads at once; records and lists are for one
+// thread at a time.
 #pragma once
 
 #include "qvreposres/export.h"
@@ -11,7 +12,8 @@
 // Where a definition comes from.
 enum QvReposConfigType : int { QvReposConfigTypeSystem = 0, QvReposConfigTypeUser = 1 };
 
-// How the repository's metadata database is reached: a file, an ODBC data source, or the table services ("GRVS").
+// How the repository's metadata database is reached: a file, an ODBC data source, or the table services
+// ("GRVS").
 enum QvUnifiedReposConnectType : int {
   QvUnifiedReposConnectFile = 0,
   QvUnifiedReposConnectODBC = 1,
@@ -94,8 +96,9 @@ public:
   // A new, active record that is not saved yet; null for an empty name.
   virtual QvReposConfiguration* createConfiguration(const QvbString& name, QvReposConfigType type) = 0;
   virtual bool configurationExists(const QvbString& name) = 0;
-  // `error` (optional) tells why a deletion or a save failed. Saving replaces the file atomically and records the new
-  // file name in the definition; a rename deletes the old file.
+  // `error` (optional) tells why a deletion or a save failed. Saving replaces the file atomically and records
+  // the new file name in the definition; a rename deletes the old file. When only that fails, the save has
+  // succeeded and `error` tells why the old file is still there.
   virtual bool deleteConfiguration(QvReposConfiguration* definition, QvbString* error) = 0;
   virtual bool saveConfiguration(QvReposConfiguration* definition, QvbString* error) = 0;
   // The name of the first loaded definition.

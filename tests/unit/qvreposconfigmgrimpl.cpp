@@ -401,6 +401,24 @@ TEST_F(DefinitionManager, SavesUnderTheNameAsItIs) {
   EXPECT_EQ(lines(), Lines{});
 }
 
+TEST_F(DefinitionManager, TheFolderMayBeAUriAndTheNameStaysAsItIs) {
+  qvbSetConfigOption(systemPath, text("file://" + m_system));
+  for (const auto* name : {"Sales", "A%41?x#y"}) {
+    EXPECT_EQ(save(create(name), true), "(none)") << name;
+    const auto definition = find(name);
+    ASSERT_TRUE(definition) << name;
+    EXPECT_EQ(str(definition->getFilename()), m_system + "/" + name + ".rcf");
+    EXPECT_EQ(save(definition, true), "(none)") << "over its file";
+  }
+  EXPECT_EQ(filesIn(m_system), (Names{"A%41?x#y.rcf", "Sales.rcf"}));
+}
+
+TEST_F(DefinitionManager, AFolderOfAnotherHostIsNone) {
+  qvbSetConfigOption(systemPath, text("file://host" + m_system));
+  EXPECT_EQ(save(create("A"), false), "Error accessing path file://host" + m_system + " (9): not supported");
+  EXPECT_EQ(loaded(), Names{});
+}
+
 TEST_F(DefinitionManager, SavesToTheFolderOfTheType) {
   const auto definition = create("A", QvReposConfigTypeUser);
   save(definition, true);
