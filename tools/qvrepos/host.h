@@ -75,3 +75,4 @@ void addUriCommands(CLI::App& app, Host& host);
 void addTypesCommand(CLI::App& app, Host& host);
 void addCacheCommand(CLI::App& app, Host& host);
 void addVersionCommand(CLI::App& app, Host& host);
+void addGenerateCommand(CLI::App& app, Host& host);

@@ -88,6 +88,7 @@ int main(int argc, char** argv) {
   addTypesCommand(app, host);
   addCacheCommand(app, host);
   addVersionCommand(app, host);
+  addGenerateCommand(app, host);
 
   try {
     app.parse(argc, argv);

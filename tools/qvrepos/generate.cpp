@@ -1,0 +1,344 @@
+// qvrepos generate: the manual page and the shell completions, made of the command line's own description. A hidden
+// subcommand, which the build runs.
+#include "host.h"
+
+#include "qvreposres/qvreposres.h"
+
+#include <fmt/format.h>
+
+#include <map>
+
+namespace {
+
+// An option, or an operand: then the only name is the one that stands for its value.
+struct Parameter {
+  std::vector<std::string> names; // as typed, the short ones first
+  std::string value;              // the name of its value, empty for a flag
+  std::string help;
+  std::vector<std::string> choices; // all values, where they are few
+  bool required = false;
+  bool repeated = false;
+};
+
+struct Command {
+  std::string words; // "qvrepos cache get"
+  std::string help;
+  std::vector<std::string> notes;
+  std::vector<std::string> examples;
+  std::vector<Parameter> options;
+  std::vector<Parameter> operands;
+  std::vector<Command> subcommands;
+
+  std::string name() const { return words.substr(words.rfind(' ') + 1); }
+};
+
+std::string replaceAll(std::string text, std::string_view from, std::string_view to) {
+  for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+    text.replace(at, from.size(), to);
+  return text;
+}
+
+// The description of a type is "NAME:{a,b}" where the values are a set.
+std::vector<std::string> choicesIn(const std::string& type) {
+  const auto open = type.find('{'), close = type.rfind('}');
+  if (open == std::string::npos || close == std::string::npos)
+    return {};
+  return CLI::detail::split(type.substr(open + 1, close - open - 1), ',');
+}
+
+Parameter describe(const CLI::Option& option) {
+  Parameter parameter;
+  for (const auto& name : option.get_snames())
+    parameter.names.push_back("-" + name);
+  for (const auto& name : option.get_lnames())
+    parameter.names.push_back("--" + name);
+  const std::string type = option.get_type_name();
+  if (parameter.names.empty())
+    parameter.value = option.get_name(true);
+  else if (option.get_items_expected_max() > 0)
+    parameter.value = type.substr(0, type.find(':'));
+  parameter.help = option.get_description();
+  parameter.choices = choicesIn(type);
+  parameter.required = option.get_required();
+  parameter.repeated = option.get_items_expected_max() > 1 ||
+                       option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
+  return parameter;
+}
+
+Command describe(const CLI::App& app, const std::string& words) {
+  Command command{words, app.get_description(), {}, {}, {}, {}, {}};
+  static const std::string exampleMark = "Example: ";
+  const bool inherited = app.get_parent() && app.get_parent()->get_footer() == app.get_footer();
+  for (const auto& line : CLI::detail::split(inherited ? "" : app.get_footer(), '\n'))
+    if (line.rfind(exampleMark, 0) == 0)
+      command.examples.push_back(line.substr(exampleMark.size()));
+    else if (!line.empty())
+      command.notes.push_back(line);
+  for (const CLI::Option* option : app.get_options())
+    if (!option->get_group().empty())
+      (option->nonpositional() ? command.options : command.operands).push_back(describe(*option));
+  for (const CLI::App* child :
+       app.get_subcommands([](const CLI::App* sub) { return !sub->get_group().empty(); }))
+    command.subcommands.push_back(describe(*child, words + " " + child->get_name()));
+  return command;
+}
+
+template<class Visit>
+void visitCommands(const Command& command, const Visit& visit) {
+  visit(command);
+  for (const auto& child : command.subcommands)
+    visitCommands(child, visit);
+}
+
+bool isFolder(const Parameter& parameter) { return parameter.value == "DIR"; }
+bool isFile(const Parameter& parameter) {
+  return parameter.value == "FILE" || parameter.value == "PATH" || parameter.value == "URI";
+}
+
+// The manual page.
+
+// Text that no formatter takes for a request or an escape.
+std::string roff(const std::string& text) {
+  std::string safe = replaceAll(replaceAll(text, "\\", "\\e"), "-", "\\-");
+  safe = replaceAll(replaceAll(std::move(safe), "\"", "\\(dq"), "'", "\\(aq");
+  return safe.rfind('.', 0) == 0 ? "\\&" + safe : safe;
+}
+
+std::string roffNames(const Parameter& parameter) {
+  std::vector<std::string> names;
+  for (const auto& name : parameter.names)
+    names.push_back("\\fB" + roff(name) + "\\fR");
+  std::string line = CLI::detail::join(names, ", ");
+  if (!parameter.value.empty())
+    line += (line.empty() ? "\\fI" : " \\fI") + roff(parameter.value) + "\\fR";
+  return line;
+}
+
+std::string roffParameters(const std::vector<Parameter>& parameters) {
+  std::string page;
+  for (const auto& parameter : parameters)
+    page += fmt::format(".TP\n{}\n{}\n", roffNames(parameter),
+                        parameter.help.empty() ? "\\&" : roff(parameter.help));
+  return page;
+}
+
+std::string roffSynopsis(const Command& command) {
+  std::string line = "\\fB" + roff(command.words) + "\\fR [\\fIOPTIONS\\fR]";
+  for (const auto& operand : command.operands) {
+    const std::string value = "\\fI" + roff(operand.value) + "\\fR" + (operand.repeated ? "..." : "");
+    line += operand.required ? " " + value : " [" + value + "]";
+  }
+  return line + (command.subcommands.empty() ? "" : " \\fISUBCOMMAND\\fR");
+}
+
+std::string roffNotes(const Command& command) {
+  std::string page;
+  for (const auto& note : command.notes)
+    page += ".PP\n" + roff(note) + "\n";
+  return page;
+}
+
+std::string roffCommands(const Command& root) {
+  std::string page;
+  visitCommands(root, [&](const Command& command) {
+    if (&command != &root)
+      page += ".SS " + roffSynopsis(command) + "\n" + roff(command.help) + ".\n" +
+              roffParameters(command.operands) + roffParameters(command.options) + roffNotes(command);
+  });
+  return page;
+}
+
+std::string roffExamples(const Command& root) {
+  std::string page;
+  visitCommands(root, [&](const Command& command) {
+    for (const auto& example : command.examples)
+      page += fmt::format(".PP\n{}:\n.PP\n.RS 4\n.nf\n{}\n.fi\n.RE\n", roff(command.help), roff(example));
+  });
+  return page;
+}
+
+std::string manualPage(const Command& root) {
+  std::string page = fmt::format(".TH QVREPOS 1 \"\" \"qvrepos {}\" \"User Commands\"\n", qvx_build_version);
+  page += ".SH NAME\nqvrepos \\- " + roff(root.help) + "\n";
+  page += ".SH SYNOPSIS\n" + roffSynopsis(root) + "\n";
+  page += ".SH DESCRIPTION\nResults go to standard output, everything else to standard error.\n" +
+          roffNotes(root);
+  page += ".SH OPTIONS\nEvery subcommand takes these too.\n" + roffParameters(root.options);
+  page += ".SH SUBCOMMANDS\n" + roffCommands(root);
+  page += fmt::format(
+      ".SH \"EXIT STATUS\"\n.TP\n{}\nSuccess.\n.TP\n{}\nThe operation failed, for some input at least; "
+      "standard error says why.\n.TP\n{}\nWrong usage.\n",
+      ExitSuccess, ExitFailed, ExitUsage);
+  page +=
+      ".SH ENVIRONMENT\n.TP\n.B QV_CONFIG\nThe INI file of options, where \\fB\\-\\-config\\fR names none.\n"
+      ".TP\n.B QVREPOS_PASSWORD\nThe password that goes with \\fB\\-\\-user\\fR.\n";
+  return page + ".SH EXAMPLES\n" + roffExamples(root);
+}
+
+// The shells.
+
+// Text as one word of a shell.
+std::string shellWord(const std::string& text) { return "'" + replaceAll(text, "'", "'\\''") + "'"; }
+
+// What bash completes a value to: "file", "directory", "words" and then the words, or "any" for text of any kind.
+std::string bashValue(const Parameter& parameter) {
+  if (!parameter.choices.empty())
+    return "words " + CLI::detail::join(parameter.choices, " ");
+  return isFile(parameter) ? "file" : isFolder(parameter) ? "directory" : "any";
+}
+
+std::string bashCommand(const Command& command) {
+  std::vector<std::string> subcommands, options;
+  for (const auto& child : command.subcommands)
+    subcommands.push_back(child.name());
+  for (const auto& option : command.options)
+    options.insert(options.end(), option.names.begin(), option.names.end());
+  return fmt::format("    {})\n      subcommands={} options={} operand={}\n      ;;\n",
+                     shellWord(command.words), shellWord(CLI::detail::join(subcommands, " ")),
+                     shellWord(CLI::detail::join(options, " ")),
+                     shellWord(command.operands.empty() ? "any" : bashValue(command.operands.back())));
+}
+
+// The cases of the options that take a value; those of the whole tool come last, for any command.
+std::string bashValues(const Command& root) {
+  std::string own, common;
+  visitCommands(root, [&](const Command& command) {
+    for (const auto& option : command.options)
+      for (const auto& name : option.names)
+        if (!option.value.empty())
+          (&command == &root ? common : own) += fmt::format(
+              "    {}) value={} ;;\n",
+              &command == &root ? "*" + shellWord(" " + name) : shellWord(command.words + " " + name),
+              shellWord(bashValue(option)));
+  });
+  return own + common;
+}
+
+constexpr const char* bashWalk = R"(_qvrepos() {
+  local current=${COMP_WORDS[COMP_CWORD]} command=qvrepos value= word i subcommands options operand
+  _qvrepos_command "$command"
+  local common=$options
+  for ((i = 1; i < COMP_CWORD; i++)); do
+    word=${COMP_WORDS[i]}
+    if [[ $word == = ]]; then
+      continue # "--option=value" is three words here
+    elif [[ $value ]]; then
+      value=
+    elif [[ $word == -* ]]; then
+      _qvrepos_value "$command $word"
+    elif [[ " $subcommands " == *" $word "* ]]; then
+      command+=" $word"
+      _qvrepos_command "$command"
+    fi
+  done
+  [[ $current == = ]] && current=
+  if [[ $value ]]; then
+    operand=$value
+  elif [[ $current == -* ]]; then
+    operand="words $options $common"
+  elif [[ $subcommands ]]; then
+    operand="words $subcommands"
+  fi
+  COMPREPLY=()
+  case $operand in
+    file | directory)
+      mapfile -t COMPREPLY < <(compgen -A "$operand" -- "$current")
+      compopt -o filenames 2>/dev/null # fails where no key was pressed
+      ;;
+    words*) mapfile -t COMPREPLY < <(compgen -W "${operand#words}" -- "$current" | sort -u) ;;
+  esac
+}
+complete -F _qvrepos qvrepos
+)";
+
+std::string bashCompletion(const Command& root) {
+  std::string script = "# bash completion of qvrepos\n_qvrepos_command() {\n  case $1 in\n";
+  visitCommands(root, [&](const Command& command) { script += bashCommand(command); });
+  script += "  esac\n}\n_qvrepos_value() {\n  value=\n  case $1 in\n" + bashValues(root) + "  esac\n}\n";
+  return script + bashWalk;
+}
+
+// Text within a specification of _arguments, where these characters would end it.
+std::string zshText(std::string text) {
+  for (const char* special : {"\\", ":", "[", "]"})
+    text = replaceAll(std::move(text), special, std::string("\\") + special);
+  return text;
+}
+
+std::string zshAction(const Parameter& parameter) {
+  if (!parameter.choices.empty())
+    return "(" + CLI::detail::join(parameter.choices, " ") + ")";
+  return isFile(parameter) ? "_files" : isFolder(parameter) ? "_files -/" : " ";
+}
+
+// One specification for each name; a name excludes the others of its option.
+std::string zshOption(const Parameter& option) {
+  std::string lines;
+  for (const auto& name : option.names) {
+    std::string spec = option.repeated ? "*" : "(" + CLI::detail::join(option.names, " ") + ")";
+    spec += name + "[" + zshText(option.help) + "]";
+    if (!option.value.empty())
+      spec += ":" + zshText(option.value) + ":" + zshAction(option);
+    lines += "    " + shellWord(spec) + " \\\n";
+  }
+  return lines;
+}
+
+std::string zshOperands(const Command& command) {
+  if (!command.subcommands.empty())
+    return "    '1: :->subcommand' \\\n    '*:: :->rest'\n";
+  std::string lines;
+  for (const auto& operand : command.operands)
+    lines += "    " +
+             shellWord((operand.repeated   ? "*:"
+                        : operand.required ? ":"
+                                           : "::") +
+                       zshText(operand.value) + ":" + zshAction(operand)) +
+             " \\\n";
+  return lines + "    && return 0\n";
+}
+
+std::string zshFunction(const std::string& words) { return "_" + replaceAll(words, " ", "_"); }
+
+// Offers the subcommands, or hands the words from the subcommand on over to its function.
+std::string zshSubcommands(const Command& command) {
+  std::string names, calls;
+  for (const auto& child : command.subcommands) {
+    names += "        " + shellWord(zshText(child.name()) + ":" + child.help) + "\n";
+    calls += fmt::format("        {}) {} ;;\n", child.name(), zshFunction(child.words));
+  }
+  return fmt::format("  case $state in\n    subcommand)\n      subcommands=(\n{}      )\n"
+                     "      _describe -t commands subcommand subcommands\n      ;;\n"
+                     "    rest)\n      case $words[1] in\n{}      esac\n      ;;\n  esac\n",
+                     names, calls);
+}
+
+std::string zshCommand(const Command& command, const Command& root) {
+  std::string script = zshFunction(command.words) +
+                       "() {\n  local context state state_descr line\n  local -a subcommands\n"
+                       "  typeset -A opt_args\n  _arguments -C \\\n";
+  for (const auto& option : command.options)
+    script += zshOption(option);
+  for (const auto& option : root.options)
+    if (&command != &root && option.names.back() != "--help")
+      script += zshOption(option);
+  script += zshOperands(command);
+  return script + (command.subcommands.empty() ? "" : zshSubcommands(command)) + "}\n";
+}
+
+std::string zshCompletion(const Command& root) {
+  std::string script = "#compdef qvrepos\n";
+  visitCommands(root, [&](const Command& command) { script += zshCommand(command, root); });
+  return script + "_qvrepos \"$@\"\n";
+}
+
+} // namespace
+
+void addGenerateCommand(CLI::App& app, Host& host) {
+  static const std::map<std::string, std::string (*)(const Command&)> forms{
+      {"man", manualPage}, {"bash", bashCompletion}, {"zsh", zshCompletion}};
+  auto* command = app.add_subcommand("generate", "Print the manual page or a shell's completion")->group("");
+  auto form = std::make_shared<std::string>();
+  command->add_option("FORM", *form, "man, bash or zsh")->required()->check(CLI::IsMember(forms));
+  command->callback([&app, &host, form] { host.print(forms.at(*form)(describe(app, app.get_name()))); });
+}
