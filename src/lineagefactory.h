@@ -11,14 +11,18 @@
 
 class QvLogger;
 
-// Null when memory is short.
-template<class T, class... Args>
-T* newOrNull(Args&&... args) noexcept {
+// What `make` makes, or null when memory is short.
+template<class Make>
+auto madeOrNull(Make make) noexcept -> decltype(make()) {
   try {
-    return new T(std::forward<Args>(args)...);
+    return make();
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
+}
+template<class T, class... Args>
+T* newOrNull(Args&&... args) noexcept {
+  return madeOrNull([&] { return new T(std::forward<Args>(args)...); });
 }
 
 class QVREPOSRES_API LineageImpactFactoryImpl : public QvResourceFactory {

@@ -18,16 +18,6 @@ bool isServerJob(const QvbString& type) {
   return same(type, "ProcessJob") || same(type, "DataJob") || same(type, "ProfileJob");
 }
 
-// What `make` makes, or null when memory is short.
-template<class Make>
-auto madeOrNull(Make make) -> decltype(make()) {
-  try {
-    return make();
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
 // Data source, schema and table as far as they are named; empty without a data source.
 QvbString dataPathOf(QvDataURI& uri) {
   QvbString path = uri.getDataSource();
