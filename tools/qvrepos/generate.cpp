@@ -199,19 +199,16 @@ std::string bashCommand(const Command& command) {
                      shellWord(command.operands.empty() ? "any" : bashValue(command.operands.back())));
 }
 
-// The cases of the options that take a value; those of the whole tool come last, for any command.
-std::string bashValues(const Command& root) {
-  std::string own, common;
-  visitCommands(root, [&](const Command& command) {
-    for (const auto& option : command.options)
-      for (const auto& name : option.names)
-        if (!option.value.empty())
-          (&command == &root ? common : own) += fmt::format(
-              "    {}) value={} ;;\n",
-              &command == &root ? "*" + shellWord(" " + name) : shellWord(command.words + " " + name),
-              shellWord(bashValue(option)));
-  });
-  return own + common;
+// The cases of those options that take a value; `scope` is how their pattern begins.
+std::string bashValues(const Command& command, const std::string& scope) {
+  std::string cases;
+  for (const auto& option : command.options) {
+    if (option.value.empty())
+      continue;
+    for (const auto& name : option.names)
+      cases += fmt::format("    {} {}\") value={} ;;\n", scope, name, shellWord(bashValue(option)));
+  }
+  return cases;
 }
 
 constexpr const char* bashWalk = R"(_qvrepos() {
@@ -252,10 +249,15 @@ complete -F _qvrepos qvrepos
 )";
 
 std::string bashCompletion(const Command& root) {
-  std::string script = "# bash completion of qvrepos\n_qvrepos_command() {\n  case $1 in\n";
-  visitCommands(root, [&](const Command& command) { script += bashCommand(command); });
-  script += "  esac\n}\n_qvrepos_value() {\n  value=\n  case $1 in\n" + bashValues(root) + "  esac\n}\n";
-  return script + bashWalk;
+  std::string commands, values;
+  visitCommands(root, [&](const Command& command) {
+    commands += bashCommand(command);
+    if (&command != &root)
+      values += bashValues(command, "\"" + command.words);
+  });
+  values += bashValues(root, "*\""); // after any command
+  return "# bash completion of qvrepos\n_qvrepos_command() {\n  case $1 in\n" + commands +
+         "  esac\n}\n_qvrepos_value() {\n  value=\n  case $1 in\n" + values + "  esac\n}\n" + bashWalk;
 }
 
 // Text within a specification of _arguments, where these characters would end it.
