@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -82,12 +83,12 @@ QvResourceImpl* newResource(const QvbString& name, const QvbString& type, const 
 } // namespace
 
 bool isSyscatDsn(const QvbString& name, QvbString* prefix, QvbString* rest) {
-  const QvbString whole = name; // an output may be the name itself
-  const auto separator = whole.find(syscatSeparator);
+  const auto separator = name.find(syscatSeparator);
   if (separator < 0)
     return false;
-  *prefix = whole.mid(0, separator);
-  *rest = whole.mid(separator + static_cast<QvbString::Index>(syscatSeparator.size()));
+  QvbString after = name.mid(separator + static_cast<QvbString::Index>(syscatSeparator.size()));
+  *prefix = name.mid(0, separator); // which may be the name itself, so that the rest is taken first
+  *rest = std::move(after);
   return true;
 }
 

@@ -21,7 +21,7 @@ auto madeOrNull(Make make) noexcept -> decltype(make()) {
   }
 }
 template<class T, class... Args>
-T* newOrNull(Args&&... args) noexcept {
+T* newOrNull(Args&&... args) {
   return madeOrNull([&] { return new T(std::forward<Args>(args)...); });
 }
 

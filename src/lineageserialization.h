@@ -13,7 +13,7 @@ class RepositoryMetadataObject;
 class RepositorySerializationContext;
 
 // Orders resources by type, then by identity, both without regard to case; null comes last.
-struct QVREPOSRES_API MapLineageResourceCompare {
+struct MapLineageResourceCompare {
   bool operator()(QvResource* a, QvResource* b) const;
 };
 

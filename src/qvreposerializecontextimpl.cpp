@@ -250,7 +250,7 @@ void RepositorySerializationContextImpl::readContent(RepositoryMetadataObject* o
                                                      const QvDomNode& node, QvbString* message) {
   for (QvDomNode child = node.getFirstChild(false); !child.null(); child = child.getNextSibling(false)) {
     if (child.getAttributeCount() > 0)
-      contain(object, readObject(rootId, child, message));
+      contain(*object, readObject(rootId, child, message));
     else
       readAssociation(object, rootId, child, message);
   }
@@ -268,18 +268,18 @@ void RepositorySerializationContextImpl::readAssociation(RepositoryMetadataObjec
 
 // Of the containments that would close a circle the innermost is left out. An object that its element has just made is
 // not looked into again: what it contains was, and the parent itself refuses what contains it.
-void RepositorySerializationContextImpl::contain(RepositoryMetadataObject* parent, const ReadObject& child) {
+void RepositorySerializationContextImpl::contain(RepositoryMetadataObject& parent, const ReadObject& child) {
   if (!child.object)
     return;
   if (!child.isNew) {
     auto* known = dynamic_cast<RepositoryMetadataObjectImpl*>(child.object);
-    auto* owner = dynamic_cast<RepositoryMetadataObjectImpl*>(parent);
+    auto* owner = dynamic_cast<RepositoryMetadataObjectImpl*>(&parent);
     if (owner && owner->containsDirectly(child.object))
       return;
     if (known && known->reachesAny(m_open))
       return;
   }
-  parent->addContainedObject(child.object);
+  parent.addContainedObject(child.object);
 }
 
 bool RepositorySerializationContextImpl::addImportProperty(RepositoryMetadataObject* object,

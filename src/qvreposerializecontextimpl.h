@@ -53,7 +53,7 @@ private:
                    QvbString* message);
   void readAssociation(RepositoryMetadataObject* object, QvbString* rootId, const QvDomNode& association,
                        QvbString* message);
-  void contain(RepositoryMetadataObject* parent, const ReadObject& child);
+  void contain(RepositoryMetadataObject& parent, const ReadObject& child);
 
   QvLogger* m_logger;
   bool m_relationships = false;

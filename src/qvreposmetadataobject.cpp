@@ -58,7 +58,8 @@ RepositoryMetadataObjectImpl::~RepositoryMetadataObjectImpl() {
   while (ending != this || !ending->m_contained.objects().empty()) {
     if (ending->m_contained.objects().empty()) {
       RepositoryMetadataObjectImpl* parent = ending->m_endedBy;
-      ending->release();
+      // Never the object that is being destroyed.
+      ending->release(); // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall)
       ending = parent;
     } else if (RepositoryMetadataObjectImpl* contained = ending->endNextContained()) {
       ending = contained;
@@ -71,7 +72,8 @@ RepositoryMetadataObjectImpl* RepositoryMetadataObjectImpl::endNextContained() n
   RepositoryMetadataObject* next = m_contained.takeLast();
   auto* object = dynamic_cast<RepositoryMetadataObjectImpl*>(next);
   if (!object) {
-    next->release();
+    if (next)
+      next->release();
     return nullptr;
   }
   object->letGo();

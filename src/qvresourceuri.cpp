@@ -252,6 +252,8 @@ bool generateFilenameFromURIandRepository(ASSubject* subject, const QvbString& u
   return done;
 }
 
+// The root is a value, not a reference: its exported name carries that.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 bool generateFilenameFromVaultPath(QvbString root, QvURI* uri, QvbString* filename) {
   const auto object = uri->getPath().isEmpty() ? std::nullopt : typedPathOf(*uri);
   if (object)

@@ -30,7 +30,7 @@ fi
 
 program=$source/examples/programs/job_lineage.cpp
 job=$source/examples/repository/batch_jobs/clean_orders.djf
-expect() { grep -q 'label="clean_orders"' || { echo "$1: no lineage was printed" >&2; exit 1; }; }
+expect() { grep 'label="clean_orders"' >/dev/null || { echo "$1: no lineage was printed" >&2; exit 1; }; }
 
 mkdir "$work/app"
 cat >"$work/app/CMakeLists.txt" <<EOF

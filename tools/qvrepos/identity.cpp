@@ -5,10 +5,25 @@
 
 #include <array>
 #include <functional>
+#include <map>
 
 namespace {
 
-using Fields = std::vector<std::pair<const char*, QvbString>>;
+// What a field of an identity holds; a name means the same in every kind.
+const char* fieldHelp(std::string_view field) {
+  static const std::map<std::string_view, const char*> help{
+      {"filename", "The file's path"},
+      {"name", "Its display name (default: the last part of the path)"},
+      {"type", "The object's type, for example Rule"},
+      {"id", "The object's id in its repository"},
+      {"uuid", "The object's universal id"},
+      {"dsn", "The name of the data source, or its connection string"},
+      {"dsntype", "The type of the data source: ODBC or GRVS"},
+      {"catalog", "The table's catalog"},
+      {"schema", "The table's schema"},
+      {"table", "The table's name"}};
+  return help.at(field);
+}
 
 // One kind of identity: its fields in order, and how the library makes and reads it.
 struct IdentityKind {
@@ -68,6 +83,7 @@ const std::array<IdentityKind, 4>& identityKinds() {
 void makeIdentity(Host& host, const IdentityKind& kind, const std::vector<std::string>& given) {
   const Released<QvResourceManager> manager(createQvResourceManager());
   std::vector<QvbString> values;
+  values.reserve(given.size());
   for (const auto& value : given)
     values.push_back(text(value));
   QvbString identity;
@@ -108,7 +124,10 @@ void addMakeCommand(CLI::App& identity, Host& host) {
     auto* command = make->add_subcommand(kind.name, kind.help);
     auto values = std::make_shared<std::vector<std::string>>(kind.fields.size());
     for (std::size_t field = 0; field < kind.fields.size(); ++field)
-      command->add_option(std::string("--") + kind.fields[field], (*values)[field])->type_name("TEXT");
+      command
+          ->add_option(std::string("--") + kind.fields[field], (*values)[field],
+                       fieldHelp(kind.fields[field]))
+          ->type_name("TEXT");
     command->footer(std::string("Needs ") + kind.required + ".");
     command->callback([&host, &kind, values] { makeIdentity(host, kind, *values); });
   }

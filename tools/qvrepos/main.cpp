@@ -9,6 +9,7 @@
 #include "qvxbase/qvbconfig.h"
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <optional>
 
@@ -66,11 +67,7 @@ int usageError(const CLI::App& app, const CLI::ParseError& error) {
   return app.exit(error) == static_cast<int>(CLI::ExitCodes::Success) ? ExitSuccess : ExitUsage;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a failed write, which is reported
-  Interrupts::watch();
+int run(int argc, char** argv) {
   Host host;
   GlobalOptions options;
   CLI::App app("The services of the Repository Resource Library on the command line.", "qvrepos");
@@ -98,4 +95,17 @@ int main(int argc, char** argv) {
     host.fail(error.what());
   }
   return host.finish();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a failed write, which is reported
+  try {
+    Interrupts::watch();
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "qvrepos: %s\n", error.what());
+    return ExitFailed;
+  }
 }

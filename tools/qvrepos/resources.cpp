@@ -35,6 +35,7 @@ void printRows(Host& host, const std::vector<ResourceRow>& rows, bool json) {
     return host.printJson(records);
   }
   std::vector<std::vector<std::string>> cells;
+  cells.reserve(rows.size());
   for (const auto& row : rows)
     cells.push_back({row.type, row.name, row.location});
   host.printTable({"TYPE", "NAME", "LOCATION"}, cells);
