@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# The reference of the interfaces is made without a warning, and the headers' comments are in it.
+set -euo pipefail
+cd "$1"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "$1" >&2; exit 1; }
+
+scripts/docs "$work"
+for header in include/qvreposres/*.h; do
+  name=$(basename "$header" .h)
+  [[ -f $work/html/${name}_8h.html ]] || fail "$header is not in the reference"
+  grep -qF "qvreposres/$name.h" docs/mainpage.md || [[ $name == export ]] || fail "docs/mainpage.md leaves out $header"
+done
+says() { grep -rqF "$1" "$work/html" --include='*.html' || fail "the reference does not say: $1"; }
+says "Repository events: who changed which object."             # of a file
+says "One definition. Getters copy; setters store"              # of a class
+says "The folder of the repository's files; stored without"     # of an operation
+says "False, with the output untouched, when there is no such"  # of an operation
+says "The process-wide manager, made on the first call"         # of an entry point
