@@ -9,6 +9,8 @@ struct Allocations {
   static inline long left = -1;
   // The next allocation of this size fails; 0 for none.
   static inline std::size_t failingSize = 0;
+  // The same for the next one that asks for null instead of an exception: few do, so none is met by chance.
+  static inline std::size_t failingNothrowSize = 0;
 
   static bool mayHave(std::size_t size) {
     if (left == 0)
@@ -24,10 +26,14 @@ struct Allocations {
 
 // Kept out of line: the compiler takes an inlined half of the pair for a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (size == Allocations::failingNothrowSize) {
+    Allocations::failingNothrowSize = 0;
+    return nullptr;
+  }
   return Allocations::mayHave(size) ? std::malloc(size) : nullptr;
 }
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  void* memory = operator new(size, std::nothrow);
+  void* memory = Allocations::mayHave(size) ? std::malloc(size) : nullptr;
   if (!memory)
     throw std::bad_alloc();
   return memory;

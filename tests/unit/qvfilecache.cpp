@@ -172,21 +172,21 @@ TEST_F(FileCacheHolder, HasNoCacheWhenMemoryForTheDefaultOneIsShort) {
   const auto failed = ElementsAre(line("createObject: No cache, creating default"),
                                   line(with("createObject: Creating ", nullptr)),
                                   line("createObject: Initializing lookup maps"));
-  Allocations::failingSize = sizeof(FileAccessCacheImpl);
+  Allocations::failingNothrowSize = sizeof(FileAccessCacheImpl);
   EXPECT_EQ(getFileCache(), nullptr);
   EXPECT_THAT(logged(), failed);
 
   void* out = &x;
-  Allocations::failingSize = sizeof(FileAccessCacheImpl);
+  Allocations::failingNothrowSize = sizeof(FileAccessCacheImpl);
   EXPECT_EQ(qvFileCacheStartup(nullptr, &out), -1);
   EXPECT_EQ(out, nullptr);
   EXPECT_THAT(logged(), failed);
 
   setFileCacheManager(&x);
-  Allocations::failingSize = sizeof(FileAccessCacheImpl);
+  Allocations::failingNothrowSize = sizeof(FileAccessCacheImpl);
   EXPECT_EQ(setFileCacheManager(nullptr), -1);
   EXPECT_EQ(x.released, 1);
-  EXPECT_EQ(Allocations::failingSize, 0U);
+  EXPECT_EQ(Allocations::failingNothrowSize, 0U);
 }
 
 TEST_F(FileCacheHolder, IsKnownToTheRegistryByItsName) {

@@ -313,9 +313,9 @@ TEST_F(FileCache, GoesOnWithoutALock) {
 
 TEST_F(FileCache, GoesOnWithoutAFilesystemSource) {
   cache.reset();
-  Allocations::failingSize = sizeof(RemoteFilesystemFileProvider);
+  Allocations::failingNothrowSize = sizeof(RemoteFilesystemFileProvider);
   cache.reset(new FileAccessCacheImpl);
-  ASSERT_EQ(Allocations::failingSize, 0U);
+  ASSERT_EQ(Allocations::failingNothrowSize, 0U);
   EXPECT_EQ(sourceOf("/a"), nullptr);
   EXPECT_NE(sourceOf("http://h/"), nullptr);
   EXPECT_EQ(get(source), (Got{1, "", ""}));
@@ -324,9 +324,9 @@ TEST_F(FileCache, GoesOnWithoutAFilesystemSource) {
 
 TEST_F(FileCache, GoesOnWithoutAnHttpSource) {
   cache.reset();
-  Allocations::failingSize = sizeof(RemoteHttpFileProvider);
+  Allocations::failingNothrowSize = sizeof(RemoteHttpFileProvider);
   cache.reset(new FileAccessCacheImpl);
-  ASSERT_EQ(Allocations::failingSize, 0U);
+  ASSERT_EQ(Allocations::failingNothrowSize, 0U);
   EXPECT_EQ(sourceOf("http://h/"), nullptr);
   EXPECT_EQ(get(source).result, 0);
   cache->setSourceProvider(&provider);
@@ -613,17 +613,17 @@ TEST_F(FileCache, NamesALocalFileWhoseFirstCopyFailed) {
 }
 
 TEST_F(FileCache, TellsThatMemoryForAnEntryIsShort) {
-  Allocations::failingSize = sizeof(FileAccessCacheEntry);
+  Allocations::failingNothrowSize = sizeof(FileAccessCacheEntry);
   EXPECT_EQ(get(source), (Got{1, "", ""}));
-  ASSERT_EQ(Allocations::failingSize, 0U);
+  ASSERT_EQ(Allocations::failingNothrowSize, 0U);
   const auto lines = logged();
   EXPECT_EQ(lines[lines.size() - 2],
             line(5, "setFileCacheModifiedDate: Error creating cache entry for " + source));
   EXPECT_EQ(lines.back(), line(5, "Unable to set file cache modified date on " + source));
 
-  Allocations::failingSize = sizeof(FileAccessCacheEntry);
+  Allocations::failingNothrowSize = sizeof(FileAccessCacheEntry);
   EXPECT_FALSE(cache->setFileCacheLocalName("name", "local"));
-  ASSERT_EQ(Allocations::failingSize, 0U);
+  ASSERT_EQ(Allocations::failingNothrowSize, 0U);
   EXPECT_EQ(logged().back(), line(5, "setFileCacheLocalName: Error creating cache entry for name"));
 }
 
@@ -928,9 +928,9 @@ TEST_F(FileCache, FlushesEverySourceWithTheFlag) {
 
 TEST_F(FileCache, AnswersAFlushItselfWhenItHasNoSource) {
   cache.reset();
-  Allocations::failingSize = sizeof(RemoteFilesystemFileProvider);
+  Allocations::failingNothrowSize = sizeof(RemoteFilesystemFileProvider);
   cache.reset(new FileAccessCacheImpl);
-  ASSERT_EQ(Allocations::failingSize, 0U);
+  ASSERT_EQ(Allocations::failingNothrowSize, 0U);
   EXPECT_TRUE(cache->flush(false));
 }
 
@@ -997,9 +997,9 @@ TEST_F(FileCache, TakesWhatAFailedJoinLeft) {
 TEST_F(FileCache, LeavesAnEntryAloneWhenMemoryForItsNameIsShort) {
   FileAccessCacheEntry entry;
   entry.localFilename = "before";
-  Allocations::failingSize = cacheFolder().size() + 36 + 2 + 1;
+  Allocations::failingNothrowSize = cacheFolder().size() + 36 + 2 + 1;
   EXPECT_TRUE(cache->generateLocalFilename(&entry));
-  ASSERT_EQ(Allocations::failingSize, 0U);
+  ASSERT_EQ(Allocations::failingNothrowSize, 0U);
   EXPECT_EQ(entry.localFilename, "before");
   EXPECT_THAT(logged(), IsEmpty());
 }

@@ -269,17 +269,17 @@ TEST_F(Conversion, ReportsThatThereIsNoFileCache) {
   qvFileCacheShutdown();
   QvbString filename = "before", message = "before";
   bool isRelative = true;
-  Allocations::failingSize = sizeof(FileAccessCacheImpl);
+  Allocations::failingNothrowSize = sizeof(FileAccessCacheImpl);
   EXPECT_FALSE(generateFilenameFromURIandRepository(nullptr, "http://host/in.txt", "", &filename, &isRelative,
                                                     &message));
-  EXPECT_EQ(Allocations::failingSize, 0U);
+  EXPECT_EQ(Allocations::failingNothrowSize, 0U);
   EXPECT_TRUE(filename.isNull());
   EXPECT_FALSE(isRelative);
   EXPECT_EQ(message, "No file cache available");
   qvFileCacheShutdown();
-  Allocations::failingSize = sizeof(FileAccessCacheImpl);
+  Allocations::failingNothrowSize = sizeof(FileAccessCacheImpl);
   EXPECT_EQ(toFile("https://host/in.txt"), "(none)");
-  EXPECT_EQ(Allocations::failingSize, 0U);
+  EXPECT_EQ(Allocations::failingNothrowSize, 0U);
 }
 
 TEST_F(Conversion, TakesItsInputsForOutputs) {
