@@ -28,11 +28,6 @@ struct CacheOptions {
   bool keep = false;
 };
 
-struct SubjectReleaser {
-  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
-};
-using Subject = std::unique_ptr<ASSubject, SubjectReleaser>;
-
 // The terminal without echo, as long as this lives.
 class SilentTerminal {
 public:

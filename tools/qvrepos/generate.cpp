@@ -260,7 +260,7 @@ std::string bashCompletion(const Command& root) {
          "  esac\n}\n_qvrepos_value() {\n  value=\n  case $1 in\n" + values + "  esac\n}\n" + bashWalk;
 }
 
-// Text within a specification of _arguments, where these characters would end it.
+// Text within an argument of _arguments, where these characters would end it.
 std::string zshText(std::string text) {
   for (const char* special : {"\\", ":", "[", "]"})
     text = replaceAll(std::move(text), special, std::string("\\") + special);
@@ -273,7 +273,7 @@ std::string zshAction(const Parameter& parameter) {
   return isFile(parameter) ? "_files" : isFolder(parameter) ? "_files -/" : " ";
 }
 
-// One specification for each name; a name excludes the others of its option.
+// One argument for each name; a name excludes the others of its option.
 std::string zshOption(const Parameter& option) {
   std::string lines;
   for (const auto& name : option.names) {

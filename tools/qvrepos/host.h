@@ -2,6 +2,7 @@
 #pragma once
 
 #include "qvxbase/qvbstring.h"
+#include "qvxbase/qvbsubject.h"
 #include "qvxlog/qvxlog.h"
 
 #include <CLI/CLI.hpp>
@@ -21,6 +22,12 @@ struct ReleaseCaller {
 };
 template<class T>
 using Released = std::unique_ptr<T, ReleaseCaller>;
+
+// Owns a user on whose behalf files are read.
+struct SubjectReleaser {
+  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
+};
+using Subject = std::unique_ptr<ASSubject, SubjectReleaser>;
 
 inline QvbString text(std::string_view bytes) { return QvbString(bytes); }
 inline std::string str(const QvbString& value) { return std::string(value.view()); }

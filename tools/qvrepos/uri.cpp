@@ -5,10 +5,6 @@
 
 namespace {
 
-struct SubjectReleaser {
-  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
-};
-
 void printUri(Host& host, const std::string& file) {
   QvbString reference;
   if (generateURIReferenceFromFilename(text(absolutePath(file)), &reference))
@@ -18,7 +14,7 @@ void printUri(Host& host, const std::string& file) {
 }
 
 void printPath(Host& host, const std::string& uri, const std::string* repository) {
-  const std::unique_ptr<ASSubject, SubjectReleaser> subject(qvbSubjectAccess());
+  const Subject subject(qvbSubjectAccess());
   QvbString path, message;
   const bool found = repository ? generateFilenameFromURIandRepository(
                                       subject.get(), text(uri), text(*repository), &path, nullptr, &message)
