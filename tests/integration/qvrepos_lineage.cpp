@@ -150,6 +150,22 @@ TEST(QvreposLineage, OutputThatCannotBeWrittenFailsWithTheReason) {
   EXPECT_EQ(full.err, "qvrepos: cannot write the result to standard output: No space left on device\n");
 }
 
+TEST(QvreposLineage, ShowsProgressOnATerminalUnlessItIsQuiet) {
+  const TempDir folder;
+  for (int i = 0; i < 25; ++i)
+    folder.write("job" + std::to_string(i) + ".djf", oneStep);
+  const auto onTerminal = [&](const std::string& options) {
+    const std::string command =
+        toolPath + " lineage " + folder.path().string() + " -o " + (folder / "out.xml") + options;
+    return runProcess({"script", "--quiet", "--return", "--command", command, "/dev/null"});
+  };
+  const auto shown = onTerminal("");
+  EXPECT_EQ(shown.status, 0);
+  EXPECT_THAT(shown.out, HasSubstr("25 of 25 files"));
+  EXPECT_EQ(onTerminal(" --quiet").out, "");
+  EXPECT_EQ(runTool({"lineage", folder.path()}).err, "");
+}
+
 TEST(QvreposLineage, WrongUsageExitsWithTwo) {
   EXPECT_EQ(runTool({"lineage"}).status, 2);
   EXPECT_EQ(runTool({"lineage", "--no-such-flag", "x"}).status, 2);
