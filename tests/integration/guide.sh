@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Every program of docs/host-application.md builds against this build's libraries and prints what stands below it. A
+# block that begins with the name of a header is that header.
+set -euo pipefail
+source=$1 build=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "$1" >&2; exit 1; }
+
+awk -v folder="$work" '
+  /^```cpp$/ { begins = 1; next }
+  /^```text$/ { file = folder "/" programs ".txt"; printf "" > file; next }
+  /^```$/ { file = ""; next }
+  begins { file = folder "/" ($0 ~ /^\/\/ [a-z]+\.h$/ ? $2 : ++programs ".cpp"); begins = 0 }
+  file { print > file }' "$source/docs/host-application.md"
+
+cd "$source"
+export TMPDIR=$work
+warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+programs=0
+for program in "$work"/*.cpp; do
+  name=${program%.cpp}
+  # shellcheck disable=SC2086
+  g++ -std=c++20 "${warnings[@]}" ${CXXFLAGS:-} -I"$source/include" -I"$source/platform" "$program" -o "$name" \
+    -L"$build/lib" -Wl,-rpath,"$build/lib" -lqvreposres -lqvplatform
+  "$name" >"$name.out" || fail "program $(basename "$name") of the guide failed"
+  diff "$name.txt" "$name.out" || fail "program $(basename "$name") of the guide prints something else"
+  programs=$((programs + 1))
+done
+((programs == 5)) || fail "the guide has $programs programs"
+[[ -z $(find "$work" -mindepth 1 -type d) ]] || fail "a program of the guide leaves a folder behind"
