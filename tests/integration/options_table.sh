@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# The table of options in docs/platform.md and that of log categories in docs/logging.md say what the code says, no more
+# and no less.
+set -euo pipefail
+cd "$1"
+bad=0
+same() { # same WHAT DOCUMENTED CODED
+  [[ -n $2 && -n $3 ]] || { echo "nothing found: $1" >&2; bad=1; }
+  diff --label documented --label code <(sort -u <<<"$2") <(sort -u <<<"$3") >&2 || { echo "differ: $1" >&2; bad=1; }
+}
+rows() { sed -n "/^## $2/,/^## /p" "$1" | grep '^| `'; } # rows DOCUMENT SECTION
+names() { sed -E 's/^\| `([^`]*)`.*/\1/'; }
+coded() { cat src/*.cpp src/*.h platform/*/*.cpp platform/*/*.h | grep -v '^ *//'; }
+
+same "option keys" "$(rows docs/platform.md Options | names)" \
+  "$(coded | grep -oE '"[A-Z]+/[A-Z_]+"|qvbGetConfigOption\("[^"]+"' | cut -d'"' -f2)"
+
+categories=$(rows docs/logging.md Categories)
+same "log categories" "$(names <<<"$categories")" "$(coded | grep -oE 'qvlogGetLogger\("[^"]+"' | cut -d'"' -f2)"
+
+# Levels by source name; the sources of a service share one name.
+declare -A number=([Trace]=1 [Lifecycle]=2 [Success]=3 [Anomaly]=4 [Error]=5 [Critical]=6)
+documented=$(sed -E 's/^\| `[^`]*` \| `([^`]*)` \| ([0-9, ]*) \|.*/\1 \2/; s/,//g' <<<"$categories" |
+  while read -r name levels; do printf "$name %s\n" $levels; done)
+used=$(grep -lE '[sS]ource(Name)? = "(src|platform)/' src/*.cpp platform/*/*.cpp | while read -r file; do
+  name=$(grep -oE '[sS]ource(Name)? = "[^"]+"' "$file" | cut -d'"' -f2)
+  for level in $(tr '\n' ' ' <"$file" | grep -oE '(logEvent\( *|return )QvLoggingLevel::[A-Z][a-z]+' | sed 's/.*:://'); do
+    echo "$name ${number[$level]}"
+  done
+done)
+same "log levels" "$documented" "$used"
+exit "$bad"
