@@ -18,3 +18,10 @@ says "One definition. Getters copy; setters store"              # of a class
 says "The folder of the repository's files; stored without"     # of an operation
 says "False, with the output untouched, when there is no such"  # of an operation
 says "The process-wide manager, made on the first call"         # of an entry point
+
+# A comment that doxygen does not understand fails the build of the reference.
+cp -r docs include scripts "$work"
+echo '// Has no \such command.' >>"$work/include/qvreposres/qvlineage.h"
+echo 'void undocumentable();' >>"$work/include/qvreposres/qvlineage.h"
+! "$work/scripts/docs" "$work/again" 2>"$work/log" || fail "a warning does not fail scripts/docs"
+grep -q "unknown command .*such" "$work/log" || fail "scripts/docs failed without the warning: $(<"$work/log")"
