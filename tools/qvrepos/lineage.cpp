@@ -69,6 +69,6 @@ void addLineageCommand(CLI::App& app, Host& host) {
   command->add_option("-o,--output", options->output, "Write to this file instead of standard output")
       ->type_name("FILE");
   command->add_flag("--compact", options->compact, "Write no white space between elements");
-  command->footer("Example: qvrepos lineage examples/repository/batch_jobs");
+  command->footer("Example: qvrepos lineage examples/repository/process_services");
   command->callback([&host, options] { runLineage(host, *options); });
 }

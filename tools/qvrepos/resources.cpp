@@ -63,6 +63,6 @@ void addResourcesCommand(CLI::App& app, Host& host) {
   auto json = std::make_shared<bool>(false);
   command->add_option("FILE", *file, "A job file")->required();
   command->add_flag("--json", *json, "Print an array of records: type, name, location, identity");
-  command->footer("Example: qvrepos resources examples/repository/batch_jobs/load_customers.djf");
+  command->footer("Example: qvrepos resources examples/repository/batch_jobs/clean_customers.djf");
   command->callback([&host, file, json] { runResources(host, *file, *json); });
 }

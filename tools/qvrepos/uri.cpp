@@ -32,7 +32,7 @@ void addUriCommands(CLI::App& app, Host& host) {
   auto* uri = app.add_subcommand("uri", "Print the URI reference of a file");
   uri->add_option("FILE", *file, "A file name; a file below a repository's folder becomes a repository URI")
       ->required();
-  uri->footer("Example: qvrepos uri examples/repository/batch_jobs/load_customers.djf");
+  uri->footer("Example: qvrepos uri examples/repository/batch_jobs/clean_customers.djf");
   uri->callback([&host, file] { printUri(host, *file); });
 
   auto reference = std::make_shared<std::string>();
