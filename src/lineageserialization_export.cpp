@@ -54,7 +54,7 @@ const QvbString LineageSerializationImpl::REL_RESOURCE_ATTRIBUTE{"ResourceAttrib
 const QvbString LineageSerializationImpl::REL_RES_ATTR_NAME{"name"};
 const QvbString LineageSerializationImpl::REL_RES_ATTR_ID{"id"};
 const QvbString LineageSerializationImpl::REL_RES_ATTR_VALUE_DATAPATH{"DATA.PATH"};
-const QvbString LineageSerializationImpl::DMServerOptionNameKey{"DMSERVER/NAME"};
+const QvbString LineageSerializationImpl::DMServerOptionNameKey{QvbOptions::ServerName.key};
 const QvbString LineageSerializationImpl::DMServerBatchFolder{"batch_jobs"};
 const QvbString LineageSerializationImpl::DMServerProcessFolder{"process_services"};
 const QvbString LineageSerializationImpl::DMSREFURI_SVC_TYPE{"ServiceType"};

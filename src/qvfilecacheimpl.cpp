@@ -16,8 +16,6 @@
 namespace {
 
 constexpr const char* logSource = "src/qvfilecacheimpl";
-constexpr const char* timeBetweenChecksKey = "BASE/REMOTEFILECACHE_TIMEBETWEENCHECKS";
-constexpr int defaultTimeBetweenChecks = 250;
 
 // The key that a remote name is found by: a URI's normalised text, so that one file has one key, else the name itself.
 QvbString normalizedName(const QvbString& name) {
@@ -81,9 +79,9 @@ void FileAccessCacheImpl::readTimeBetweenChecks() {
   const Released<QvbConfigOptions> options(qvbGetConfigOptions(""));
   if (!options)
     return;
-  m_timeBetweenChecks = defaultTimeBetweenChecks;
+  m_timeBetweenChecks = QvbOptions::TimeBetweenChecks.standardNumber();
   QvbString value;
-  if (!options->getOption(timeBetweenChecksKey, &value, 0)) {
+  if (!options->getOption(QvbOptions::TimeBetweenChecks.key, &value, 0)) {
     m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Using default time between cache checked of %d", m_timeBetweenChecks);
     return;
@@ -92,7 +90,7 @@ void FileAccessCacheImpl::readTimeBetweenChecks() {
   const int time = value.asInt(&isNumber);
   if (!isNumber) {
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Unable to parse time from parameter %s=%s", timeBetweenChecksKey, value);
+                       "Unable to parse time from parameter %s=%s", QvbOptions::TimeBetweenChecks.key, value);
     return;
   }
   m_timeBetweenChecks = time;

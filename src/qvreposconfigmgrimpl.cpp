@@ -43,8 +43,8 @@ bool deleteFile(const QvbString& path, QvbString* error) {
 }
 
 // The native path of an option that may be a "file:" URI, so that file names can be joined to it as they are.
-QvbString folderOption(const char* key) {
-  QvbString folder = qvbGetConfigOption(key);
+QvbString folderOption(const QvbOption& option) {
+  QvbString folder = qvbGetConfigOption(option);
   const Released<QvURI> uri(getURIFromURIString(folder));
   getNativePath(uri.get(), &folder);
   return folder;
@@ -54,9 +54,9 @@ QvbString folderOption(const char* key) {
 QvbString folderOf(QvReposConfigType type) {
   switch (type) {
   case QvReposConfigTypeSystem:
-    return folderOption("BASE/REPOS_SYS_PATH");
+    return folderOption(QvbOptions::SystemDefinitions);
   case QvReposConfigTypeUser:
-    return folderOption("BASE/REPOS_USER_PATH");
+    return folderOption(QvbOptions::UserDefinitions);
   }
   return {};
 }

@@ -241,15 +241,15 @@ bool getRepositoryFoundationsFolder(QvbString* out) {
 
 bool getMDMRepositoryRootFolder(QvbString* out) {
   out->setNull();
-  const QvbString configured = qvbGetConfigOption("MDM/REPOSITORY_ROOT_FOLDER");
+  const QvbString configured = qvbGetConfigOption(QvbOptions::MasterDataFolder);
   if (!configured.isEmpty() && getFolderURI(configured, out))
     return true;
-  return getFolderURI("foundations/master_data", out);
+  return getFolderURI(QvbOptions::MasterDataFolder.standard, out);
 }
 
 bool getMDMTemplateRootFolder(QvbString* out) {
   out->setNull();
-  const QvbString home = qvbGetConfigOption("QVEXEC_HOME");
+  const QvbString home = qvbGetConfigOption(QvbOptions::InstallationFolder);
   if (home.isEmpty())
     return false;
   // Both names with their separators, and room for a home that ends in one.

@@ -195,7 +195,7 @@ bool fixFilesystemStringSlashes(const QvbString& in, QvbString* out) {
 }
 
 bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* root) {
-  const auto commonRoot = qvbGetConfigOption("BASE/REPOS_FILE_ROOT");
+  const auto commonRoot = qvbGetConfigOption(QvbOptions::RepositoryFileRoot);
   if (!commonRoot.isEmpty()) {
     *root = commonRoot;
     return true;

@@ -9,6 +9,7 @@
 // stands twice the last one counts. All functions may be called from any thread.
 #pragma once
 
+#include "qvxbase/qvboptions.h"
 #include "qvxbase/qvbstring.h"
 
 class QVPLATFORM_API QvbConfigOptions {
@@ -36,3 +37,4 @@ QVPLATFORM_API void qvbSetConfigAvailable(bool available);
 
 // The value of one option, null when it is unset or the store is switched off.
 QVPLATFORM_API QvbString qvbGetConfigOption(const char* key);
+inline QvbString qvbGetConfigOption(const QvbOption& option) { return qvbGetConfigOption(option.key); }

@@ -233,7 +233,7 @@ bool isHttpUrl(const QvbString& text) {
 }
 
 QvSecurityContext* makeContext() {
-  const QvbString server = qvbGetConfigOption("AUTH/SERVER");
+  const QvbString server = qvbGetConfigOption(QvbOptions::TicketServer);
   if (server.isEmpty())
     return new FailingContext("There is no ticket server: the option AUTH/SERVER is not set");
   if (!isHttpUrl(server))

@@ -24,16 +24,8 @@ constexpr std::size_t MaxHeaderBytes = 262144;
 
 // --- Options
 
-struct NumberOption {
-  const char* key;
-  int standard;
-  int largest;
-};
 // What libcurl can count in milliseconds.
 constexpr int MaxSeconds = INT_MAX / 1000;
-constexpr NumberOption ConnectTimeout{"HTTP/CONNECT_TIMEOUT", 10, MaxSeconds};
-constexpr NumberOption LowSpeedTime{"HTTP/LOW_SPEED_TIME", 30, MaxSeconds};
-constexpr NumberOption MaxBody{"HTTP/MAX_BODY", 1073741824, INT_MAX};
 
 // Whether the text was not there yet.
 bool isNews(const QvbString& text) {
@@ -43,19 +35,19 @@ bool isNews(const QvbString& text) {
   return told.insert(text).second;
 }
 
-int valueOf(const NumberOption& option) {
-  const QvbString text = qvbGetConfigOption(option.key);
+int valueOf(const QvbOption& option, int largest) {
+  const QvbString text = qvbGetConfigOption(option);
   bool isNumber = false;
   const int value = text.asInt(&isNumber);
-  if (isNumber && value >= 1 && value <= option.largest)
+  if (isNumber && value >= 1 && value <= largest)
     return value;
   if (!text.isNull()) {
     const QvbString fault = qvbStringFormat("%s is not a number from 1 to %d, %d is used: %S", option.key,
-                                            option.largest, option.standard, &text);
+                                            largest, option.standardNumber(), &text);
     if (isNews(fault))
       qvlogGetLogger("QV.Base.Http")->logEvent(QvLoggingLevel::Error, Source, __LINE__, "%S", &fault);
   }
-  return option.standard;
+  return option.standardNumber();
 }
 
 // --- What a request may hold
@@ -248,7 +240,8 @@ private:
 class Transfer {
 public:
   explicit Transfer(const httpGet& request)
-      : m_handle(threadHandle()), m_bodyLimit(valueOf(MaxBody)), m_response(std::make_unique<Response>()) {
+      : m_handle(threadHandle()), m_bodyLimit(valueOf(QvbOptions::MaxBody, INT_MAX)),
+        m_response(std::make_unique<Response>()) {
     set(CURLOPT_ERRORBUFFER, m_detail.data());
     setLimits();
     setTrust();
@@ -292,9 +285,9 @@ private:
 
   void setLimits() {
     set(CURLOPT_NOSIGNAL, 1L);
-    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(valueOf(ConnectTimeout)));
+    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(valueOf(QvbOptions::ConnectTimeout, MaxSeconds)));
     set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(valueOf(LowSpeedTime)));
+    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(valueOf(QvbOptions::LowSpeedTime, MaxSeconds)));
     set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(m_bodyLimit));
   }
   void setTrust() {
@@ -304,9 +297,9 @@ private:
     set(CURLOPT_SSL_VERIFYHOST, 2L);
     set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
     // an empty text, unlike none, keeps the environment out
-    set(CURLOPT_PROXY, qvbGetConfigOption("HTTP/PROXY").asCstr());
+    set(CURLOPT_PROXY, qvbGetConfigOption(QvbOptions::Proxy).asCstr());
     set(CURLOPT_NOPROXY, "");
-    if (const QvbString file = qvbGetConfigOption("HTTP/CA_FILE"); !file.isEmpty()) {
+    if (const QvbString file = qvbGetConfigOption(QvbOptions::TrustedCertificates); !file.isEmpty()) {
       set(CURLOPT_CAINFO, file.asCstr());
       set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     }

@@ -18,7 +18,7 @@
 namespace {
 
 constexpr const char* Source = "platform/qvxlog/qvxlog";
-constexpr auto DefaultLevel = static_cast<int>(QvLoggingLevel::Anomaly);
+constexpr int DefaultLevel = QvbOptions::LogLevel.standardNumber();
 constexpr auto EveryLevel = static_cast<int>(QvLoggingLevel::Trace);
 
 using Output = std::shared_ptr<spdlog::sinks::sink>;
@@ -84,8 +84,8 @@ struct LogSettings {
   QvbString fileFault;
 
   LogSettings() {
-    readLevel(qvbGetConfigOption("LOG/LEVEL"));
-    readFile(qvbGetConfigOption("LOG/FILE"));
+    readLevel(qvbGetConfigOption(QvbOptions::LogLevel));
+    readFile(qvbGetConfigOption(QvbOptions::LogFile));
   }
 
 private:

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# The table of options in docs/platform.md and that of log categories in docs/logging.md say what the code says, no more
-# and no less.
+# The table of options in docs/options.md and that of log categories in docs/logging.md say what the code says, no more
+# and no less; and an option is declared in one place alone.
 set -euo pipefail
 cd "$1"
+build=$2
 bad=0
 same() { # same WHAT DOCUMENTED CODED
   [[ -n $2 && -n $3 ]] || { echo "nothing found: $1" >&2; bad=1; }
@@ -12,8 +13,12 @@ rows() { sed -n "/^## $2/,/^## /p" "$1" | grep '^| `'; } # rows DOCUMENT SECTION
 names() { sed -E 's/^\| `([^`]*)`.*/\1/'; }
 coded() { cat src/*.cpp src/*.h platform/*/*.cpp platform/*/*.h | grep -v '^ *//'; }
 
-same "option keys" "$(rows docs/platform.md Options | names)" \
-  "$(coded | grep -oE '"[A-Z]+/[A-Z_]+"|qvbGetConfigOption\("[^"]+"' | cut -d'"' -f2)"
+same "options" "$(grep '^|' docs/options.md)" "$("$build/bin/qvrepos" generate options)"
+declared=$(grep -oE 'QvbOption [A-Za-z]+' platform/qvxbase/qvboptions.h | cut -d' ' -f2)
+shown=$(sed -n '/All\[\]/,/};/p' platform/qvxbase/qvboptions.h | grep -oE '&[A-Za-z]+' | tr -d '&')
+same "options in the list of all" "$shown" "$declared"
+elsewhere=$(grep -nE '"[A-Z]+/[A-Z_]+"|qvbGetConfigOption\("|getOption\("' src/*.cpp src/*.h platform/*/*.cpp tools/qvrepos/*.cpp || true)
+[[ -z $elsewhere ]] || { echo "options that are not declared in qvboptions.h: $elsewhere" >&2; bad=1; }
 
 categories=$(rows docs/logging.md Categories)
 same "log categories" "$(names <<<"$categories")" "$(coded | grep -oE 'qvlogGetLogger\("[^"]+"' | cut -d'"' -f2)"

@@ -127,13 +127,30 @@ QvbString fetch(FileAccessCache& cache, ASSubject* subject, const std::string& u
   return {};
 }
 
+struct FetchedFile {
+  std::string uri;
+  std::string copy; // its path
+};
+
+void printFetched(Host& host, const std::vector<FetchedFile>& files) {
+  auto records = nlohmann::ordered_json::array();
+  for (const auto& file : files)
+    if (host.json)
+      records.push_back({{"uri", file.uri}, {"file", file.copy}});
+    else
+      host.printLine(file.copy);
+  if (host.json)
+    host.printJson(records);
+}
+
 void runGet(Host& host, const CacheOptions& options) {
   const auto targets = options.output.empty() ? std::vector<std::string>() : targetsOf(options);
   const Subject subject = makeSubject(options.user);
   FileAccessCache* cache = getFileCache();
   if (!cache)
     return host.fail("no file cache could be made");
-  std::vector<std::string> results, failures;
+  std::vector<FetchedFile> results;
+  std::vector<std::string> failures;
   {
     ProgressBar bar(host, options.uris.size());
     for (std::size_t i = 0; i < options.uris.size(); ++i, bar.step()) {
@@ -144,17 +161,17 @@ void runGet(Host& host, const CacheOptions& options) {
       if (!reason.empty())
         failures.push_back(reason);
       else
-        results.push_back(targets.empty() ? str(local) : targets[i]);
+        results.push_back({options.uris[i], targets.empty() ? str(local) : targets[i]});
     }
   }
-  for (const auto& path : results)
-    host.printLine(path);
+  printFetched(host, results);
   for (const auto& reason : failures)
     host.fail(reason);
 }
 
 // The copies live in the tool's own temporary folder, which an interrupt removes too.
 void getInScratch(Host& host, const CacheOptions& options) {
+  host.setDefaultLogLevel(QvLoggingLevel::Critical); // what the library logs as an error is reported here
   Interrupts::Scratch scratch;
   runGet(host, options);
   if (options.keep)
@@ -170,7 +187,7 @@ void addCacheCommand(CLI::App& app, Host& host) {
   cache->require_subcommand(1);
   auto options = std::make_shared<CacheOptions>();
   auto* get = cache->add_subcommand("get", "Fetch files and print the paths of their copies");
-  get->add_option("URI", options->uris, "http, https or file URIs, or paths")->required();
+  takeAll(get->add_option("URI", options->uris, "http, https or file URIs, or paths"))->required();
   get->add_option("--user", options->user,
                   "Fetch on behalf of this user; the password comes from QVREPOS_PASSWORD or a prompt")
       ->type_name("NAME");
@@ -180,6 +197,7 @@ void addCacheCommand(CLI::App& app, Host& host) {
   get->add_flag("--keep", options->keep,
                 "Leave the printed copies where they are; otherwise they end with the command")
       ->excludes(output);
+  addJsonFlag(*get, host, "an array of records: uri, file");
   get->footer("The option AUTH/SERVER names the ticket server of http and https.\n"
               "Example: qvrepos cache get file:///etc/hostname -o copy.txt");
   get->callback([&host, options] { getInScratch(host, *options); });

@@ -1,12 +1,17 @@
 // qvrepos definitions: the repositories that applications can connect to.
 #include "host.h"
+#include "interrupt.h"
 
 #include "qvreposres/qvreposconfigmgr.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvuri.h"
 #include "qvxdom/qvdom.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -58,39 +63,54 @@ nlohmann::ordered_json record(QvReposConfiguration& definition) {
           {"file", str(definition.getFilename())}};
 }
 
-void listDefinitions(Host& host, bool json) {
+constexpr const QvbOption* folderOptions[] = {&QvbOptions::SystemDefinitions, &QvbOptions::UserDefinitions};
+
+// What to do where no definitions can be.
+void noteMissingFolders(const Host& host) {
+  if (std::ranges::all_of(folderOptions,
+                          [](const QvbOption* option) { return qvbGetConfigOption(*option).isEmpty(); }))
+    host.note(fmt::format(
+        "neither {} nor {} is set: name the folder of the definitions with --set KEY=FOLDER or in the "
+        "file of --config",
+        folderOptions[0]->key, folderOptions[1]->key));
+}
+
+void listDefinitions(Host& host) {
   const Manager manager = openManager(host);
   const Released<QvReposConfigurationList> list(manager->getConfigurations());
   auto records = nlohmann::ordered_json::array();
   std::vector<std::vector<std::string>> rows;
   while (list->next()) {
     const Definition definition(list->getValue());
-    if (json)
+    if (host.json)
       records.push_back(record(*definition));
     else
       rows.push_back({str(definition->getName()), typeName(*definition), connectionName(*definition),
                       stateName(*definition), str(definition->getFilename())});
   }
-  if (json)
+  if (host.json)
     host.printJson(records);
   else
     host.printTable({"NAME", "TYPE", "CONNECTION", "STATE", "FILE"}, rows);
+  noteMissingFolders(host);
 }
 
 Definition findDefinition(Host& host, QvReposConfigManager& manager, const std::string& name) {
   Definition definition(manager.getConfigurationByName(text(name)));
-  if (!definition)
-    host.fail("no repository definition is named " + name);
+  if (!definition) {
+    host.fail("no repository definition is named " + name + "; `qvrepos definitions list` shows all");
+    noteMissingFolders(host);
+  }
   return definition;
 }
 
-void showDefinition(Host& host, const std::string& name, bool json) {
+void showDefinition(Host& host, const std::string& name) {
   const Manager manager = openManager(host);
   const Definition definition = findDefinition(host, *manager, name);
   if (!definition)
     return;
   const auto fields = record(*definition);
-  if (json)
+  if (host.json)
     return host.printJson(fields);
   std::vector<std::vector<std::string>> rows;
   for (const auto& [key, value] : fields.items())
@@ -101,10 +121,13 @@ void showDefinition(Host& host, const std::string& name, bool json) {
 void printDefault(Host& host) {
   const Manager manager = openManager(host);
   QvbString name;
-  if (manager->getDefaultConfiguration(&name))
-    host.printLine(name.view());
-  else
+  if (!manager->getDefaultConfiguration(&name)) {
     host.fail(str(manager->getErrorMessage()));
+    noteMissingFolders(host);
+  } else if (host.json)
+    host.printJson({{"name", str(name)}});
+  else
+    host.printLine(name.view());
 }
 
 struct NewDefinition {
@@ -137,6 +160,24 @@ void reportOutcome(Host& host, bool done, const QvbString& message, const std::s
     host.fail(name + ": " + str(message));
   else if (!done)
     host.fail(name + ": the definition could not be changed");
+  if (!done)
+    noteMissingFolders(host);
+}
+
+// Saves the definition and prints its file, or its record.
+void saveDefinition(Host& host, QvReposConfigManager& manager, QvReposConfiguration& definition,
+                    const std::string& name) {
+  QvbString message;
+  bool saved = false;
+  {
+    const Interrupts::Hold hold;
+    saved = manager.saveConfiguration(&definition, &message);
+  }
+  reportOutcome(host, saved, message, name);
+  if (saved && host.json)
+    host.printJson(record(definition));
+  else if (saved)
+    host.printLine(definition.getFilename().view());
 }
 
 void createDefinition(Host& host, const NewDefinition& given) {
@@ -153,13 +194,10 @@ void createDefinition(Host& host, const NewDefinition& given) {
   definition->setUnifiedRepositoryConnectType(text(given.connection));
   definition->setUnifiedConnectionType(connections.at(given.connection));
   definition->setUnifiedRepositoryPrefix(text(given.prefix));
-  definition->setVaultLogFile(text(given.logFile));
+  if (!given.logFile.empty())
+    definition->setVaultLogFile(text(absolutePath(given.logFile)));
   definition->setActive(!given.inactive);
-  QvbString message;
-  const bool saved = manager->saveConfiguration(definition.get(), &message);
-  reportOutcome(host, saved, message, given.name);
-  if (saved)
-    host.printLine(definition->getFilename().view());
+  saveDefinition(host, *manager, *definition, given.name);
 }
 
 void deleteDefinition(Host& host, const std::string& name) {
@@ -167,9 +205,16 @@ void deleteDefinition(Host& host, const std::string& name) {
   const Definition definition = findDefinition(host, *manager, name);
   if (!definition)
     return;
+  const auto fields = record(*definition);
   QvbString message;
-  const bool deleted = manager->deleteConfiguration(definition.get(), &message);
+  bool deleted = false;
+  {
+    const Interrupts::Hold hold;
+    deleted = manager->deleteConfiguration(definition.get(), &message);
+  }
   reportOutcome(host, deleted, message, name);
+  if (deleted && host.json)
+    host.printJson(fields);
 }
 
 void renameDefinition(Host& host, const std::string& name, const std::string& newName) {
@@ -183,34 +228,36 @@ void renameDefinition(Host& host, const std::string& name, const std::string& ne
   if (holder && holder->getFilename().compare(definition->getFilename()) != 0)
     return host.fail(newName + ": there is a definition of that name already");
   definition->setName(text(newName));
-  QvbString message;
-  const bool saved = manager->saveConfiguration(definition.get(), &message);
-  reportOutcome(host, saved, message, newName);
-  if (saved)
-    host.printLine(definition->getFilename().view());
+  saveDefinition(host, *manager, *definition, newName);
 }
 
-// The files of a folder that the library takes for definition files.
-std::vector<QvbString> definitionFiles(Host& host, const char* option) {
+// A file that is not loaded, or a folder that cannot be read.
+struct Refusal {
+  std::string file;
+  std::string reason; // names the file
+};
+
+// The files that the library takes for definition files, in the folder of an option; one that cannot be read becomes a
+// refusal.
+std::vector<QvbString> definitionFiles(const QvbOption& option, std::vector<Refusal>& refusals) {
   std::vector<QvbString> files;
-  const QvbString folder = qvbGetConfigOption(option);
+  QvbString folder = qvbGetConfigOption(option);
   if (folder.isEmpty())
     return files;
+  const Released<QvURI> uri(getURIFromURIString(folder));
+  getNativePath(uri.get(), &folder);
   QvbString error;
   const Released<QvbDirectory> directory(qvbDirectoryOpen(folder, 0, &error));
   if (!directory)
-    host.fail(std::string(option) + ": " + str(error));
+    refusals.push_back({str(folder), std::string(option.key) + ": " + str(error)});
   while (directory && directory->next())
     if (directory->getName().view().ends_with("rcf"))
       files.push_back(directory->getPath());
   return files;
 }
 
-// Why a file that was not loaded was not, given what was.
-std::string whyNotLoaded(const QvbString& file, QvReposConfigManager& manager) {
-  QvDom document;
-  if (!document.loadFile(file))
-    return str(document.getErrorMessage());
+// The definition's element in a document: the root or a child of it. Missing when there is none.
+QvDomNode definitionElement(const QvDom& document) {
   const auto isDefinition = [](const QvDomNode& node) {
     return node.getName().compare("VaultRepositoryInfo", true) == 0;
   };
@@ -218,12 +265,34 @@ std::string whyNotLoaded(const QvbString& file, QvReposConfigManager& manager) {
   if (!isDefinition(element))
     for (element = element.getFirstChild(false); !element.null() && !isDefinition(element);)
       element = element.getNextSibling(false);
+  return element;
+}
+
+// Why a file that was not loaded was not, given what was.
+std::string whyNotLoaded(const QvbString& file, QvReposConfigManager& manager) {
+  QvDom document;
+  if (!document.loadFile(file))
+    return str(document.getErrorMessage());
+  const QvDomNode element = definitionElement(document);
   if (element.null())
     return "The file \"" + str(file) + "\" is not a valid definition file.";
   const QvbString name = element.getAttributeValue("Name");
   const Definition winner(manager.getConfigurationByName(name));
   return str(file) + ": a definition named \"" + str(name) + "\" is loaded from " +
          (winner ? str(winner->getFilename()) : "another file");
+}
+
+// Prints which definitions are loaded, and reports what is not.
+void printCheck(Host& host, const std::set<std::string>& loaded, const std::vector<Refusal>& refusals) {
+  if (host.json) {
+    nlohmann::ordered_json report{{"loaded", loaded}, {"refused", nlohmann::ordered_json::array()}};
+    for (const auto& refusal : refusals)
+      report["refused"].push_back({{"file", refusal.file}, {"reason", refusal.reason}});
+    host.printJson(report);
+  } else
+    host.printLine(fmt::format("{} definition{} loaded", loaded.size(), loaded.size() == 1 ? "" : "s"));
+  for (const auto& refusal : refusals)
+    host.fail(refusal.reason);
 }
 
 void checkDefinitions(Host& host) {
@@ -234,17 +303,54 @@ void checkDefinitions(Host& host) {
   const Released<QvReposConfigurationList> list(manager->getConfigurations());
   while (list->next())
     loaded.insert(str(Definition(list->getValue())->getFilename()));
-  for (const char* option : {"BASE/REPOS_SYS_PATH", "BASE/REPOS_USER_PATH"})
-    for (const auto& file : definitionFiles(host, option))
+  std::vector<Refusal> refusals;
+  for (const auto* option : folderOptions)
+    for (const auto& file : definitionFiles(*option, refusals))
       if (!loaded.contains(str(file)))
-        host.fail(whyNotLoaded(file, *manager));
-  host.printLine(std::to_string(loaded.size()) + (loaded.size() == 1 ? " definition" : " definitions") +
-                 " loaded");
+        refusals.push_back({str(file), whyNotLoaded(file, *manager)});
+  printCheck(host, loaded, refusals);
+  noteMissingFolders(host);
+}
+
+// A subcommand of definitions with --json and its example, which is tried in the project's folder.
+CLI::App* addCommand(CLI::App& definitions, Host& host, const char* name, const char* help, const char* shape,
+                     const char* example) {
+  auto* command = definitions.add_subcommand(name, help);
+  addJsonFlag(*command, host, shape);
+  command->footer(std::string("Example: qvrepos definitions ") + name + " " + example);
+  return command;
+}
+
+constexpr const char* recordShape = "a record: name, type, active, vaultPath, vaultLogFile, connect, "
+                                    "connection, schema, prefix, repositoryName, "
+                                    "repositoryVersion, file";
+constexpr const char* nameHelp = "The definition's name, in any case";
+
+void addLookCommands(CLI::App& definitions, Host& host) {
+  addCommand(definitions, host, "list", "List all definitions in load order",
+             "an array of records as show prints", "--set BASE/REPOS_USER_PATH=$PWD/examples/user")
+      ->callback([&host] { listDefinitions(host); });
+
+  auto name = std::make_shared<std::string>();
+  auto* show = addCommand(definitions, host, "show", "Show one definition", recordShape,
+                          "Ledger --set BASE/REPOS_USER_PATH=$PWD/examples/user");
+  show->add_option("NAME", *name, nameHelp)->required();
+  show->callback([&host, name] { showDefinition(host, *name); });
+
+  addCommand(definitions, host, "default", "Print the name of the default definition", "a record: name",
+             "--set BASE/REPOS_USER_PATH=$PWD/examples/user")
+      ->callback([&host] { printDefault(host); });
+
+  addCommand(definitions, host, "check", "Report every definition file that would not load, and why",
+             "a record: loaded, an array of files, and refused, an array of records: file, reason",
+             "--set BASE/REPOS_USER_PATH=$PWD/examples/user")
+      ->callback([&host] { checkDefinitions(host); });
 }
 
 void addCreateCommand(CLI::App& definitions, Host& host) {
   auto given = std::make_shared<NewDefinition>();
-  auto* create = definitions.add_subcommand("create", "Save a new definition and print its file");
+  auto* create = addCommand(definitions, host, "create", "Save a new definition and print its file",
+                            recordShape, "Orders --vault /srv/orders --set BASE/REPOS_USER_PATH=/tmp/orders");
   create->add_option("NAME", given->name, "The new definition's name")->required();
   create->add_option("--type", given->type, "user or system (default: user)")
       ->type_name("TYPE")
@@ -261,26 +367,24 @@ void addCreateCommand(CLI::App& definitions, Host& host) {
       ->type_name("PREFIX");
   create->add_option("--log", given->logFile, "The repository's log file")->type_name("FILE");
   create->add_flag("--inactive", given->inactive, "Save it as inactive");
-  create->footer("Example: qvrepos definitions create Orders --vault /srv/orders --set "
-                 "BASE/REPOS_USER_PATH=/tmp/orders");
   create->callback([&host, given] { createDefinition(host, *given); });
 }
 
 void addChangeCommands(CLI::App& definitions, Host& host) {
   auto name = std::make_shared<std::string>();
   auto newName = std::make_shared<std::string>();
-  auto* remove = definitions.add_subcommand("delete", "Delete a definition's file");
-  remove->add_option("NAME", *name, "The definition's name, in any case")->required();
-  remove->callback([&host, name] { deleteDefinition(host, *name); });
-
-  auto* rename = definitions.add_subcommand("rename", "Give a definition another name, and its file with it");
-  rename->add_option("NAME", *name, "The definition's name, in any case")->required();
+  auto* rename =
+      addCommand(definitions, host, "rename", "Give a definition another name, and its file with it",
+                 recordShape, "Orders Purchases --set BASE/REPOS_USER_PATH=/tmp/orders");
+  rename->add_option("NAME", *name, nameHelp)->required();
   rename->add_option("NEW", *newName, "The new name")->required();
   rename->callback([&host, name, newName] { renameDefinition(host, *name, *newName); });
 
-  auto* check =
-      definitions.add_subcommand("check", "Report every definition file that would not load, and why");
-  check->callback([&host] { checkDefinitions(host); });
+  auto* remove =
+      addCommand(definitions, host, "delete", "Delete a definition's file", "the record of what was deleted",
+                 "Purchases --set BASE/REPOS_USER_PATH=/tmp/orders");
+  remove->add_option("NAME", *name, nameHelp)->required();
+  remove->callback([&host, name] { deleteDefinition(host, *name); });
 }
 
 } // namespace
@@ -288,27 +392,9 @@ void addChangeCommands(CLI::App& definitions, Host& host) {
 void addDefinitionsCommand(CLI::App& app, Host& host) {
   auto* definitions = app.add_subcommand("definitions", "Look at the repository definitions and change them");
   definitions->require_subcommand(1);
-  definitions->footer("The folders are the options BASE/REPOS_SYS_PATH and BASE/REPOS_USER_PATH.\n"
-                      "Example: qvrepos definitions list --set BASE/REPOS_USER_PATH=$PWD/examples/user");
-
-  auto json = std::make_shared<bool>(false);
-  const auto addJson = [json](CLI::App* command, const char* help) {
-    command->add_flag("--json", *json, help);
-  };
-
-  auto* list = definitions->add_subcommand("list", "List all definitions in load order");
-  addJson(list, "Print an array of records");
-  list->callback([&host, json] { listDefinitions(host, *json); });
-
-  auto name = std::make_shared<std::string>();
-  auto* show = definitions->add_subcommand("show", "Show one definition");
-  show->add_option("NAME", *name, "The definition's name, in any case")->required();
-  addJson(show, "Print a record");
-  show->callback([&host, name, json] { showDefinition(host, *name, *json); });
-
-  auto* defaultCommand = definitions->add_subcommand("default", "Print the name of the default definition");
-  defaultCommand->callback([&host] { printDefault(host); });
-
+  definitions->footer(
+      fmt::format("The folders are the options {} and {}.", folderOptions[0]->key, folderOptions[1]->key));
+  addLookCommands(*definitions, host);
   addCreateCommand(*definitions, host);
   addChangeCommands(*definitions, host);
 }

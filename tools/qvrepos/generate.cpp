@@ -1,8 +1,9 @@
-// qvrepos generate: the manual page and the shell completions, made of the command line's own description. A hidden
-// subcommand, which the build runs.
+// qvrepos generate: the manual page and the shell completions, made of the command line's own description, and the
+// table of the options, made of their declarations. A hidden subcommand, which the build and scripts/docs run.
 #include "host.h"
 
 #include "qvreposres/qvreposres.h"
+#include "qvxbase/qvboptions.h"
 
 #include <fmt/format.h>
 
@@ -157,6 +158,16 @@ std::string roffExamples(const Command& root) {
   return page;
 }
 
+// What --set and --config set.
+std::string roffLibraryOptions() {
+  std::string page;
+  for (const auto* option : QvbOptions::All) {
+    const std::string standard = *option->standard ? fmt::format(" (default: {})", option->standard) : "";
+    page += fmt::format(".TP\n\\fB{}\\fR\n{}\n", roff(option->key), roff(option->meaning + standard));
+  }
+  return page;
+}
+
 std::string manualPage(const Command& root) {
   std::string page = fmt::format(".TH QVREPOS 1 \"\" \"qvrepos {}\" \"User Commands\"\n", qvx_build_version);
   page += ".SH NAME\nqvrepos \\- " + roff(root.help) + "\n";
@@ -165,6 +176,10 @@ std::string manualPage(const Command& root) {
           roffNotes(root);
   page += ".SH OPTIONS\nEvery subcommand takes these too.\n" + roffParameters(root.options);
   page += ".SH SUBCOMMANDS\n" + roffCommands(root);
+  page += ".SH \"LIBRARY OPTIONS\"\nThese are set with \\fB\\-\\-set\\fR, or in the file of "
+          "\\fB\\-\\-config\\fR, "
+          "where the part before the slash is the section.\n" +
+          roffLibraryOptions();
   page += fmt::format(
       ".SH \"EXIT STATUS\"\n.TP\n{}\nSuccess.\n.TP\n{}\nThe operation failed, for some input at least; "
       "standard error says why.\n.TP\n{}\nWrong usage.\n",
@@ -334,13 +349,24 @@ std::string zshCompletion(const Command& root) {
   return script + "_qvrepos \"$@\"\n";
 }
 
+// The rows of docs/options.md.
+std::string optionTable(const Command&) {
+  std::string table = "| key | meaning | default |\n|---|---|---|\n";
+  for (const auto* option : QvbOptions::All)
+    table += fmt::format("| `{}` | {} | {} |\n", option->key, option->meaning,
+                         *option->standard ? option->standard : "none");
+  return table;
+}
+
 } // namespace
 
 void addGenerateCommand(CLI::App& app, Host& host) {
   static const std::map<std::string, std::string (*)(const Command&)> forms{
-      {"man", manualPage}, {"bash", bashCompletion}, {"zsh", zshCompletion}};
-  auto* command = app.add_subcommand("generate", "Print the manual page or a shell's completion")->group("");
+      {"man", manualPage}, {"bash", bashCompletion}, {"zsh", zshCompletion}, {"options", optionTable}};
+  auto* command =
+      app.add_subcommand("generate", "Print the manual page, a shell's completion or the table of options")
+          ->group("");
   auto form = std::make_shared<std::string>();
-  command->add_option("FORM", *form, "man, bash or zsh")->required()->check(CLI::IsMember(forms));
+  command->add_option("FORM", *form, "man, bash, zsh or options")->required()->check(CLI::IsMember(forms));
   command->callback([&app, &host, form] { host.print(forms.at(*form)(describe(app, app.get_name()))); });
 }

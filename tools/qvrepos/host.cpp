@@ -7,9 +7,10 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <stdexcept>
 
 void Host::setDefaultLogLevel(QvLoggingLevel level) const {
-  if (logLevel == 0 && qvbGetConfigOption("LOG/LEVEL").isEmpty())
+  if (logLevel == 0 && qvbGetConfigOption(QvbOptions::LogLevel).isEmpty())
     qvlogSetLevel(level);
 }
 
@@ -18,8 +19,8 @@ void Host::print(std::string_view bytes) {
     m_outputError = errno;
 }
 
-void Host::printJson(const nlohmann::ordered_json& value) {
-  printLine(value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+std::string jsonText(const nlohmann::ordered_json& value) {
+  return value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 void Host::printTable(const std::vector<std::string>& heading,
@@ -49,6 +50,13 @@ void Host::printTable(const std::vector<std::string>& heading,
   }
 }
 
+void Host::note(std::string_view message) const {
+  if (quiet)
+    return;
+  std::fflush(stdout);
+  std::fprintf(stderr, "qvrepos: %.*s\n", static_cast<int>(message.size()), message.data());
+}
+
 void Host::fail(std::string_view message) {
   std::fflush(stdout);
   std::fprintf(stderr, "qvrepos: %.*s\n", static_cast<int>(message.size()), message.data());
@@ -61,6 +69,14 @@ int Host::finish() {
   if (m_outputError != 0)
     fail(std::string("cannot write the result to standard output: ") + std::strerror(m_outputError));
   return m_status;
+}
+
+void addJsonFlag(CLI::App& command, Host& host, const std::string& shape) {
+  command.add_flag("--json", host.json, "Print JSON: " + shape);
+}
+
+CLI::Option* takeAll(CLI::Option* option) {
+  return option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->allow_extra_args(false);
 }
 
 std::string visible(std::string_view bytes) {
@@ -82,6 +98,8 @@ std::string visible(std::string_view bytes) {
 }
 
 std::string absolutePath(const std::string& path) {
+  if (path.empty())
+    throw std::runtime_error("a file name must not be empty");
   const auto scheme = path.find("://");
   if (scheme != std::string::npos && scheme > 0)
     return path;

@@ -37,12 +37,16 @@ inline constexpr int ExitSuccess = 0;
 inline constexpr int ExitFailed = 1; // for some input
 inline constexpr int ExitUsage = 2;
 
+// JSON as it is printed: two blanks a level, a line feed at the end, and U+FFFD for bytes that are not UTF-8.
+std::string jsonText(const nlohmann::ordered_json& value);
+
 // One run of the tool. A subcommand prints results, reports failures and goes on with its other inputs; the exit status
 // is 1 as soon as anything was reported.
 class Host {
 public:
   bool quiet = false;
-  int logLevel = 0; // the user's choice, 0 for none
+  bool json = false; // print results as JSON
+  int logLevel = 0;  // the user's choice, 0 for none
   // The level from which the library's log records are shown, when the user chose none. Failures reach the user as
   // results, and a warning that every lookup repeats is noise; commands about what is warned of lower it.
   void setDefaultLogLevel(QvLoggingLevel level) const;
@@ -53,12 +57,14 @@ public:
     print(line);
     print("\n");
   }
-  void printJson(const nlohmann::ordered_json& value);
+  void printJson(const nlohmann::ordered_json& value) { print(jsonText(value)); }
   // Columns of equal width with a heading. Control characters are shown as escapes, so that a row stays on its line.
   void printTable(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows);
 
   // A failure, to standard error: "qvrepos: <message>". The run ends with status 1.
   void fail(std::string_view message);
+  // A hint about a result that may surprise, to standard error; the status stays. Silent with --quiet.
+  void note(std::string_view message) const;
   // Flushes the results; what could not be written is a failure.
   int finish();
 
@@ -67,11 +73,18 @@ private:
   int m_outputError = 0;
 };
 
+// The flag --json of a command; the shape reads like "an array of records: type, extension".
+void addJsonFlag(CLI::App& command, Host& host, const std::string& shape);
+
+// An operand or option that may be given many times, whose values are taken as they are: without this, one in square
+// brackets would be split at its commas.
+CLI::Option* takeAll(CLI::Option* option);
+
 // Text with control characters as escapes ("\n", "\x1b").
 std::string visible(std::string_view bytes);
 
 // The path as an absolute one without "." and "..", so that what names it does not depend on where the tool runs. A
-// URI stays as it is.
+// URI stays as it is. Throws for an empty path.
 std::string absolutePath(const std::string& path);
 
 void addLineageCommand(CLI::App& app, Host& host);

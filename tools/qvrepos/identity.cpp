@@ -29,7 +29,8 @@ const char* fieldHelp(std::string_view field) {
 struct IdentityKind {
   const char* name;
   const char* help;
-  const char* required;
+  const char* required; // of its options
+  const char* example;  // the options of one
   std::vector<const char*> fields;
   std::function<bool(QvResourceManager&, std::vector<QvbString>&, QvbString*)> make;
   std::function<bool(QvResourceManager&, const QvbString&, std::vector<QvbString>&)> parse;
@@ -41,7 +42,8 @@ const std::array<IdentityKind, 4>& identityKinds() {
   static const std::array<IdentityKind, 4> kinds{{
       {"file",
        "A file",
-       "filename",
+       "--filename",
+       "--filename /srv/sales/prices.csv --name Prices",
        {"filename", "name"},
        [](Manager& m, Values& v, QvbString* id) { return m.generateFileResourceId(v[0], v[1], id); },
        [](Manager& m, const QvbString& id, Values& v) {
@@ -49,7 +51,8 @@ const std::array<IdentityKind, 4>& identityKinds() {
        }},
       {"unified",
        "A repository object",
-       "id or uuid",
+       "--id or --uuid",
+       "--type Rule --id 42",
        {"type", "id", "uuid"},
        [](Manager& m, Values& v, QvbString* id) {
          return m.generateUnifiedObjectResourceId(QvbString(), v[0], v[1], v[2], id);
@@ -60,7 +63,8 @@ const std::array<IdentityKind, 4>& identityKinds() {
        }},
       {"table",
        "A table",
-       "table",
+       "--table",
+       "--dsn Sales --schema dbo --table CUSTOMERS",
        {"dsn", "dsntype", "catalog", "schema", "table"},
        [](Manager& m, Values& v, QvbString* id) {
          return m.generateTableDataSourceResourceId(v[0], v[1], v[2], v[3], v[4], id);
@@ -70,7 +74,8 @@ const std::array<IdentityKind, 4>& identityKinds() {
        }},
       {"datasource",
        "A data source",
-       "dsn",
+       "--dsn",
+       "--dsn Sales --dsntype ODBC",
        {"dsn", "dsntype"},
        [](Manager& m, Values& v, QvbString* id) { return m.generateDataSourceResourceId(v[0], v[1], id); },
        [](Manager& m, const QvbString& id, Values& v) {
@@ -87,39 +92,40 @@ void makeIdentity(Host& host, const IdentityKind& kind, const std::vector<std::s
   for (const auto& value : given)
     values.push_back(text(value));
   QvbString identity;
-  if (kind.make(*manager, values, &identity))
-    host.printLine(identity.view());
-  else
+  if (!kind.make(*manager, values, &identity))
     host.fail(std::string("an identity of kind ") + kind.name + " needs " + kind.required);
+  else if (host.json)
+    host.printJson({{"kind", kind.name}, {"identity", str(identity)}});
+  else
+    host.printLine(identity.view());
 }
 
-void printFields(Host& host, const IdentityKind& kind, const std::vector<QvbString>& values, bool json) {
+void printFields(Host& host, const IdentityKind& kind, const std::vector<QvbString>& values) {
   nlohmann::ordered_json record{{"kind", kind.name}};
   std::vector<std::vector<std::string>> rows{{"kind", kind.name}};
   for (std::size_t field = 0; field < values.size(); ++field) {
     record[kind.fields[field]] = str(values[field]);
     rows.push_back({kind.fields[field], str(values[field])});
   }
-  if (json)
+  if (host.json)
     host.printJson(record);
   else
     host.printTable({"FIELD", "VALUE"}, rows);
 }
 
-void parseIdentity(Host& host, const std::string& identity, bool json) {
+void parseIdentity(Host& host, const std::string& identity) {
   const Released<QvResourceManager> manager(createQvResourceManager());
   for (const auto& kind : identityKinds()) {
     std::vector<QvbString> values(kind.fields.size());
     if (kind.parse(*manager, text(identity), values))
-      return printFields(host, kind, values, json);
+      return printFields(host, kind, values);
   }
-  host.fail("not a resource identity: " + visible(identity));
+  host.fail("not a resource identity, which `qvrepos identity make` prints: " + visible(identity));
 }
 
 void addMakeCommand(CLI::App& identity, Host& host) {
   auto* make = identity.add_subcommand("make", "Print the identity of a resource");
   make->require_subcommand(1);
-  make->footer("Example: qvrepos identity make table --dsn Sales --schema dbo --table CUSTOMERS");
   for (const auto& kind : identityKinds()) {
     auto* command = make->add_subcommand(kind.name, kind.help);
     auto values = std::make_shared<std::vector<std::string>>(kind.fields.size());
@@ -128,7 +134,9 @@ void addMakeCommand(CLI::App& identity, Host& host) {
           ->add_option(std::string("--") + kind.fields[field], (*values)[field],
                        fieldHelp(kind.fields[field]))
           ->type_name("TEXT");
-    command->footer(std::string("Needs ") + kind.required + ".");
+    addJsonFlag(*command, host, "a record: kind, identity");
+    command->footer(std::string("Needs ") + kind.required + ".\nExample: qvrepos identity make " + kind.name +
+                    " " + kind.example);
     command->callback([&host, &kind, values] { makeIdentity(host, kind, *values); });
   }
 }
@@ -142,9 +150,8 @@ void addIdentityCommand(CLI::App& app, Host& host) {
 
   auto* parse = identity->add_subcommand("parse", "Print the fields of an identity");
   auto given = std::make_shared<std::string>();
-  auto json = std::make_shared<bool>(false);
   parse->add_option("IDENTITY", *given, "The identity's XML text")->required();
-  parse->add_flag("--json", *json, "Print a record: kind, then the kind's fields");
+  addJsonFlag(*parse, host, "a record: kind, then the kind's fields");
   parse->footer("Example: qvrepos identity parse \"$(qvrepos identity make datasource --dsn Sales)\"");
-  parse->callback([&host, given, json] { parseIdentity(host, *given, *json); });
+  parse->callback([&host, given] { parseIdentity(host, *given); });
 }

@@ -10,9 +10,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr std::array<const char*, 4> jobTypes{"ProcessJob", "ArchitectJob", "DataJob", "XMLSQLQuery"};
+
 bool isJobFile(const fs::path& path) {
-  static constexpr std::array<const char*, 4> jobTypes{"ProcessJob", "ArchitectJob", "DataJob",
-                                                       "XMLSQLQuery"};
   QvbString extension, folder, name, type;
   getComponentsFromFilesystemPath(text(path.native()), &extension, &folder, &name);
   return getTypeForFileExtension(extension, &type) &&
@@ -57,6 +57,8 @@ void searchFolder(const fs::path& root, JobFiles& found) {
 
 // Why the library could not read the document.
 std::string readFailure(const std::string& path) {
+  if (fs::is_directory(path))
+    return path + ": a folder, where a job file is due";
   QvDom document;
   if (document.loadFile(text(path)))
     return path + ": the file changed while it was read";
@@ -80,6 +82,16 @@ JobFiles findJobFiles(const std::vector<std::string>& paths) {
           path, status.type() == fs::file_type::not_found ? "no such file or folder" : error.message()));
   }
   return found;
+}
+
+std::string jobFileExtensions() {
+  std::string extensions = "their extensions are";
+  for (const char* type : jobTypes) {
+    QvbString extension;
+    if (getFileExtensionForType(type, &extension))
+      extensions += (type == jobTypes.front() ? " " : ", ") + str(extension);
+  }
+  return extensions;
 }
 
 JobScanner::JobScanner() : m_store(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {

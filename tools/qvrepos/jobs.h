@@ -17,6 +17,9 @@ struct JobFiles {
 // A file stands for itself; a folder for the job files below it (by their extension), to any depth, in name order.
 JobFiles findJobFiles(const std::vector<std::string>& paths);
 
+// "their extensions are djf, ...": what makes a file in a folder a job file.
+std::string jobFileExtensions();
+
 // The lineage of job files, gathered in a store.
 class JobScanner {
 public:

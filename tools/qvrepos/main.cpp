@@ -24,11 +24,10 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options, Host& host) {
   app.add_option("--config", options.configFile, "Read options from this INI file")
       ->type_name("FILE")
       ->check(CLI::ExistingFile);
-  app.add_option("--set", options.settings,
-                 "Set an option, for example DMSERVER/NAME=main; wins over --config")
+  takeAll(app.add_option("--set", options.settings,
+                         "Set an option, for example DMSERVER/NAME=main; wins over --config"))
       ->type_name("KEY=VALUE")
       ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->check([](const std::string& setting) {
         const auto equals = setting.find('=');
         return equals == std::string::npos || equals == 0 ? "write it as KEY=VALUE: " + setting
@@ -37,7 +36,8 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options, Host& host) {
   app.add_option("--log-level", host.logLevel, "Log records from this level on, 1 (trace) to 6 (critical)")
       ->type_name("N")
       ->check(CLI::Range(1, 6));
-  app.add_flag("-q,--quiet", host.quiet, "Show no progress");
+  app.add_flag("-q,--quiet", host.quiet, "Show no progress and no hints");
+  app.set_version_flag("--version", qvx_build_info, "Print the library's version and exit");
   app.fallthrough();
   app.require_subcommand(1);
 }
@@ -63,14 +63,47 @@ struct LibrarySession {
   ~LibrarySession() { qvReposResShutdown(); }
 };
 
-int usageError(const CLI::App& app, const CLI::ParseError& error) {
-  return app.exit(error) == static_cast<int>(CLI::ExitCodes::Success) ? ExitSuccess : ExitUsage;
+// The names of the subcommands that a user may choose from.
+std::string choicesOf(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::App* child :
+       command.get_subcommands([](const CLI::App* sub) { return !sub->get_group().empty(); }))
+    names.push_back(child->get_name());
+  return CLI::detail::join(names, ", ");
+}
+
+// What is wrong: the parser's own words, but for what it says less about than is known.
+std::string whatIsWrong(const CLI::App& app, const CLI::App& command, const CLI::Error& error) {
+  const auto unexpected = CLI::detail::join(app.remaining(true), " ");
+  if (error.get_name() == "RequiredError" &&
+      command.get_require_subcommand_min() > command.get_subcommands().size())
+    return (unexpected.empty() ? "a subcommand is missing" : "there is no subcommand " + unexpected) +
+           "; choose from " + choicesOf(command);
+  if (error.get_name() == "ExtrasError")
+    return "not expected: " + unexpected;
+  return error.what();
+}
+
+std::string usageMessage(const CLI::App* app, const CLI::Error& error) {
+  const CLI::App* command = app;
+  std::string words = app->get_name();
+  while (!command->get_subcommands().empty()) {
+    command = command->get_subcommands().front();
+    words += " " + command->get_name();
+  }
+  return words + ": " + whatIsWrong(*app, *command, error) + "\n`" + words + " --help` shows what it takes\n";
+}
+
+// Help and version are asked for by a parse error, too.
+int endParsing(const CLI::App& app, const CLI::ParseError& error, Host& host) {
+  return app.exit(error) == static_cast<int>(CLI::ExitCodes::Success) ? host.finish() : ExitUsage;
 }
 
 int run(int argc, char** argv) {
   Host host;
   GlobalOptions options;
   CLI::App app("The services of the Repository Resource Library on the command line.", "qvrepos");
+  app.failure_message(usageMessage);
   addGlobalOptions(app, options, host);
   std::optional<LibrarySession> session; // begins once the options are known: logging depends on them
   app.parse_complete_callback([&] {
@@ -90,7 +123,7 @@ int run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return usageError(app, error);
+    return endParsing(app, error, host);
   } catch (const std::exception& error) {
     host.fail(error.what());
   }

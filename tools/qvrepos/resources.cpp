@@ -26,8 +26,8 @@ void collect(QvImpactAnalysis* store, QvResourceList* list, std::vector<Resource
   }
 }
 
-void printRows(Host& host, const std::vector<ResourceRow>& rows, bool json) {
-  if (json) {
+void printRows(Host& host, const std::vector<ResourceRow>& rows) {
+  if (host.json) {
     auto records = nlohmann::ordered_json::array();
     for (const auto& row : rows)
       records.push_back(
@@ -41,7 +41,7 @@ void printRows(Host& host, const std::vector<ResourceRow>& rows, bool json) {
   host.printTable({"TYPE", "NAME", "LOCATION"}, cells);
 }
 
-void runResources(Host& host, const std::string& file, bool json) {
+void runResources(Host& host, const std::string& file) {
   JobScanner scanner;
   const auto job = scanner.newList();
   const auto used = scanner.newList();
@@ -51,7 +51,7 @@ void runResources(Host& host, const std::string& file, bool json) {
   std::vector<ResourceRow> rows;
   collect(scanner.store(), job.get(), rows);
   collect(scanner.store(), used.get(), rows);
-  printRows(host, rows, json);
+  printRows(host, rows);
 }
 
 } // namespace
@@ -60,9 +60,8 @@ void addResourcesCommand(CLI::App& app, Host& host) {
   auto* command =
       app.add_subcommand("resources", "List the resources that one job touches, the job itself first");
   auto file = std::make_shared<std::string>();
-  auto json = std::make_shared<bool>(false);
   command->add_option("FILE", *file, "A job file")->required();
-  command->add_flag("--json", *json, "Print an array of records: type, name, location, identity");
+  addJsonFlag(*command, host, "an array of records: type, name, location, identity");
   command->footer("Example: qvrepos resources examples/repository/batch_jobs/clean_customers.djf");
-  command->callback([&host, file, json] { runResources(host, *file, *json); });
+  command->callback([&host, file] { runResources(host, *file); });
 }

@@ -47,7 +47,7 @@ std::vector<TypeRow> typesNamed(const std::string& name) {
   return rows;
 }
 
-void printTypes(Host& host, const std::string& name, bool json) {
+void printTypes(Host& host, const std::string& name) {
   const auto types = name.empty() ? allTypes() : typesNamed(name);
   if (types.empty())
     return host.fail("neither an object type nor an extension that has one: " + visible(name));
@@ -57,7 +57,7 @@ void printTypes(Host& host, const std::string& name, bool json) {
     records.push_back({{"type", row.type}, {"extension", row.extension}});
     rows.push_back({row.type, row.extension});
   }
-  if (json)
+  if (host.json)
     host.printJson(records);
   else
     host.printTable({"TYPE", "EXTENSION"}, rows);
@@ -68,9 +68,8 @@ void printTypes(Host& host, const std::string& name, bool json) {
 void addTypesCommand(CLI::App& app, Host& host) {
   auto* command = app.add_subcommand("types", "List object types and their file extensions");
   auto name = std::make_shared<std::string>();
-  auto json = std::make_shared<bool>(false);
   command->add_option("NAME", *name, "Only this type, or the type of this extension");
-  command->add_flag("--json", *json, "Print an array of records: type, extension");
+  addJsonFlag(*command, host, "an array of records: type, extension");
   command->footer("Example: qvrepos types ProcessJob");
-  command->callback([&host, name, json] { printTypes(host, *name, *json); });
+  command->callback([&host, name] { printTypes(host, *name); });
 }

@@ -5,12 +5,21 @@
 
 namespace {
 
-void printUri(Host& host, const std::string& file) {
-  QvbString reference;
-  if (generateURIReferenceFromFilename(text(absolutePath(file)), &reference))
-    host.printLine(reference.view());
+// A file and its URI: `result`, the one that was made, alone, or both as a record.
+void printPair(Host& host, const QvbString& file, const QvbString& uri, const QvbString& result) {
+  if (host.json)
+    host.printJson({{"file", str(file)}, {"uri", str(uri)}});
   else
-    host.fail("no URI can be made of " + file);
+    host.printLine(result.view());
+}
+
+void printUri(Host& host, const std::string& given) {
+  const QvbString file = text(absolutePath(given));
+  QvbString uri;
+  if (generateURIReferenceFromFilename(file, &uri))
+    printPair(host, file, uri, uri);
+  else
+    host.fail("no URI can be made of " + given);
 }
 
 void printPath(Host& host, const std::string& uri, const std::string* repository) {
@@ -20,9 +29,11 @@ void printPath(Host& host, const std::string& uri, const std::string* repository
                                       subject.get(), text(uri), text(*repository), &path, nullptr, &message)
                                 : generateFilenameFromURIReference(subject.get(), text(uri), &path);
   if (found)
-    host.printLine(path.view());
+    printPair(host, path, text(uri), path);
   else
-    host.fail(message.isEmpty() ? "no file name can be made of " + uri : str(message));
+    host.fail(message.isEmpty() ? "no file name can be made of " + uri +
+                                      "; give a file or repository URI, or --repository NAME"
+                                : str(message));
 }
 
 } // namespace
@@ -32,6 +43,7 @@ void addUriCommands(CLI::App& app, Host& host) {
   auto* uri = app.add_subcommand("uri", "Print the URI reference of a file");
   uri->add_option("FILE", *file, "A file name; a file below a repository's folder becomes a repository URI")
       ->required();
+  addJsonFlag(*uri, host, "a record: file, uri");
   uri->footer("Example: qvrepos uri examples/repository/batch_jobs/clean_customers.djf");
   uri->callback([&host, file] { printUri(host, *file); });
 
@@ -42,6 +54,7 @@ void addUriCommands(CLI::App& app, Host& host) {
   auto* named =
       path->add_option("--repository", *repository, "Look below this repository, not the one in the URI")
           ->type_name("NAME");
+  addJsonFlag(*path, host, "a record: file, uri");
   path->footer("Example: qvrepos path file:///etc/hostname");
   path->callback([&host, reference, repository, named] {
     printPath(host, *reference, *named ? repository.get() : nullptr);
