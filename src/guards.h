@@ -1,6 +1,7 @@
-// Ownership guards for what ends with release(), and for locks.
+// Ownership guards for what ends with release(), for open files and for locks.
 #pragma once
 
+#include "qvsfio/npfio.h"
 #include "qvxbase/qvbsubject.h"
 #include "qvxbb/qvlock.h"
 
@@ -20,6 +21,12 @@ struct SubjectReleaser {
   void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
 };
 using ReleasedSubject = std::unique_ptr<ASSubject, SubjectReleaser>;
+
+struct FileDiscarder {
+  void operator()(NpFile* file) const { np_fio_discard(file); }
+};
+// A file that is written takes its place only when it is closed explicitly.
+using OpenFile = std::unique_ptr<NpFile, FileDiscarder>;
 
 struct LockDestroyer {
   void operator()(QvLock* lock) const { qvLockDestroy(lock); }

@@ -1,18 +1,13 @@
 #include "qvfilecacheimpl_filesystem.h"
 
+#include "guards.h"
+
 #include <array>
 #include <ctime>
-#include <memory>
 
 namespace {
 
 constexpr const char* logSource = "src/qvfilecacheimpl";
-
-struct FileDiscarder {
-  void operator()(NpFile* file) const { np_fio_discard(file); }
-};
-// A file that is written takes its place only when it is closed explicitly.
-using OpenFile = std::unique_ptr<NpFile, FileDiscarder>;
 
 OpenFile openFile(const QvbString& path, int mode) {
   NpFile* file = nullptr;
