@@ -111,6 +111,7 @@ FileAccessCacheImpl::~FileAccessCacheImpl() {
 }
 
 void FileAccessCacheImpl::setSourceProvider(FileAccessCacheSourceProvider* provider) {
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Setting default cache source provider");
   if (provider != m_defaultProvider.get())
     m_defaultProvider.reset(provider);

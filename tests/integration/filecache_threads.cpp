@@ -178,6 +178,81 @@ TEST_F(FileCacheThreads, AnswersAboutChangesWhileOthersFetch) {
 
 namespace {
 
+// A host's own source, which no cache may end while it is asked something.
+class HostProvider final : public FileAccessCacheSourceProvider {
+public:
+  explicit HostProvider(std::atomic<int>* alive) : m_alive(alive) { ++*m_alive; }
+
+  void release() override {
+    EXPECT_FALSE(m_inCall);
+    delete this;
+  }
+  bool exists(ASSubject*, const QvbString&, QvbString*) override {
+    const Call call(this);
+    return true;
+  }
+  int getModifiedDate(ASSubject*, const QvbString&, QvbDate* date, QvbString*, bool) override {
+    const Call call(this);
+    *date = QvbDate::currentDate(false);
+    return 0;
+  }
+  int updateLocalFileContent(ASSubject*, const QvbString&, const QvbString& localFilename,
+                             QvbString*) override {
+    const Call call(this);
+    std::ofstream(localFilename.asCstr()) << "provided";
+    return 0;
+  }
+  bool flush(bool) override {
+    const Call call(this);
+    return true;
+  }
+
+private:
+  struct Call {
+    explicit Call(HostProvider* called) : provider(called) {
+      EXPECT_FALSE(provider->m_inCall.exchange(true));
+      std::this_thread::yield();
+    }
+    ~Call() { provider->m_inCall = false; }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+    HostProvider* provider;
+  };
+
+  ~HostProvider() override { --*m_alive; }
+
+  std::atomic<int>* m_alive;
+  std::atomic<bool> m_inCall = false;
+};
+
+} // namespace
+
+TEST_F(FileCacheThreads, EndsNoSourceThatIsInUse) {
+  qvbSetConfigOption("BASE/REMOTEFILECACHE_TIMEBETWEENCHECKS", "-1");
+  const ChangingSources existing(sources);
+  auto* const cache = dynamic_cast<FileAccessCacheManager*>(getFileCache());
+  ASSERT_NE(cache, nullptr);
+  const Subject subject(qvbSubjectCreate("user", QvbString()));
+  std::atomic<int> alive = 0, failed = 0;
+  runThreads(8, [&](int number) {
+    for (int i = 0; i < 200; ++i) {
+      QvbString local, error;
+      if (number % 2 == 0)
+        cache->setSourceProvider(new HostProvider(&alive));
+      else if (i % 20 == 0)
+        failed += !cache->flush(false);
+      else
+        failed += cache->getCacheFilename(subject.get(), existing.path(i % 4), &local, &error) != 0;
+    }
+  });
+  EXPECT_EQ(failed, 0);
+  EXPECT_EQ(alive, 1);
+  qvFileCacheShutdown();
+  EXPECT_EQ(alive, 0);
+}
+
+namespace {
+
 // A host's own cache, which counts how often it is released.
 class HostCache final : public FileAccessCacheManager {
 public:
