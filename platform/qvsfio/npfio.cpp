@@ -87,7 +87,7 @@ namespace npfio {
 
 int nativePath(const QvbString& path, std::string* native) {
   QvbString plain = path;
-  if (path.mid(0, 5).compare("file:", true) == 0) {
+  if (qvbEqualsIgnoreCase(path.view().substr(0, 5), "file:")) {
     const auto release = [](QvURI* uri) { uri->release(); };
     const std::unique_ptr<QvURI, decltype(release)> uri(getURIFromURIString(path), release);
     if (uri && !getNativePath(uri.get(), &plain))

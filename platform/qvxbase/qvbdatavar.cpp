@@ -11,7 +11,7 @@ constexpr std::array FalseWords{"false", "no", "off", "f", "n"};
 template<class Words>
 bool isOneOf(const QvbString& text, const Words& words) noexcept {
   return std::any_of(words.begin(), words.end(),
-                     [&](const char* word) { return text.compare(word, true) == 0; });
+                     [&](const char* word) { return qvbEqualsIgnoreCase(text.view(), word); });
 }
 
 } // namespace

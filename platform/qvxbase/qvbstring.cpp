@@ -321,3 +321,7 @@ std::size_t qvbHashIgnoreCase(std::string_view text) noexcept {
   }
   return hash;
 }
+
+bool qvbEqualsIgnoreCase(std::string_view a, std::string_view b) noexcept {
+  return a.size() == b.size() && compareFolded(a, b) == 0;
+}

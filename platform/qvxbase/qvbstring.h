@@ -93,3 +93,15 @@ private:
 // A hash of the bytes with ASCII case folded: texts that compare() as equal without regard to case hash
 // alike.
 QVPLATFORM_API std::size_t qvbHashIgnoreCase(std::string_view text) noexcept;
+// Whether compare() finds no difference without regard to case, found faster than their order.
+QVPLATFORM_API bool qvbEqualsIgnoreCase(std::string_view a, std::string_view b) noexcept;
+
+// For hash tables whose keys are texts without regard to case.
+struct QvbHashIgnoreCase {
+  std::size_t operator()(const QvbString& text) const noexcept { return qvbHashIgnoreCase(text.view()); }
+};
+struct QvbEqualIgnoreCase {
+  bool operator()(const QvbString& a, const QvbString& b) const noexcept {
+    return qvbEqualsIgnoreCase(a.view(), b.view());
+  }
+};

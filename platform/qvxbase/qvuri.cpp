@@ -8,16 +8,17 @@
 
 namespace {
 
-constexpr const char* RepositoryScheme = "qvr";
-constexpr const char* ReferenceScheme = "dmsref";
-constexpr const char* FileScheme = "file";
+constexpr std::string_view RepositoryScheme = "qvr";
+constexpr std::string_view ReferenceScheme = "dmsref";
+constexpr std::string_view FileScheme = "file";
 constexpr const char* TypeParameter = "type";
 
 QvbString toText(const std::string& bytes) { return QvbString(std::string_view(bytes)); }
 QvbString toText(const std::optional<std::string>& bytes) { return bytes ? toText(*bytes) : QvbString(); }
 
-bool isScheme(const QvbString& scheme, const char* name) { return scheme.compare(name, true) == 0; }
-bool isDataScheme(const QvbString& scheme) { return isScheme(scheme, "qvd") || isScheme(scheme, "qvf"); }
+bool isDataScheme(std::string_view scheme) {
+  return qvbEqualsIgnoreCase(scheme, "qvd") || qvbEqualsIgnoreCase(scheme, "qvf");
+}
 
 std::string_view withoutLeadingSlashes(std::string_view path) {
   return path.substr(std::min(path.find_first_not_of('/'), path.size()));
@@ -26,10 +27,10 @@ std::string_view withoutLeadingSlashes(std::string_view path) {
 // What a record knows of its own form.
 enum class Form { Plain, RepositoryObject, Data, ServerReference };
 
-Form formOf(const QvbString& scheme) {
-  if (isScheme(scheme, RepositoryScheme))
+Form formOf(std::string_view scheme) {
+  if (qvbEqualsIgnoreCase(scheme, RepositoryScheme))
     return Form::RepositoryObject;
-  if (isScheme(scheme, ReferenceScheme))
+  if (qvbEqualsIgnoreCase(scheme, ReferenceScheme))
     return Form::ServerReference;
   return isDataScheme(scheme) ? Form::Data : Form::Plain;
 }
@@ -98,7 +99,7 @@ QvbString parameterNameError(const QvbString& name) {
 
 class UriRecord final : public QvURI {
 public:
-  explicit UriRecord(QvUriText text) : m_text(std::move(text)), m_form(formOf(toText(m_text.scheme))) {}
+  explicit UriRecord(QvUriText text) : m_text(std::move(text)), m_form(formOf(m_text.scheme)) {}
   UriRecord(const UriRecord&) = delete;
   UriRecord& operator=(const UriRecord&) = delete;
 
@@ -178,7 +179,7 @@ QvURI* getURI(const QvbString& scheme, const QvbString& host, const QvbString& p
   if (!qvIsUriScheme(scheme.view()))
     return nullptr;
   QvUriText text = buildUri(scheme.view(), host.view(), path.view());
-  if (isScheme(scheme, FileScheme) && host.isEmpty() && !path.view().starts_with('/')) {
+  if (qvbEqualsIgnoreCase(scheme.view(), FileScheme) && host.isEmpty() && !path.view().starts_with('/')) {
     text.authority.reset();
     text.path = qvEncodeUriPath(path.view(), QvPercent::Literal);
   }
@@ -208,7 +209,7 @@ QvURI* getDMSRefURIFromComponents(const QvbString& server, const QvbString& obje
 QvURI* getDataURIFromComponents(const QvbString& scheme, const QvbString& server, const QvbString& dataSource,
                                 const QvbString& dataSourceType, const QvbString& catalog,
                                 const QvbString& schema, const QvbString& table, const QvbString& column) {
-  if (!isDataScheme(scheme) || dataSource.isEmpty())
+  if (!isDataScheme(scheme.view()) || dataSource.isEmpty())
     return nullptr;
   QvUriText text = buildUri(scheme.view(), server.view(), {});
   text.path = '/' + qvEncodeUriName(dataSource.view());
@@ -222,7 +223,7 @@ QvURI* getDataURIFromComponents(const QvbString& scheme, const QvbString& server
 
 bool getDataURIComponentsFromString(const QvbString& text, QvDataURIComponents* components) {
   auto parsed = QvUriText::parse(text.view());
-  if (!parsed || !isDataScheme(toText(parsed->scheme)))
+  if (!parsed || !isDataScheme(parsed->scheme))
     return false;
   UriRecord record(std::move(*parsed));
   *components = componentsOf(record.getScheme(), *record.getDataURI());
@@ -231,11 +232,11 @@ bool getDataURIComponentsFromString(const QvbString& text, QvDataURIComponents* 
 
 // A path that holds a zero byte names no file: the operating system would read another path.
 bool getNativePath(QvURI* uri, QvbString* path) {
-  if (!uri || !isScheme(uri->getScheme(), FileScheme))
+  if (!uri || !qvbEqualsIgnoreCase(uri->getScheme().view(), FileScheme))
     return false;
   const QvbString host = uri->getAuthority();
   const QvbString native = uri->getPath();
-  const bool local = host.isEmpty() || host.compare("localhost", true) == 0;
+  const bool local = host.isEmpty() || qvbEqualsIgnoreCase(host.view(), "localhost");
   if (!local || native.view().find('\0') != std::string_view::npos)
     return false;
   *path = native;

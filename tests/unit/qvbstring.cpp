@@ -11,6 +11,7 @@
 #include <limits>
 #include <new>
 #include <thread>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -452,6 +453,27 @@ TEST(QvbString, HashesAlikeWhatComparesAsEqualWithoutCase) {
   EXPECT_NE(qvbHashIgnoreCase("@"), qvbHashIgnoreCase("`"));
   EXPECT_NE(qvbHashIgnoreCase("["), qvbHashIgnoreCase("{"));
   EXPECT_NE(qvbHashIgnoreCase("\xc4"), qvbHashIgnoreCase("\xe4"));
+}
+
+TEST(QvbString, EqualsWithoutCaseExactlyWhatComparesAsEqual) {
+  EXPECT_TRUE(rc::check([] {
+    const std::string a = *words();
+    const std::string b = *rc::gen::oneOf(words(), rc::gen::just(lowered(a)));
+    RC_ASSERT(qvbEqualsIgnoreCase(a, b) == (lowered(a) == lowered(b)));
+    RC_ASSERT(QvbEqualIgnoreCase()(text(a), text(b)) == qvbEqualsIgnoreCase(a, b));
+    RC_ASSERT(QvbHashIgnoreCase()(text(a)) == qvbHashIgnoreCase(a));
+  }));
+  EXPECT_TRUE(qvbEqualsIgnoreCase({}, ""));
+  EXPECT_FALSE(qvbEqualsIgnoreCase("a", "ab"));
+  EXPECT_FALSE(qvbEqualsIgnoreCase("Ab"sv, "aB\0"sv));
+}
+
+TEST(QvbString, FindsTheKeyOfAHashTableInAnyCase) {
+  std::unordered_set<QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase> keys{"Sales", "", "sales.dbo"};
+  EXPECT_TRUE(keys.contains("SALES"));
+  EXPECT_TRUE(keys.contains(QvbString()));
+  EXPECT_FALSE(keys.contains("sale"));
+  EXPECT_FALSE(keys.insert("Sales.DBO").second);
 }
 
 TEST(QvbString, IsSharedSafelyBetweenThreads) {
