@@ -57,20 +57,28 @@ void put(int* output, int value) noexcept {
     *output = value;
 }
 
+// The system counts years from 1900. That many years travel as months: the last year of all has room for no
+// more.
+QvbDate dateOf(std::time_t time, bool utc, int millisecond) {
+  constexpr int MonthsTo1900 = 1900 * 12;
+  std::tm elements{};
+  QvbDate date;
+  if (utc ? ::gmtime_r(&time, &elements) : ::localtime_r(&time, &elements))
+    date.assign(elements.tm_year, elements.tm_mon + 1 + MonthsTo1900, elements.tm_mday, elements.tm_hour,
+                elements.tm_min, elements.tm_sec, millisecond);
+  return date;
+}
+
 } // namespace
 
 QvbDate QvbDate::currentDate(bool utc) {
   using namespace std::chrono;
   const auto now = floor<milliseconds>(system_clock::now());
   const auto second = floor<seconds>(now);
-  const std::time_t time = system_clock::to_time_t(second);
-  std::tm elements{};
-  utc ? ::gmtime_r(&time, &elements) : ::localtime_r(&time, &elements);
-  QvbDate date;
-  date.assign(elements.tm_year + 1900, elements.tm_mon + 1, elements.tm_mday, elements.tm_hour,
-              elements.tm_min, elements.tm_sec, static_cast<int>((now - second).count()));
-  return date;
+  return dateOf(system_clock::to_time_t(second), utc, static_cast<int>((now - second).count()));
 }
+
+QvbDate QvbDate::fromEpoch(std::int64_t seconds) { return dateOf(seconds, false, 0); }
 
 void QvbDate::assign(int year, int month, int day, int hour, int minute, int second, int millisecond) {
   const std::int64_t time = ((std::int64_t{hour} * 60 + minute) * 60 + second) * 1000 + millisecond;

@@ -3,12 +3,17 @@
 
 #include "qvxbase/qvbstring.h"
 
+#include <cstdint>
+
 class QVPLATFORM_API QvbDate {
 public:
   QvbDate() noexcept = default; // null
 
   // Now, in local time or (utc true) in UTC, to the millisecond.
   static QvbDate currentDate(bool utc = false);
+  // The local time at which so many seconds had passed since 1970-01-01T00:00:00 UTC; null for a moment whose
+  // year is no int.
+  static QvbDate fromEpoch(std::int64_t seconds);
 
   bool isNull() const noexcept { return m_null; }
   void setNull() noexcept { *this = QvbDate(); }

@@ -143,14 +143,14 @@ TEST(QvbDate, OrdersAsTheSecondsDo) {
 }
 
 // The zone's name and rules are read from TZ, so that the offset is known: local time is 3.5 hours behind.
-class QvbDateNow : public testing::Test {
+class QvbDateInAZone : public testing::Test {
 protected:
-  QvbDateNow() {
+  QvbDateInAZone() {
     if (const char* zone = std::getenv("TZ"))
       m_zone = zone;
     setZone("XST3:30");
   }
-  ~QvbDateNow() override { setZone(m_zone); }
+  ~QvbDateInAZone() override { setZone(m_zone); }
 
   static double sinceEpoch() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
@@ -164,7 +164,7 @@ private:
   std::string m_zone;
 };
 
-TEST_F(QvbDateNow, IsTheClockInUtc) {
+TEST_F(QvbDateInAZone, NowIsTheClockInUtc) {
   const double before = sinceEpoch();
   const double now = QvbDate::currentDate(true).asDouble();
   const double after = sinceEpoch();
@@ -172,12 +172,30 @@ TEST_F(QvbDateNow, IsTheClockInUtc) {
   EXPECT_LE(now, after);
 }
 
-TEST_F(QvbDateNow, IsTheClockInLocalTimeUnlessToldOtherwise) {
+TEST_F(QvbDateInAZone, NowIsTheClockInLocalTimeUnlessToldOtherwise) {
   const double before = sinceEpoch();
   const double now = QvbDate::currentDate().asDouble() + 3.5 * 3600;
   const double after = sinceEpoch();
   EXPECT_GE(now, before - 0.001);
   EXPECT_LE(now, after);
+}
+
+TEST_F(QvbDateInAZone, ShowsAMomentSinceTheEpochInLocalTime) {
+  const std::vector<std::pair<std::int64_t, const char*>> table = {
+      {0, "1969-12-31T20:30:00.000"},
+      {1'795'256'130, "2026-11-21T06:45:30.000"},
+      {-1, "1969-12-31T20:29:59.000"},
+      {-62'167'219'200, "-0001-12-31T20:30:00.000"},
+      {253'402'300'800, "9999-12-31T20:30:00.000"},
+  };
+  for (const auto& [seconds, expected] : table)
+    EXPECT_EQ(QvbDate::fromEpoch(seconds).asString(), QvbString(expected));
+}
+
+TEST_F(QvbDateInAZone, AMomentBeyondTheYearsOfTheCalendarIsNull) {
+  EXPECT_EQ(elements(QvbDate::fromEpoch(67'767'976'233'532'799))[0], INT_MAX);
+  EXPECT_TRUE(QvbDate::fromEpoch(INT64_MAX).isNull());
+  EXPECT_TRUE(QvbDate::fromEpoch(INT64_MIN).isNull());
 }
 
 } // namespace
