@@ -3,7 +3,8 @@
 // A remote file is named by a URI ("http", "https" or "file") or a path. Integer results are 0 for success
 // and a small code otherwise. One cache serves the whole process; the functions below hand it out, and all of
 // them may be called from any thread. So may the operations of the cache, and of one that a host supplies; a
-// source provider is called by one thread at a time, under the lock of the cache that owns it.
+// source provider is called by one thread at a time, under the lock of the cache that owns it. While it is
+// called it may ask that cache for other files, but neither flush it nor replace its source.
 #pragma once
 
 #include "qvreposres/export.h"
@@ -18,7 +19,8 @@ public:
 
   // The path of a local copy that is current by the configured interval and that the source has granted to
   // the subject. The cache owns the file: callers read it and leave it alone. It lasts until flush() or the
-  // cache's end. On failure `localFilename` may hold the path of an older copy.
+  // cache's end. On failure `localFilename` may hold the path of an older copy, or of one that could not be
+  // made. The attempt counts for the interval: until it has passed, calls may answer 0 with that path.
   virtual int getCacheFilename(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
                                QvbString* errorText) = 0;
   // Whether the source's modification date differs from that of the cached copy: false when the source has
