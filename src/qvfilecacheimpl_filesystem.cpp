@@ -3,7 +3,6 @@
 #include "guards.h"
 
 #include <array>
-#include <ctime>
 
 namespace {
 
@@ -32,11 +31,8 @@ int RemoteFilesystemFileProvider::getModifiedDate(ASSubject*, const QvbString& n
   NpFileStat stat{};
   if (const int failed = np_fio_stat(name, &stat))
     return failed;
-  const std::time_t modified = stat.modifiedSeconds;
-  std::tm local{};
-  if (localtime_r(&modified, &local))
-    date->assign(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
-                 local.tm_sec, 0);
+  if (const QvbDate modified = QvbDate::fromEpoch(stat.modifiedSeconds); !modified.isNull())
+    *date = modified;
   return 0;
 }
 
