@@ -1,6 +1,7 @@
 // A fresh hit in the file cache beside a lookup written by hand that does the same work.
 #include "qvreposres/qvfilecache.h"
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbreleased.h"
 #include "qvxbase/qvuri.h"
 #include "qvxlog/qvxlog.h"
 
@@ -12,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -22,12 +22,7 @@ namespace {
 
 constexpr int nameCount = 64;
 
-struct SubjectReleaser {
-  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
-};
-using Subject = std::unique_ptr<ASSubject, SubjectReleaser>;
-
-Subject makeSubject() { return Subject(qvbSubjectCreate("somebody", QvbString())); }
+ReleasedSubject makeSubject() { return ReleasedSubject(qvbSubjectCreate("somebody", QvbString())); }
 
 // Files with names of a usual length, gone at the end.
 class Sources {
@@ -58,7 +53,7 @@ private:
 
 void freshHit(benchmark::State& state) {
   const Sources sources;
-  const Subject subject = makeSubject();
+  const ReleasedSubject subject = makeSubject();
   qvbSetConfigOption("BASE/REMOTEFILECACHE_TIMEBETWEENCHECKS", "2000000000");
   FileAccessCache* const cache = getFileCache();
   QvbString local, error;
@@ -83,7 +78,7 @@ struct Copy {
 
 void lookupByHand(benchmark::State& state) {
   const Sources sources;
-  const Subject subject = makeSubject();
+  const ReleasedSubject subject = makeSubject();
   std::map<QvbString, Copy> copies;
   std::mutex mutex;
   const auto keyOf = [](const QvbString& name) {

@@ -3,23 +3,14 @@
 //   build/benchmark/bin/benchmark_lineage
 #include "qvreposres/qvlineage.h"
 #include "qvreposres/qvresourcemgr.h"
+#include "qvxbase/qvbreleased.h"
 
 #include <benchmark/benchmark.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace {
-
-struct ReleaseCaller {
-  template<class T>
-  void operator()(T* object) const {
-    object->release();
-  }
-};
-template<class T>
-using Released = std::unique_ptr<T, ReleaseCaller>;
 
 constexpr std::int64_t dependenciesOfEach = 5;
 

@@ -1,26 +1,13 @@
-// Ownership guards for what ends with release(), for open files and for locks.
+// Ownership guards: beside those of qvbreleased.h, for what ends with release(), the library's own for open files, locks
+// and steps that a scope's end is to take.
 #pragma once
 
 #include "qvsfio/npfio.h"
-#include "qvxbase/qvbsubject.h"
+#include "qvxbase/qvbreleased.h"
 #include "qvxbb/qvlock.h"
 
 #include <memory>
-
-struct ReleaseCaller {
-  template<class T>
-  void operator()(T* object) const {
-    object->release();
-  }
-};
-// Owns an object of the library or the platform that ends with release().
-template<class T>
-using Released = std::unique_ptr<T, ReleaseCaller>;
-
-struct SubjectReleaser {
-  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
-};
-using ReleasedSubject = std::unique_ptr<ASSubject, SubjectReleaser>;
+#include <utility>
 
 struct FileDiscarder {
   void operator()(NpFile* file) const { np_fio_discard(file); }
@@ -34,7 +21,9 @@ struct LockDestroyer {
 // Owns a platform lock; null when none could be made.
 using OwnedLock = std::unique_ptr<QvLock, LockDestroyer>;
 
-// Holds a platform lock, which may be null, for its own life.
+// Holds a platform lock, which may be null, for its own life. The lock excludes every other thread in both modes, and
+// what runs under either may write: refresh() of the definition manager, which every lookup begins with, rebuilds what
+// the manager knows under the reader's. The mode is what the operation is for its caller.
 class LockGuard {
 public:
   static constexpr int ReaderMode = 0;
@@ -47,4 +36,17 @@ public:
 
 private:
   QvLock* m_lock;
+};
+
+// Takes a step when its scope ends, however that comes about.
+template<class Step>
+class ScopeExit {
+public:
+  explicit ScopeExit(Step step) : m_step(std::move(step)) {}
+  ~ScopeExit() { m_step(); }
+  ScopeExit(const ScopeExit&) = delete;
+  ScopeExit& operator=(const ScopeExit&) = delete;
+
+private:
+  Step m_step;
 };

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr const char* sourceName = "src/qvreposerializecontextimpl";
+constexpr const char* logSource = "src/qvreposerializecontextimpl";
 constexpr const char* xmlDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 constexpr const char* documentElement = "morvaxeldocument";
 constexpr const char* containerElement = "RepositoryMetadataObject";
@@ -66,18 +66,6 @@ QvDomNode startDocument(QvDom& document, const QvbString& objectType, bool relat
   root.setAttributeValue("version", "1.0");
   return root.addChild(objectType);
 }
-
-template<class Action>
-class ScopeEnd {
-public:
-  explicit ScopeEnd(Action action) : m_action(action) {}
-  ~ScopeEnd() { m_action(); }
-  ScopeEnd(const ScopeEnd&) = delete;
-  ScopeEnd& operator=(const ScopeEnd&) = delete;
-
-private:
-  Action m_action;
-};
 
 } // namespace
 
@@ -179,19 +167,19 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::deSerialize(const 
     return nullptr;
   Objects made;
   m_madeByDocument = &made;
-  const ScopeEnd end([this] { m_madeByDocument = nullptr; });
+  const ScopeExit end([this] { m_madeByDocument = nullptr; });
   return readObjects(container, message);
 }
 
 // The element whose children are the document's objects. Only first children are searched for it.
 QvDomNode RepositorySerializationContextImpl::findContainer(const QvDomNode& root) const {
-  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__, "Reading root node: %s", root.getName());
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Reading root node: %s", root.getName());
   if (same(root.getName(), documentElement))
     return root;
   QvDomNode node = root.getFirstChild(false);
-  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__, "Reading node: %s", node.getName());
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Reading node: %s", node.getName());
   for (; !node.null(); node = node.getFirstChild(false)) {
-    m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__, "Comparing node: %s to \"%s\"",
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Comparing node: %s to \"%s\"",
                        node.getName(), containerElement);
     if (same(node.getName(), containerElement))
       return node;
@@ -204,7 +192,7 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::readObjects(const 
   QvbString rootId;
   for (QvDomNode node = container.getFirstChild(false); !node.null(); node = node.getNextSibling(false)) {
     if (!readObjectFromNode(&rootId, &node, message)) {
-      m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__, "Error reading object from node: %s",
+      m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Error reading object from node: %s",
                          message);
       break;
     }
@@ -226,7 +214,7 @@ RepositorySerializationContextImpl::readObject(QvbString* rootId, const QvDomNod
     return {};
   const QvbString id = idOf(node);
   if (id.isEmpty()) {
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                        "Object cannot be created as it has no Id: %s", type);
     return {};
   }
@@ -237,7 +225,7 @@ RepositorySerializationContextImpl::readObject(QvbString* rootId, const QvDomNod
   if (rootId && rootId->isEmpty())
     *rootId = object->getId();
   const bool isOpened = m_open.insert(object).second;
-  const ScopeEnd end([&] {
+  const ScopeExit end([&] {
     if (isOpened)
       m_open.erase(object);
   });
@@ -260,7 +248,7 @@ void RepositorySerializationContextImpl::readContent(RepositoryMetadataObject* o
 void RepositorySerializationContextImpl::readAssociation(RepositoryMetadataObject* object, QvbString* rootId,
                                                          const QvDomNode& association, QvbString* message) {
   Objects open = std::exchange(m_open, {});
-  const ScopeEnd end([&] { m_open.swap(open); });
+  const ScopeExit end([&] { m_open.swap(open); });
   for (QvDomNode node = association.getFirstChild(false); !node.null(); node = node.getNextSibling(false))
     if (RepositoryMetadataObject* associated = readObject(rootId, node, message).object)
       object->addAssociatedObject(association.getName(), associated);
@@ -335,7 +323,7 @@ bool RepositorySerializationContextImpl::setEventObjectInfo(const QvbString& pat
 
 int RepositorySerializationContextImpl::logEvent(RepositoryActionLogStatus status, const QvbString& message) {
   const int result = m_eventHandler ? m_eventHandler->actionLogged(status, m_eventObjectInfo, message) : 0;
-  m_logger->logEvent(levelOf(status), sourceName, __LINE__, message.asCstr());
+  m_logger->logEvent(levelOf(status), logSource, __LINE__, message.asCstr());
   return result;
 }
 
@@ -347,7 +335,7 @@ bool RepositorySerializationContextImpl::clear() {
   m_importProperties.clear();
   m_eventHandler = nullptr;
   m_eventObjectInfo = "";
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, sourceName, __LINE__,
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                      "Cleared context to prepare for object export transaction.");
   return true;
 }

@@ -4,6 +4,7 @@
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvbreleased.h"
 #include "qvxdom/qvdom.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
@@ -11,21 +12,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
-
-struct Releaser {
-  template<class T>
-  void operator()(T* object) const {
-    object->release();
-  }
-};
-template<class T>
-using Owned = std::unique_ptr<T, Releaser>;
 
 constexpr int rounds = 1000;
 constexpr const char* names[] = {"Sales", "Orders", "Stock"};
@@ -68,8 +59,8 @@ private:
   }
 
   // The definition of that name, or a new one.
-  Owned<QvReposConfiguration> start(const char* definitionName) {
-    Owned<QvReposConfiguration> found(m_manager->getConfigurationByName(definitionName));
+  Released<QvReposConfiguration> start(const char* definitionName) {
+    Released<QvReposConfiguration> found(m_manager->getConfigurationByName(definitionName));
     if (!found)
       found.reset(m_manager->createConfiguration(definitionName, QvReposConfigTypeSystem));
     return found;
@@ -88,7 +79,7 @@ private:
 
   const int m_number;
   int m_saved = 0;
-  Owned<QvReposConfigManager> m_manager;
+  Released<QvReposConfigManager> m_manager;
 };
 
 // Whether the file is gone, or is a definition with all of its elements.
@@ -108,7 +99,7 @@ bool isWholeOrGone(const QvbString& path) {
 
 // The number of definition files in the folder, negative when one of them is not whole.
 int readFolder(const QvbString& folder) {
-  const Owned<QvbDirectory> directory(qvbDirectoryOpen(folder, 0, nullptr));
+  const Released<QvbDirectory> directory(qvbDirectoryOpen(folder, 0, nullptr));
   int files = 0;
   while (directory && directory->next())
     if (directory->getName().right(3) == "rcf") {
