@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr const char* sourceName = "src/lineagefactory";
+constexpr const char* logSource = "src/lineagefactory";
 constexpr std::string_view syscatSeparator = " - ";
 constexpr std::size_t mostTablesRemembered = 8192;
 
@@ -135,7 +135,7 @@ bool LineageResourceResolver::fileExists(const QvbString& path) const {
 }
 
 bool LineageResourceResolver::getUnifiedRepositoryName(QvbString*) {
-  m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__,
+  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                      "Unable to get Unified Repository name in Resource Resolver.");
   return false;
 }
@@ -157,7 +157,7 @@ bool LineageResourceResolver::resolveResource(const QvbString& type, const QvbSt
 
 void LineageResourceResolver::resolveMasterDataProject(const QvbString& type, const QvbString& id,
                                                        QvbString* name, QvbString* reference) const {
-  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                      "Processing MDMProject resolveResource with Id=%s, and Type=%s", id, type);
   if (!isIdentityDocument(id))
     return;
@@ -167,7 +167,7 @@ void LineageResourceResolver::resolveMasterDataProject(const QvbString& type, co
     return;
   *reference = project;
   *name = project;
-  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                      "Setting MDMProject resolveResource with OutputURI=%s, and outputName=%s", *reference,
                      *name);
 }
@@ -185,7 +185,7 @@ bool LineageResourceResolver::getResourceLocation(const QvbString& name, const Q
   writeIfAny(name, outputName);
   if ((this->*locatorOf(type))({identity, type, outputName, outputURI}))
     return true;
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, sourceName, __LINE__,
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                      "Unable to getResourceLocation() with Id=%s, and Type=%s.", identity, type);
   return false;
 }
@@ -280,7 +280,7 @@ bool LineageResourceResolver::locateUnifiedObject(const Lookup& lookup) const {
   QvbString uuid;
   if (Manager(createQvResourceManager())
           ->getUnifiedObjectFromResourceId(lookup.identity, &repository, &type, &id, &uuid))
-    m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Unable to obtain resource location for %s", lookup.identity);
   return locateByURI(lookup);
 }
@@ -297,13 +297,13 @@ bool LineageResourceResolver::locateFile(const Lookup& lookup) const {
 }
 
 bool LineageResourceResolver::locateUnknownType(const Lookup& lookup) const {
-  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                      "Assume file resource type with Id=%s, and Type=%s.", lookup.identity, lookup.type);
   return locatePath(lookup.identity, lookup.uri);
 }
 
 bool LineageResourceResolver::locateMasterDataProject(const Lookup& lookup) const {
-  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                      "Processing MDMProject getResourceLocation() with Id=%s, and Type=%", lookup.identity,
                      lookup.type);
   if (!isIdentityDocument(lookup.identity))
@@ -311,12 +311,12 @@ bool LineageResourceResolver::locateMasterDataProject(const Lookup& lookup) cons
   QvbString filename;
   QvbString project("");
   if (!Manager(createQvResourceManager())->getFilenameFromResourceId(lookup.identity, &filename, &project)) {
-    m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Error setting MDMProject getResourceLocation() with values=%s", project);
     return false;
   }
   *lookup.uri = project;
-  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                      "Setting MDMProject getResourceLocation() with OutputURI=%s", *lookup.uri);
   return true;
 }
@@ -329,7 +329,7 @@ bool LineageResourceResolver::locateByURI(const Lookup& lookup) const {
   *lookup.uri = lookup.identity;
   if (!uri->getReposURI())
     return true;
-  m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__,
+  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                      "Unable to obtain resource location from repos URI: %s", uri->asString());
   return false;
 }
@@ -345,7 +345,7 @@ QvResource* LineageResourceResolver::getResourceFromURI(const QvbString& text) {
       resource = newResource(source.table, type, identity);
   }
   if (!resource)
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                        "Unable to get resource for given URI=%s.", text);
   return resource;
 }

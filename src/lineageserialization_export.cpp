@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr const char* sourceName = "src/lineageserialization";
+constexpr const char* logSource = "src/lineageserialization";
 
 bool same(const QvbString& a, const QvbString& b) { return a.compare(b, true) == 0; }
 
@@ -76,7 +76,7 @@ void LineageSerializationImpl::progress(const char* stage) {
 bool LineageSerializationImpl::fail(const char* reason, QvbString* message) {
   if (message)
     *message = reason;
-  m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__, "%s", reason);
+  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", reason);
   return false;
 }
 
@@ -184,7 +184,7 @@ bool LineageSerializationImpl::nameByLocation(RepositorySerializationContext* co
   QvbString label;
   QvbString location;
   if (!m_resolver->getResourceLocation(name, identity, type, &label, &location)) {
-    m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Using %s as identity, unable to find resource location.", identity);
     return false;
   }
@@ -192,7 +192,7 @@ bool LineageSerializationImpl::nameByLocation(RepositorySerializationContext* co
   const QvbString serverIdentity = getResourceDMServerIdentity(location, type);
   const QvbString& id = same(serverIdentity, location) ? location : serverIdentity;
   element->addAttribute(REL_RES_ATTR_ID, id);
-  m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__, "Setting %s identity as: %s", identity, id);
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Setting %s identity as: %s", identity, id);
   if (same(type, "Table"))
     populateResourceDataPath(context, element, location);
   return true;
@@ -201,7 +201,7 @@ bool LineageSerializationImpl::nameByLocation(RepositorySerializationContext* co
 QvbString LineageSerializationImpl::getResourceDMServerIdentity(const QvbString& identity,
                                                                 const QvbString& resourceType) {
   if (!isServerJob(resourceType)) {
-    m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Unable to obtain server identity for: id=%s, type=%s", identity, resourceType);
     return identity;
   }
@@ -214,10 +214,10 @@ QvbString LineageSerializationImpl::getResourceDMServerIdentity(const QvbString&
       result = reference;
   }
   if (!result.isEmpty())
-    m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Identity found for: id=%s, type=%s, identity=%s", identity, resourceType, result);
   else
-    m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Unable to create server identity for: id=%s, type=%s", identity, resourceType);
   return result;
 }
@@ -225,20 +225,20 @@ QvbString LineageSerializationImpl::getResourceDMServerIdentity(const QvbString&
 QvbString LineageSerializationImpl::getServerReference(const QvbString& server, const QvbString& identity,
                                                        const QvbString& resourceType) {
   if (server.isEmpty()) {
-    m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Empty DMS Server Name configuration option from %s: id=%s, type=%s",
                        DMServerOptionNameKey, identity, resourceType);
     return {};
   }
   const Released<QvURI> uri(getURIFromURIString(identity));
   if (!uri) {
-    m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Unable to obtain object URI for: id=%s, type=%s", identity, resourceType);
     return {};
   }
   QvReposURI* object = uri->getReposURI();
   if (!object) {
-    m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Unable to obtain object Repos URI for: id=%s, type=%s", identity, resourceType);
     return {};
   }
@@ -253,13 +253,13 @@ QvbString LineageSerializationImpl::makeServerReference(const QvbString& server,
                                                         const QvbString& identity,
                                                         const QvbString& resourceType) {
   if (objectPath.isEmpty()) {
-    m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "URI path length invalid for DMS Ref URI: id=%s, type=%s", identity, resourceType);
     return {};
   }
   const Released<QvURI> reference(getDMSRefURIFromComponents(server, objectPath, ""));
   if (!reference) {
-    m_logger->logEvent(QvLoggingLevel::Trace, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Unable to obtain object DMS Ref URI for: id=%s, type=%s", identity, resourceType);
     return {};
   }
@@ -274,7 +274,7 @@ QvbString LineageSerializationImpl::makeServerReference(const QvbString& server,
 void LineageSerializationImpl::setReferenceParameter(QvURI* reference, const QvbString& name,
                                                      const QvbString& value) {
   if (!reference->setParameter(name, value))
-    m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__, "%s", reference->getErrorText());
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", reference->getErrorText());
 }
 
 bool LineageSerializationImpl::populateResourceDataPath(RepositorySerializationContext* context,

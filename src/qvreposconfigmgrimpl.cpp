@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr const char* sourceName = "src/qvreposconfigmgrimpl";
+constexpr const char* logSource = "src/qvreposconfigmgrimpl";
 constexpr const char* fileExtension = "rcf";
 constexpr int newFolderMode = 8;
 
@@ -100,10 +100,10 @@ private:
   bool isFirstOfName(QvReposConfiguration& definition) {
     const bool isFirst = m_names.insert(definition.getName()).second;
     if (!isFirst) {
-      m_logger->logEvent(QvLoggingLevel::Lifecycle, sourceName, __LINE__,
+      m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                          "A definition named \"%s\" already exists and will not be loaded.",
                          definition.getName());
-      m_logger->logEvent(QvLoggingLevel::Anomaly, sourceName, __LINE__,
+      m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__,
                          "The definition file \"%s\" will not be loaded because a definition with that name "
                          "already exists.",
                          definition.getFilename());
@@ -129,7 +129,7 @@ void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString*
 QvReposConfigManagerImpl::QvReposConfigManagerImpl()
     : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.ReposConfigMgr")), m_lock(qvLockCreate(0, 1)) {
   if (!m_lock)
-    m_logger->logEvent(QvLoggingLevel::Critical, sourceName, __LINE__,
+    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
                        "Failed to create repos config file manager lock");
   initFileList();
 }
@@ -259,15 +259,15 @@ bool QvReposConfigManagerImpl::createDirectoryIfNotExist(const QvbString& path, 
     return true;
   if (found != NP_FIO_NOT_FOUND) {
     *error = qvbStringFormat("Error accessing path %s (%d): %s", path, found, np_fio_errdesc(found));
-    m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__, "%s", *error);
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error);
     return false;
   }
   if (const int made = np_dir_create(path, newFolderMode)) {
     *error = qvbStringFormat("Error creating directory %s (%d)", path, made);
-    m_logger->logEvent(QvLoggingLevel::Error, sourceName, __LINE__, "%s", *error);
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error);
     return false;
   }
-  m_logger->logEvent(QvLoggingLevel::Success, sourceName, __LINE__,
+  m_logger->logEvent(QvLoggingLevel::Success, logSource, __LINE__,
                      "Created repository definition directory %s", path);
   return true;
 }
