@@ -1,6 +1,7 @@
-# How every target of this project is compiled: warnings, sanitizers, coverage.
+# How every target of this project is compiled: warnings, sanitizers, coverage. No function of ours is meant to be
+# replaced by another one of its name, so that calls within a library need not go through its table of symbols.
 add_library(qv_compile INTERFACE)
-target_compile_options(qv_compile INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+target_compile_options(qv_compile INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -fno-semantic-interposition)
 if(QVREPOSRES_WERROR)
   target_compile_options(qv_compile INTERFACE -Werror)
 endif()
@@ -16,8 +17,9 @@ if(QVREPOSRES_COVERAGE)
   target_link_options(qv_compile INTERFACE --coverage)
 endif()
 
-# What a shared library of ours shows: see cmake/exports.map.
+# What a shared library of ours shows: see cmake/exports.map. Its own functions it finds without asking.
 function(qv_restrict_exports target)
-  target_link_options(${target} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map
+                                        -Wl,-Bsymbolic-functions)
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 endfunction()

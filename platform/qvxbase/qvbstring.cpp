@@ -47,16 +47,6 @@ struct QvbString::Rep {
     text()[value] = '\0';
   }
   bool isUnshared() const noexcept { return this != empty() && count.load(std::memory_order_acquire) == 1; }
-
-  static Rep* retain(Rep* rep) noexcept {
-    if (rep && rep != empty())
-      rep->count.fetch_add(1, std::memory_order_relaxed);
-    return rep;
-  }
-  static void release(Rep* rep) noexcept {
-    if (rep && rep != empty() && rep->count.fetch_sub(1, std::memory_order_acq_rel) == 1)
-      ::operator delete(rep);
-  }
 };
 
 QvbString::Rep* QvbString::Rep::empty() noexcept {
@@ -165,18 +155,14 @@ QvbString::QvbString(const char* bytes, std::size_t count)
 
 QvbString::QvbString(std::string_view text) : m_rep(Rep::make(text)) {}
 
-QvbString::QvbString(const QvbString& other) noexcept : m_rep(Rep::retain(other.m_rep)) {}
+void QvbString::retain() const noexcept {
+  if (m_rep != Rep::empty())
+    m_rep->count.fetch_add(1, std::memory_order_relaxed);
+}
 
-QvbString::QvbString(QvbString&& other) noexcept : m_rep(std::exchange(other.m_rep, nullptr)) {}
-
-QvbString::~QvbString() { Rep::release(m_rep); }
-
-QvbString& QvbString::operator=(const QvbString& other) noexcept { return *this = QvbString(other); }
-
-QvbString& QvbString::operator=(QvbString&& other) noexcept {
-  Rep* const taken = std::exchange(other.m_rep, nullptr);
-  Rep::release(std::exchange(m_rep, taken));
-  return *this;
+void QvbString::release() const noexcept {
+  if (m_rep != Rep::empty() && m_rep->count.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    ::operator delete(m_rep);
 }
 
 QvbString::Index QvbString::length() const noexcept { return m_rep ? static_cast<Index>(m_rep->length) : 0; }
@@ -186,8 +172,6 @@ const char* QvbString::asCstr() const noexcept { return m_rep ? m_rep->text() : 
 std::string_view QvbString::view() const noexcept {
   return m_rep ? std::string_view(m_rep->text(), m_rep->length) : std::string_view("");
 }
-
-void QvbString::setNull() noexcept { Rep::release(std::exchange(m_rep, nullptr)); }
 
 QvbString& QvbString::assign(const char* text) { return *this = QvbString(text); }
 
@@ -230,10 +214,11 @@ QvbString& QvbString::append(std::string_view text) {
   if (m_rep && m_rep->isUnshared() && total <= m_rep->capacity) {
     std::memmove(m_rep->text() + old.size(), text.data(), text.size());
   } else {
-    Rep* const grown = Rep::make(std::min(std::max(total, old.size() * 2), Rep::MaxLength));
-    std::memcpy(grown->text(), old.data(), old.size());
-    std::memcpy(grown->text() + old.size(), text.data(), text.size());
-    Rep::release(std::exchange(m_rep, grown));
+    QvbString grown;
+    grown.m_rep = Rep::make(std::min(std::max(total, old.size() * 2), Rep::MaxLength));
+    std::memcpy(grown.m_rep->text(), old.data(), old.size());
+    std::memcpy(grown.m_rep->text() + old.size(), text.data(), text.size());
+    std::swap(m_rep, grown.m_rep);
   }
   m_rep->setLength(total);
   return *this;

@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
 class QVPLATFORM_API QvbString {
 public:
@@ -25,11 +26,21 @@ public:
   QvbString(const char* bytes, std::size_t count);
   // Never null, even for a view of no bytes.
   explicit QvbString(std::string_view text);
-  QvbString(const QvbString& other) noexcept;
-  QvbString(QvbString&& other) noexcept;
-  ~QvbString();
-  QvbString& operator=(const QvbString& other) noexcept;
-  QvbString& operator=(QvbString&& other) noexcept;
+  QvbString(const QvbString& other) noexcept : m_rep(other.m_rep) {
+    if (m_rep)
+      retain();
+  }
+  QvbString(QvbString&& other) noexcept : m_rep(std::exchange(other.m_rep, nullptr)) {}
+  ~QvbString() {
+    if (m_rep)
+      release();
+  }
+  QvbString& operator=(const QvbString& other) noexcept { return *this = QvbString(other); }
+  QvbString& operator=(QvbString&& other) noexcept {
+    QvbString taken(std::move(other));
+    std::swap(m_rep, taken.m_rep);
+    return *this;
+  }
 
   bool isNull() const noexcept { return !m_rep; }
   bool isEmpty() const noexcept { return length() == 0; }
@@ -41,7 +52,7 @@ public:
   // The same bytes, embedded zeros included, valid as long as asCstr().
   std::string_view view() const noexcept;
 
-  void setNull() noexcept;
+  void setNull() noexcept { *this = QvbString(); }
   QvbString& assign(const char* text);
   QvbString& assign(const QvbString& text) noexcept;
   // Decimal text.
@@ -86,7 +97,12 @@ public:
   friend bool operator==(const QvbString& a, const QvbString& b) noexcept { return a.view() == b.view(); }
 
 private:
-  struct Rep;
+  struct QVPLATFORM_HIDDEN Rep;
+
+  // Neither is for a null text.
+  void retain() const noexcept;
+  void release() const noexcept;
+
   Rep* m_rep = nullptr;
 };
 
