@@ -69,8 +69,8 @@ void FileAccessCacheImpl::makeCacheDirectory() {
                        m_cacheName);
     return;
   }
-  m_cacheDirectory.assign(path.data());
   np_dir_close(directory);
+  m_cacheDirectory.assign(path.data());
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Created temp directory for cache: %s",
                      m_cacheDirectory);
 }
