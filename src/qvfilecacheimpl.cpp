@@ -130,7 +130,9 @@ bool FileAccessCacheImpl::generateLocalFilename(FileAccessCacheEntry* entry) {
   const std::unique_ptr<char[]> path(new (std::nothrow) char[size]());
   if (!path)
     return true;
-  if (np_fio_pcat(m_cacheDirectory.asCstr(), name.asCstr(), path.get(), size) != NP_FIO_OK)
+  // Without its folder the cache copies nothing: the name alone would be a file of the working folder.
+  if (m_cacheDirectory.isEmpty() ||
+      np_fio_pcat(m_cacheDirectory.asCstr(), name.asCstr(), path.get(), size) != NP_FIO_OK)
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s",
                        qvbStringFormat("Error building path for target \"%s\" folder with \"%s\" name",
                                        m_cacheDirectory, name));
