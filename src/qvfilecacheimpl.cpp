@@ -270,9 +270,13 @@ int FileAccessCacheImpl::addFileToCache(ASSubject* subject, const QvbString& nam
   }
   QvbDate date;
   provider->getModifiedDate(subject, name, &date, errorText, false);
-  if (FileAccessCacheEntry* entry = findEntry(name))
-    return refetchExisting(subject, name, *entry, date, localFilename, provider);
+  FileAccessCacheEntry* const existing = findEntry(name);
+  return existing ? refetchExisting(subject, name, *existing, date, localFilename, provider)
+                  : fetchNew(subject, name, date, localFilename, provider);
+}
 
+int FileAccessCacheImpl::fetchNew(ASSubject* subject, const QvbString& name, const QvbDate& date,
+                                  QvbString* localFilename, FileAccessCacheSourceProvider* provider) {
   if (const int failed = setFileCacheModifiedDate(name, date)) {
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Unable to set file cache modified date on %s", name);
@@ -337,26 +341,10 @@ int FileAccessCacheImpl::setFileCacheModifiedDate(const QvbString& name, const Q
     updateCachedEntryDate(existing);
     return 0;
   }
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "setFileCacheModifiedDate: Creating new cache entry for %s", name);
-  Released<FileAccessCacheEntry> entry(new (std::nothrow) FileAccessCacheEntry);
-  if (!entry) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "setFileCacheModifiedDate: Error creating cache entry for %s", name);
-    return 1;
-  }
-  entry->remoteFilename = name;
-  entry->modifiedDate = date;
-  if (!generateLocalFilename(entry.get())) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "generateLocalFilename: Error creating cache entry name for %s", name);
-    return 1;
-  }
-  updateCachedEntryDate(entry.get());
-  m_entries.emplace(name, std::move(entry));
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "setFileCacheModifiedDate: Added new cache entry: %s , %s", name, name);
-  return 0;
+  FileAccessCacheEntry fields;
+  fields.modifiedDate = date;
+  updateCachedEntryDate(&fields);
+  return addEntry("setFileCacheModifiedDate", name, std::move(fields)) ? 0 : 1;
 }
 
 bool FileAccessCacheImpl::setFileCacheLocalName(const QvbString& name, const QvbString& localName) {
@@ -364,21 +352,32 @@ bool FileAccessCacheImpl::setFileCacheLocalName(const QvbString& name, const Qvb
     existing->localFilename = localName;
     return true;
   }
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "setFileCacheLocalName: Creating new cache entry for %s", name);
-  Released<FileAccessCacheEntry> entry(new (std::nothrow) FileAccessCacheEntry);
+  FileAccessCacheEntry fields;
+  fields.localFilename = localName;
+  return addEntry("setFileCacheLocalName", name, std::move(fields));
+}
+
+// Adds an entry of these fields under a name that has none, with a local file of its own.
+bool FileAccessCacheImpl::addEntry(const char* operation, const QvbString& name,
+                                   FileAccessCacheEntry&& fields) {
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "%s: Creating new cache entry for %s",
+                     operation, name);
+  Released<FileAccessCacheEntry> entry(new (std::nothrow) FileAccessCacheEntry(std::move(fields)));
   if (!entry) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "setFileCacheLocalName: Error creating cache entry for %s", name);
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s: Error creating cache entry for %s",
+                       operation, name);
     return false;
   }
   entry->remoteFilename = name;
-  entry->localFilename = localName;
-  const bool named = generateLocalFilename(entry.get());
+  if (!generateLocalFilename(entry.get())) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "generateLocalFilename: Error creating cache entry name for %s", name);
+    return false;
+  }
   m_entries.emplace(name, std::move(entry));
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "setFileCacheLocalName: Added new cache entry: %s , %s", name, name);
-  return named;
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "%s: Added new cache entry: %s , %s",
+                     operation, name, name);
+  return true;
 }
 
 bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {

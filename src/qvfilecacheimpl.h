@@ -20,6 +20,8 @@ struct FileAccessCacheEntry {
   std::vector<QvbString> authorizedUsers;
   FileAccessCacheSourceProvider* sourceProvider = nullptr; // comes before the choice by name; not owned
 
+  // Ends an entry that was made with new, and none of its sources. An owner that may be empty asks first, as Released
+  // does.
   void release() { delete this; }
   // Whether the source has let the subject through; false for a subject without information.
   bool isUserAuthorized(ASSubject* subject, QvbString* errorText) const;
@@ -76,6 +78,9 @@ private:
   void readTimeBetweenChecks();
   FileAccessCacheEntry* findEntry(const QvbString& name) const;
   bool isFresh(const FileAccessCacheEntry& entry) const;
+  bool addEntry(const char* operation, const QvbString& name, FileAccessCacheEntry&& fields);
+  int fetchNew(ASSubject* subject, const QvbString& name, const QvbDate& date, QvbString* localFilename,
+               FileAccessCacheSourceProvider* provider);
   int refetchExisting(ASSubject* subject, const QvbString& name, FileAccessCacheEntry& entry,
                       const QvbDate& date, QvbString* localFilename, FileAccessCacheSourceProvider* provider);
   bool discardEntries();
