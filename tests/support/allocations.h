@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 struct Allocations {
   // The allocations that still succeed; negative for no limit.
@@ -11,6 +12,8 @@ struct Allocations {
   static inline std::size_t failingSize = 0;
   // The same for the next one that asks for null instead of an exception: few do, so none is met by chance.
   static inline std::size_t failingNothrowSize = 0;
+  // The one of these that fails after it.
+  static inline std::size_t nextFailingNothrowSize = 0;
 
   static bool mayHave(std::size_t size) {
     if (left == 0)
@@ -27,7 +30,7 @@ struct Allocations {
 // Kept out of line: the compiler takes an inlined half of the pair for a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   if (size == Allocations::failingNothrowSize) {
-    Allocations::failingNothrowSize = 0;
+    Allocations::failingNothrowSize = std::exchange(Allocations::nextFailingNothrowSize, 0);
     return nullptr;
   }
   return Allocations::mayHave(size) ? std::malloc(size) : nullptr;
