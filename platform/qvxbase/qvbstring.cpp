@@ -123,11 +123,25 @@ Number parseNumber(std::string_view text, bool* ok) noexcept {
   return value;
 }
 
-// Eight bytes with their ASCII upper-case letters made lower-case.
-std::uint64_t foldedWord(const char* bytes, std::size_t count) noexcept {
-  constexpr std::uint64_t every = 0x0101010101010101;
+std::uint64_t wordAt(const char* bytes) noexcept {
   std::uint64_t word = 0;
-  std::memcpy(&word, bytes, count);
+  std::memcpy(&word, bytes, sizeof word);
+  return word;
+}
+
+// The last eight bytes, some of which may belong to the word before; of a shorter text all bytes, then zeros.
+std::uint64_t lastWord(std::string_view text) noexcept {
+  if (text.size() >= sizeof(std::uint64_t))
+    return wordAt(text.data() + text.size() - sizeof(std::uint64_t));
+  std::uint64_t word = 0;
+  for (; !text.empty(); text.remove_suffix(1))
+    word = word << 8 | static_cast<unsigned char>(text.back());
+  return word;
+}
+
+// Eight bytes with their ASCII upper-case letters made lower-case.
+constexpr std::uint64_t folded(std::uint64_t word) noexcept {
+  constexpr std::uint64_t every = 0x0101010101010101;
   const std::uint64_t low = word & (every * 0x7f);
   const std::uint64_t fromA = low + every * (0x80 - 'A');
   const std::uint64_t beyondZ = low + every * (0x7f - 'Z');
@@ -135,15 +149,26 @@ std::uint64_t foldedWord(const char* bytes, std::size_t count) noexcept {
   return word | (upper >> 2);
 }
 
+// The first byte is a word's lowest.
+int compareFolded(std::uint64_t a, std::uint64_t b) noexcept {
+  if (a == b)
+    return 0;
+  const std::uint64_t left = __builtin_bswap64(folded(a));
+  const std::uint64_t right = __builtin_bswap64(folded(b));
+  return (left > right) - (left < right);
+}
+
 int compareFolded(std::string_view a, std::string_view b) noexcept {
   const std::size_t common = std::min(a.size(), b.size());
-  for (std::size_t i = 0; i < common; ++i) {
-    const int left = static_cast<unsigned char>(toLower(a[i]));
-    const int right = static_cast<unsigned char>(toLower(b[i]));
-    if (left != right)
-      return left - right;
+  int order = 0;
+  if (a.data() != b.data()) {
+    std::size_t at = 0;
+    for (; order == 0 && at + sizeof(std::uint64_t) < common; at += sizeof(std::uint64_t))
+      order = compareFolded(wordAt(a.data() + at), wordAt(b.data() + at));
+    if (order == 0)
+      order = compareFolded(lastWord(a.substr(0, common)), lastWord(b.substr(0, common)));
   }
-  return (a.size() > b.size()) - (a.size() < b.size());
+  return order != 0 ? order : (a.size() > b.size()) - (a.size() < b.size());
 }
 
 } // namespace
@@ -298,12 +323,14 @@ int QvbString::compare(const char* other, bool ignoreCase) const noexcept {
 }
 
 std::size_t qvbHashIgnoreCase(std::string_view text) noexcept {
-  constexpr std::uint64_t multiplier = 0x9e3779b97f4a7c15;
-  std::uint64_t hash = text.size() * multiplier;
-  for (; !text.empty(); text.remove_prefix(std::min<std::size_t>(text.size(), 8))) {
-    hash = (hash ^ foldedWord(text.data(), std::min<std::size_t>(text.size(), 8))) * multiplier;
+  std::uint64_t hash = text.size();
+  const auto add = [&hash](std::uint64_t word) {
+    hash = (hash ^ folded(word)) * 0x9e3779b97f4a7c15;
     hash ^= hash >> 29;
-  }
+  };
+  for (std::size_t at = 0; at + sizeof(std::uint64_t) < text.size(); at += sizeof(std::uint64_t))
+    add(wordAt(text.data() + at));
+  add(lastWord(text));
   return hash;
 }
 

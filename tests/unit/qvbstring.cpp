@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdio>
 #include <limits>
 #include <new>
@@ -453,6 +454,30 @@ TEST(QvbString, HashesAlikeWhatComparesAsEqualWithoutCase) {
   EXPECT_NE(qvbHashIgnoreCase("@"), qvbHashIgnoreCase("`"));
   EXPECT_NE(qvbHashIgnoreCase("["), qvbHashIgnoreCase("{"));
   EXPECT_NE(qvbHashIgnoreCase("\xc4"), qvbHashIgnoreCase("\xe4"));
+}
+
+// Texts of every length and alignment, alike but for the case of letters and at most one byte.
+TEST(QvbString, ComparesWithoutCaseLikeTheLowerCaseTexts) {
+  EXPECT_TRUE(rc::check([] {
+    const std::string bytes = *rc::gen::oneOf(words(), rc::gen::arbitrary<std::string>());
+    std::string other = bytes;
+    for (char& c : other)
+      if (std::isalpha(static_cast<unsigned char>(c)) && *rc::gen::arbitrary<bool>())
+        c = static_cast<char>(c ^ 0x20);
+    if (!other.empty() && *rc::gen::arbitrary<bool>())
+      other[*rc::gen::inRange<std::size_t>(0, other.size())] = *rc::gen::arbitrary<char>();
+    const auto a = std::string_view(bytes).substr(*rc::gen::inRange<std::size_t>(0, bytes.size() + 1));
+    const auto b = std::string_view(other).substr(bytes.size() - a.size());
+    const auto cut = b.substr(0, *rc::gen::inRange<std::size_t>(0, b.size() + 1));
+    for (const std::string_view second : {b, cut, a}) {
+      const int order = signOf(lowered(std::string(a)).compare(lowered(std::string(second))));
+      RC_ASSERT(signOf(QvbString(a).compare(second, true)) == order);
+      RC_ASSERT(signOf(QvbString(second).compare(a, true)) == -order);
+      RC_ASSERT(qvbEqualsIgnoreCase(a, second) == (order == 0));
+      RC_ASSERT(order != 0 || qvbHashIgnoreCase(a) == qvbHashIgnoreCase(second));
+    }
+    RC_ASSERT(signOf(QvbString(a).compare(a.substr(0, cut.size()), true)) == (cut.size() < a.size()));
+  }));
 }
 
 TEST(QvbString, EqualsWithoutCaseExactlyWhatComparesAsEqual) {
