@@ -42,6 +42,19 @@ TEST(QvreposCache, RefusesTargetsThatWouldOverwriteEachOther) {
   EXPECT_THAT(file.err, HasSubstr("several files need a folder that exists as --output: "));
 }
 
+TEST(QvreposCache, ShowsProgressFromTheSecondFileOn) {
+  const TempDir folder;
+  const auto one = folder.write("one.txt", "1"), two = folder.write("two.txt", "2");
+  const auto onTerminal = [&](const std::string& operands) {
+    return runProcess({"script", "--quiet", "--return", "--command", toolPath + " cache get " + operands,
+                       "/dev/null"})
+        .out;
+  };
+  EXPECT_THAT(onTerminal(one + " " + two), HasSubstr("2 of 2 files"));
+  EXPECT_THAT(onTerminal(one), Not(HasSubstr("1 of 1 files")));
+  EXPECT_THAT(onTerminal("--quiet " + one + " " + two), Not(HasSubstr("2 of 2 files")));
+}
+
 TEST(QvreposCache, CopiesEndWithTheCommandUnlessTheyAreKept) {
   const TempDir folder;
   const auto source = folder.write("source.txt", "content");

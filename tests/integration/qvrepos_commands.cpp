@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
 namespace {
@@ -73,14 +74,18 @@ TEST(Qvrepos, DefinitionsShowFindsANameInAnyCase) {
 TEST(Qvrepos, DefinitionsShowNamesWhatItDoesNotFind) {
   const auto run = runTool({"definitions", "show", "nowhere", "--config", sampleConfig});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("qvrepos: no repository definition is named nowhere\n"));
+  EXPECT_THAT(
+      run.err,
+      HasSubstr(
+          "qvrepos: no repository definition is named nowhere; `qvrepos definitions list` shows all\n"));
 }
 
 TEST(Qvrepos, DefinitionsDefaultPrintsTheFirstOneOrTheLibrarysMessage) {
   EXPECT_EQ(runTool({"definitions", "default", "--config", sampleConfig}).out, "Archive\n");
   const auto none = runTool({"definitions", "default"});
   EXPECT_EQ(none.status, 1);
-  EXPECT_EQ(none.err, "qvrepos: No repository definitions were found to load default definition from.\n");
+  EXPECT_EQ(none.err, "qvrepos: No repository definitions were found to load default definition from.\n" +
+                          noFolderHint);
 }
 
 TEST(Qvrepos, IdentitiesReadBackToWhatWasGiven) {
@@ -106,10 +111,11 @@ TEST(Qvrepos, IdentitiesReadBackToWhatWasGiven) {
 TEST(Qvrepos, IdentityFailuresSayWhatIsNeeded) {
   const auto make = runTool({"identity", "make", "table", "--dsn", "Sales"});
   EXPECT_EQ(make.status, 1);
-  EXPECT_EQ(make.err, "qvrepos: an identity of kind table needs table\n");
+  EXPECT_EQ(make.err, "qvrepos: an identity of kind table needs --table\n");
   const auto parse = runTool({"identity", "parse", "no identity"});
   EXPECT_EQ(parse.status, 1);
-  EXPECT_EQ(parse.err, "qvrepos: not a resource identity: no identity\n");
+  EXPECT_EQ(parse.err,
+            "qvrepos: not a resource identity, which `qvrepos identity make` prints: no identity\n");
 }
 
 TEST(Qvrepos, UriAndPathAreEachOthersInverse) {
@@ -126,7 +132,9 @@ TEST(Qvrepos, UriAndPathAreEachOthersInverse) {
 TEST(Qvrepos, PathReportsWhyThereIsNone) {
   const auto plain = runTool({"path", "ftp://host/file"});
   EXPECT_EQ(plain.status, 1);
-  EXPECT_EQ(plain.err, "qvrepos: no file name can be made of ftp://host/file\n");
+  EXPECT_EQ(plain.err,
+            "qvrepos: no file name can be made of ftp://host/file; give a file or repository URI, or "
+            "--repository NAME\n");
   const auto named = runTool({"path", "ftp://host/file", "--repository", "Sales"});
   EXPECT_EQ(named.status, 1);
   EXPECT_EQ(named.err,
@@ -171,16 +179,85 @@ TEST(Qvrepos, LogLevelShowsTheLibrarysRecords) {
               HasSubstr("Startup of QvRepos Event Manager, ClientId="));
 }
 
-TEST(Qvrepos, EverySubcommandHasHelpWithAnExample) {
-  const std::vector<std::vector<std::string>> commands{
-      {"lineage"}, {"resources"}, {"definitions"}, {"identity", "make"}, {"identity", "parse"},
-      {"uri"},     {"path"},      {"types"},       {"version"}};
-  for (auto words : commands) {
-    words.push_back("--help");
-    const auto help = runTool(words);
-    EXPECT_EQ(help.status, 0) << words[0];
-    EXPECT_THAT(help.out, HasSubstr("Example: qvrepos ")) << words[0];
+TEST(Qvrepos, EverySubcommandHasHelpWithAnExampleAndPrintsJson) {
+  const auto commands = leafCommands();
+  EXPECT_EQ(commands.size(), 19U);
+  for (const auto& command : commands) {
+    const auto help = runProcess({"bash", "-c", toolPath + " " + command + " --help"});
+    EXPECT_EQ(help.status, 0) << command;
+    EXPECT_THAT(help.out, HasSubstr("\nExample: qvrepos " + command)) << command;
+    EXPECT_THAT(help.out, ContainsRegex("--json +Print JSON: (a|an|the) ")) << command;
   }
+}
+
+// What each wrong use says: what is wrong, and where to read on.
+TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
+  const std::string all =
+      "choose from lineage, resources, definitions, identity, uri, path, types, cache, version\n";
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+      {{}, "qvrepos: a subcommand is missing; " + all},
+      {{"lineag", "x"}, "qvrepos: there is no subcommand lineag; " + all},
+      {{"lineage"}, "qvrepos lineage: PATH is required\n"},
+      {{"lineage", "x", "-o"}, "qvrepos lineage: --output: 1 required FILE missing\n"},
+      {{"uri", "a", "b", "c"}, "qvrepos uri: not expected: b c\n"},
+      {{"version", "--jsn"}, "qvrepos version: not expected: --jsn\n"},
+      {{"definitions"},
+       "qvrepos definitions: a subcommand is missing; choose from list, show, default, check, create, "
+       "rename, "
+       "delete\n"},
+      {{"definitions", "shw"},
+       "qvrepos definitions: there is no subcommand shw; choose from list, show, default, check, create, "
+       "rename, delete\n"},
+      {{"definitions", "create", "x", "--type", "y"},
+       "qvrepos definitions create: --type: y not in {user,system}\n"},
+      {{"identity", "make", "tble"},
+       "qvrepos identity make: there is no subcommand tble; choose from file, unified, table, datasource\n"},
+      {{"version", "--set", "novalue"}, "qvrepos version: --set: write it as KEY=VALUE: novalue\n"},
+      {{"version", "--config", "/no/file"}, "qvrepos version: --config: File does not exist: /no/file\n"},
+      {{"version", "--log-level", "7"}, "qvrepos version: --log-level: Value 7 not in range 1 to 6\n"}};
+  for (const auto& [words, message] : cases) {
+    const auto run = runTool(words);
+    const auto command = message.substr(0, message.find(':'));
+    EXPECT_EQ(run.status, 2) << message;
+    EXPECT_EQ(run.out, "") << message;
+    EXPECT_EQ(run.err, message + "`" + command + " --help` shows what it takes\n");
+  }
+}
+
+TEST(Qvrepos, InputThatNoCommandCanTakeFailsWithTheReason) {
+  const TempDir folder;
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+      {{"uri", ""}, "a file name must not be empty"},
+      {{"resources", ""}, "a file name must not be empty"},
+      {{"lineage", ""}, "a file name must not be empty"},
+      {{"resources", folder.path()}, folder.path().string() + ": a folder, where a job file is due"},
+      {{"identity", "make", "file"}, "an identity of kind file needs --filename"},
+      {{"identity", "make", "unified"}, "an identity of kind unified needs --id or --uuid"},
+      {{"identity", "make", "datasource"}, "an identity of kind datasource needs --dsn"}};
+  for (const auto& [words, message] : cases) {
+    const auto run = runTool(words);
+    EXPECT_EQ(run.status, 1) << message;
+    EXPECT_EQ(run.out, "") << message;
+    EXPECT_EQ(run.err, "qvrepos: " + message + "\n");
+  }
+}
+
+TEST(Qvrepos, EmptyResultsComeWithAHintUnlessItIsQuiet) {
+  const TempDir folder;
+  const auto jobs = runTool({"lineage", folder.path()});
+  EXPECT_EQ(jobs.status, 0);
+  EXPECT_EQ(jobs.err, "qvrepos: no job files were found: their extensions are djf, dmc, ddf, xsq\n");
+  EXPECT_EQ(runTool({"lineage", "--quiet", folder.path()}).err, "");
+  const auto definitions = runTool({"definitions", "list"});
+  EXPECT_EQ(definitions.status, 0);
+  EXPECT_EQ(definitions.err, noFolderHint);
+  EXPECT_EQ(runTool({"definitions", "list", "-q"}).err, "");
+}
+
+TEST(Qvrepos, VersionIsAFlagToo) {
+  const auto run = runTool({"--version"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, runTool({"version"}).out);
 }
 
 TEST(Qvrepos, ControlCharactersInNamesCannotBreakATable) {

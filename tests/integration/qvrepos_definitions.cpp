@@ -74,7 +74,8 @@ TEST_F(Definitions, NamesThatWouldLeaveTheFolderAreRefused) {
 TEST_F(Definitions, SavingWithoutAFolderShowsTheLibrarysMessage) {
   const auto run = runTool({"definitions", "create", "Sales"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "qvrepos: Sales: A valid filename could not be created to save the definition\n");
+  EXPECT_EQ(run.err,
+            "qvrepos: Sales: A valid filename could not be created to save the definition\n" + noFolderHint);
 }
 
 TEST_F(Definitions, RenamedOnesMoveTheirFile) {
@@ -102,7 +103,8 @@ TEST_F(Definitions, DeletedOnesAreGone) {
   EXPECT_FALSE(std::filesystem::exists(m_folder / "user/Sales.rcf"));
   const auto again = run({"delete", "sales"});
   EXPECT_EQ(again.status, 1);
-  EXPECT_EQ(again.err, "qvrepos: no repository definition is named sales\n");
+  EXPECT_EQ(again.err,
+            "qvrepos: no repository definition is named sales; `qvrepos definitions list` shows all\n");
 }
 
 TEST_F(Definitions, CheckIsSilentAboutFilesThatLoad) {
@@ -126,6 +128,48 @@ TEST_F(Definitions, CheckReportsEveryFileThatWouldNotLoadAndWhy) {
               AllOf(HasSubstr(loser + ": a definition named \"SALES\" is loaded from " + winner + "\n"),
                     HasSubstr("The file \"" + other + "\" is not a valid definition file.\n"),
                     HasSubstr(broken + ":2:"), Not(HasSubstr(winner + ":"))));
+}
+
+TEST_F(Definitions, CheckAsJsonTellsWhatIsLoadedAndWhatIsRefused) {
+  const auto good = m_folder.write("system/a.rcf", definition("A"));
+  const auto other = m_folder.write("user/other.rcf", "<html/>");
+  const auto check = run({"check", "--json"});
+  EXPECT_EQ(check.status, 1);
+  const nlohmann::json expected{
+      {"loaded", {good}},
+      {"refused",
+       {{{"file", other}, {"reason", "The file \"" + other + "\" is not a valid definition file."}}}}};
+  EXPECT_EQ(nlohmann::json::parse(check.out), expected);
+  EXPECT_EQ(check.err, "qvrepos: The file \"" + other + "\" is not a valid definition file.\n");
+}
+
+TEST_F(Definitions, CheckTakesFoldersAsUris) {
+  m_folder.write("user/a.rcf", definition("A"));
+  m_folder.write("user/b.rcf", "<html/>");
+  const auto check =
+      runTool({"definitions", "check", "--set", "BASE/REPOS_USER_PATH=file://" + (m_folder / "user")});
+  EXPECT_EQ(check.out, "1 definition loaded\n");
+  EXPECT_THAT(check.err, HasSubstr(m_folder / "user/b.rcf"));
+}
+
+TEST_F(Definitions, ChangesAsJsonPrintTheRecordOfTheDefinition) {
+  const auto record = [this](std::vector<std::string> words) {
+    words.emplace_back("--json");
+    return nlohmann::json::parse(run(words).out);
+  };
+  const auto created = record({"create", "Old", "--vault", "/srv/old"});
+  EXPECT_EQ(created, show("Old"));
+  const auto renamed = record({"rename", "Old", "New"});
+  EXPECT_EQ(renamed, show("New"));
+  EXPECT_EQ(record({"default"}), nlohmann::json({{"name", "New"}}));
+  EXPECT_EQ(record({"delete", "New"}), renamed);
+}
+
+TEST_F(Definitions, PathsAreKeptAsAbsoluteOnes) {
+  run({"create", "Sales", "--vault", "srv/sales", "--log", "sales.log"});
+  const auto shown = show("Sales");
+  EXPECT_EQ(shown["vaultPath"], "/srv/sales"); // the tests run in /
+  EXPECT_EQ(shown["vaultLogFile"], "/sales.log");
 }
 
 TEST_F(Definitions, CheckReportsAFolderThatCannotBeRead) {

@@ -115,7 +115,7 @@ TEST(QvreposGenerate, AnotherFormIsWrongUsage) {
   const auto run = runTool({"generate", "html"});
   EXPECT_EQ(run.status, 2);
   EXPECT_EQ(run.out, "");
-  EXPECT_THAT(run.err, HasSubstr("FORM: html not in {bash,man,zsh}"));
+  EXPECT_THAT(run.err, HasSubstr("FORM: html not in {bash,man,options,zsh}"));
 }
 
 TEST(QvreposGenerate, TheBuildHoldsWhatTheToolPrints) {
@@ -155,7 +155,7 @@ TEST(QvreposGenerate, TheManualPageHasItsSectionsInOrder) {
     if (line.rfind(".SH ", 0) == 0)
       sections.push_back(line.substr(4));
   EXPECT_THAT(sections, ElementsAre("NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "SUBCOMMANDS",
-                                    "\"EXIT STATUS\"", "ENVIRONMENT", "EXAMPLES"));
+                                    "\"LIBRARY OPTIONS\"", "\"EXIT STATUS\"", "ENVIRONMENT", "EXAMPLES"));
 }
 
 // Text is escaped: only known requests begin a line, and only known escapes follow a backslash.

@@ -5,6 +5,7 @@
 #include "qvxbase/qvuri.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <set>
@@ -164,6 +165,39 @@ TEST(QvreposLineage, ShowsProgressOnATerminalUnlessItIsQuiet) {
   EXPECT_THAT(shown.out, HasSubstr("25 of 25 files"));
   EXPECT_EQ(onTerminal(" --quiet").out, "");
   EXPECT_EQ(runTool({"lineage", folder.path()}).err, "");
+}
+
+TEST(QvreposLineage, JsonHoldsWhatTheXmlHolds) {
+  const auto xml = readLineage(runTool({"lineage", "--config", sampleConfig, sampleRepository}).out);
+  const auto json =
+      nlohmann::json::parse(runTool({"lineage", "--json", "--config", sampleConfig, sampleRepository}).out);
+  const auto resource = [](const nlohmann::json& record) {
+    return LineageResource{record["type"], record["label"], record["id"], record.value("dataPath", "")};
+  };
+  ASSERT_EQ(json.size(), xml.size());
+  for (const auto& model : json) {
+    const auto& expected = xml.at(model["label"]);
+    EXPECT_EQ(resource(model), expected.resource);
+    std::vector<LineageResource> uses;
+    for (const auto& used : model["uses"])
+      uses.push_back(resource(used));
+    EXPECT_EQ(uses, expected.dependencies);
+  }
+}
+
+TEST(QvreposLineage, TenThousandJobFilesAreReadWithABarAndEachIsThere) {
+  const TempDir folder;
+  for (int i = 0; i < 10000; ++i)
+    folder.write("part" + std::to_string(i % 10) + "/job" + std::to_string(i) + ".djf", oneStep);
+  const std::string command =
+      toolPath + " lineage --compact " + folder.path().string() + " -o " + (folder / "out.xml");
+  const auto run = runProcess({"script", "--quiet", "--return", "--command", command, "/dev/null"});
+  EXPECT_EQ(run.status, 0) << run.out;
+  EXPECT_THAT(run.out, HasSubstr("10000 of 10000 files"));
+  const auto models = readLineage(folder.read("out.xml"));
+  EXPECT_EQ(models.size(), 10000U);
+  for (int i = 0; i < 10000; ++i)
+    EXPECT_EQ(models.count("job" + std::to_string(i)), 1U) << i;
 }
 
 TEST(QvreposLineage, WrongUsageExitsWithTwo) {

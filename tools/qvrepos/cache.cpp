@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <set>
 
 #include <fcntl.h>
@@ -19,6 +20,7 @@
 namespace {
 
 constexpr std::int64_t largestCopy = std::int64_t{1} << 30;
+constexpr std::size_t shownFrom = 2; // each file may take its time
 constexpr const char* passwordVariable = "QVREPOS_PASSWORD";
 
 struct CacheOptions {
@@ -28,22 +30,26 @@ struct CacheOptions {
   bool keep = false;
 };
 
-// The terminal without echo, as long as this lives.
+// The terminal without echo, as long as this lives. An interrupt ends that, too.
 class SilentTerminal {
 public:
   SilentTerminal() : m_terminal(open("/dev/tty", O_RDWR | O_CLOEXEC)) {
-    if (m_terminal < 0 || tcgetattr(m_terminal, &m_before) != 0)
+    termios before{};
+    if (m_terminal < 0 || tcgetattr(m_terminal, &before) != 0)
       return;
-    termios silent = m_before;
+    const Interrupts::Hold hold;
+    m_undo.emplace([this, before] {
+      tcsetattr(m_terminal, TCSAFLUSH, &before);
+      say("\n");
+    });
+    termios silent = before;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     tcsetattr(m_terminal, TCSAFLUSH, &silent);
   }
   ~SilentTerminal() {
-    if (m_terminal < 0)
-      return;
-    tcsetattr(m_terminal, TCSAFLUSH, &m_before);
-    say("\n");
-    close(m_terminal);
+    m_undo.reset();
+    if (m_terminal >= 0)
+      close(m_terminal);
   }
   SilentTerminal(const SilentTerminal&) = delete;
   SilentTerminal& operator=(const SilentTerminal&) = delete;
@@ -62,7 +68,7 @@ public:
 
 private:
   int m_terminal;
-  termios m_before{};
+  std::optional<Interrupts::Undo> m_undo;
 };
 
 // The password comes from the environment or the terminal: a command line is everybody's to read.
@@ -152,7 +158,7 @@ void runGet(Host& host, const CacheOptions& options) {
   std::vector<FetchedFile> results;
   std::vector<std::string> failures;
   {
-    ProgressBar bar(host, options.uris.size());
+    ProgressBar bar(host, options.uris.size(), shownFrom);
     for (std::size_t i = 0; i < options.uris.size(); ++i, bar.step()) {
       std::string reason;
       const QvbString local = fetch(*cache, subject.get(), options.uris[i], reason);
@@ -187,7 +193,7 @@ void addCacheCommand(CLI::App& app, Host& host) {
   cache->require_subcommand(1);
   auto options = std::make_shared<CacheOptions>();
   auto* get = cache->add_subcommand("get", "Fetch files and print the paths of their copies");
-  takeAll(get->add_option("URI", options->uris, "http, https or file URIs, or paths"))->required();
+  get->add_option("URI", options->uris, "http, https or file URIs, or paths")->required();
   get->add_option("--user", options->user,
                   "Fetch on behalf of this user; the password comes from QVREPOS_PASSWORD or a prompt")
       ->type_name("NAME");

@@ -174,8 +174,9 @@ void saveDefinition(Host& host, QvReposConfigManager& manager, QvReposConfigurat
     saved = manager.saveConfiguration(&definition, &message);
   }
   reportOutcome(host, saved, message, name);
-  if (saved && host.json)
-    host.printJson(record(definition));
+  const Definition kept(host.json && saved ? manager.getConfigurationByName(text(name)) : nullptr);
+  if (kept)
+    host.printJson(record(*kept));
   else if (saved)
     host.printLine(definition.getFilename().view());
 }

@@ -54,12 +54,12 @@ void Host::note(std::string_view message) const {
   if (quiet)
     return;
   std::fflush(stdout);
-  std::fprintf(stderr, "qvrepos: %.*s\n", static_cast<int>(message.size()), message.data());
+  std::fprintf(stderr, "qvrepos: %s\n", visible(message).c_str());
 }
 
 void Host::fail(std::string_view message) {
   std::fflush(stdout);
-  std::fprintf(stderr, "qvrepos: %.*s\n", static_cast<int>(message.size()), message.data());
+  std::fprintf(stderr, "qvrepos: %s\n", visible(message).c_str());
   m_status = ExitFailed;
 }
 
@@ -73,10 +73,6 @@ int Host::finish() {
 
 void addJsonFlag(CLI::App& command, Host& host, const std::string& shape) {
   command.add_flag("--json", host.json, "Print JSON: " + shape);
-}
-
-CLI::Option* takeAll(CLI::Option* option) {
-  return option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->allow_extra_args(false);
 }
 
 std::string visible(std::string_view bytes) {

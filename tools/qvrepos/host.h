@@ -76,10 +76,6 @@ private:
 // The flag --json of a command; the shape reads like "an array of records: type, extension".
 void addJsonFlag(CLI::App& command, Host& host, const std::string& shape);
 
-// An operand or option that may be given many times, whose values are taken as they are: without this, one in square
-// brackets would be split at its commas.
-CLI::Option* takeAll(CLI::Option* option);
-
 // Text with control characters as escapes ("\n", "\x1b").
 std::string visible(std::string_view bytes);
 

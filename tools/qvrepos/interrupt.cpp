@@ -16,8 +16,8 @@ namespace {
 
 // Never destroyed: the watching thread may use them until the process is gone.
 struct Shared {
-  std::mutex busy;
-  fs::path scratch; // guarded by `busy`
+  std::recursive_mutex busy;
+  std::list<std::function<void()>> undo; // guarded by `busy`
 };
 Shared& shared() {
   static auto* const instance = new Shared;
@@ -30,12 +30,6 @@ sigset_t watchedSignals() {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP})
     sigaddset(&signals, signal);
   return signals;
-}
-
-void removeScratch(const fs::path& folder) {
-  std::error_code ignored;
-  if (!folder.empty())
-    fs::remove_all(folder, ignored);
 }
 
 // Ends the process by the signal itself, so that whoever started it sees why.
@@ -53,7 +47,8 @@ void waitForSignal() {
   if (sigwait(&signals, &signal) != 0)
     return;
   const std::lock_guard guard(shared().busy);
-  removeScratch(shared().scratch);
+  for (const auto& undo : shared().undo)
+    undo();
   endBy(signal);
 }
 
@@ -68,21 +63,31 @@ void Interrupts::watch() {
 
 Interrupts::Hold::Hold() : m_lock(shared().busy) {}
 
+Interrupts::Undo::Undo(std::function<void()> undo) {
+  const Hold hold;
+  m_undo = shared().undo.insert(shared().undo.begin(), std::move(undo));
+}
+
+Interrupts::Undo::~Undo() {
+  const Hold hold;
+  (*m_undo)();
+  shared().undo.erase(m_undo);
+}
+
 Interrupts::Scratch::Scratch() {
   const Hold hold;
   std::string pattern = (fs::temp_directory_path() / "qvrepos.XXXXXX").string();
   if (!mkdtemp(pattern.data()))
     throw std::system_error(errno, std::generic_category(), "cannot make a folder in " + pattern);
-  shared().scratch = pattern;
+  m_undo.emplace([this, pattern] {
+    std::error_code ignored;
+    if (!m_kept)
+      fs::remove_all(pattern, ignored);
+  });
   setenv("TMPDIR", pattern.c_str(), 1);
-}
-
-Interrupts::Scratch::~Scratch() {
-  const Hold hold;
-  removeScratch(shared().scratch);
 }
 
 void Interrupts::Scratch::keep() {
   const Hold hold;
-  shared().scratch.clear();
+  m_kept = true;
 }

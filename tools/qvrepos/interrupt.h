@@ -2,7 +2,10 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <list>
 #include <mutex>
+#include <optional>
 
 class Interrupts {
 public:
@@ -15,7 +18,20 @@ public:
     Hold();
 
   private:
-    std::unique_lock<std::mutex> m_lock;
+    std::unique_lock<std::recursive_mutex> m_lock;
+  };
+
+  // What is undone when this object ends, or at an interrupt before. What is to be undone is done while a Hold lives,
+  // and this object made before that ends.
+  class Undo {
+  public:
+    explicit Undo(std::function<void()> undo);
+    ~Undo();
+    Undo(const Undo&) = delete;
+    Undo& operator=(const Undo&) = delete;
+
+  private:
+    std::list<std::function<void()>>::iterator m_undo;
   };
 
   // A folder of the tool's own for temporary files, which becomes TMPDIR. It ends, and with it what is in it, with this
@@ -23,10 +39,10 @@ public:
   class Scratch {
   public:
     Scratch();
-    ~Scratch();
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
     void keep();
+
+  private:
+    bool m_kept = false;
+    std::optional<Undo> m_undo;
   };
 };

@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr std::size_t shownFrom = 20; // fewer files are read before a bar is
+
 struct LineageOptions {
   std::vector<std::string> paths;
   std::string output;
@@ -20,7 +22,7 @@ struct LineageOptions {
 void recordJobs(Host& host, JobScanner& scanner, const std::vector<std::string>& files) {
   std::vector<std::string> failures;
   {
-    ProgressBar bar(host, files.size());
+    ProgressBar bar(host, files.size(), shownFrom);
     for (const auto& file : files) {
       const auto job = scanner.newList();
       const auto used = scanner.newList();
@@ -101,8 +103,9 @@ void runLineage(Host& host, const LineageOptions& options) {
 void addLineageCommand(CLI::App& app, Host& host) {
   auto* command = app.add_subcommand("lineage", "Print the lineage of job files as XML");
   auto options = std::make_shared<LineageOptions>();
-  takeAll(command->add_option("PATH", options->paths,
-                              "Job files, and folders that are searched for job files to any depth"))
+  command
+      ->add_option("PATH", options->paths,
+                   "Job files, and folders that are searched for job files to any depth")
       ->required();
   command->add_option("-o,--output", options->output, "Write to this file instead of standard output")
       ->type_name("FILE");

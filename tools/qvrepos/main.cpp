@@ -8,10 +8,13 @@
 #include "qvreposres/qvreposres.h"
 #include "qvxbase/qvbconfig.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <optional>
+#include <sstream>
 
 namespace {
 
@@ -24,8 +27,10 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options, Host& host) {
   app.add_option("--config", options.configFile, "Read options from this INI file")
       ->type_name("FILE")
       ->check(CLI::ExistingFile);
-  takeAll(app.add_option("--set", options.settings,
-                         "Set an option, for example DMSERVER/NAME=main; wins over --config"))
+  app.add_option("--set", options.settings,
+                 "Set an option, for example DMSERVER/NAME=main; wins over --config")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->allow_extra_args(false)
       ->type_name("KEY=VALUE")
       ->expected(1)
       ->check([](const std::string& setting) {
@@ -74,14 +79,12 @@ std::string choicesOf(const CLI::App& command) {
 
 // What is wrong: the parser's own words, but for what it says less about than is known.
 std::string whatIsWrong(const CLI::App& app, const CLI::App& command, const CLI::Error& error) {
-  const auto unexpected = CLI::detail::join(app.remaining(true), " ");
+  const auto unexpected = app.remaining(true);
   if (error.get_name() == "RequiredError" &&
       command.get_require_subcommand_min() > command.get_subcommands().size())
-    return (unexpected.empty() ? "a subcommand is missing" : "there is no subcommand " + unexpected) +
+    return (unexpected.empty() ? "a subcommand is missing" : "there is no subcommand " + unexpected.front()) +
            "; choose from " + choicesOf(command);
-  if (error.get_name() == "ExtrasError")
-    return "not expected: " + unexpected;
-  return error.what();
+  return unexpected.empty() ? error.what() : "not expected: " + CLI::detail::join(unexpected, " ");
 }
 
 std::string usageMessage(const CLI::App* app, const CLI::Error& error) {
@@ -94,9 +97,26 @@ std::string usageMessage(const CLI::App* app, const CLI::Error& error) {
   return words + ": " + whatIsWrong(*app, *command, error) + "\n`" + words + " --help` shows what it takes\n";
 }
 
-// Help and version are asked for by a parse error, too.
+// The words of the command line, last word first, as the parser wants them. Where files may be listed it would take
+// "[a,b]" for a list of its own; "./[a,b]" names the same file.
+std::vector<std::string> reversedWords(int argc, char** argv) {
+  std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+  const auto listsFiles = [](const std::string& word) { return word == "lineage" || word == "cache"; };
+  if (std::ranges::any_of(words, listsFiles))
+    for (auto& word : words)
+      if (word.starts_with('[') && word.ends_with(']'))
+        word.insert(0, "./");
+  std::ranges::reverse(words);
+  return words;
+}
+
+// A parse that ends early: help and version, which are results, or wrong usage.
 int endParsing(const CLI::App& app, const CLI::ParseError& error, Host& host) {
-  return app.exit(error) == static_cast<int>(CLI::ExitCodes::Success) ? host.finish() : ExitUsage;
+  std::ostringstream result;
+  if (app.exit(error, result, std::cerr) != static_cast<int>(CLI::ExitCodes::Success))
+    return ExitUsage;
+  host.print(result.str());
+  return host.finish();
 }
 
 int run(int argc, char** argv) {
@@ -121,7 +141,7 @@ int run(int argc, char** argv) {
   addGenerateCommand(app, host);
 
   try {
-    app.parse(argc, argv);
+    app.parse(reversedWords(argc, argv));
   } catch (const CLI::ParseError& error) {
     return endParsing(app, error, host);
   } catch (const std::exception& error) {

@@ -5,11 +5,10 @@
 
 namespace {
 constexpr std::size_t barWidth = 40;
-constexpr std::size_t shortWork = 20; // fewer steps than this are over before a bar is read
 } // namespace
 
-ProgressBar::ProgressBar(const Host& host, std::size_t total)
-    : m_shown(!host.quiet && total >= shortWork && isatty(STDERR_FILENO) == 1), m_total(total) {
+ProgressBar::ProgressBar(const Host& host, std::size_t total, std::size_t shownFrom)
+    : m_shown(!host.quiet && total >= shownFrom && isatty(STDERR_FILENO) == 1), m_total(total) {
   if (m_shown)
     draw();
 }

@@ -7,7 +7,8 @@
 
 class ProgressBar {
 public:
-  ProgressBar(const Host& host, std::size_t total);
+  // Not drawn for fewer than `shownFrom` steps, nor when the user wants quiet.
+  ProgressBar(const Host& host, std::size_t total, std::size_t shownFrom);
   ~ProgressBar();
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
