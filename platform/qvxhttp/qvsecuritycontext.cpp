@@ -3,9 +3,9 @@
 #include "qvxbase/private/qvuritext.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
+#include "qvxhttp/private/qvhttpurl.h"
 #include "qvxhttp/qvxhttp.h"
 
-#include <algorithm>
 #include <chrono>
 #include <future>
 #include <map>
@@ -224,19 +224,11 @@ private:
   QvbString m_reason;
 };
 
-bool isHttpUrl(const QvbString& text) {
-  const auto startsWith = [&](const char* prefix, QvbString::Index length) {
-    return text.length() > length && text.mid(0, length).compare(prefix, true) == 0;
-  };
-  return (startsWith("http://", 7) || startsWith("https://", 8)) &&
-         text.view().find_first_of("?#") == std::string_view::npos;
-}
-
 QvSecurityContext* makeContext() {
   const QvbString server = qvbGetConfigOption(QvbOptions::TicketServer);
   if (server.isEmpty())
     return new FailingContext("There is no ticket server: the option AUTH/SERVER is not set");
-  if (!isHttpUrl(server))
+  if (!qvIsHttpUrl(server.view()) || server.view().find_first_of("?#") != std::string_view::npos)
     return new FailingContext("The option AUTH/SERVER is not an http or https URL without a query");
   return new CasContext(server);
 }

@@ -1,6 +1,7 @@
 #include "qvxhttp/qvxhttp.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "qvxhttp/private/qvhttpurl.h"
 #include "qvxlog/qvxlog.h"
 
 #include <algorithm>
@@ -70,6 +71,8 @@ bool isToken(std::string_view text) {
 QvbString faultOf(const httpGet& request) {
   if (hasControl(request.url))
     return "The URL holds a control character";
+  if (!qvIsHttpUrl(request.url.view()))
+    return "The URL is not an http or https URL";
   if (hasControl(request.contentType))
     return "The content type holds a control character";
   for (const auto& [name, value] : request.headers) {
@@ -184,6 +187,36 @@ std::string_view reasonIn(std::string_view statusLine) {
   const std::size_t reason = statusLine.find(' ', std::min(status, statusLine.size() - 1) + 1);
   return reason == statusLine.npos ? std::string_view() : statusLine.substr(reason + 1);
 }
+
+// The lengths that the header lines of one response announce must all be the same (RFC 9112, section 6.3): which bytes
+// are the body is anybody's guess otherwise.
+class AnnouncedLength {
+public:
+  // False when the line contradicts itself or one before it.
+  bool agreesWith(std::string_view line) {
+    constexpr std::string_view Field = "Content-Length:";
+    if (!qvbEqualsIgnoreCase(line.substr(0, Field.size()), Field))
+      return true;
+    std::string_view rest = line.substr(Field.size());
+    while (true) {
+      const std::size_t comma = std::min(rest.find(','), rest.size());
+      if (!agreesWithValue(QvbString(rest.substr(0, comma)).trim()))
+        return false;
+      if (comma == rest.size())
+        return true;
+      rest.remove_prefix(comma + 1);
+    }
+  }
+
+private:
+  bool agreesWithValue(const QvbString& value) {
+    if (m_value.isNull())
+      m_value = value;
+    return m_value == value;
+  }
+
+  QvbString m_value;
+};
 
 // --- Transfers
 
@@ -339,9 +372,12 @@ private:
   // Interim responses come with status lines of their own; the last one counts.
   bool addHeaderLine(std::string_view line) {
     m_headerBytes += line.size();
-    if (line.starts_with("HTTP/"))
+    if (line.starts_with("HTTP/")) {
       m_response->reason = QvbString(reasonIn(withoutLineEnd(line)));
-    return m_headerBytes <= MaxHeaderBytes;
+      m_length = AnnouncedLength();
+    }
+    m_isLengthUnclear = !m_length.agreesWith(line);
+    return m_headerBytes <= MaxHeaderBytes && !m_isLengthUnclear;
   }
   bool addBody(std::string_view bytes) {
     m_isBodyTooLarge = bytes.size() > static_cast<std::size_t>(m_bodyLimit) -
@@ -363,6 +399,8 @@ private:
   QvbString describeFault() const {
     if (m_isBodyTooLarge || m_code == CURLE_FILESIZE_EXCEEDED)
       return qvbStringFormat("The body is larger than %d bytes", m_bodyLimit);
+    if (m_isLengthUnclear)
+      return "The response announces more than one length";
     if (m_headerBytes > MaxHeaderBytes)
       return qvbStringFormat("The headers are larger than %u bytes", MaxHeaderBytes);
     // libcurl's own words may quote a URL, with whatever it holds
@@ -378,6 +416,8 @@ private:
   int m_bodyLimit;
   std::unique_ptr<Response> m_response;
   std::size_t m_headerBytes = 0;
+  AnnouncedLength m_length;
+  bool m_isLengthUnclear = false;
   bool m_isBodyTooLarge = false;
   bool m_isOutOfMemory = false;
 };

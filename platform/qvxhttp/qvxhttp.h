@@ -17,8 +17,8 @@
 #include <utility>
 #include <vector>
 
-// A request. The names of headers are words (RFC 9110, section 5.6.2), and nothing holds a control character: any
-// other request fails without being sent.
+// A request. The URL begins with "http://" or "https://" and a host, the names of headers are words (RFC 9110, section
+// 5.6.2), and nothing holds a control character: any other request fails without being sent.
 struct httpGet {
   QvbString url;
   std::vector<std::pair<QvbString, QvbString>> headers;
@@ -30,7 +30,7 @@ public:
   virtual int getStatusCode() = 0;
   // The reason phrase that the server gave, or the registered one of the status.
   virtual QvbString getStatusCodeMessage() = 0;
-  // Complete: a body that was cut short is no response.
+  // Complete: a body that was cut short, or announced with two different lengths, is no response.
   virtual QvbString getBody() = 0;
   // The first header of this name, without regard to case; null when there is none.
   virtual QvbString getHeader(const QvbString& name) = 0;

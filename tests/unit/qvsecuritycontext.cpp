@@ -127,8 +127,9 @@ TEST_F(QvSecurity, TakesAnEmptyOptionForAMissingOne) {
 
 TEST_F(QvSecurity, RefusesAServerThatIsNoHttpUrl) {
   const Subject someone = subject("someone", "secret");
-  for (const char* server : {"ftp://host/cas", "host", "file:///cas", "http://", "https://", "httpx://host",
-                             "http://host/cas?a=b", "http://host/cas#top", "127.0.0.1:80"})
+  for (const char* server :
+       {"ftp://host/cas", "host", "file:///cas", "http://", "https://", "httpx://host", "http:///cas",
+        "http:host/cas", "http://host/cas?a=b", "http://host/cas#top", "127.0.0.1:80"})
     EXPECT_EQ(failureOf(*contextFor(server), someone.get()),
               "The option AUTH/SERVER is not an http or https URL without a query")
         << server;

@@ -270,9 +270,22 @@ TEST_F(QvxHttp, SpeaksHttpAndNothingElse) {
   const std::string file = folder.write("secret", "local");
   HttpServer server;
   const std::string rest = server.url("/x").substr(std::string("http").size());
-  for (const std::string& url : {"file://" + file, "ftp" + rest, "gopher" + rest, "dict" + rest, "ws" + rest})
-    EXPECT_THAT(errorOf(url), Not(IsEmpty())) << url;
+  for (const std::string& url : {"file://" + file, "ftp" + rest, "gopher" + rest, "dict" + rest, "ws" + rest,
+                                 "httpx" + rest, " http" + rest})
+    EXPECT_THAT(errorOf(url), testing::EndsWith("The URL is not an http or https URL")) << url;
   EXPECT_THAT(server.requests(), IsEmpty());
+}
+
+TEST_F(QvxHttp, CompletesNoUrl) {
+  HttpServer server;
+  const std::string host = server.url("").substr(std::string("http://").size());
+  for (const std::string& url : {host + "/x", "//" + host + "/x", std::string("/x"), "http:" + host + "/x",
+                                 "http:/" + host + "/x", "http:///" + host + "/x", "https:/" + host + "/x",
+                                 std::string("http://"), std::string("http://?x"), std::string("https://#x")})
+    EXPECT_THAT(errorOf(url), testing::EndsWith("The URL is not an http or https URL")) << url;
+  EXPECT_THAT(server.requests(), IsEmpty());
+  server.serve("/x", "well");
+  EXPECT_EQ(bodyOf("HTTP://" + host + "/x"), "well");
 }
 
 TEST_F(QvxHttp, TellsWhatIsNoUrl) {
@@ -354,6 +367,25 @@ TEST_F(QvxHttpFaults, TakesABodyOfExactlyTheLimit) {
   EXPECT_EQ(reasonOf(server.urlAnswering(announced + "6\r\n\r\n123456")), tooLarge);
   EXPECT_EQ(reasonOf(server.urlAnswering(chunked + "6\r\n123456\r\n0\r\n\r\n")), tooLarge);
   EXPECT_EQ(reasonOf(server.urlAnswering(chunked + "3\r\n123\r\n3\r\n456\r\n0\r\n\r\n")), tooLarge);
+}
+
+TEST_F(QvxHttpFaults, GivesNoResponseOfTwoLengths) {
+  const std::string head = "HTTP/1.1 200 OK\r\n";
+  FaultServer server;
+  for (const char* lengths :
+       {"Content-Length: 5\r\nContent-Length: 3\r\n", "Content-Length: 3\r\ncontent-LENGTH:5\r\n",
+        "Content-Length: 5, 3\r\n", "Content-Length: 5,\r\n",
+        "Content-Length: 5\r\nX-Other: 1\r\nContent-Length: 50\r\n"})
+    EXPECT_EQ(reasonOf(server.urlAnswering(head + lengths + "\r\n12345")),
+              "The response announces more than one length")
+        << lengths;
+  for (const char* lengths : {"Content-Length: 5\r\nContent-Length:5 \r\n", "Content-Length: 5\r\n",
+                              "Content-Length: 5\r\nX-Content-Length: 3\r\n"})
+    EXPECT_EQ(bodyOf(server.urlAnswering(head + lengths + "\r\n12345")), "12345") << lengths;
+  // an interim response has a length of its own
+  EXPECT_EQ(bodyOf(server.urlAnswering("HTTP/1.1 103 Early Hints\r\nContent-Length: 3\r\n\r\n" + head +
+                                       "Content-Length: 5\r\n\r\n12345")),
+            "12345");
 }
 
 TEST_F(QvxHttpFaults, NamesNoCredentials) {
