@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Every command of the host tool that README.md, the documents and the examples of its help show does what it should: it
 # ends with status 0 in a copy of the project's examples. The name of a command alone is a mention, and has to be one.
+# What a command of docs/command-line.md prints is what stands there below it; QV_REGENERATE_GOLDENS=1 writes that anew.
 set -euo pipefail
 source=$1 build=$2
 work=$(mktemp -d)
@@ -17,8 +18,8 @@ names=$(sed -nE 's/^\.SS \\fB(qvrepos [a-z ]+)\\fR.*/\1/p' <<<"$manual")
 documented=$(grep -hoE '`qvrepos [^`]+`|^ {4}qvrepos .*' "$source/README.md" "$source"/docs/*.md | sed -E 's/^`|`$|^ +//g')
 examples=$(sed -n '/^\.SH EXAMPLES/,$p' <<<"$manual" | sed -n '/^\.nf/,/^\.fi/{/^\./!p}' |
   sed -e 's/\\-/-/g; s/\\(dq/"/g; s/\\(aq/'\''/g; s/\\e/\\/g')
-footers=$(grep -hc 'Example: qvrepos' "$source"/tools/qvrepos/*.cpp | awk '{ n += $1 } END { print n }')
-(($(wc -l <<<"$examples") == footers && footers > 5)) || refuse "the manual page does not have $footers examples"
+leaves=$(grep '^\.SS ' <<<"$manual" | grep -vc SUBCOMMAND)
+(($(wc -l <<<"$examples") == leaves && leaves > 5)) || refuse "the manual page does not have $leaves examples"
 (($(wc -l <<<"$documented") > 5)) || refuse "the documents show no commands"
 
 run() {
@@ -34,4 +35,31 @@ done <<<"$documented"
 while read -r command; do
   run "$command"
 done <<<"$examples"
+
+# docs/command-line.md with what its commands really print, in folders of a reader's own.
+rendered() {
+  local block= line
+  while IFS= read -r line; do
+    case $block$line in
+      '```console' | console'```') [[ $block ]] && block= || block=console; printf '%s\n' "$line" ;;
+      'console$ '*)
+        printf '%s\n' "$line"
+        line=${line//\/tmp\//$work/tmp/}
+        { bash -c "${line#\$ }" </dev/null 2>&1 || true; } | sed "s|$work/tmp/|/tmp/|g; s|$work|/home/ann/qvreposres|g"
+        ;;
+      console*) ;;
+      *) printf '%s\n' "$line" ;;
+    esac
+  done
+}
+document=$source/docs/command-line.md
+rendered <"$document" >"$work/rendered"
+[[ -z ${QV_REGENERATE_GOLDENS:-} ]] || cp "$work/rendered" "$document"
+diff "$document" "$work/rendered" >&2 || refuse "docs/command-line.md says what the tool does not print"
+# Each command prints JSON there.
+shown=$(grep '^\$ ' "$document" | grep -e --json)
+for name in lineage resources 'definitions show' 'definitions default' 'definitions rename' 'definitions check' \
+  'identity make' 'identity parse' path types 'cache get' version; do
+  grep -q "qvrepos $name " <<<"$shown" || refuse "docs/command-line.md does not show the JSON of $name"
+done
 exit "$bad"
