@@ -152,7 +152,7 @@ QvUriText buildUri(std::string_view scheme, std::string_view authority, std::str
 
 void addParameter(QvUriText& text, const char* name, const QvbString& value) {
   if (!value.isEmpty())
-    text.setParameter(name, value.view());
+    text.addParameter(name, value.view());
 }
 
 QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }

@@ -8,7 +8,6 @@
 #include <memory>
 #include <new>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -45,16 +44,29 @@ bool isTriplet(std::string_view text, std::size_t at) {
   return at + 2 < text.size() && text[at] == '%' && isHexDigit(text[at + 1]) && isHexDigit(text[at + 2]);
 }
 
+// The part of `rest` before the first byte that does not belong; `rest` keeps what follows.
+template<class Belongs>
+std::string_view takeWhile(std::string_view& rest, Belongs belongs) {
+  const auto end = std::ranges::find_if_not(rest, belongs);
+  const auto part = rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
+  rest.remove_prefix(part.size());
+  return part;
+}
+
 std::string encode(std::string_view text, const ByteSet& allowed, QvPercent percent) {
   constexpr std::string_view Digits = "0123456789ABCDEF";
   std::string encoded;
   encoded.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    if (allowed.contains(text[i]) || (percent == QvPercent::Encoding && isTriplet(text, i)))
-      encoded += text[i];
+  while (!text.empty()) {
+    encoded += takeWhile(text, [&](char c) { return allowed.contains(c); });
+    if (text.empty())
+      break;
+    const auto byte = static_cast<unsigned char>(text.front());
+    if (percent == QvPercent::Encoding && isTriplet(text, 0))
+      encoded += '%';
     else
       encoded.append({'%', Digits[byte >> 4], Digits[byte & 15]});
+    text.remove_prefix(1);
   }
   return encoded;
 }
@@ -99,13 +111,6 @@ bool isServerAuthority(const std::string& authority) {
   return parseSyntax("x://" + authority, &uri) != nullptr;
 }
 
-// The part of `rest` before the first of the stop bytes; `rest` keeps what follows.
-std::string_view takeUntil(std::string_view& rest, std::string_view stops) {
-  const auto part = rest.substr(0, rest.find_first_of(stops));
-  rest.remove_prefix(part.size());
-  return part;
-}
-
 // Without an authority a path must not begin with "//" after dot segments are removed, nor a relative one with
 // "/", nor may it vanish: each would be another resource. The normaliser keeps a leading "./" for the sake of
 // texts without a scheme, where the "b" of "./b:c" would be one.
@@ -128,24 +133,35 @@ void upperCaseTriplets(std::string& text) {
   }
 }
 
-// The parameters of a query, "name=value" each, in order.
-std::vector<std::string_view> splitQuery(const std::optional<std::string>& query) {
-  std::vector<std::string_view> parameters;
-  std::string_view rest = query ? std::string_view(*query) : std::string_view();
-  while (!rest.empty()) {
-    parameters.push_back(takeUntil(rest, "&"));
-    rest.remove_prefix(rest.empty() ? 0 : 1);
-  }
-  return parameters;
+std::string_view viewOf(const std::optional<std::string>& component) {
+  return component ? std::string_view(*component) : std::string_view();
+}
+
+bool isEncoded(std::string_view text) { return text.find('%') != std::string_view::npos; }
+
+// The next parameter of a query, "name=value".
+std::string_view takeParameter(std::string_view& rest) {
+  const auto parameter = rest.substr(0, rest.find('&'));
+  rest.remove_prefix(std::min(parameter.size() + 1, rest.size()));
+  return parameter;
 }
 
 bool isNamed(std::string_view parameter, std::string_view name) {
-  return qvDecodeUri(parameter.substr(0, parameter.find('='))) == name;
+  const auto own = parameter.substr(0, parameter.find('='));
+  return isEncoded(own) ? qvDecodeUri(own) == name : own == name;
 }
 
 std::string valueOf(std::string_view parameter) {
   const auto equals = parameter.find('=');
   return equals == std::string_view::npos ? std::string() : qvDecodeUri(parameter.substr(equals + 1));
+}
+
+std::string parameterOf(std::string_view name, std::string_view value) {
+  return qvEncodeUriName(name).append("=").append(qvEncodeUriName(value));
+}
+
+void appendParameter(std::string& query, std::string_view parameter) {
+  query.append(query.empty() ? "" : "&").append(parameter);
 }
 
 } // namespace
@@ -173,12 +189,17 @@ std::string qvEncodeUriName(std::string_view text) {
 
 std::string qvDecodeUri(std::string_view encoded) {
   std::string text(encoded);
+  if (!isEncoded(text))
+    return text;
   const char* end = uriUnescapeInPlaceExA(text.data(), URI_FALSE, URI_BR_DONT_TOUCH);
   text.resize(static_cast<std::size_t>(end - text.data()));
   return text;
 }
 
 std::optional<QvUriText> QvUriText::parse(std::string_view text) {
+  const auto isOfQuery = [](char c) { return c != '#'; };
+  const auto isOfPath = [](char c) { return c != '?' && c != '#'; };
+  const auto isOfAuthority = [](char c) { return c != '/' && c != '?' && c != '#'; };
   const auto colon = text.find(':');
   if (colon == std::string_view::npos || !qvIsUriScheme(text.substr(0, colon)))
     return std::nullopt;
@@ -187,11 +208,11 @@ std::optional<QvUriText> QvUriText::parse(std::string_view text) {
   std::string_view rest = text.substr(colon + 1);
   if (rest.starts_with("//")) {
     rest.remove_prefix(2);
-    uri.authority = qvEncodeUriAuthority(takeUntil(rest, "/?#"), QvPercent::Encoding);
+    uri.authority = qvEncodeUriAuthority(takeWhile(rest, isOfAuthority), QvPercent::Encoding);
   }
-  uri.path = qvEncodeUriPath(takeUntil(rest, "?#"), QvPercent::Encoding);
+  uri.path = qvEncodeUriPath(takeWhile(rest, isOfPath), QvPercent::Encoding);
   if (rest.starts_with('?'))
-    uri.query = encode(takeUntil(rest, "#").substr(1), QueryBytes, QvPercent::Encoding);
+    uri.query = encode(takeWhile(rest, isOfQuery).substr(1), QueryBytes, QvPercent::Encoding);
   if (rest.starts_with('#'))
     uri.fragment = encode(rest.substr(1), QueryBytes, QvPercent::Encoding);
   return uri;
@@ -227,24 +248,29 @@ std::string QvUriText::normalized() const {
 }
 
 std::optional<std::string> QvUriText::parameter(std::string_view name) const {
-  for (const auto entry : splitQuery(query)) {
-    if (isNamed(entry, name))
+  for (auto rest = viewOf(query); !rest.empty();) {
+    if (const auto entry = takeParameter(rest); isNamed(entry, name))
       return valueOf(entry);
   }
   return std::nullopt;
 }
 
 void QvUriText::setParameter(std::string_view name, std::string_view value) {
-  const std::string setting = qvEncodeUriName(name) + '=' + qvEncodeUriName(value);
+  const std::string setting = parameterOf(name, value);
   std::string changed;
   bool set = false;
-  for (const auto entry : splitQuery(query)) {
+  for (auto rest = viewOf(query); !rest.empty();) {
+    const auto entry = takeParameter(rest);
     const bool named = isNamed(entry, name);
     if (!named || !set)
-      changed.append(changed.empty() ? "" : "&").append(named ? setting : entry);
+      appendParameter(changed, named ? setting : entry);
     set = set || named;
   }
   if (!set)
-    changed.append(changed.empty() ? "" : "&").append(setting);
+    appendParameter(changed, setting);
   query = std::move(changed);
+}
+
+void QvUriText::addParameter(std::string_view name, std::string_view value) {
+  appendParameter(query ? *query : query.emplace(), parameterOf(name, value));
 }

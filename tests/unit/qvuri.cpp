@@ -491,7 +491,7 @@ TEST(UriParameter, IsDecodedAndMatchedExactly) {
   EXPECT_EQ(uri->getParameter("c"), "d=e");
   EXPECT_EQ(uri->getParameter("ab"), "2");
   EXPECT_EQ(uri->getParameter("plus"), "a+b");
-  for (const char* absent : {"A", "d", "z", "1"})
+  for (const char* absent : {"A", "d", "z", "1", "%61b"})
     EXPECT_TRUE(uri->getParameter(absent).isNull()) << absent;
 }
 

@@ -23,6 +23,8 @@ public:
   std::optional<std::string> parameter(std::string_view name) const;
   // Takes the place of every parameter of this name, where the first one stands, else goes to the end.
   void setParameter(std::string_view name, std::string_view value);
+  // Goes to the end, for names that are not there yet.
+  void addParameter(std::string_view name, std::string_view value);
 
   std::string scheme;
   std::optional<std::string> authority;
