@@ -361,6 +361,7 @@ bool RemoteHttpFileProvider::flush(bool) {
   if (m_context) {
     m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Flushing http cache provider security context");
+    m_context.reset();
     m_context = newContext();
   }
   m_records.clear();
