@@ -210,8 +210,8 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
   QvDomNode self = getChildNodeByName(links, NODE_LINK, ATTR_REL, ATTR_VALUE_SELF);
   if (self.null())
     self = getChildNodeByName(links, NODE_LINKS, ATTR_REL, ATTR_VALUE_SELF);
-  if (!self.null())
-    record->contentLink = self.getAttributeValue(ATTR_HREF);
+  if (const QvbString link = self.getAttributeValue(ATTR_HREF); !link.isNull())
+    record->contentLink = link;
 }
 
 bool RemoteHttpFileProvider::exists(ASSubject* subject, const QvbString& name, QvbString* errorText) {
