@@ -337,8 +337,10 @@ int RemoteHttpFileProvider::writeContent(const QvbString& name, const QvbString&
                                          const QvbString& content, QvbString* errorText) {
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Opening local file cache entry: %s",
                      localFilename);
-  NpFile* file = nullptr;
-  if (const int failed = np_fio_open(localFilename, NP_FIO_REPLACE, &file)) {
+  NpFile* opened = nullptr;
+  const int failed = np_fio_open(localFilename, NP_FIO_REPLACE, &opened);
+  OpenFile file(opened);
+  if (failed) {
     *errorText = qvbStringFormat("Error writing contents to local cache file (%s) for remote file (%s)",
                                  localFilename, name);
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *errorText);
@@ -346,10 +348,10 @@ int RemoteHttpFileProvider::writeContent(const QvbString& name, const QvbString&
   }
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Writing file cache entry contents: %s",
                      localFilename);
-  if (np_fio_puts(file, content) < 0)
+  if (np_fio_puts(file.get(), content) < 0)
     m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "We had an issue writing bytes to: %s",
                        localFilename);
-  np_fio_close(file);
+  np_fio_close(file.release());
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Closing file cache entry: %s",
                      localFilename);
   return 0;
