@@ -42,6 +42,11 @@ bool sameName(const QvDomNode& node, const QvbString& name) {
   return node.getName().compare(name, true) == 0;
 }
 
+Released<httpResponse> send(const httpGet& request) {
+  httpClient client;
+  return Released<httpResponse>(client.execute(request));
+}
+
 // A caller's error text, which may be missing, as one that is always there.
 class ErrorText {
 public:
@@ -143,34 +148,19 @@ std::optional<HTTPRemoteFileInfo> RemoteHttpFileProvider::populateObjectEntry_IN
       return kept;
     }
   }
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Fetching HTTPInfo for: %s", name);
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Fetching service ticket for: %s", name);
-  ErrorText error(errorText);
   QvbString ticket;
-  if (!getTicket(subject, name, &ticket, error.get())) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Unable to get service ticket to populate object for file %s: %s", name, *error.get());
+  if (!getDescriptionTicket(subject, name, &ticket, errorText))
     return std::nullopt;
-  }
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Obtained service ticket for: %s", ticket);
-  const char* const separator = name.find(URI_QUERY_STRING) > 0 ? "&ticket=" : "?ticket=";
-  const httpGet request{.url = qvbStringFormat("%S%s%S", &name, separator, &ticket),
-                        .headers = {},
-                        .contentType = CONTENT_TYPE_TEXT};
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "HTTP (GET) for: %s", request.url);
-  httpClient client;
-  const Released<httpResponse> response(client.execute(request));
+  Released<httpResponse> response = requestDescription(name, ticket);
   if (!response)
     return keepRecord(name, QvbString());
   const int status = response->getStatusCode();
   if (!isHTTPError(status))
     return keepRecord(name, response->getBody().trim());
 
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "%d http error code, %d retries", status,
-                     *retries);
-  if (status == unauthorized && *retries < maxRetries) {
-    ++*retries;
+  if (mayRetry(status, retries)) {
     m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Trying to refetch, 401 encountered");
+    response.reset();
     renewTicket(subject, name);
     return populateObjectEntry_IN(subject, name, errorText, httpCode, force, retries);
   }
@@ -179,6 +169,40 @@ std::optional<HTTPRemoteFileInfo> RemoteHttpFileProvider::populateObjectEntry_IN
   if (httpCode)
     *httpCode = getResponseCodeFromHTTPResponseCode(status);
   return std::nullopt;
+}
+
+bool RemoteHttpFileProvider::getDescriptionTicket(ASSubject* subject, const QvbString& name,
+                                                  QvbString* ticket, QvbString* errorText) const {
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Fetching HTTPInfo for: %s", name);
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Fetching service ticket for: %s", name);
+  ErrorText error(errorText);
+  if (!getTicket(subject, name, ticket, error.get())) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Unable to get service ticket to populate object for file %s: %s", name, *error.get());
+    return false;
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Obtained service ticket for: %s", *ticket);
+  return true;
+}
+
+Released<httpResponse> RemoteHttpFileProvider::requestDescription(const QvbString& name,
+                                                                  const QvbString& ticket) const {
+  const char* const separator = name.find(URI_QUERY_STRING) > 0 ? "&ticket=" : "?ticket=";
+  const httpGet request{.url = qvbStringFormat("%S%s%S", &name, separator, &ticket),
+                        .headers = {},
+                        .contentType = CONTENT_TYPE_TEXT};
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "HTTP (GET) for: %s", request.url);
+  return send(request);
+}
+
+// Whether a refusal is worth another attempt, which then counts as one.
+bool RemoteHttpFileProvider::mayRetry(int status, int* retries) const {
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "%d http error code, %d retries", status,
+                     *retries);
+  if (status != unauthorized || *retries >= maxRetries)
+    return false;
+  ++*retries;
+  return true;
 }
 
 QvDomNode RemoteHttpFileProvider::getChildNodeByName(const QvDomNode& parent, const QvbString& name,
@@ -297,18 +321,7 @@ int RemoteHttpFileProvider::updateLocalFileContent_IN(ASSubject* subject, const 
     error.setIfEmpty(qvbStringFormat("Error getting service ticket for service: %S", &link));
     return NP_FIO_ERROR;
   }
-  httpGet request{.url = qvbStringFormat("%S?ticket=%S", &link, &ticket),
-                  .headers = {},
-                  .contentType = CONTENT_TYPE_TEXT};
-  try {
-    request.headers.emplace_back("Accept", "application/vnd.zel.ProcessJob");
-  } catch (const std::bad_alloc&) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Unable to create post headers for http authentication.");
-  }
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "HTTP (GET) of content: %s", request.url);
-  httpClient client;
-  const Released<httpResponse> response(client.execute(request));
+  Released<httpResponse> response = requestContent(link, ticket);
   if (!response) {
     *error.get() = "Unavlid response from HTTP get";
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "updateLocalFileContent: %s",
@@ -319,10 +332,8 @@ int RemoteHttpFileProvider::updateLocalFileContent_IN(ASSubject* subject, const 
   if (!isHTTPError(status))
     return writeContent(name, localFilename, response->getBody(), error.get());
 
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "%d http error code, %d retries", status,
-                     *retries);
-  if (status == unauthorized && *retries < maxRetries) {
-    ++*retries;
+  if (mayRetry(status, retries)) {
+    response.reset();
     renewTicket(subject, link);
     m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Got 401, retry content fetch");
     return updateLocalFileContent_IN(subject, name, localFilename, errorText, retries);
@@ -331,6 +342,21 @@ int RemoteHttpFileProvider::updateLocalFileContent_IN(ASSubject* subject, const 
       qvbStringFormat("http error %d: %s, requesting %s", status, response->getStatusCodeMessage(), link);
   m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error.get());
   return getResponseCodeFromHTTPResponseCode(status);
+}
+
+Released<httpResponse> RemoteHttpFileProvider::requestContent(const QvbString& link,
+                                                              const QvbString& ticket) const {
+  httpGet request{.url = qvbStringFormat("%S?ticket=%S", &link, &ticket),
+                  .headers = {},
+                  .contentType = CONTENT_TYPE_TEXT};
+  try {
+    request.headers.emplace_back("Accept", "application/vnd.zel.ProcessJob");
+  } catch (const std::bad_alloc&) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "Unable to create post headers for http authentication.");
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "HTTP (GET) of content: %s", request.url);
+  return send(request);
 }
 
 int RemoteHttpFileProvider::writeContent(const QvbString& name, const QvbString& localFilename,

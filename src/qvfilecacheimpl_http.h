@@ -80,8 +80,13 @@ private:
   QvbString contentLinkOf(ASSubject* subject, const QvbString& name, QvbString* errorText);
   int writeContent(const QvbString& name, const QvbString& localFilename, const QvbString& content,
                    QvbString* errorText);
+  bool getDescriptionTicket(ASSubject* subject, const QvbString& name, QvbString* ticket,
+                            QvbString* errorText) const;
   bool getTicket(ASSubject* subject, const QvbString& url, QvbString* ticket, QvbString* errorText) const;
   void renewTicket(ASSubject* subject, const QvbString& url);
+  Released<httpResponse> requestDescription(const QvbString& name, const QvbString& ticket) const;
+  Released<httpResponse> requestContent(const QvbString& link, const QvbString& ticket) const;
+  bool mayRetry(int status, int* retries) const;
   Context context() const;
 
   QvLogger* m_logger;
