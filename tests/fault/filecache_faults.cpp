@@ -4,6 +4,7 @@
 #include "qvxbase/qvbconfig.h"
 #include "support/descriptors.h"
 #include "support/faults.h"
+#include "support/faultserver.h"
 #include "support/httpserver.h"
 #include "support/logcapture.h"
 #include "support/tempdir.h"

@@ -2,6 +2,7 @@
 
 #include "qvxbase/qvbconfig.h"
 #include "qvxhttp/qvxhttp.h"
+#include "support/faultserver.h"
 #include "support/httpserver.h"
 #include "support/textio.h"
 

@@ -1,6 +1,7 @@
 #include "qvxhttp/qvxhttp.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "support/faultserver.h"
 #include "support/httpserver.h"
 #include "support/logcapture.h"
 #include "support/tempdir.h"
