@@ -176,6 +176,9 @@ TEST_F(FilesystemSource, TakesAnEmptySourceForAFailedCopy) {
   folder.write("source.txt", "");
   EXPECT_EQ(copy(source), 1);
   EXPECT_THAT(logged(), ElementsAre(line(1, summary(source, "0", "0"))));
+  // the copy is what the source is all the same
+  EXPECT_EQ(folder.read("copies/copy"), "");
+  EXPECT_EQ(copies(), 1U);
 }
 
 TEST_F(FilesystemSource, GoesOnAfterAFailedWriteAndKeepsTheOldCopy) {
