@@ -18,11 +18,14 @@ constexpr const char* rootFolders[] = {"data_services", "process_services", "bat
 
 constexpr const char* invalidNameChars = "/\\:;,?*<>|";
 
-// In the order in which they are tried.
 constexpr std::string_view dottedTwoPartExtensions[] = {
     ".chp.bfd", ".chp.qkb", ".gmr.bfd", ".gmr.qkb", ".phx.bfd", ".phx.qkb", ".rgx.bfd", ".rgx.qkb",
     ".sch.bfd", ".sch.qkb", ".vcb.bfv", ".vcb.qkv", ".rul.ueo", ".tsk.ueo", ".pfi.ueo", ".dax.ueo",
     ".cmt.ueo", ".src.ueo", ".fld.ueo", ".thd.ueo", ".dim.ueo", ".rpg.ueo"};
+constexpr QvbString::Index dottedTwoPartLength = 8;
+static_assert(std::ranges::all_of(dottedTwoPartExtensions, [](std::string_view extension) {
+  return extension.size() == dottedTwoPartLength;
+}));
 
 // Keys of the maps differ when their first 255 bytes do; a zero byte is one like any other.
 std::string_view comparedPart(std::string_view key) { return key.substr(0, 255); }
@@ -40,12 +43,13 @@ struct MapCharCompareIgnoreCase {
   }
 };
 
-// The values are shared texts: handing one out copies nothing.
+// The values are shared texts: handing one out copies nothing. The maps are never destroyed: they may be asked while the
+// process ends.
 using ExtensionToTypeMap = std::map<std::string_view, QvbString, MapCharCompareIgnoreCase>;
 using TypeToExtensionMap = std::map<std::string_view, QvbString, MapCharCompare>;
 
 const ExtensionToTypeMap& extensionToType() {
-  static const ExtensionToTypeMap map = {
+  static const ExtensionToTypeMap& map = *new ExtensionToTypeMap{
       {"djf", "ProcessJob"},
       {"dmc", "ArchitectJob"},
       {"ddf", "DataJob"},
@@ -95,7 +99,7 @@ const ExtensionToTypeMap& extensionToType() {
 // Not the inverse of extensionToType(): one extension stands for each type, "File" has none, and
 // "AncestryFile", "HTML" and "HTM" come from no extension.
 const TypeToExtensionMap& typeToExtension() {
-  static const TypeToExtensionMap map = {
+  static const TypeToExtensionMap& map = *new TypeToExtensionMap{
       {"ProcessJob", "djf"},
       {"ArchitectJob", "dmc"},
       {"DataJob", "ddf"},
@@ -136,21 +140,22 @@ const TypeToExtensionMap& typeToExtension() {
   return map;
 }
 
+bool endsInTwoPartExtension(std::string_view path) {
+  return path.size() >= dottedTwoPartLength &&
+         std::ranges::any_of(dottedTwoPartExtensions,
+                             [end = path.substr(path.size() - dottedTwoPartLength)](
+                                 std::string_view extension) { return qvbEqualsIgnoreCase(end, extension); });
+}
+
 // The position of the "." before the extension, a two-part one where the path ends in one; -1 when there is
 // none.
 //
-// A search that finds nothing, -1, passes for a match in a path of seven characters, one fewer than a dotted
-// two-part extension has. Such a path has no extension here; getComponentsFromFilesystemPath() makes up for
-// it.
+// A path of seven characters, one fewer than a dotted two-part extension has, passes for one without an
+// extension; getComponentsFromFilesystemPath() makes up for it.
 QvbString::Index findExtension(const QvbString& path) {
-  QvbString lower = path;
-  lower.lowercase();
-  for (const std::string_view extension : dottedTwoPartExtensions) {
-    const QvbString::Index found = lower.rfind(extension);
-    if (found == lower.length() - static_cast<QvbString::Index>(extension.length()))
-      return found;
-  }
-  return path.rfind(".");
+  if (path.length() == dottedTwoPartLength - 1)
+    return -1;
+  return endsInTwoPartExtension(path.view()) ? path.length() - dottedTwoPartLength : path.rfind(".");
 }
 
 // The URI of a folder in the repository that has no name.

@@ -385,6 +385,34 @@ TEST(ExtensionSplit, NeverSplitsSevenCharactersUnlessSimple) {
   }));
 }
 
+// The two-part extensions are those whose text, with a dot before it, ends the path; a search that finds none passes for
+// a match where the path is one character shorter than what was searched for.
+TEST(ExtensionSplit, IsWhereTheSearchesOneAfterAnotherFindIt) {
+  constexpr const char* dotted[] = {".chp.bfd", ".chp.qkb", ".gmr.bfd", ".gmr.qkb", ".phx.bfd", ".phx.qkb",
+                                    ".rgx.bfd", ".rgx.qkb", ".sch.bfd", ".sch.qkb", ".vcb.bfv", ".vcb.qkv",
+                                    ".rul.ueo", ".tsk.ueo", ".pfi.ueo", ".dax.ueo", ".cmt.ueo", ".src.ueo",
+                                    ".fld.ueo", ".thd.ueo", ".dim.ueo", ".rpg.ueo"};
+  const auto searched = [&](const std::string& path) {
+    QvbString lower = text(path);
+    lower.lowercase();
+    for (const char* extension : dotted)
+      if (lower.rfind(extension) == lower.length() - 8)
+        return lower.rfind(extension);
+    return text(path).rfind(".");
+  };
+  EXPECT_TRUE(rc::check([&] {
+    std::string path = *rc::gen::container<std::string>(rc::gen::element('a', '.', '/', 'Z', '\0'));
+    for (int parts = *rc::gen::inRange(0, 3); parts > 0; --parts)
+      path += *rc::gen::element<std::string>(".chp.bfd", ".RUL.ueo", ".cln.ueo", "chp.qkb", ".Dim.Ueo", ".x");
+    const auto split = searched(path);
+    QvbString extension;
+    const auto base = str(parseFileExt(text(path), &extension, false));
+    return split < 0 ? base == path && extension.isEmpty()
+                     : base == path.substr(0, static_cast<std::size_t>(split)) &&
+                           str(extension) == path.substr(static_cast<std::size_t>(split) + 1);
+  }));
+}
+
 TEST(ExtensionSplit, LosesNothingButTheDot) {
   EXPECT_TRUE(rc::check([](bool simple) {
     const auto start = *rc::gen::container<std::string>(rc::gen::element('a', '.', '/', 'Z', '\0'));
