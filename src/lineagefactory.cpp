@@ -1,9 +1,10 @@
 #include "lineagefactory.h"
 
+#include "allocation.h"
 #include "guards.h"
-#include "qvreposres/qvresourcemgr.h"
 #include "qvreposres/qvresourceuri.h"
 #include "qvresource.h"
+#include "qvresourcemgrimpl.h"
 #include "qvsfio/npfio.h"
 #include "qvxlog/qvxlog.h"
 
@@ -17,8 +18,6 @@ constexpr const char* logSource = "src/lineagefactory";
 constexpr std::string_view syscatSeparator = " - ";
 constexpr std::size_t mostTablesRemembered = 8192;
 
-using Manager = Released<QvResourceManager>;
-
 struct DataSource {
   QvbString name;
   QvbString type;
@@ -26,8 +25,6 @@ struct DataSource {
   QvbString schema;
   QvbString table;
 };
-
-bool is(const QvbString& type, const char* name) { return type.compare(name, true) == 0; }
 
 bool isIdentityDocument(const QvbString& identity) { return identity.find("<morvaxeldocument") >= 0; }
 
@@ -43,9 +40,9 @@ QvbString dataURIOf(const DataSource& source, const QvbString& shortName) {
   return uri ? uri->asString() : QvbString("");
 }
 
-QvbString shortNameOf(QvResourceManager& manager, const QvbString& dsn) {
+QvbString shortNameOf(const QvbString& dsn) {
   QvbString name;
-  return manager.getNameFromDSN(dsn, &name) ? name : dsn;
+  return QvResourceManagerImpl().getNameFromDSN(dsn, &name) ? name : dsn;
 }
 
 DataSource dataSourceOf(QvDataURI& uri) {
@@ -61,7 +58,8 @@ bool writeIfAny(const QvbString& text, QvbString* output) {
 
 // Writes the identity of the table, or of the data source when no table is named; the type of what it identifies, or
 // null when there is no identity.
-const char* identify(QvResourceManager& manager, const DataSource& source, QvbString* identity) {
+const char* identify(const DataSource& source, QvbString* identity) {
+  QvResourceManagerImpl manager;
   if (!source.table.isEmpty())
     return manager.generateTableDataSourceResourceId(source.name, source.type, source.catalog, source.schema,
                                                      source.table, identity)
@@ -70,8 +68,9 @@ const char* identify(QvResourceManager& manager, const DataSource& source, QvbSt
   return manager.generateDataSourceResourceId(source.name, source.type, identity) ? "Database" : nullptr;
 }
 
-QvResourceImpl* newResource(const QvbString& name, const QvbString& type, const QvbString& identity) {
-  auto* resource = newOrNull<QvResourceImpl>();
+Released<QvResourceImpl> newResource(const QvbString& name, const QvbString& type,
+                                     const QvbString& identity) {
+  Released<QvResourceImpl> resource(newOrNull<QvResourceImpl>());
   if (resource) {
     resource->setName(name);
     resource->setType(type);
@@ -92,6 +91,13 @@ bool isSyscatDsn(const QvbString& name, QvbString* prefix, QvbString* rest) {
   return true;
 }
 
+QvbString syscatDsn(const QvbString& server, const QvbString& dataSource) {
+  if (server.isEmpty())
+    return dataSource;
+  QvbString name = server;
+  return name.append(syscatSeparator).append(dataSource);
+}
+
 LineageImpactFactoryImpl::~LineageImpactFactoryImpl() {
   if (m_resolver)
     m_resolver->release();
@@ -99,7 +105,7 @@ LineageImpactFactoryImpl::~LineageImpactFactoryImpl() {
 
 QvResource* LineageImpactFactoryImpl::getResource(const QvbString& name, const QvbString& type,
                                                   const QvbString& identity) {
-  return newResource(name, type, identity);
+  return newResource(name, type, identity).release();
 }
 
 void LineageImpactFactoryImpl::registerResourceResolver(QvResourceResolver* resolver) {
@@ -111,21 +117,18 @@ QvResource* LineageImpactFactoryImpl::getDataResource(QvDataURI* uri) {
   if (!uri)
     return nullptr;
   DataSource source = dataSourceOf(*uri);
-  const QvbString server = uri->getServer();
-  if (!server.isEmpty())
-    source.name = qvbStringFormat("%s - %s", server, source.name);
-  const Manager manager(createQvResourceManager());
+  source.name = syscatDsn(uri->getServer(), source.name);
   QvbString identity;
-  const char* type = identify(*manager, source, &identity);
+  const char* type = identify(source, &identity);
   if (!type)
     return nullptr;
   QvbString name = source.table;
   if (name.isEmpty())
-    manager->getNameFromDSN(source.name, &name);
-  QvResourceImpl* resource = newResource(name, type, identity);
+    QvResourceManagerImpl().getNameFromDSN(source.name, &name);
+  auto resource = newResource(name, type, identity);
   if (resource)
     resource->setResourceLocation(uri->asString());
-  return resource;
+  return resource.release();
 }
 
 LineageResourceResolver::LineageResourceResolver() : m_logger(qvlogGetLogger("QV.Repos.Lineage.Analysis")) {}
@@ -145,12 +148,12 @@ bool LineageResourceResolver::resolveResource(const QvbString& type, const QvbSt
   constexpr std::string_view unifiedTypes[] = {"Task",   "Rule",  "CustomMetric",
                                                "Source", "Field", "ProfileJob"};
   if (std::any_of(std::begin(unifiedTypes), std::end(unifiedTypes),
-                  [&](std::string_view unified) { return type.compare(unified, true) == 0; })) {
+                  [&](std::string_view unified) { return qvbEqualsIgnoreCase(type.view(), unified); })) {
     m_errorMessage =
         qvbStringFormat("The %s resource %s cannot be resolved without Unified Repository.", type, id);
-    return !is(type, "Task");
+    return !qvbEqualsIgnoreCase(type.view(), "Task");
   }
-  if (is(type, "MasterDataProject"))
+  if (qvbEqualsIgnoreCase(type.view(), "MasterDataProject"))
     resolveMasterDataProject(type, id, name, reference);
   return true;
 }
@@ -163,7 +166,7 @@ void LineageResourceResolver::resolveMasterDataProject(const QvbString& type, co
     return;
   QvbString filename;
   QvbString project("");
-  if (!Manager(createQvResourceManager())->getFilenameFromResourceId(id, &filename, &project))
+  if (!QvResourceManagerImpl().getFilenameFromResourceId(id, &filename, &project))
     return;
   *reference = project;
   *name = project;
@@ -217,8 +220,9 @@ LineageResourceResolver::Locator LineageResourceResolver::locatorOf(const QvbStr
       {"Field", &Self::locateUnifiedObject},
       {"MasterDataProject", &Self::locateMasterDataProject},
   };
-  const auto found = std::find_if(std::begin(locators), std::end(locators),
-                                  [&](const auto& entry) { return type.compare(entry.type, true) == 0; });
+  const auto found = std::find_if(std::begin(locators), std::end(locators), [&](const auto& entry) {
+    return qvbEqualsIgnoreCase(type.view(), entry.type);
+  });
   return found == std::end(locators) ? &Self::locateUnknownType : found->locator;
 }
 
@@ -227,14 +231,13 @@ const LineageResourceResolver::TableLocation*
 LineageResourceResolver::tableLocation(const QvbString& identity) const {
   if (const auto known = m_tables.find(identity); known != m_tables.end())
     return &known->second;
-  const Manager manager(createQvResourceManager());
   DataSource source;
-  if (!manager->getTableObjectFromResourceId(identity, &source.name, &source.type, &source.catalog,
-                                             &source.schema, &source.table))
+  if (!QvResourceManagerImpl().getTableObjectFromResourceId(identity, &source.name, &source.type,
+                                                            &source.catalog, &source.schema, &source.table))
     return nullptr;
   if (m_tables.size() == mostTablesRemembered)
     m_tables.clear();
-  const QvbString uri = dataURIOf(source, shortNameOf(*manager, source.name));
+  const QvbString uri = dataURIOf(source, shortNameOf(source.name));
   return &m_tables.emplace(identity, TableLocation{source.table, uri}).first->second;
 }
 
@@ -247,11 +250,10 @@ bool LineageResourceResolver::locateTable(const Lookup& lookup) const {
 }
 
 bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
-  const Manager manager(createQvResourceManager());
   DataSource source;
-  if (!manager->getDataSourceObjectFromResourceId(lookup.identity, &source.name, &source.type))
+  if (!QvResourceManagerImpl().getDataSourceObjectFromResourceId(lookup.identity, &source.name, &source.type))
     return false;
-  const QvbString shortName = shortNameOf(*manager, source.name);
+  const QvbString shortName = shortNameOf(source.name);
   *lookup.name = shortName;
   return writeIfAny(dataURIOf(source, shortName), lookup.uri);
 }
@@ -278,8 +280,7 @@ bool LineageResourceResolver::locateUnifiedObject(const Lookup& lookup) const {
   QvbString type;
   QvbString id;
   QvbString uuid;
-  if (Manager(createQvResourceManager())
-          ->getUnifiedObjectFromResourceId(lookup.identity, &repository, &type, &id, &uuid))
+  if (QvResourceManagerImpl().getUnifiedObjectFromResourceId(lookup.identity, &repository, &type, &id, &uuid))
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Unable to obtain resource location for %s", lookup.identity);
   return locateByURI(lookup);
@@ -290,7 +291,7 @@ bool LineageResourceResolver::locateFile(const Lookup& lookup) const {
     return locatePath(lookup.identity, lookup.uri);
   QvbString filename;
   QvbString name("");
-  if (!Manager(createQvResourceManager())->getFilenameFromResourceId(lookup.identity, &filename, &name))
+  if (!QvResourceManagerImpl().getFilenameFromResourceId(lookup.identity, &filename, &name))
     return false;
   *lookup.name = name;
   return locatePath(filename, lookup.uri);
@@ -310,7 +311,7 @@ bool LineageResourceResolver::locateMasterDataProject(const Lookup& lookup) cons
     return false;
   QvbString filename;
   QvbString project("");
-  if (!Manager(createQvResourceManager())->getFilenameFromResourceId(lookup.identity, &filename, &project)) {
+  if (!QvResourceManagerImpl().getFilenameFromResourceId(lookup.identity, &filename, &project)) {
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Error setting MDMProject getResourceLocation() with values=%s", project);
     return false;
@@ -336,16 +337,16 @@ bool LineageResourceResolver::locateByURI(const Lookup& lookup) const {
 
 QvResource* LineageResourceResolver::getResourceFromURI(const QvbString& text) {
   const Released<QvURI> uri(getURIFromURIString(text));
-  QvDataURI* data = uri && !is(uri->getScheme(), "qvr") ? uri->getDataURI() : nullptr;
-  QvResource* resource = nullptr;
+  QvDataURI* data = uri && !qvbEqualsIgnoreCase(uri->getScheme().view(), "qvr") ? uri->getDataURI() : nullptr;
+  Released<QvResourceImpl> resource;
   if (data) {
     const DataSource source = dataSourceOf(*data);
     QvbString identity;
-    if (const char* type = identify(*Manager(createQvResourceManager()), source, &identity))
+    if (const char* type = identify(source, &identity))
       resource = newResource(source.table, type, identity);
   }
   if (!resource)
     m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                        "Unable to get resource for given URI=%s.", text);
-  return resource;
+  return resource.release();
 }

@@ -4,26 +4,10 @@
 #include "qvreposres/qvresourcefactory.h"
 
 #include <functional>
-#include <new>
 #include <string_view>
 #include <unordered_map>
-#include <utility>
 
 class QvLogger;
-
-// What `make` makes, or null when memory is short.
-template<class Make>
-auto madeOrNull(Make make) noexcept -> decltype(make()) {
-  try {
-    return make();
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-template<class T, class... Args>
-T* newOrNull(Args&&... args) {
-  return madeOrNull([&] { return new T(std::forward<Args>(args)...); });
-}
 
 class QVREPOSRES_API LineageImpactFactoryImpl : public QvResourceFactory {
 public:
@@ -108,3 +92,5 @@ private:
 // Splits the name of a system catalog's data source, "prefix - rest", at its first " - ". False, with the outputs
 // untouched, for every other name.
 bool isSyscatDsn(const QvbString& name, QvbString* prefix, QvbString* rest);
+// The name that it splits: "server - data source". Without a server it is the data source's own.
+QvbString syscatDsn(const QvbString& server, const QvbString& dataSource);

@@ -1,5 +1,6 @@
 #include "lineageserialization.h"
 
+#include "allocation.h"
 #include "lineagefactory.h"
 #include "qvresource.h"
 #include "qvxlog/qvxlog.h"
@@ -9,38 +10,28 @@
 
 namespace {
 
-// Appends the resource unless the list has it; false when memory is short.
-bool appendUnique(QvResourceList& list, QvResource* resource) {
-  if (!resource || list.contains(resource))
-    return true;
-  if (!list.addRow())
-    return false;
-  list.setLastRowElement(0, resource);
-  return true;
-}
-
-void appendAllUnique(QvResourceList& list, QvResourceList& resources) {
+void addAllUnlessListed(QvResourceList& list, QvResourceList& resources) {
   while (resources.next())
-    appendUnique(list, resources.getValue());
+    if (QvResource* resource = resources.getValue())
+      addUnlessListed(list, *resource);
 }
 
 } // namespace
 
-bool MapLineageResourceCompare::operator()(QvResource* a, QvResource* b) const {
-  if (!a)
-    return false;
-  if (!b)
-    return true;
-  if (const int types = a->getResourceType().compare(b->getResourceType(), true))
-    return types < 0;
-  return a->getResourceIdentity().compare(b->getResourceIdentity(), true) < 0;
-}
-
-std::size_t LineageSerializationImpl::NodeHash::operator()(const Node& node) const {
+std::size_t LineageNodeHash::operator()(const LineageNode& node) const noexcept {
   return qvbHashIgnoreCase(node.identity.view()) * 31 + qvbHashIgnoreCase(node.type.view());
 }
 
-LineageSerializationImpl::Node LineageSerializationImpl::nodeOf(QvResource* resource) {
+bool MapLineageResourceCompare::operator()(QvResource* a, QvResource* b) const {
+  return a && (!b || (*this)(LineageSerializationImpl::nodeOf(a), LineageSerializationImpl::nodeOf(b)));
+}
+
+bool MapLineageResourceCompare::operator()(const LineageNode& a, const LineageNode& b) const noexcept {
+  const int types = a.type.compare(b.type, true);
+  return types != 0 ? types < 0 : a.identity.compare(b.identity, true) < 0;
+}
+
+LineageNode LineageSerializationImpl::nodeOf(QvResource* resource) {
   return {resource->getResourceType(), resource->getResourceIdentity()};
 }
 
@@ -53,7 +44,11 @@ LineageSerializationImpl::LineageSerializationImpl()
   m_factory->registerResourceResolver(m_resolver);
 }
 
-LineageSerializationImpl::~LineageSerializationImpl() = default;
+// A resolver that the factory still has ends with the factory.
+LineageSerializationImpl::~LineageSerializationImpl() {
+  if (m_resolver && m_factory->getResourceResolver() != m_resolver)
+    m_resolver->release();
+}
 
 QvResourceList* LineageSerializationImpl::createResourceList() { return newOrNull<QvResourceListImpl>(); }
 
@@ -84,7 +79,7 @@ QvResourceFactory* LineageSerializationImpl::getDefaultResourceFactory() { retur
 bool LineageSerializationImpl::addDependentResources(QvResource* resource, QvResourceList* dependents) {
   if (!resource || !dependents)
     return false;
-  Node node = nodeOf(resource);
+  LineageNode node = nodeOf(resource);
   auto entry = m_dependencies.find(node);
   if (entry == m_dependencies.end()) {
     Dependencies added{Released<QvResource>(createResource(resource->getName(), node.type, node.identity)),
@@ -93,19 +88,18 @@ bool LineageSerializationImpl::addDependentResources(QvResource* resource, QvRes
       return true; // out of memory: the dependencies go unrecorded
     entry = m_dependencies.emplace(std::move(node), std::move(added)).first;
   }
-  appendAllUnique(*entry->second.dependents, *dependents);
+  addAllUnlessListed(*entry->second.dependents, *dependents);
   return true;
 }
 
+// What is recorded is unique already.
 QvResourceList* LineageSerializationImpl::getDependentResources(QvResource* resource, bool) {
-  Released<QvResourceList> result(createResourceList());
+  Released<QvResourceListImpl> result(newOrNull<QvResourceListImpl>());
   if (!result || !resource)
     return result.release();
   const auto entry = m_dependencies.find(nodeOf(resource));
-  if (entry != m_dependencies.end()) {
-    entry->second.dependents->reset();
-    appendAllUnique(*result, *entry->second.dependents);
-  }
+  if (entry != m_dependencies.end())
+    result->copyList(entry->second.dependents.get());
   return result.release();
 }
 
@@ -124,13 +118,15 @@ QvResourceList* LineageSerializationImpl::getAllUniqueUsedResources() {
   Released<QvResourceList> result(createResourceList());
   if (!result)
     return nullptr;
-  std::vector<QvResource*> keys;
-  keys.reserve(m_dependencies.size());
-  for (const auto& [node, dependencies] : m_dependencies)
-    keys.push_back(dependencies.key.get());
-  std::sort(keys.begin(), keys.end(), MapLineageResourceCompare());
-  for (QvResource* key : keys)
-    appendUnique(*result, key);
+  std::vector<const DependencyMap::value_type*> entries;
+  entries.reserve(m_dependencies.size());
+  for (const auto& entry : m_dependencies)
+    entries.push_back(&entry);
+  const MapLineageResourceCompare isBefore;
+  std::sort(entries.begin(), entries.end(),
+            [&](const auto* a, const auto* b) { return isBefore(a->first, b->first); });
+  for (const auto* entry : entries)
+    addUnlessListed(*result, *entry->second.key);
   return result.release();
 }
 

@@ -12,9 +12,23 @@ class QvLogger;
 class RepositoryMetadataObject;
 class RepositorySerializationContext;
 
+// A node of the graph: a resource by its type and identity, whatever their case.
+struct LineageNode {
+  QvbString type;
+  QvbString identity;
+  bool operator==(const LineageNode& other) const noexcept {
+    return qvbEqualsIgnoreCase(type.view(), other.type.view()) &&
+           qvbEqualsIgnoreCase(identity.view(), other.identity.view());
+  }
+};
+struct LineageNodeHash {
+  std::size_t operator()(const LineageNode& node) const noexcept;
+};
+
 // Orders resources by type, then by identity, both without regard to case; null comes last.
 struct MapLineageResourceCompare {
   bool operator()(QvResource* a, QvResource* b) const;
+  bool operator()(const LineageNode& a, const LineageNode& b) const noexcept;
 };
 
 class QVREPOSRES_API LineageSerializationImpl : public QvImpactAnalysis {
@@ -70,6 +84,8 @@ public:
   bool getLineageAsString(QvbString* xml, QvbString* message, bool layout) override;
   QvResourceFactory* getDefaultResourceFactory() override;
 
+  static LineageNode nodeOf(QvResource* resource);
+
   // Receives the stages of each export; null for none. The sink stays its owner's.
   void setProgressSink(LineageProgressSink* sink) { m_progressSink = sink; }
 
@@ -97,25 +113,14 @@ public:
   void setReferenceParameter(QvURI* reference, const QvbString& name, const QvbString& value);
 
 private:
-  // A node of the graph by its type and identity, whatever their case.
-  struct Node {
-    QvbString type;
-    QvbString identity;
-    bool operator==(const Node& other) const {
-      return type.compare(other.type, true) == 0 && identity.compare(other.identity, true) == 0;
-    }
-  };
-  struct NodeHash {
-    std::size_t operator()(const Node& node) const;
-  };
   struct Dependencies {
     Released<QvResource> key;
     Released<QvResourceList> dependents;
   };
+  using DependencyMap = std::unordered_map<LineageNode, Dependencies, LineageNodeHash>;
   // The document of an export while it is built.
   struct Document;
 
-  static Node nodeOf(QvResource* resource);
   void progress(const char* stage);
   bool fail(const char* reason, QvbString* message);
   bool startDocument(Document& document, QvbString* message);
@@ -126,9 +131,9 @@ private:
                       QvResource* resource, const QvbString& identity, const QvbString& type);
 
   QvLogger* m_logger;
-  LineageResourceResolver* m_resolver = nullptr; // the factory's
+  LineageResourceResolver* m_resolver = nullptr; // the factory's, unless a host registered another one there
   LineageProgressSink* m_progressSink = nullptr;
   Released<LineageImpactFactoryImpl> m_factory;
   // Looked up by hash; the order of MapLineageResourceCompare is made when it is asked for.
-  std::unordered_map<Node, Dependencies, NodeHash> m_dependencies;
+  DependencyMap m_dependencies;
 };

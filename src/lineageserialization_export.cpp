@@ -1,6 +1,7 @@
 // The lineage graph as XML.
 #include "lineageserialization.h"
 
+#include "allocation.h"
 #include "lineagefactory.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvreposres/qvreposserialize.h"
@@ -12,10 +13,9 @@ namespace {
 
 constexpr const char* logSource = "src/lineageserialization";
 
-bool same(const QvbString& a, const QvbString& b) { return a.compare(b, true) == 0; }
-
 bool isServerJob(const QvbString& type) {
-  return same(type, "ProcessJob") || same(type, "DataJob") || same(type, "ProfileJob");
+  return qvbEqualsIgnoreCase(type.view(), "ProcessJob") || qvbEqualsIgnoreCase(type.view(), "DataJob") ||
+         qvbEqualsIgnoreCase(type.view(), "ProfileJob");
 }
 
 // Data source, schema and table as far as they are named; empty without a data source.
@@ -190,10 +190,11 @@ bool LineageSerializationImpl::nameByLocation(RepositorySerializationContext* co
   }
   element->addAttribute(REL_RES_ATTR_LABEL, label.isEmpty() ? name : label);
   const QvbString serverIdentity = getResourceDMServerIdentity(location, type);
-  const QvbString& id = same(serverIdentity, location) ? location : serverIdentity;
+  const QvbString& id =
+      qvbEqualsIgnoreCase(serverIdentity.view(), location.view()) ? location : serverIdentity;
   element->addAttribute(REL_RES_ATTR_ID, id);
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Setting %s identity as: %s", identity, id);
-  if (same(type, "Table"))
+  if (qvbEqualsIgnoreCase(type.view(), "Table"))
     populateResourceDataPath(context, element, location);
   return true;
 }

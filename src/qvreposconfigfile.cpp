@@ -1,7 +1,7 @@
 #include "qvreposconfigfile.h"
 
-#include "guards.h"
-#include "qvreposres/qvresourcemgr.h"
+#include "domchildren.h"
+#include "qvresourcemgrimpl.h"
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxdom/qvdom.h"
@@ -57,24 +57,16 @@ void writeDefinition(QvReposConfiguration& definition, QvDomNode root) {
     root.addChild(element.name).setValue(element.written(definition));
 }
 
-bool isDefinitionElement(const QvDomNode& node) {
-  return node.getName().compare(definitionElement, true) == 0;
-}
-
 // The root itself or the first of its children that is one; a missing node when none is.
 QvDomNode findDefinition(const QvDomNode& root) {
-  if (isDefinitionElement(root))
-    return root;
-  auto child = root.getFirstChild(false);
-  while (!child.null() && !isDefinitionElement(child))
-    child = child.getNextSibling(false);
-  return child;
+  return isNamed(root, definitionElement) ? root : findChildNamed(root, definitionElement);
 }
 
 void readElement(const QvDomNode& node, QvReposConfiguration& definition) {
   const auto name = node.getName();
-  const auto known = std::find_if(std::begin(elements), std::end(elements),
-                                  [&](const auto& element) { return name.compare(element.name, true) == 0; });
+  const auto known = std::find_if(std::begin(elements), std::end(elements), [&](const auto& element) {
+    return qvbEqualsIgnoreCase(name.view(), element.name);
+  });
   // An element without text is an empty text: null is left to the fields whose element is missing.
   if (known != std::end(elements))
     (definition.*known->read)(QvbString(node.getValue(false).view()));
@@ -83,9 +75,8 @@ void readElement(const QvDomNode& node, QvReposConfiguration& definition) {
 // The connection type text that a file which names none stands for: older files leave it to the connection
 // string.
 const char* inferredType(const QvbString& connect) {
-  const Released<QvResourceManager> manager(createQvResourceManager());
   QvbString type;
-  if (!manager->getDSNTypeFromDSN(connect, &type))
+  if (!QvResourceManagerImpl().getDSNTypeFromDSN(connect, &type))
     return "File";
   return type.compare("GRVS") == 0 ? "GRVS" : "ODBC";
 }

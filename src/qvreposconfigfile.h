@@ -4,6 +4,10 @@
 #include "qvreposconfiguration.h"
 
 #include <memory>
+#include <string_view>
+
+// How the name of a definition file ends, with no dot required before it.
+inline constexpr std::string_view definitionFileSuffix = "rcf";
 
 // What a file that could be read holds. It is shared by all who loaded it and never changes.
 struct DefinitionFile {

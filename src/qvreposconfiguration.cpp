@@ -1,10 +1,10 @@
 #include "qvreposconfiguration.h"
 
+#include "allocation.h"
 #include "guards.h"
 
 #include <algorithm>
 #include <iterator>
-#include <new>
 
 namespace {
 
@@ -47,7 +47,7 @@ QvbString connectionTypeName(QvUnifiedReposConnectType type) {
 QvUnifiedReposConnectType connectionTypeOf(const QvbString& name) {
   const auto known =
       std::find_if(std::begin(connectionTypes), std::end(connectionTypes),
-                   [&](const auto& candidate) { return name.compare(candidate.name, true) == 0; });
+                   [&](const auto& candidate) { return qvbEqualsIgnoreCase(name.view(), candidate.name); });
   return known == std::end(connectionTypes) ? QvUnifiedReposConnectODBC : known->type;
 }
 
@@ -82,12 +82,7 @@ void QvReposConfigurationImpl::parseUnifiedRepositoryPrefixSchema(QvbString* pre
 }
 
 bool QvReposConfigurationListImpl::addRow() {
-  try {
-    m_rows.emplace_back();
-    return true;
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
+  return tryAllocate([&] { m_rows.emplace_back(); });
 }
 
 void QvReposConfigurationListImpl::setLastRowElement(QvReposConfiguration* definition) {

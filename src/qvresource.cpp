@@ -1,7 +1,8 @@
 #include "qvresource.h"
 
+#include "allocation.h"
+
 #include <algorithm>
-#include <new>
 #include <utility>
 
 namespace {
@@ -10,17 +11,6 @@ namespace {
 bool isColumn(unsigned long column, int columns) {
   const auto index = static_cast<int>(column);
   return index >= 0 && index < columns;
-}
-
-// Runs a step that allocates; false when memory is short.
-template<class Step>
-bool tryAllocate(const Step& step) {
-  try {
-    step();
-    return true;
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
 }
 
 } // namespace
@@ -69,7 +59,7 @@ QvResource* QvResourceListImpl::getValue(unsigned long column) {
 std::size_t QvResourceListImpl::findRow(const QvbString& identity) {
   if (const auto found = m_firstRows.find(identity); found != m_firstRows.end())
     return found->second;
-  const bool isLast = !m_rows.empty() && IdentityEqual()(m_rows.back().getResourceIdentity(), identity);
+  const bool isLast = !m_rows.empty() && QvbEqualIgnoreCase()(m_rows.back().getResourceIdentity(), identity);
   return isLast ? m_rows.size() - 1 : m_rows.size();
 }
 
@@ -89,6 +79,13 @@ bool QvResourceListImpl::copyList(QvResourceList* source) {
     setLastRowElement(0, source->getValue());
   }
   m_cursor.restart();
+  return true;
+}
+
+bool addUnlessListed(QvResourceList& list, QvResource& resource) {
+  if (list.contains(&resource) || !list.addRow())
+    return false;
+  list.setLastRowElement(0, &resource);
   return true;
 }
 
@@ -138,7 +135,9 @@ void QvStringListImpl::setLastRowElement(unsigned long column, const QvbString& 
 }
 
 bool QvStringListImpl::contains(QvbString& text) {
-  const auto matches = [&](const auto& row) { return !row.empty() && row.front().compare(text, true) == 0; };
+  const auto matches = [&](const auto& row) {
+    return !row.empty() && QvbEqualIgnoreCase()(row.front(), text);
+  };
   const auto found = std::find_if(m_rows.begin(), m_rows.end(), matches);
   m_cursor.place(static_cast<std::size_t>(found - m_rows.begin()) + 1, m_rows.size());
   return found != m_rows.end();

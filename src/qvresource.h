@@ -79,22 +79,18 @@ public:
   bool copyList(QvResourceList* source);
 
 private:
-  struct IdentityHash {
-    std::size_t operator()(const QvbString& identity) const { return qvbHashIgnoreCase(identity.view()); }
-  };
-  struct IdentityEqual {
-    bool operator()(const QvbString& a, const QvbString& b) const { return a.compare(b, true) == 0; }
-  };
-
   ~QvResourceListImpl() = default;
   // The first row with this identity, or the number of rows.
   std::size_t findRow(const QvbString& identity);
 
   std::deque<QvResourceImpl> m_rows;
   // The first row of each identity. The last row, which may still change, is entered when another one follows it.
-  std::unordered_map<QvbString, std::size_t, IdentityHash, IdentityEqual> m_firstRows;
+  std::unordered_map<QvbString, std::size_t, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_firstRows;
   ListCursor m_cursor;
 };
+
+// Adds the resource unless the list has one of the same identity; true when a row was added.
+bool addUnlessListed(QvResourceList& list, QvResource& resource);
 
 class QVREPOSRES_API QvResourcePropertyListImpl final : public QvResourcePropertyList {
 public:

@@ -1,10 +1,10 @@
 // Resources of every kind, generated and added to lists.
 #include "qvresourcemgrimpl.h"
 
+#include "allocation.h"
 #include "qvresource.h"
 #include "qvxbase/qvbformat.h"
 
-#include <new>
 #include <utility>
 
 const QvbString QvResourceManagerImpl::IMPACT_RES_DATASRC_String = "Database";
@@ -45,7 +45,8 @@ bool resolveInRepository(QvResourceFactory& factory, const QvbString& repository
   auto* resolver = factory.getResourceResolver();
   QvbString served;
   return resolver && resolver->getUnifiedRepositoryName(&served) && !served.isNull() &&
-         served.compare(repository, true) == 0 && resolver->resolveResource(type, id, uuid, name, identity);
+         qvbEqualsIgnoreCase(served.view(), repository.view()) &&
+         resolver->resolveResource(type, id, uuid, name, identity);
 }
 
 QvResource* generateRuleByName(QvResourceFactory& factory, const QvbString& id, const QvbString& uuid,
@@ -102,7 +103,7 @@ QvbString serverReferenceURI(const QvbString& server, const QvbString& reference
 QvResourcePropertyList* propertiesOf(QvResource& resource) {
   auto* record = dynamic_cast<QvResourceImpl*>(&resource);
   if (record && !record->getProperties())
-    record->adoptProperties(Released<QvResourcePropertyList>(new (std::nothrow) QvResourcePropertyListImpl));
+    record->adoptProperties(Released<QvResourcePropertyList>(newOrNull<QvResourcePropertyListImpl>()));
   return resource.getProperties();
 }
 
@@ -124,13 +125,6 @@ bool addGenerated(QvResourceList* list, QvResource* generated) {
 Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& resource) {
   return Released<QvResource>(
       factory.getResource(resource.getName(), resource.getResourceType(), resource.getResourceIdentity()));
-}
-
-bool addUnlessListed(QvResourceList& list, QvResource& resource) {
-  if (list.contains(&resource) || !list.addRow())
-    return false;
-  list.setLastRowElement(0, &resource);
-  return true;
 }
 
 QvbString QvResourceManagerImpl::identityDsnType(const QvbString& dsn, const QvbString& dsnType) {
@@ -244,7 +238,7 @@ QvResource* QvResourceManagerImpl::generateOMRObjectByPathResource(QvResourceFac
   QvbString type;
   splitObjectPath(objectPath, &name, &type);
   auto uri = objectURI(objectPath);
-  if (type.compare(IMPACT_RES_FILE_String, true) != 0)
+  if (!qvbEqualsIgnoreCase(type.view(), IMPACT_RES_FILE_String.view()))
     return factory->getResource(name, type, uri);
   auto fileType = IMPACT_RES_FILE_String;
   return generateFileResource(fileType, factory, uri);
@@ -263,13 +257,13 @@ QvResource* QvResourceManagerImpl::generateDMSRefResource(QvResourceFactory* fac
   const auto identity = serverReferenceURI(server, objectPath, type, service);
   if (identity.isEmpty())
     return nullptr;
-  auto* resource = factory->getResource(name.isEmpty() ? ownName : name, type, identity);
+  Released<QvResource> resource(factory->getResource(name.isEmpty() ? ownName : name, type, identity));
   if (resource) {
     auto* properties = propertiesOf(*resource);
     addProperty(properties, "ServiceType", service);
     addProperty(properties, "ObjectType", type);
   }
-  return resource;
+  return resource.release();
 }
 
 bool QvResourceManagerImpl::addDataSourceResource(QvResourceFactory* factory, QvResourceList* list,

@@ -129,6 +129,3 @@ private:
 
 // A new resource of the factory's with the name, type and identity of the given one; null when the factory gives none.
 Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& resource);
-
-// Adds the resource unless the list has one of the same identity; true when a row was added.
-bool addUnlessListed(QvResourceList& list, QvResource& resource);

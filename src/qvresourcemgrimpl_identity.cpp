@@ -1,6 +1,7 @@
 // Resource identities and the connection strings that feed them.
 #include "qvresourcemgrimpl.h"
 
+#include "domchildren.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbpath.h"
 
@@ -48,7 +49,7 @@ bool writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart>
 
 // The kind's element on the way along first children; neither the root's name nor its attributes count.
 QvDomNode findKindElement(QvDomNode node, const IdentityKind& kind) {
-  while (!node.null() && node.getName().compare(kind.element, true) != 0)
+  while (!node.null() && !isNamed(node, kind.element))
     node = node.getFirstChild(false);
   return node;
 }
@@ -172,7 +173,7 @@ bool QvResourceManagerImpl::getResourceTypeFromFilename(QvbString& filename, Qvb
   if (!getComponentsFromFilesystemPath(filename, &extension, &folder, name) ||
       !getTypeForFileExtension(extension, type))
     return false;
-  if (type->compare("File", true) == 0 && !extension.isEmpty())
+  if (qvbEqualsIgnoreCase(type->view(), "File") && !extension.isEmpty())
     name->append(".").append(extension);
   return true;
 }

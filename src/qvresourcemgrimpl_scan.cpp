@@ -1,7 +1,10 @@
 // The resources that job references and SQL steps name.
 #include "qvresourcemgrimpl.h"
 
+#include "domchildren.h"
+#include "lineagefactory.h"
 #include "qvreposres/qvresourceuri.h"
+#include "qvresource.h"
 #include "qvsstr/qvsstr.h"
 #include "qvxbase/qvbformat.h"
 
@@ -13,10 +16,6 @@ namespace {
 constexpr std::array sqlSteps{"QueryBuilderService",          "SQLCreateTableSelect",
                               "SQLInsertRowsSelect",          "SQLInsertRowsQueryReference",
                               "SQLCreateTableQueryReference", "SQLUpdateRows"};
-
-bool isNamed(const QvDomNode& element, const char* name) {
-  return element.getName().compare(name, true) == 0;
-}
 
 bool isSQLStep(const QvDomNode& element) {
   return std::any_of(sqlSteps.begin(), sqlSteps.end(),
@@ -49,14 +48,6 @@ TableName parseTableName(const QvbString& text) {
   return {.catalog = fromEnd(3), .schema = fromEnd(2), .table = fromEnd(1)};
 }
 
-// The name under which lineage knows the data source of a URI. A data source behind a server is a system catalog's and
-// is called "server - data source", as its identity and location are elsewhere.
-QvbString dataSourceName(const QvDataURIComponents& components) {
-  if (components.server.isEmpty())
-    return components.dataSource;
-  return qvbStringFormat("%S - %S", &components.server, &components.dataSource);
-}
-
 } // namespace
 
 Released<QvResource> QvResourceManagerImpl::findRepositoryJob(QvResourceFactory* factory,
@@ -71,7 +62,7 @@ Released<QvResource> QvResourceManagerImpl::findRepositoryJob(QvResourceFactory*
   const auto objectName = data ? data->getObjectName() : QvbString();
   const auto objectType = data ? data->getObjectType() : QvbString();
   // A profile job is identified by its reference, every other job by its file.
-  if (objectType.compare(IMPACT_RES_PROFILE_String, true) == 0)
+  if (qvbEqualsIgnoreCase(objectType.view(), IMPACT_RES_PROFILE_String.view()))
     return Released<QvResource>(factory->getResource(objectName, IMPACT_RES_PROFILE_String, jobReference));
   const auto reference = uri->asString();
   if (auto* job = factory->getResource(objectName, objectType, localFilename(reference, reference)))
@@ -163,13 +154,14 @@ void QvResourceManagerImpl::addSourceTable(const QvDomNode& element, QvResourceF
     addTableResource(factory, list, none, type, none, none, table);
 }
 
+// The data source goes by the name under which lineage knows it, as its identity and location do elsewhere.
 void QvResourceManagerImpl::addTableByURI(const QvbString& pathUri, QvResourceFactory* factory,
                                           QvResourceList* list) {
   QvDataURIComponents components;
   if (!getDataURIComponentsFromString(pathUri, &components) || components.dataSource.isEmpty() ||
       components.dataSourceType.isEmpty())
     return;
-  auto dataSource = dataSourceName(components);
+  auto dataSource = syscatDsn(components.server, components.dataSource);
   addDataSourceResource(factory, list, dataSource, components.dataSourceType);
   addTableResource(factory, list, dataSource, components.dataSourceType, components.catalog,
                    components.schema, components.table);

@@ -82,6 +82,40 @@ TEST(LineageStore, IsEmptyAtFirstAndHasAFactoryWithItsResolver) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+// The leak check of the sanitizers sees the one that nobody releases; releasing it twice is seen by them too.
+TEST(LineageStore, EndsItsResolverOnceWhetherOrNotAHostReplacedIt) {
+  struct HostResolver : RecordingResolver {
+    explicit HostResolver(int* ends) : m_ends(ends) {}
+    void release() override {
+      ++*m_ends;
+      delete this;
+    }
+    int* m_ends;
+  };
+  int ends = 0;
+  Store store = makeStore();
+  QvResourceFactory* factory = store->getDefaultResourceFactory();
+  QvResourceResolver* own = factory->getResourceResolver();
+  auto* replacement = new HostResolver(&ends);
+  factory->registerResourceResolver(replacement);
+  EXPECT_EQ(factory->getResourceResolver(), replacement);
+  QvbString name;
+  QvbString uri;
+  EXPECT_TRUE(own->getResourceLocation("n", "http://host/x", "", &name, &uri)) << "good as long as the store";
+  store.reset();
+  EXPECT_EQ(ends, 1);
+
+  store = makeStore();
+  factory = store->getDefaultResourceFactory();
+  own = factory->getResourceResolver();
+  auto* replaced = new HostResolver(&ends);
+  factory->registerResourceResolver(replaced);
+  factory->registerResourceResolver(own);
+  store.reset();
+  EXPECT_EQ(ends, 1) << "a replaced resolver stays the host's";
+  replaced->release();
+}
+
 TEST(LineageStore, MakesResourcesThroughItsFactory) {
   const Store store = makeStore();
   EXPECT_EQ(fieldsOf(*Resource(store->createResource("name", "Type", "identity"))),

@@ -1,0 +1,31 @@
+// What may run out of memory without an exception.
+#pragma once
+
+#include <new>
+#include <utility>
+
+// What `make` makes, or null when memory is short.
+template<class Make>
+auto madeOrNull(Make make) noexcept -> decltype(make()) {
+  try {
+    return make();
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+template<class T, class... Args>
+T* newOrNull(Args&&... args) {
+  return madeOrNull([&] { return new T(std::forward<Args>(args)...); });
+}
+
+// Takes a step that allocates; false when memory is short.
+template<class Step>
+bool tryAllocate(const Step& step) {
+  try {
+    step();
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
