@@ -1,5 +1,6 @@
 #include "qvreposerializecontextimpl.h"
 
+#include "domchildren.h"
 #include "guards.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
@@ -15,10 +16,8 @@ constexpr const char* xmlDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"
 constexpr const char* documentElement = "morvaxeldocument";
 constexpr const char* containerElement = "RepositoryMetadataObject";
 
-bool same(const QvbString& a, const QvbString& b) { return a.compare(b, true) == 0; }
-
 bool isIdAttribute(const QvbString& name) {
-  return name.compare("ObjRef", true) == 0 || name.compare("Id", true) == 0;
+  return qvbEqualsIgnoreCase(name.view(), "ObjRef") || qvbEqualsIgnoreCase(name.view(), "Id");
 }
 
 QvbString idOf(const QvDomNode& node) {
@@ -89,6 +88,7 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::getMetadataObject(
     displace(mapped);
   mapped = object.release();
   mapped->hold();
+  ++m_made;
   return mapped;
 }
 
@@ -104,7 +104,7 @@ void RepositorySerializationContextImpl::displace(RepositoryMetadataObjectImpl* 
 RepositoryMetadataObject* RepositorySerializationContextImpl::findMetadataObject(const QvbString& objectType,
                                                                                  const QvbString& id) {
   const auto found = m_objects.find(id);
-  if (found == m_objects.end() || !same(found->second->getObjectType(), objectType))
+  if (found == m_objects.end() || !QvbEqualIgnoreCase()(found->second->getObjectType(), objectType))
     return nullptr;
   return found->second;
 }
@@ -113,8 +113,8 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::getMetadataObjectB
     const QvbString& objectType, const QvbString& attributeName, const QvbString& attributeValue) {
   for (const auto& [id, object] : m_objects) {
     QvbString value;
-    if (same(object->getObjectType(), objectType) && object->getAttribute(attributeName, &value) &&
-        same(value, attributeValue))
+    if (QvbEqualIgnoreCase()(object->getObjectType(), objectType) &&
+        object->getAttribute(attributeName, &value) && QvbEqualIgnoreCase()(value, attributeValue))
       return object;
   }
   RepositoryMetadataObject* object = getMetadataObject(objectType, qvbGetUUID());
@@ -143,7 +143,7 @@ bool RepositorySerializationContextImpl::serialize(RepositoryMetadataObject* obj
   object->toXML(&main);
   QvDomNode root = document.getRoot();
   for (const auto& [id, other] : m_objects) {
-    if (same(other->getId(), object->getId()))
+    if (QvbEqualIgnoreCase()(other->getId(), object->getId()))
       continue;
     QvDomNode node = root.addChild(other->getObjectType());
     other->toXML(&node);
@@ -174,14 +174,14 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::deSerialize(const 
 // The element whose children are the document's objects. Only first children are searched for it.
 QvDomNode RepositorySerializationContextImpl::findContainer(const QvDomNode& root) const {
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Reading root node: %s", root.getName());
-  if (same(root.getName(), documentElement))
+  if (isNamed(root, documentElement))
     return root;
   QvDomNode node = root.getFirstChild(false);
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Reading node: %s", node.getName());
   for (; !node.null(); node = node.getFirstChild(false)) {
     m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Comparing node: %s to \"%s\"",
                        node.getName(), containerElement);
-    if (same(node.getName(), containerElement))
+    if (isNamed(node, containerElement))
       return node;
   }
   return {};
@@ -218,10 +218,11 @@ RepositorySerializationContextImpl::readObject(QvbString* rootId, const QvDomNod
                        "Object cannot be created as it has no Id: %s", type);
     return {};
   }
-  const bool isNew = !findMetadataObject(type, id);
+  const auto madeBefore = m_made;
   RepositoryMetadataObject* object = getMetadataObject(type, id);
-  if (!object)
+  if (!object) // a derived context may refuse it
     return {};
+  const bool isNew = m_made != madeBefore;
   if (rootId && rootId->isEmpty())
     *rootId = object->getId();
   const bool isOpened = m_open.insert(object).second;

@@ -61,6 +61,7 @@ private:
   std::map<QvbString, std::map<QvbString, QvbString>> m_importProperties;
   RepositoryActionEvent* m_eventHandler = nullptr;
   QvbString m_eventObjectInfo;
+  std::size_t m_made = 0; // objects so far, in all its life
   // Objects that lost their id to another type within the document that made them: nobody but the context knows them.
   std::vector<RepositoryMetadataObjectImpl*> m_displaced;
   // The objects that the document being read has made; null while none is read.
