@@ -1,17 +1,33 @@
-// The definition files of a folder, read as far as they have changed since the process read them last.
+// What the definition folders hold, listed and read as far as it has changed since the process looked last.
+//
+// What is known is shared by all callers of the process. The functions may be called from any thread, and while the
+// process ends. `now`, in seconds since the epoch, decides what is kept: a file or a folder that was changed just before
+// could be changed once more without a trace, within the step of its file system's clock, so that it is not kept until
+// it has settled.
 #pragma once
 
 #include "qvreposconfigfile.h"
 
+#include <cstdint>
 #include <vector>
+
+// Full paths of definition files, in load order.
+using DefinitionPaths = std::vector<QvbString>;
 
 struct DefinitionFolder {
   QvReposConfigType type;
   QvbString path;
-  std::vector<QvbString> files; // full paths, in load order
+  std::shared_ptr<const DefinitionPaths> files;
 };
 
-// The folder's files in their order, without those that cannot be read. What a file holds is shared by all
-// callers of the process; a file is read again when it is another one, or has another size or other times,
-// than when it was read. It may be called from any thread, and while the process ends.
-std::vector<DefinitionFilePtr> readDefinitionFolder(const DefinitionFolder& folder);
+std::int64_t secondsNow();
+
+// The definition files of the folder, never null; none without a folder that can be opened. It is listed again when it
+// is another one, or has other times, than when it was listed.
+std::shared_ptr<const DefinitionPaths> listDefinitionFolder(const QvbString& path,
+                                                            std::int64_t now = secondsNow());
+
+// The folder's files in their order, without those that cannot be read. A file is read again when it is another one, or
+// has another size or other times, than when it was read.
+std::vector<DefinitionFilePtr> readDefinitionFolder(const DefinitionFolder& folder,
+                                                    std::int64_t now = secondsNow());

@@ -6,14 +6,12 @@
 #include "qvxbase/qvbpath.h"
 #include "qvxbase/qvuri.h"
 
-#include <algorithm>
 #include <unordered_set>
 #include <utility>
 
 namespace {
 
 constexpr const char* logSource = "src/qvreposconfigmgrimpl";
-constexpr const char* fileExtension = "rcf";
 constexpr int newFolderMode = 8;
 
 constexpr const char* notValid = "The definition specified is not valid.";
@@ -61,18 +59,6 @@ QvbString folderOf(QvReposConfigType type) {
   return {};
 }
 
-// Lists the definition files anew. Without a folder that can be opened there are none.
-void listFiles(DefinitionFolder& folder) {
-  folder.files.clear();
-  folder.path = folderOf(folder.type);
-  if (folder.path.isEmpty())
-    return;
-  const Released<QvbDirectory> directory(qvbDirectoryOpen(folder.path, 0, nullptr));
-  while (directory && directory->next())
-    if (directory->getName().right(3) == fileExtension)
-      folder.files.push_back(directory->getPath());
-}
-
 // Takes over the definitions of the files that it is given, in their order; the first one of a name wins.
 class DefinitionLoader {
 public:
@@ -90,13 +76,6 @@ public:
   std::vector<DefinitionFilePtr> takeDefinitions() { return std::move(m_definitions); }
 
 private:
-  struct NameHash {
-    std::size_t operator()(const QvbString& name) const { return qvbHashIgnoreCase(name.view()); }
-  };
-  struct NameEqual {
-    bool operator()(const QvbString& a, const QvbString& b) const { return a.compare(b, true) == 0; }
-  };
-
   bool isFirstOfName(QvReposConfiguration& definition) {
     const bool isFirst = m_names.insert(definition.getName()).second;
     if (!isFirst) {
@@ -114,7 +93,7 @@ private:
   QvLogger* m_logger;
   QvbString* m_errorMessage;
   std::vector<DefinitionFilePtr> m_definitions;
-  std::unordered_set<QvbString, NameHash, NameEqual> m_names;
+  std::unordered_set<QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_names;
 };
 
 // Ends the old file of a definition that is now saved elsewhere. That it cannot be deleted does not fail the
@@ -140,8 +119,10 @@ QvbString QvReposConfigManagerImpl::getErrorMessage() {
 }
 
 void QvReposConfigManagerImpl::initFileList() {
-  listFiles(m_systemFolder);
-  listFiles(m_userFolder);
+  for (auto* folder : {&m_systemFolder, &m_userFolder}) {
+    folder->path = folderOf(folder->type);
+    folder->files = listDefinitionFolder(folder->path);
+  }
 }
 
 void QvReposConfigManagerImpl::refreshReposList() {
@@ -160,22 +141,21 @@ bool QvReposConfigManagerImpl::refresh() {
 }
 
 QvReposConfiguration* QvReposConfigManagerImpl::getConfigurationByName(const QvbString& name) {
-  refresh();
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-  const auto found = std::find_if(m_definitions.begin(), m_definitions.end(), [&](const auto& file) {
-    return file->definition.getName().compare(name, true) == 0;
+  Released<QvReposConfiguration> found;
+  forEachDefinition([&](QvReposConfiguration& definition) {
+    if (QvbEqualIgnoreCase()(definition.getName(), name))
+      found.reset(definition.copyOf());
   });
-  return found == m_definitions.end() ? nullptr : (*found)->definition.copyOf();
+  return found.release();
 }
 
 template<class Filter>
 QvReposConfigurationList* QvReposConfigManagerImpl::listWhere(const Filter& isWanted) {
-  refresh();
   Released<QvReposConfigurationListImpl> list(new QvReposConfigurationListImpl);
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-  for (const auto& file : m_definitions)
-    if (isWanted(file->definition))
-      list->append(&file->definition);
+  forEachDefinition([&](QvReposConfiguration& definition) {
+    if (isWanted(definition))
+      list->append(&definition);
+  });
   return list.release();
 }
 
@@ -231,7 +211,7 @@ bool QvReposConfigManagerImpl::saveConfiguration(QvReposConfiguration* definitio
   QvbString target;
   if (!findTarget(*definition, &target, error))
     return false;
-  if (oldFile.compare(target, true) != 0 && fileExists(target))
+  if (!QvbEqualIgnoreCase()(oldFile, target) && fileExists(target))
     return fail(error, "A definition already exists with that name.");
   if (!writeConfigurationContents(definition, target, error))
     return false;
@@ -249,7 +229,7 @@ bool QvReposConfigManagerImpl::findTarget(QvReposConfiguration& definition, QvbS
   if (!createDirectoryIfNotExist(folder, &message))
     return fail(error, message);
   const auto name = definition.getName();
-  *target = qvbConcatPath(folder, qvbStringFormat("%S.%s", &name, fileExtension));
+  *target = qvbConcatPath(folder, qvbStringFormat("%S.%s", &name, definitionFileSuffix.data()));
   return true;
 }
 

@@ -26,6 +26,16 @@ public:
   bool saveConfiguration(QvReposConfiguration* definition, QvbString* error) override;
   bool getDefaultConfiguration(QvbString* name) override;
 
+  // Calls `visit` under the lock with each definition as it is now, in load order: a lookup without copies. What it is
+  // called with must not be changed, nor kept.
+  template<class Visit>
+  void forEachDefinition(const Visit& visit) {
+    refresh();
+    const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+    for (const auto& file : m_definitions)
+      visit(file->definition);
+  }
+
 private:
   // Lists the files of both folders.
   void initFileList();

@@ -2,8 +2,8 @@
 #include "qvreposres/qvresourceuri.h"
 
 #include "guards.h"
+#include "qvreposconfigmgrimpl.h"
 #include "qvreposres/qvfilecache.h"
-#include "qvreposres/qvreposconfigmgr.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
@@ -17,7 +17,7 @@ enum class Scheme { File, Repository, Web, Other };
 
 Scheme schemeOf(QvURI& uri) {
   const auto scheme = uri.getScheme();
-  const auto is = [&](const char* name) { return scheme.compare(name, true) == 0; };
+  const auto is = [&](std::string_view name) { return qvbEqualsIgnoreCase(scheme.view(), name); };
   if (is("file"))
     return Scheme::File;
   if (is("qvr"))
@@ -45,6 +45,13 @@ std::optional<QvbString> pathBelow(const QvbString& folder, const QvbString& fil
   return isSeparator(rest.view().front()) ? std::optional(rest.mid(1)) : std::nullopt;
 }
 
+// The folder as a copy of the definition has it: a copy drops separators that a back slash before a slash has kept.
+QvbString vaultPathOf(QvReposConfiguration& definition) {
+  auto path = definition.getVaultPath();
+  trimFileSeperators(&path);
+  return path;
+}
+
 struct RepositoryPath {
   QvbString repository;
   QvbString path;
@@ -52,19 +59,16 @@ struct RepositoryPath {
 
 // The place of a file in the repository with the longest folder above it, the first one loaded among equals.
 std::optional<RepositoryPath> findRepositoryPath(const QvbString& filename) {
-  const Released<QvReposConfigManager> manager(getRepositoryConfigurationManager());
-  const Released<QvReposConfigurationList> definitions(manager->getConfigurations());
   std::optional<RepositoryPath> best;
   QvbString::Index bestLength = 0;
-  while (definitions && definitions->next()) {
-    const Released<QvReposConfiguration> definition(definitions->getValue());
-    const auto vaultPath = definition->getVaultPath();
+  QvReposConfigManagerImpl().forEachDefinition([&](QvReposConfiguration& definition) {
+    const auto vaultPath = vaultPathOf(definition);
     const auto path = pathBelow(vaultPath, filename);
     if (path && vaultPath.length() > bestLength) {
       bestLength = vaultPath.length();
-      best = {definition->getName(), *path};
+      best = {definition.getName(), *path};
     }
-  }
+  });
   return best;
 }
 
@@ -79,7 +83,7 @@ QvbString objectTypeOf(const QvbString& filename, QvbString* extension) {
 
 // Objects are named without the extension, which their type implies; plain files with it.
 QvbString objectPath(const QvbString& path, const QvbString& type, const QvbString& extension) {
-  if (type.compare("File", true) == 0)
+  if (qvbEqualsIgnoreCase(type.view(), "File"))
     return path;
   return path.mid(0, path.length() - extension.length() - 1);
 }
@@ -200,9 +204,11 @@ bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* roo
     *root = commonRoot;
     return true;
   }
-  const Released<QvReposConfigManager> manager(getRepositoryConfigurationManager());
-  const Released<QvReposConfiguration> definition(manager->getConfigurationByName(repositoryName));
-  const auto vaultPath = definition ? definition->getVaultPath() : QvbString();
+  QvbString vaultPath;
+  QvReposConfigManagerImpl().forEachDefinition([&](QvReposConfiguration& definition) {
+    if (QvbEqualIgnoreCase()(definition.getName(), repositoryName))
+      vaultPath = vaultPathOf(definition);
+  });
   if (vaultPath.isEmpty())
     return false;
   *root = vaultPath;

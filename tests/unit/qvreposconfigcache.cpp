@@ -20,22 +20,27 @@ namespace {
 using Names = std::vector<std::string>;
 
 std::atomic<int> filesOpened;
+std::atomic<int> foldersOpened;
 std::atomic<bool> mayOpen;
+std::atomic<bool> mayLookAt;
 
 int watchOpening(QvbFaultPoint point, const char*) {
-  if (point != QvbFaultPoint::FileOpen)
+  if (point == QvbFaultPoint::FileStat)
+    return mayLookAt ? 0 : EACCES;
+  if (point != QvbFaultPoint::FileOpen && point != QvbFaultPoint::DirOpen)
     return 0;
-  ++filesOpened;
+  ++(point == QvbFaultPoint::FileOpen ? filesOpened : foldersOpened);
   return mayOpen ? 0 : EACCES;
 }
 
 std::string xmlNamed(const std::string& name) { return "<VaultRepositoryInfo Name='" + name + "'/>"; }
 
-// Files are made an hour old, so that they count as settled.
+// Files are told of an hour after they were changed, when they have settled.
 class DefinitionCache : public ::testing::Test {
 protected:
   DefinitionCache() {
     mayOpen = true;
+    mayLookAt = true;
     qvbSetFaultHook(watchOpening);
   }
   ~DefinitionCache() override { qvbSetFaultHook(nullptr); }
@@ -50,14 +55,14 @@ protected:
   }
 
   DefinitionFolder folder(QvReposConfigType type, const Names& names) const {
-    DefinitionFolder result{type, text(m_dir.path().string()), {}};
+    DefinitionPaths paths;
     for (const auto& name : names)
-      result.files.push_back(text(m_dir / name));
-    return result;
+      paths.push_back(text(m_dir / name));
+    return {type, text(m_dir.path().string()), std::make_shared<const DefinitionPaths>(std::move(paths))};
   }
   std::vector<DefinitionFilePtr> readFiles(const Names& names) const {
     filesOpened = 0;
-    return readDefinitionFolder(folder(QvReposConfigTypeSystem, names));
+    return readDefinitionFolder(folder(QvReposConfigTypeSystem, names), m_now);
   }
   // The names of the definitions read.
   Names read(const Names& names) const {
@@ -67,7 +72,28 @@ protected:
     return result;
   }
 
+  // The files of a folder below the test's own, or of that itself.
+  Names list(const std::string& name = "") const {
+    foldersOpened = 0;
+    Names result;
+    const auto files = listDefinitionFolder(text(name.empty() ? m_dir.path().string() : m_dir / name), m_now);
+    for (const auto& path : *files)
+      result.push_back(str(path));
+    return result;
+  }
+  struct FolderState {
+    NpFileStat stat{};
+    std::filesystem::file_time_type modified;
+  };
+  FolderState stateOfFolder() const {
+    FolderState state;
+    EXPECT_EQ(np_fio_stat(text(m_dir.path().string()), &state.stat), NP_FIO_OK);
+    state.modified = std::filesystem::last_write_time(m_dir.path());
+    return state;
+  }
+
   TempDir m_dir;
+  std::int64_t m_now = secondsNow() + 3600;
   static inline const auto m_start = std::filesystem::file_time_type::clock::now();
 };
 
@@ -149,19 +175,22 @@ TEST_F(DefinitionCache, AChangeThatHidesItsTimeAndSizeIsSeen) {
   EXPECT_EQ(read({"a.rcf"}), Names{"B"});
 }
 
-// A second change could fall on the same moment of the file system's clock.
-TEST_F(DefinitionCache, AFileChangedJustNowIsReadAgain) {
-  m_dir.write("a.rcf", xmlNamed("A"));
-  read({"a.rcf"});
-  m_dir.write("a.rcf", xmlNamed("B"));
-  EXPECT_EQ(read({"a.rcf"}), Names{"B"});
-}
-
-TEST_F(DefinitionCache, AFileOfTheFutureIsReadAgain) {
-  write("a.rcf", xmlNamed("A"), -1);
-  read({"a.rcf"});
-  write("a.rcf", xmlNamed("B"), -1);
-  EXPECT_EQ(read({"a.rcf"}), Names{"B"});
+// A second change could fall on the same moment of the file system's clock, whatever time the file was given.
+TEST_F(DefinitionCache, AFileIsReadEachTimeUntilItsLastChangeHasSettled) {
+  for (const int hoursOld : {0, 1, -1}) {
+    const auto path = write("a.rcf", xmlNamed("A"), hoursOld);
+    NpFileStat stat{};
+    ASSERT_EQ(np_fio_stat(text(path), &stat), NP_FIO_OK);
+    m_now = stat.changedSeconds + 2;
+    for (int round = 0; round < 2; ++round) {
+      read({"a.rcf"});
+      EXPECT_EQ(filesOpened, 1) << hoursOld << " hours old";
+    }
+    m_now = stat.changedSeconds + 3;
+    read({"a.rcf"});
+    read({"a.rcf"});
+    EXPECT_EQ(filesOpened, 0) << hoursOld << " hours old";
+  }
 }
 
 TEST_F(DefinitionCache, AFileThatCannotBeReadIsTriedAgain) {
@@ -210,7 +239,7 @@ TEST_F(DefinitionCache, EachTypeHasRecordsOfItsOwn) {
   write("a.rcf", xmlNamed("A"));
   for (int round = 0; round < 2; ++round)
     for (const auto type : {QvReposConfigTypeSystem, QvReposConfigTypeUser}) {
-      const auto files = readDefinitionFolder(folder(type, {"a.rcf"}));
+      const auto files = readDefinitionFolder(folder(type, {"a.rcf"}), m_now);
       ASSERT_EQ(files.size(), 1U);
       EXPECT_EQ(files[0]->definition.getType(), type);
     }
@@ -220,7 +249,8 @@ TEST_F(DefinitionCache, FoldersThatAreNoLongerReadAreForgottenInTheEnd) {
   write("a.rcf", xmlNamed("A"));
   std::weak_ptr<DefinitionFile> known = readFiles({"a.rcf"})[0];
   for (int i = 0; i < 8; ++i)
-    readDefinitionFolder({QvReposConfigTypeSystem, qvbStringFormat("/nowhere/%d", i), {}});
+    readDefinitionFolder({QvReposConfigTypeSystem, qvbStringFormat("/nowhere/%d", i),
+                          std::make_shared<const DefinitionPaths>()});
   EXPECT_TRUE(known.expired());
 }
 
@@ -233,18 +263,97 @@ TEST_F(DefinitionCache, HugeFilesAreNotKept) {
   EXPECT_EQ(filesOpened, 1) << "the huge one alone";
 }
 
+TEST_F(DefinitionCache, ListsTheDefinitionFilesInTheOrderOfTheirNames) {
+  for (const char* name : {"b.rcf", "a.rcf", "xrcf", "c.RCF", "d.rcf.old"})
+    write(name, "");
+  EXPECT_EQ(list(), (Names{m_dir / "a.rcf", m_dir / "b.rcf", m_dir / "xrcf"}));
+  EXPECT_EQ(foldersOpened, 1);
+}
+
+TEST_F(DefinitionCache, AFolderThatDidNotChangeIsNotListedAgain) {
+  write("a.rcf", xmlNamed("A"));
+  const auto first = list();
+  write("a.rcf", xmlNamed("Other"));
+  EXPECT_EQ(list(), first);
+  EXPECT_EQ(foldersOpened, 0);
+}
+
+// The moment of a change cannot be set, but the file system's clock goes on in steps.
+TEST_F(DefinitionCache, AFolderThatChangedIsListedAgain) {
+  write("a.rcf", xmlNamed("A"));
+  EXPECT_EQ(list(), Names{m_dir / "a.rcf"});
+  const auto before = stateOfFolder();
+  do {
+    write("b.rcf", xmlNamed("B"));
+    std::filesystem::remove(m_dir / "a.rcf");
+    std::filesystem::rename(m_dir / "b.rcf", m_dir / "c.rcf");
+    std::filesystem::last_write_time(m_dir.path(), before.modified);
+  } while (stateOfFolder().stat.changedNanoseconds == before.stat.changedNanoseconds);
+  EXPECT_EQ(list(), Names{m_dir / "c.rcf"}) << "with the folder's time set back";
+  EXPECT_EQ(foldersOpened, 1);
+}
+
+TEST_F(DefinitionCache, AnotherFolderUnderTheNameIsListedAgain) {
+  write("one/a.rcf", xmlNamed("A"));
+  write("two/b.rcf", xmlNamed("B"));
+  std::filesystem::create_directory_symlink("one", m_dir / "folder");
+  EXPECT_EQ(list("folder"), Names{m_dir / "folder/a.rcf"});
+  std::filesystem::remove(m_dir / "folder");
+  std::filesystem::create_directory_symlink("two", m_dir / "folder");
+  EXPECT_EQ(list("folder"), Names{m_dir / "folder/b.rcf"});
+}
+
+TEST_F(DefinitionCache, AFolderIsListedEachTimeUntilItsLastChangeHasSettled) {
+  write("a.rcf", xmlNamed("A"));
+  m_now = stateOfFolder().stat.changedSeconds + 2;
+  for (int round = 0; round < 2; ++round) {
+    list();
+    EXPECT_EQ(foldersOpened, 1);
+  }
+  ++m_now;
+  list();
+  list();
+  EXPECT_EQ(foldersOpened, 0);
+}
+
+TEST_F(DefinitionCache, AFolderThatCannotBeOpenedHasNoFilesAndIsTriedAgain) {
+  write("a.rcf", xmlNamed("A"));
+  mayOpen = false;
+  EXPECT_EQ(list(), Names{});
+  mayOpen = true;
+  EXPECT_EQ(list(), Names{m_dir / "a.rcf"});
+  EXPECT_EQ(list("missing"), Names{});
+  EXPECT_EQ(list("a.rcf"), Names{});
+  EXPECT_TRUE(listDefinitionFolder(QvbString())->empty());
+}
+
+TEST_F(DefinitionCache, AFolderThatCannotBeLookedAtIsListedEachTime) {
+  write("a.rcf", xmlNamed("A"));
+  list();
+  mayLookAt = false;
+  EXPECT_EQ(list(), Names{m_dir / "a.rcf"});
+  EXPECT_EQ(foldersOpened, 1);
+  mayLookAt = true;
+}
+
+// Looks again when it is destroyed, and ends the process with a failure unless all is as it was.
+struct LookAtEnd {
+  ~LookAtEnd() {
+    if (readDefinitionFolder(folder, now).size() != 1 || filesOpened != 1 ||
+        listDefinitionFolder(folder.path, now)->size() != 1 || foldersOpened != 1)
+      std::_Exit(1);
+  }
+  DefinitionFolder folder;
+  std::int64_t now;
+};
+
 TEST_F(DefinitionCache, ServesWhileTheProcessEnds) {
   write("a.rcf", xmlNamed("A"));
   EXPECT_EXIT(
       {
-        static const struct AtEnd {
-          DefinitionFolder folder;
-          ~AtEnd() {
-            if (readDefinitionFolder(folder).size() != 1 || filesOpened != 1)
-              std::_Exit(1);
-          }
-        } atEnd{folder(QvReposConfigTypeSystem, {"a.rcf"})};
+        static const LookAtEnd atEnd(folder(QvReposConfigTypeSystem, {"a.rcf"}), m_now);
         read({"a.rcf"});
+        list();
         std::exit(0);
       },
       testing::ExitedWithCode(0), "");

@@ -3,6 +3,7 @@
 #include "guards.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbfault.h"
+#include "support/faults.h"
 #include "support/logcapture.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
@@ -12,6 +13,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <thread>
 
 namespace {
@@ -232,17 +234,34 @@ TEST_F(DefinitionManager, TheFirstDefinitionOfANameWins) {
   EXPECT_EQ(find("SALES")->getType(), QvReposConfigTypeSystem);
 }
 
-// Files that are not read again are told of like the others.
 TEST_F(DefinitionManager, DuplicatesAreLoggedEachTime) {
-  const auto hourAgo = fs::file_time_type::clock::now() - std::chrono::hours(1);
   for (const auto* file : {"a.rcf", "b.rcf"})
-    fs::last_write_time(writeSystem(file, xmlNamed("A")), hourAgo);
+    writeSystem(file, xmlNamed("A"));
   m_manager->refresh();
   const auto first = lines();
   EXPECT_EQ(first.size(), 2U);
   m_log.clear();
   m_manager->refresh();
   EXPECT_EQ(lines(), first);
+}
+
+// Once their last change has settled, which no other time can stand in for.
+TEST_F(DefinitionManager, FilesThatAreNotReadAgainAreToldOfLikeTheOthers) {
+  for (const auto* file : {"a.rcf", "b.rcf"})
+    writeSystem(file, xmlNamed("A"));
+  const auto path = writeUser("c.rcf", "<html/>");
+  std::this_thread::sleep_for(std::chrono::seconds(4));
+  m_manager->refresh();
+  const auto first = lines();
+  EXPECT_EQ(first.size(), 2U);
+  m_log.clear();
+  const Manager other(getRepositoryConfigurationManager());
+  const Faults nothingIsOpened([](QvbFaultPoint point, const std::string&) {
+    return point == QvbFaultPoint::FileOpen || point == QvbFaultPoint::DirOpen ? EACCES : 0;
+  });
+  EXPECT_EQ(namesOf(other->getConfigurations()), Names{"A"});
+  EXPECT_EQ(lines(), first);
+  EXPECT_EQ(str(other->getErrorMessage()), "The file \"" + path + "\" is not a valid definition file.");
 }
 
 TEST_F(DefinitionManager, DefinitionsWithoutANameShareTheEmptyOne) {
@@ -284,15 +303,6 @@ TEST_F(DefinitionManager, TellsOfTheLastFileThatHoldsNoDefinition) {
   const auto last = writeUser("b.rcf", "<html/>");
   m_manager->refresh();
   EXPECT_EQ(str(m_manager->getErrorMessage()), "The file \"" + last + "\" is not a valid definition file.");
-}
-
-TEST_F(DefinitionManager, AFileThatIsNotReadAgainIsToldOfAgain) {
-  const auto path = writeSystem("a.rcf", "<html/>");
-  fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::hours(1));
-  m_manager->refresh();
-  const Manager other(getRepositoryConfigurationManager());
-  other->refresh();
-  EXPECT_EQ(str(other->getErrorMessage()), "The file \"" + path + "\" is not a valid definition file.");
 }
 
 TEST_F(DefinitionManager, MalformedFilesAreSkippedSilently) {

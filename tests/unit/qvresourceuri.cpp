@@ -7,6 +7,7 @@
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbconfig.h"
 #include "support/allocations.h"
+#include "support/logcapture.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
 
@@ -208,6 +209,30 @@ TEST_F(Conversion, MakesTheReferenceOfAFile) {
   for (const auto& [filename, reference] : cases)
     EXPECT_EQ(toURI(filename), reference) << filename;
   EXPECT_EQ(toURI(QvbString()), "(none)");
+}
+
+TEST_F(Conversion, SeesTheDefinitionsAsTheyAreEachTime) {
+  EXPECT_EQ(toURI("/srv/repo/a.txt"), "file:///srv/repo/a.txt");
+  define("Main", "/srv/repo");
+  EXPECT_EQ(toURI("/srv/repo/a.txt"), "qvr://Main/a.txt?type=File");
+  QvbString root;
+  EXPECT_TRUE(getRepositoryFilesystemRoot("Main", &root));
+  std::filesystem::remove(m_folder / "sys/Main.rcf");
+  EXPECT_EQ(toURI("/srv/repo/a.txt"), "file:///srv/repo/a.txt");
+  EXPECT_FALSE(getRepositoryFilesystemRoot("Main", &root));
+}
+
+TEST_F(Conversion, TellsOfHiddenDefinitionsOnceEachTime) {
+  define("Main", "/srv/repo");
+  m_folder.write("user/main.rcf",
+                 "<VaultRepositoryInfo Name='MAIN'><VaultPath>/srv/repo/a</VaultPath></VaultRepositoryInfo>");
+  const LogCapture log;
+  EXPECT_EQ(toURI("/srv/repo/a/b.txt"), "qvr://Main/a/b.txt?type=File");
+  EXPECT_EQ(log.lines("QV.Repos.QvReposRes.ReposConfigMgr").size(), 2U);
+  QvbString root;
+  EXPECT_TRUE(getRepositoryFilesystemRoot("main", &root));
+  EXPECT_EQ(root, "/srv/repo");
+  EXPECT_EQ(log.lines("QV.Repos.QvReposRes.ReposConfigMgr").size(), 4U);
 }
 
 TEST_F(Conversion, EncodesWhatAURIMayNotHold) {
