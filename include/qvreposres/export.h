@@ -4,10 +4,12 @@
 //   Ownership   What a factory or an operation returns as a new object or list belongs to the caller, who
 //               ends it with release(). Lists hold copies. The process-wide event manager and file cache
 //               belong to the library.
-//   Null        Output pointers may be null only where their operation says so. Texts passed by reference may
-//               be null texts, which count as empty unless an operation tells the two apart.
+//   Null        Object arguments are required unless their operation says otherwise, and output pointers too.
+//               Texts passed by reference may be null texts, which count as empty unless an operation tells the
+//               two apart.
 //   Failures    A false, null or non-zero result, with a fixed English message where the operation has an
-//               output for one. No exception crosses the boundary but std::bad_alloc, when memory is short.
+//               output for one. No exception crosses the boundary but std::bad_alloc, when memory is short: what a
+//               host implements and hands over (a listener, a sink, a factory, a resolver, a cache) must not throw.
 //   Threads     The library starts none. Objects are for one thread at a time unless their header says
 //               otherwise.
 //   Slots       The order of virtual operations is a binary contract: new ones are added at the end.

@@ -47,7 +47,8 @@ public:
   virtual QvResourceFactory* getDefaultResourceFactory() = 0;
 };
 
-// Receives the stages of an export.
+// Receives the stages of an export. The class of the store that getQvLineageAnalysis() makes has a setter for one,
+// setProgressSink(); QvImpactAnalysis has none, so that only what is built with the library's sources can set it.
 class QVREPOSRES_API LineageProgressSink {
 public:
   virtual ~LineageProgressSink() = default;

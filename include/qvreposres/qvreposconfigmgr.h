@@ -3,7 +3,8 @@
 // A definition lives in a file of its own, in the folder of option "BASE/REPOS_SYS_PATH" (system) or
 // "BASE/REPOS_USER_PATH" (user), a native path or a "file:" URI. Everything handed out is a copy: a change is
 // kept when it is saved. A manager may be used from several threads at once; records and lists are for one
-// thread at a time.
+// thread at a time. Managers know nothing of each other, in this process or another one: each reads the files
+// as they are, and of two that save the same definition the later one wins.
 #pragma once
 
 #include "qvreposres/export.h"
@@ -73,7 +74,8 @@ public:
   virtual void release() = 0;
   // Appends a blank definition.
   virtual bool addRow() = 0;
-  // Copies the definition's saved fields into the last row; nothing on an empty list.
+  // Copies the definition's saved fields into the last row; nothing on an empty list. Of the connection type a
+  // row keeps the text alone: what is read from it has the type of that text, ODBC without one.
   virtual void setLastRowElement(QvReposConfiguration* definition) = 0;
 
 protected:
@@ -90,13 +92,15 @@ public:
   virtual QvReposConfiguration* getConfigurationByName(const QvbString& name) = 0;
   // New lists of copies in load order: system definitions before user ones, each folder in name order.
   virtual QvReposConfigurationList* getConfigurationsByType(QvReposConfigType type) = 0;
-  // Reads the folders again. Lookups do so themselves.
+  // Reads the folders again; always true. Lookups do so themselves.
   virtual bool refresh() = 0;
   virtual QvReposConfigurationList* getConfigurations() = 0;
   // A new, active record that is not saved yet; null for an empty name.
   virtual QvReposConfiguration* createConfiguration(const QvbString& name, QvReposConfigType type) = 0;
   virtual bool configurationExists(const QvbString& name) = 0;
-  // `error` (optional) tells why a deletion or a save failed. Saving replaces the file atomically and records
+  // `error` (optional) tells why a deletion or a save failed. The file of a definition is called by its name as
+  // that stands, "<name>.rcf": isInvalidCharInName() tells whether it holds a character, such as a slash, that a
+  // name should not. Saving writes the connection type, not its text. It replaces the file atomically and records
   // the new file name in the definition; a rename deletes the old file. When only that fails, the save has
   // succeeded and `error` tells why the old file is still there.
   virtual bool deleteConfiguration(QvReposConfiguration* definition, QvbString* error) = 0;

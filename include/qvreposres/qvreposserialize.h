@@ -1,5 +1,9 @@
 // Repository metadata: typed objects, written as XML and read back.
 //
+// Types and association names become element names, attribute names stay what they are: whatever of an object has a name
+// that XML does not allow is left out of the text without a word. The value of an object is written as its element's
+// text; reading leaves text alone, so that values do not come back.
+//
 // An object tree and its context are for one thread at a time.
 #pragma once
 
@@ -19,8 +23,8 @@ public:
   virtual bool getAttributeAsInt(const QvbString& name, int* value) = 0;
   virtual bool getAttributeAsDouble(const QvbString& name, double* value) = 0;
   virtual bool getAttributeAsBool(const QvbString& name, bool* value) = 0;
-  // Refers to an object that stays its owner's. The result is true only for a further object of a known association:
-  // the first one is added with the result false.
+  // Refers to an object that stays its owner's and has to outlive every toXML() of this one. The result is true only for a
+  // further object of a known association: the first one is added with the result false.
   virtual bool addAssociatedObject(const QvbString& association, RepositoryMetadataObject* object) = 0;
   // A new list, never null, that the caller releases; the objects are not its own.
   virtual RepositoryMetadataObjectList* getAssociatedObjects(const QvbString& association) = 0;
@@ -82,7 +86,9 @@ public:
 
 class QVREPOSRES_API RepositorySerializationContext {
 public:
-  // The object of this type and id, made when there is none; the context owns it until clear().
+  // The object of this type and id, made when there is none; the context owns it until clear(). An id is one object's at
+  // a time: asked for with another type, it gets a new object, and the earlier one becomes the caller's, to be released
+  // by whoever has it (one that the document being read has made stays the context's).
   virtual RepositoryMetadataObject* getMetadataObject(const QvbString& objectType, const QvbString& id) = 0;
   // The first object of this type whose attribute has this value, both without regard to case; made with a fresh id when
   // there is none.
@@ -92,7 +98,8 @@ public:
   virtual void release() = 0;
   // Appends the document of the object and of every other object of the context to `xml` (optional), each with all that
   // it contains: an object of the context that stands below another is written there and beside it. `message` is not
-  // used. With `layout` each element stands on a line of its own.
+  // used. With `layout` each element stands on a line of its own. False for no object, and for one whose type is no name
+  // of XML.
   virtual bool serialize(RepositoryMetadataObject* object, QvbString* xml, QvbString* message,
                          bool layout) = 0;
   // Reads such a document; the first top-level object, owned by the context, or null. An element that would make an

@@ -33,9 +33,11 @@ public:
   virtual QvbString getName() = 0;
   virtual QvbString getResourceType() = 0;
   virtual QvbString getResourceIdentity() = 0;
-  // How the resource relates to the one that uses it.
+  // How the resource relates to the one that uses it: 0 for every resource of this library. Other numbers are a host's own
+  // and mean what it says; lists and the lineage store do not keep them.
   virtual int getDependencyType() = 0;
-  // The resource's own list, which the caller must not release; may be null.
+  // The resource's own list, which the caller must not release; may be null. All its readers share its one cursor, which
+  // cannot be put back: it is read once, and setLastRowElement of a resource list reads it to its end.
   virtual QvResourcePropertyList* getProperties() = 0;
   // Null when it was never analysed.
   virtual QvbDate getAnalysisDate() = 0;
