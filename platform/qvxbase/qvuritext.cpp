@@ -12,7 +12,8 @@
 namespace {
 
 constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
-constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+constexpr bool isUpper(char c) { return c >= 'A' && c <= 'Z'; }
+constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || isUpper(c); }
 constexpr bool isHexDigit(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 constexpr char upperCase(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
@@ -230,8 +231,22 @@ std::string QvUriText::toString() const {
   return text;
 }
 
+// Whether nothing is there that normalisation might change, so that the text need not be parsed again. Most URIs are
+// so plain.
+bool QvUriText::isPlainlyNormal() const {
+  const auto isPlain = [](std::string_view part) {
+    return std::ranges::none_of(part, isUpper) && !isEncoded(part);
+  };
+  const bool rooted = path.empty() || path.front() == '/';
+  return authority && isPlain(scheme) && isPlain(*authority) && authority->find('[') == std::string::npos &&
+         rooted && !isEncoded(path) && path.find("/.") == std::string::npos && !isEncoded(viewOf(query)) &&
+         !isEncoded(viewOf(fragment));
+}
+
 // A path without a root is normalised as the relative reference that it is, so that its leading ".." stay.
 std::string QvUriText::normalized() const {
+  if (isPlainlyNormal())
+    return toString();
   const bool relative = !authority && !path.empty() && !path.starts_with('/');
   QvUriText raw = *this;
   if (relative)

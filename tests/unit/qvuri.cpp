@@ -214,6 +214,22 @@ TEST(Uri, NormalisingTwiceIsNormalisingOnce) {
   }));
 }
 
+// A scheme in upper case is never taken for normal at first sight, whatever follows it.
+TEST(Uri, NormalTextIsToldApartWithoutChangingTheResult) {
+  const auto pieces = rc::gen::container<std::vector<std::string>>(rc::gen::elementOf(
+      std::vector<std::string>{"/",      "/",   "/",   ".", ".", ":", "@", "?", "#", "[", "]",
+                               "[0::1]", "%7e", "%2f", "%", "A", "a", "1", "~", "&", " "}));
+  EXPECT_TRUE(rc::check([&] {
+    std::string rest = "://";
+    for (const std::string& piece : *pieces)
+      rest += piece;
+    return normalOf("http" + rest) == normalOf("HTTP" + rest);
+  }));
+  for (const char* rest :
+       {"://h/?%7e", "://h/#%7e", "://h/%7e", "://%7e/", "://[0::1]/", "://H", "://h/a/../b", "://h/."})
+    EXPECT_EQ(normalOf(std::string("http") + rest), normalOf(std::string("HTTP") + rest));
+}
+
 TEST(Uri, NormalisationKeepsWhetherAPathHasARootAndTheAuthority) {
   EXPECT_TRUE(rc::check([] {
     const Uri uri = parse("xy" + (*uriTexts()).substr(1));

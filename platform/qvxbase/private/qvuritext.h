@@ -31,6 +31,9 @@ public:
   std::string path;
   std::optional<std::string> query;
   std::optional<std::string> fragment;
+
+private:
+  bool isPlainlyNormal() const;
 };
 
 bool qvIsUriScheme(std::string_view text);
