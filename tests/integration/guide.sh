@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Every program of docs/host-application.md builds against this build's libraries and prints what stands below it. A
-# block that begins with the name of a header is that header.
+# block that begins with the name of a header is that header. The program of README.md lists what a job touches.
 set -euo pipefail
 source=$1 build=$2
 work=$(mktemp -d)
@@ -17,15 +17,25 @@ awk -v folder="$work" '
 cd "$source"
 export TMPDIR=$work
 warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+compile() { # compile PROGRAM
+  # shellcheck disable=SC2086
+  g++ -std=c++20 "${warnings[@]}" ${CXXFLAGS:-} -I"$source/include" -I"$source/platform" "$1" -o "${1%.cpp}" \
+    -L"$build/lib" -Wl,-rpath,"$build/lib" -lqvreposres -lqvplatform
+}
 programs=0
 for program in "$work"/*.cpp; do
   name=${program%.cpp}
-  # shellcheck disable=SC2086
-  g++ -std=c++20 "${warnings[@]}" ${CXXFLAGS:-} -I"$source/include" -I"$source/platform" "$program" -o "$name" \
-    -L"$build/lib" -Wl,-rpath,"$build/lib" -lqvreposres -lqvplatform
+  compile "$program"
   "$name" >"$name.out" || fail "program $(basename "$name") of the guide failed"
   diff "$name.txt" "$name.out" || fail "program $(basename "$name") of the guide prints something else"
   programs=$((programs + 1))
 done
 ((programs == 5)) || fail "the guide has $programs programs"
+
+mkdir "$work/readme"
+sed -n '/^```cpp$/,/^```$/{/^```/!p}' "$source/README.md" >"$work/readme/host.cpp"
+compile "$work/readme/host.cpp"
+names=$("$work/readme/host" "$source/examples/repository/batch_jobs/load_calendar.djf")
+[[ $names == *calendar*holidays* ]] || fail "the program of README.md lists something else: $names"
+rm -r "$work/readme"
 [[ -z $(find "$work" -mindepth 1 -type d) ]] || fail "a program of the guide leaves a folder behind"

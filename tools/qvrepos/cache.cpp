@@ -83,8 +83,9 @@ std::string askPassword(const std::string& user) {
   return terminal.readLine();
 }
 
-Subject makeSubject(const std::string& user) {
-  return Subject(user.empty() ? qvbSubjectAccess() : qvbSubjectCreate(text(user), text(askPassword(user))));
+ReleasedSubject makeSubject(const std::string& user) {
+  return ReleasedSubject(user.empty() ? qvbSubjectAccess()
+                                      : qvbSubjectCreate(text(user), text(askPassword(user))));
 }
 
 // The last segment of a URI's or file's path: the name of its copy in a folder.
@@ -151,7 +152,7 @@ void printFetched(Host& host, const std::vector<FetchedFile>& files) {
 
 void runGet(Host& host, const CacheOptions& options) {
   const auto targets = options.output.empty() ? std::vector<std::string>() : targetsOf(options);
-  const Subject subject = makeSubject(options.user);
+  const ReleasedSubject subject = makeSubject(options.user);
   FileAccessCache* cache = getFileCache();
   if (!cache)
     return host.fail("no file cache could be made");

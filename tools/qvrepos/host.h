@@ -1,33 +1,16 @@
 // What the subcommands of the host tool share: options, output, messages and the exit status.
 #pragma once
 
+#include "qvxbase/qvbreleased.h"
 #include "qvxbase/qvbstring.h"
-#include "qvxbase/qvbsubject.h"
 #include "qvxlog/qvxlog.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
-
-// Owns an object that ends with release().
-struct ReleaseCaller {
-  template<class T>
-  void operator()(T* object) const {
-    object->release();
-  }
-};
-template<class T>
-using Released = std::unique_ptr<T, ReleaseCaller>;
-
-// Owns a user on whose behalf files are read.
-struct SubjectReleaser {
-  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
-};
-using Subject = std::unique_ptr<ASSubject, SubjectReleaser>;
 
 inline QvbString text(std::string_view bytes) { return QvbString(bytes); }
 inline std::string str(const QvbString& value) { return std::string(value.view()); }

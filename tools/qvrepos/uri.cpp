@@ -23,7 +23,7 @@ void printUri(Host& host, const std::string& given) {
 }
 
 void printPath(Host& host, const std::string& uri, const std::string* repository) {
-  const Subject subject(qvbSubjectAccess());
+  const ReleasedSubject subject(qvbSubjectAccess());
   QvbString path, message;
   const bool found = repository ? generateFilenameFromURIandRepository(
                                       subject.get(), text(uri), text(*repository), &path, nullptr, &message)
