@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <sys/stat.h>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -338,6 +339,7 @@ TEST_F(DefinitionCache, AFolderThatCannotBeLookedAtIsListedEachTime) {
 
 // Looks again when it is destroyed, and ends the process with a failure unless all is as it was.
 struct LookAtEnd {
+  LookAtEnd(DefinitionFolder definitions, std::int64_t time) : folder(std::move(definitions)), now(time) {}
   ~LookAtEnd() {
     if (readDefinitionFolder(folder, now).size() != 1 || filesOpened != 1 ||
         listDefinitionFolder(folder.path, now)->size() != 1 || foldersOpened != 1)
