@@ -1,6 +1,7 @@
 // The file cache under many threads: one cache and all its users, and the functions that hand it out.
 #include "qvreposres/qvfilecache.h"
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbreleased.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
 
@@ -13,7 +14,6 @@
 #include <filesystem>
 #include <functional>
 #include <latch>
-#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -28,11 +28,6 @@ constexpr int threadCount = 16;
 constexpr int nameCount = 64;
 constexpr int requestCount = 100'000;
 constexpr int requestsPerFlush = 20'000;
-
-struct SubjectReleaser {
-  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
-};
-using Subject = std::unique_ptr<ASSubject, SubjectReleaser>;
 
 void runThreads(int count, const std::function<void(int number)>& work) {
   std::latch start(count);
@@ -122,7 +117,8 @@ TEST_F(FileCacheThreads, EveryFileHandedOutIsItsSourceAtSomeMoment) {
     }
   });
   runThreads(threadCount, [&](int number) {
-    const Subject subject(qvbSubjectCreate(("user " + std::to_string(number % 2)).c_str(), QvbString()));
+    const ReleasedSubject subject(
+        qvbSubjectCreate(("user " + std::to_string(number % 2)).c_str(), QvbString()));
     for (int request = next++; request < requestCount; request = next++) {
       if (request % requestsPerFlush == requestsPerFlush - 1) {
         cache->flush(false);
@@ -150,7 +146,7 @@ TEST_F(FileCacheThreads, AnswersAboutChangesWhileOthersFetch) {
   ChangingSources changing(sources);
   FileAccessCache* const cache = getFileCache();
   ASSERT_NE(cache, nullptr);
-  const Subject subject(qvbSubjectCreate("user", QvbString()));
+  const ReleasedSubject subject(qvbSubjectCreate("user", QvbString()));
   std::atomic<int> failed = 0;
   runThreads(8, [&](int number) {
     for (int i = 0; i < 50; ++i) {
@@ -232,7 +228,7 @@ TEST_F(FileCacheThreads, EndsNoSourceThatIsInUse) {
   const ChangingSources existing(sources);
   auto* const cache = dynamic_cast<FileAccessCacheManager*>(getFileCache());
   ASSERT_NE(cache, nullptr);
-  const Subject subject(qvbSubjectCreate("user", QvbString()));
+  const ReleasedSubject subject(qvbSubjectCreate("user", QvbString()));
   std::atomic<int> alive = 0, failed = 0;
   runThreads(8, [&](int number) {
     for (int i = 0; i < 200; ++i) {

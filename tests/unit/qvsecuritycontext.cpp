@@ -1,6 +1,7 @@
 #include "qvxhttp/qvsecuritycontext.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbreleased.h"
 #include "qvxhttp/qvxhttp.h"
 #include "support/faultserver.h"
 #include "support/httpserver.h"
@@ -22,21 +23,12 @@ using testing::StartsWith;
 
 namespace {
 
-struct Releaser {
-  template<class T>
-  void operator()(T* object) const {
-    object->release();
-  }
-};
-using Context = std::unique_ptr<QvSecurityContext, Releaser>;
-using Answer = std::unique_ptr<httpResponse, Releaser>;
+using Context = Released<QvSecurityContext>;
+using Answer = Released<httpResponse>;
 
-struct SubjectReleaser {
-  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
-};
-using Subject = std::unique_ptr<ASSubject, SubjectReleaser>;
-
-Subject subject(const char* user, const char* password) { return Subject(qvbSubjectCreate(user, password)); }
+ReleasedSubject subject(const char* user, const char* password) {
+  return ReleasedSubject(qvbSubjectCreate(user, password));
+}
 
 int statusOf(const std::string& url) {
   httpGet request;
@@ -104,7 +96,7 @@ protected:
   }
 
   HttpServer server;
-  Subject alice = subject("alice", "wonder-secret");
+  ReleasedSubject alice = subject("alice", "wonder-secret");
   Context context;
   std::string error;
 };
@@ -115,7 +107,7 @@ protected:
 
 TEST_F(QvSecurity, SaysWhichOptionIsMissing) {
   const Context context(getSecurityContext());
-  const Subject someone = subject("someone", "secret");
+  const ReleasedSubject someone = subject("someone", "secret");
   EXPECT_EQ(failureOf(*context, someone.get()),
             "There is no ticket server: the option AUTH/SERVER is not set");
   EXPECT_EQ(failureOf(*context, nullptr), "There is no ticket server: the option AUTH/SERVER is not set");
@@ -127,7 +119,7 @@ TEST_F(QvSecurity, TakesAnEmptyOptionForAMissingOne) {
 }
 
 TEST_F(QvSecurity, RefusesAServerThatIsNoHttpUrl) {
-  const Subject someone = subject("someone", "secret");
+  const ReleasedSubject someone = subject("someone", "secret");
   for (const char* server :
        {"ftp://host/cas", "host", "file:///cas", "http://", "https://", "httpx://host", "http:///cas",
         "http:host/cas", "http://host/cas?a=b", "http://host/cas#top", "127.0.0.1:80"})
@@ -166,14 +158,14 @@ TEST_F(QvTickets, FailsForNoSubject) {
 }
 
 TEST_F(QvTickets, FailsForASubjectWithoutCredentials) {
-  const Subject nobody = subject("alice", nullptr);
+  const ReleasedSubject nobody = subject("alice", nullptr);
   EXPECT_EQ(failureOf(*context, nobody.get()), "The user alice has no credentials for the ticket server");
   EXPECT_THAT(server.requests(), IsEmpty());
 }
 
 TEST_F(QvTickets, LogsInOnceForEachSubject) {
   server.addUser("bob", "builder");
-  const Subject bob = subject("bob", "builder");
+  const ReleasedSubject bob = subject("bob", "builder");
   for (int i = 0; i < 3; ++i) {
     EXPECT_NE(ticketFor(alice.get(), "http://service/"), "");
     EXPECT_NE(ticketFor(bob.get(), "http://service/"), "");
@@ -183,7 +175,7 @@ TEST_F(QvTickets, LogsInOnceForEachSubject) {
 }
 
 TEST_F(QvTickets, SharesALoginAmongSubjectsOfOneUser) {
-  const Subject again = subject("alice", "wonder-secret");
+  const ReleasedSubject again = subject("alice", "wonder-secret");
   EXPECT_NE(ticketFor("http://service/"), "");
   EXPECT_NE(ticketFor(again.get(), "http://service/"), "");
   EXPECT_EQ(server.logins(), 1);
@@ -191,7 +183,7 @@ TEST_F(QvTickets, SharesALoginAmongSubjectsOfOneUser) {
 
 TEST_F(QvTickets, SharesNoLoginWithWhoeverNamesTheSameUser) {
   EXPECT_NE(ticketFor("http://service/"), "");
-  const Subject impostor = subject("alice", "guessed");
+  const ReleasedSubject impostor = subject("alice", "guessed");
   EXPECT_EQ(ticketFor(impostor.get(), "http://service/"), "");
   EXPECT_EQ(error, "The ticket server refused the login: 401 Unauthorized");
 }
@@ -200,7 +192,7 @@ TEST_F(QvTickets, SharesNoLoginWithWhoeverNamesTheSameUser) {
 
 TEST_F(QvTickets, EncodesUserAndPasswordAndService) {
   server.addUser("a&b=c d", "p%+/\xc3\xbc&password=x");
-  const Subject odd = subject("a&b=c d", "p%+/\xc3\xbc&password=x");
+  const ReleasedSubject odd = subject("a&b=c d", "p%+/\xc3\xbc&password=x");
   EXPECT_NE(ticketFor(odd.get(), "http://service/a?b=c&d=%20"), "");
   const auto requests = server.requests();
   ASSERT_THAT(requests, SizeIs(2));
@@ -221,7 +213,7 @@ TEST_F(QvTickets, TakesAServerNamedWithASlashAtTheEnd) {
 }
 
 TEST_F(QvTickets, KeepsNoLoginThatFailed) {
-  const Subject carol = subject("carol", "sea");
+  const ReleasedSubject carol = subject("carol", "sea");
   EXPECT_EQ(ticketFor(carol.get(), "http://service/"), "");
   EXPECT_EQ(error, "The ticket server refused the login: 401 Unauthorized");
   server.addUser("carol", "sea");
@@ -405,7 +397,7 @@ TEST_F(QvTickets, LogsInOnceForAllThreadsOfOneSubject) {
 
 TEST_F(QvTickets, LetsSubjectsLogInSideBySide) {
   server.addUser("bob", "builder");
-  const Subject bob = subject("bob", "builder");
+  const ReleasedSubject bob = subject("bob", "builder");
   server.hold(server.loginPath(), true);
   auto threads = askInThreads({alice.get(), bob.get()});
   EXPECT_TRUE(server.waitForHeld(server.loginPath(), 2));

@@ -1,6 +1,7 @@
 #include "qvxhttp/qvxhttp.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbreleased.h"
 #include "support/faultserver.h"
 #include "support/httpserver.h"
 #include "support/logcapture.h"
@@ -10,7 +11,6 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
-#include <memory>
 #include <optional>
 #include <set>
 #include <thread>
@@ -24,10 +24,7 @@ using testing::StartsWith;
 
 namespace {
 
-struct Releaser {
-  void operator()(httpResponse* response) const { response->release(); }
-};
-using Answer = std::unique_ptr<httpResponse, Releaser>;
+using Answer = Released<httpResponse>;
 
 httpGet requestOf(const std::string& url) {
   httpGet request;
