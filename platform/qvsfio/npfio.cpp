@@ -112,6 +112,28 @@ int Descriptor::close(const std::string& subject) {
   return error == EINTR ? NP_FIO_OK : np_fio_code(error);
 }
 
+int readAll(const QvbString& path, std::int64_t limit, std::string* bytes) {
+  std::string native;
+  if (const int code = nativePath(path, &native))
+    return code;
+  Descriptor source;
+  struct stat opened {};
+  if (const int code = openForReading(native, &source, &opened))
+    return code;
+  return opened.st_size > limit ? NP_FIO_REFUSED : readToEnd(source, native, opened.st_size, limit, bytes);
+}
+
+int writeAll(const QvbString& path, std::string_view bytes) {
+  std::string native;
+  if (const int code = nativePath(path, &native))
+    return code;
+  std::unique_ptr<Replacement> replacement;
+  if (const int code = Replacement::open(native, Replacement::Permissions::Kept, &replacement))
+    return code;
+  replacement->write(bytes.data(), bytes.size());
+  return replacement->commit();
+}
+
 } // namespace npfio
 
 int np_fio_open(const QvbString& path, int mode, NpFile** file) {
@@ -241,29 +263,13 @@ int np_fio_code(int errnoValue) {
 }
 
 int np_fio_readAll(const QvbString& path, std::int64_t limit, QvbString* content) {
-  std::string native;
-  if (const int code = nativePath(path, &native))
-    return code;
-  Descriptor source;
-  struct stat opened {};
-  if (const int code = openForReading(native, &source, &opened))
-    return code;
-  if (opened.st_size > limit)
-    return NP_FIO_REFUSED;
   std::string bytes;
-  if (const int code = readToEnd(source, native, opened.st_size, limit, &bytes))
+  if (const int code = npfio::readAll(path, limit, &bytes))
     return code;
   *content = QvbString(std::string_view(bytes));
   return NP_FIO_OK;
 }
 
 int np_fio_writeAll(const QvbString& path, const QvbString& content) {
-  std::string native;
-  if (const int code = nativePath(path, &native))
-    return code;
-  std::unique_ptr<Replacement> replacement;
-  if (const int code = Replacement::open(native, Replacement::Permissions::Kept, &replacement))
-    return code;
-  replacement->write(content.view().data(), content.view().size());
-  return replacement->commit();
+  return npfio::writeAll(path, content.view());
 }

@@ -1,6 +1,6 @@
 #include "qvxdom/qvdom.h"
 
-#include "qvsfio/npfio.h"
+#include "qvsfio/private/npnative.h"
 #include "qvxdom/private/qvdomtree.h"
 
 #include <algorithm>
@@ -259,10 +259,10 @@ bool QvDom::loadFile(const QvbString& path) {
   m_document.reset();
   std::string_view separator = ": ";
   const auto failure = failureOf([&]() -> std::string {
-    QvbString content;
-    if (const int code = np_fio_readAll(path, static_cast<std::int64_t>(qvDomMaxSize), &content))
+    std::string content;
+    if (const int code = npfio::readAll(path, static_cast<std::int64_t>(qvDomMaxSize), &content))
       return readFailure(path, code);
-    auto malformed = parse(content.view(), m_document);
+    auto malformed = parse(content, m_document);
     separator = ":";
     return malformed;
   });
@@ -281,10 +281,10 @@ QvDomNode QvDom::getRoot() const noexcept {
   return m_document ? QvDomNode(m_document.get(), m_document->root()) : QvDomNode();
 }
 
-QvbString QvDom::createXML(bool layout, const QvDomNode& node) const {
+QvbString QvDom::createXML(bool layout, const QvDomNode& node, std::string_view prolog) const {
   if (node.null())
     return {};
-  std::string xml;
+  std::string xml(prolog);
   qvDomWrite(*node.m_data, layout, xml);
   return QvbString(std::string_view(xml));
 }
@@ -297,7 +297,7 @@ bool QvDom::createFile(const QvbString& path, bool layout, const QvDomNode& node
     if (layout)
       xml += '\n';
     qvDomWrite(*node.m_data, layout, xml);
-    const int code = np_fio_writeAll(path, QvbString(std::string_view(xml)));
+    const int code = npfio::writeAll(path, xml);
     return code == NP_FIO_OK ? std::string() : np_fio_errdesc(code);
   });
   m_error = messageOf(path, ": ", failure);

@@ -3,7 +3,8 @@
 // Text is UTF-8 throughout, whatever encoding a document was read in. Documents come from memory only:
 // nothing in a document can make the reader open a path or a URL. Refused, each with a message: a document
 // type declaration, XML 1.1, an encoding in which markup is not what it is in ASCII (the Unicode ones aside),
-// element depth over 1,000, an element with over 10,000 attributes, a document over 512 MiB. No operation recurses over siblings or levels.
+// element depth over 1,000, an element with over 10,000 attributes, a document over 512 MiB. No operation
+// recurses over siblings or levels.
 //
 // Reading keeps text and its order; comments and processing instructions are dropped, and so is white space in
 // an element that holds child elements and no other text.
@@ -15,6 +16,7 @@
 #include "qvxbase/qvbstring.h"
 
 #include <memory>
+#include <string_view>
 
 struct QvDomNodeData;
 struct QvDomDocument;
@@ -81,8 +83,8 @@ public:
   // stand in the order they were set, in double quotes; an empty element closes itself. Line feed, carriage
   // return and tab in attributes (and carriage return in text) become character references, so that any value
   // reads back as it was. What XML cannot carry (controls, U+FFFE and U+FFFF, each byte of broken UTF-8)
-  // becomes U+FFFD. Null for a missing node.
-  QvbString createXML(bool layout, const QvDomNode& node) const;
+  // becomes U+FFFD. The prolog stands before it all as it is. Null for a missing node.
+  QvbString createXML(bool layout, const QvDomNode& node, std::string_view prolog = {}) const;
   // Replaces the file atomically by an XML declaration (UTF-8) and the text of the node. False with
   // getErrorMessage() on failure: the old file is then there byte for byte, and no temporary file is.
   bool createFile(const QvbString& path, bool layout, const QvDomNode& node);

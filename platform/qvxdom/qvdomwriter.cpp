@@ -24,12 +24,12 @@ Utf8Form utf8Form(unsigned char lead) noexcept {
   return {0, 0};
 }
 
-bool isUnicodeScalar(char32_t character) noexcept {
+constexpr bool isUnicodeScalar(char32_t character) noexcept {
   return character <= 0x10FFFF && (character < 0xD800 || character > 0xDFFF);
 }
 
 // The Char production of XML 1.0.
-bool isXmlChar(char32_t character) noexcept {
+constexpr bool isXmlChar(char32_t character) noexcept {
   if (character < 0x20)
     return character == '\t' || character == '\n' || character == '\r';
   return isUnicodeScalar(character) && character != 0xFFFE && character != 0xFFFF;
@@ -38,7 +38,7 @@ bool isXmlChar(char32_t character) noexcept {
 enum class Place { Text, Attribute };
 
 // What stands for an ASCII character that must not stand for itself; empty for all others.
-std::string_view reference(char character, Place place) noexcept {
+constexpr std::string_view reference(char character, Place place) noexcept {
   switch (character) {
   case '&':
     return "&amp;";
@@ -59,20 +59,21 @@ std::string_view reference(char character, Place place) noexcept {
   }
 }
 
-using Plain = std::array<bool, 256>;
+using Bytes = std::array<bool, 256>;
 
 // The bytes that are written as they are, without a further look.
-Plain plainBytes(Place place) {
-  Plain plain{};
+constexpr Bytes plainBytes(Place place) {
+  Bytes plain{};
   for (unsigned char byte = 0; byte < 0x80; ++byte)
     plain[byte] = isXmlChar(byte) && reference(static_cast<char>(byte), place).empty();
   return plain;
 }
 
+constexpr Bytes plainInText = plainBytes(Place::Text);
+constexpr Bytes plainInAttribute = plainBytes(Place::Attribute);
+
 std::size_t plainLength(std::string_view text, Place place) {
-  static const Plain plainText = plainBytes(Place::Text);
-  static const Plain plainAttribute = plainBytes(Place::Attribute);
-  const auto& plain = place == Place::Text ? plainText : plainAttribute;
+  const auto& plain = place == Place::Text ? plainInText : plainInAttribute;
   std::size_t length = 0;
   while (length < text.size() && plain[static_cast<unsigned char>(text[length])])
     ++length;

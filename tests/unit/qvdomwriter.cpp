@@ -57,6 +57,14 @@ TEST(QvDomWriter, ANodeIsWrittenWithWhatIsBelowItAlone) {
   EXPECT_EQ(dom.createXML(true, a.getNextSibling(true)), "text &amp; more");
 }
 
+TEST(QvDomWriter, APrologStandsBeforeTheTextAsItIs) {
+  const auto dom = loaded("<r><a/></r>");
+  EXPECT_EQ(dom.createXML(true, dom.getRoot(), "<?xml version=\"1.0\"?>\n"),
+            "<?xml version=\"1.0\"?>\n<r>\n  <a/>\n</r>\n");
+  EXPECT_EQ(dom.createXML(false, dom.getRoot(), "& "), "& <r><a/></r>");
+  EXPECT_TRUE(dom.createXML(false, QvDomNode(), "prolog").isNull());
+}
+
 struct EscapeCase {
   std::string value;
   std::string asText;

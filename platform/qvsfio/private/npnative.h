@@ -6,7 +6,9 @@
 #include "qvxbase/qvbfault.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace npfio {
@@ -14,6 +16,10 @@ namespace npfio {
 // The native path of a path or "file:" URI. NP_FIO_UNSUPPORTED for a "file:" URI that has none;
 // NP_FIO_NOT_FOUND for a path with a zero byte in it, since the system would silently cut it there.
 int nativePath(const QvbString& path, std::string* native);
+
+// np_fio_readAll() and np_fio_writeAll() for those who have their bytes elsewhere than in a QvbString.
+int readAll(const QvbString& path, std::int64_t limit, std::string* bytes);
+int writeAll(const QvbString& path, std::string_view bytes);
 
 inline int lastCode() { return np_fio_code(errno); }
 
