@@ -189,7 +189,6 @@ bool QvDomNode::getAttributeNameValue(int index, QvbString* name, QvbString* val
 
 namespace {
 
-constexpr const char* outOfMemory = "out of memory";
 constexpr const char* declaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 
 std::string oversized() { return "the document is over " + std::to_string(qvDomMaxSize >> 20) + " MiB"; }
@@ -213,25 +212,26 @@ std::string readFailure(const QvbString& path, int code) {
   return tooLarge ? oversized() : np_fio_errdesc(code);
 }
 
-// What the operation answers; a failure of memory is one of its failures. This text needs no memory.
+// Made while there is memory, and never destroyed: documents are read while the process ends.
+const QvbString& outOfMemory = *new QvbString("out of memory");
+
+QvbString textOf(const std::string& failure) {
+  return failure.empty() ? QvbString() : QvbString(std::string_view(failure));
+}
+
+QvbString textOf(const QvbString& path, std::string_view separator, const std::string& failure) {
+  return failure.empty() ? QvbString()
+                         : QvbString(path.view()).append(separator).append(std::string_view(failure));
+}
+
+// What the operation answers: null, or why it failed. A failure of memory is one of its failures.
 template<typename Operation>
-std::string failureOf(const Operation& operation) {
+QvbString failureOf(const Operation& operation) {
   try {
     return operation();
   } catch (const std::bad_alloc&) {
     return outOfMemory;
   }
-}
-
-QvbString messageOf(const std::string& failure) {
-  return failure.empty() ? QvbString() : QvbString(std::string_view(failure));
-}
-
-QvbString messageOf(const QvbString& path, std::string_view separator, const std::string& failure) {
-  if (failure.empty())
-    return {};
-  QvbString message(path.view());
-  return message.append(separator).append(std::string_view(failure));
 }
 
 } // namespace
@@ -243,38 +243,32 @@ QvDom& QvDom::operator=(QvDom&& other) noexcept = default;
 
 bool QvDom::startNewDocument(const QvbString& rootName) {
   m_document.reset();
-  const auto failure = failureOf([&]() -> std::string {
+  m_error = failureOf([&] {
     if (!qvDomIsName(rootName.view()))
-      return "\"" + std::string(rootName.view()) + "\" is not a name that XML allows";
+      return textOf("\"" + std::string(rootName.view()) + "\" is not a name that XML allows");
     auto made = std::make_unique<QvDomDocument>();
     made->addElement(nullptr, rootName.view());
     m_document = std::move(made);
-    return {};
+    return QvbString();
   });
-  m_error = messageOf(failure);
-  return failure.empty();
+  return m_error.isNull();
 }
 
 bool QvDom::loadFile(const QvbString& path) {
   m_document.reset();
-  std::string_view separator = ": ";
-  const auto failure = failureOf([&]() -> std::string {
+  m_error = failureOf([&] {
     std::string content;
     if (const int code = npfio::readAll(path, static_cast<std::int64_t>(qvDomMaxSize), &content))
-      return readFailure(path, code);
-    auto malformed = parse(content, m_document);
-    separator = ":";
-    return malformed;
+      return textOf(path, ": ", readFailure(path, code));
+    return textOf(path, ":", parse(content, m_document));
   });
-  m_error = messageOf(path, separator, failure);
-  return failure.empty();
+  return m_error.isNull();
 }
 
 bool QvDom::loadXML(const QvbString& text) {
   m_document.reset();
-  const auto failure = failureOf([&] { return parse(text.view(), m_document); });
-  m_error = messageOf(failure);
-  return failure.empty();
+  m_error = failureOf([&] { return textOf(parse(text.view(), m_document)); });
+  return m_error.isNull();
 }
 
 QvDomNode QvDom::getRoot() const noexcept {
@@ -290,18 +284,17 @@ QvbString QvDom::createXML(bool layout, const QvDomNode& node, std::string_view 
 }
 
 bool QvDom::createFile(const QvbString& path, bool layout, const QvDomNode& node) {
-  const auto failure = failureOf([&]() -> std::string {
+  m_error = failureOf([&] {
     if (!isElement(node.m_data))
-      return "there is no element to write";
+      return textOf(path, ": ", "there is no element to write");
     std::string xml = declaration;
     if (layout)
       xml += '\n';
     qvDomWrite(*node.m_data, layout, xml);
     const int code = npfio::writeAll(path, xml);
-    return code == NP_FIO_OK ? std::string() : np_fio_errdesc(code);
+    return code == NP_FIO_OK ? QvbString() : textOf(path, ": ", np_fio_errdesc(code));
   });
-  m_error = messageOf(path, ": ", failure);
-  return failure.empty();
+  return m_error.isNull();
 }
 
 QvbString QvDom::getErrorMessage() const { return m_error; }

@@ -71,7 +71,8 @@ public:
   QvDom& operator=(const QvDom&) = delete;
 
   // Each of these replaces the document; on failure there is none and getErrorMessage() tells why. A name
-  // that XML does not allow is a failure, and so is memory that cannot be had.
+  // that XML does not allow is a failure, and so is memory that cannot be had ("out of memory" alone, whatever
+  // was read or written).
   bool startNewDocument(const QvbString& rootName);
   bool loadFile(const QvbString& path);
   bool loadXML(const QvbString& text);

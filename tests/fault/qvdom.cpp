@@ -1,22 +1,35 @@
 // Memory that runs out in the middle of a document.
 #include "qvxdom/qvdom.h"
 
+#include "support/tempdir.h"
 #include "support/textio.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <new>
 #include <string>
 #include <thread>
 
 namespace {
 
-// The allocations of this thread that still succeed; negative for all of them. One alone fails.
+// The allocations of this thread that still succeed; negative for all of them. The next one fails, alone or with
+// all that come after it.
 thread_local long allocationsLeft = -1;
+thread_local bool shortageLasts = false;
+thread_local bool memoryFailed = false;
+
+bool isRefused() {
+  const bool refused = allocationsLeft == 0;
+  memoryFailed = memoryFailed || refused;
+  if (allocationsLeft > 0 || (refused && !shortageLasts))
+    --allocationsLeft;
+  return refused;
+}
 
 void* allocate(std::size_t size) {
-  if (allocationsLeft >= 0 && allocationsLeft-- == 0)
+  if (isRefused())
     throw std::bad_alloc();
   if (void* memory = std::malloc(size))
     return memory;
@@ -46,6 +59,8 @@ QvbString document() {
   return text(xml + "</r>");
 }
 
+enum class Shortage { Once, Lasting };
+
 struct Outcome {
   bool done;
   bool memoryFailed;
@@ -53,10 +68,11 @@ struct Outcome {
 
 // The operation with its n-th allocation failing.
 template<typename Operation>
-Outcome withFailure(long n, const Operation& operation) {
+Outcome withFailure(long n, const Operation& operation, Shortage shortage = Shortage::Once) {
+  memoryFailed = false;
+  shortageLasts = shortage == Shortage::Lasting;
   allocationsLeft = n;
   const bool done = operation();
-  const bool memoryFailed = allocationsLeft < 0;
   allocationsLeft = -1;
   return {done, memoryFailed};
 }
@@ -67,13 +83,13 @@ TEST(QvDomMemory, ALoadThatMemoryFailsSaysSoAndTheNextOneWorks) {
   ASSERT_TRUE(intact.loadXML(xml));
   const auto expected = intact.createXML(false, intact.getRoot());
   long failures = 0;
-  for (bool memoryFailed = true; memoryFailed; failures += memoryFailed) {
+  for (bool failed = true; failed; failures += failed) {
     QvDom dom;
     const auto outcome = withFailure(failures, [&] { return dom.loadXML(xml); });
-    memoryFailed = outcome.memoryFailed;
-    ASSERT_EQ(outcome.done, !memoryFailed) << failures;
-    ASSERT_EQ(dom.getRoot().null(), memoryFailed) << failures;
-    ASSERT_EQ(dom.getErrorMessage(), memoryFailed ? QvbString("out of memory") : QvbString()) << failures;
+    failed = outcome.memoryFailed;
+    ASSERT_EQ(outcome.done, !failed) << failures;
+    ASSERT_EQ(dom.getRoot().null(), failed) << failures;
+    ASSERT_EQ(dom.getErrorMessage(), failed ? QvbString("out of memory") : QvbString()) << failures;
     ASSERT_TRUE(dom.loadXML(xml)) << failures << dom.getErrorMessage();
     ASSERT_EQ(dom.createXML(false, dom.getRoot()), expected) << failures;
   }
@@ -84,13 +100,13 @@ TEST(QvDomMemory, AThreadThatCannotMakeItsReaderMakesItLater) {
   const QvbString xml("<r/>");
   ASSERT_TRUE(QvDom().loadXML(xml)) << "what the process makes once is made";
   long failures = 0;
-  for (bool memoryFailed = true; memoryFailed; failures += memoryFailed) {
+  for (bool failed = true; failed; failures += failed) {
     std::thread([&] {
       QvDom dom;
       const auto outcome = withFailure(failures, [&] { return dom.loadXML(xml); });
-      memoryFailed = outcome.memoryFailed;
-      EXPECT_EQ(outcome.done, !memoryFailed) << failures;
-      EXPECT_EQ(dom.getErrorMessage(), memoryFailed ? QvbString("out of memory") : QvbString()) << failures;
+      failed = outcome.memoryFailed;
+      EXPECT_EQ(outcome.done, !failed) << failures;
+      EXPECT_EQ(dom.getErrorMessage(), failed ? QvbString("out of memory") : QvbString()) << failures;
       EXPECT_TRUE(dom.loadXML(xml)) << failures << dom.getErrorMessage();
     }).join();
   }
@@ -105,6 +121,41 @@ TEST(QvDomMemory, AStartThatMemoryFailsLeavesNoDocument) {
   EXPECT_FALSE(outcome.done);
   EXPECT_TRUE(dom.getRoot().null());
   EXPECT_EQ(dom.getErrorMessage(), "out of memory");
+}
+
+// Every operation that may fail, on its own document, while no memory is to be had from the n-th allocation on.
+TEST(QvDomMemory, AShortageThatLastsIsAFailureOfEveryOperation) {
+  const TempDir folder;
+  const auto file = folder.write("document.xml", str(document()));
+  const auto malformed = folder.write("malformed.xml", "<r></s>");
+  const QvbString paths[] = {text(file), text(malformed), text(folder / "none.xml"),
+                             text(folder / "copy.xml")};
+  const QvbString texts[] = {document(), "<r></s>", "not a name", "r"};
+  QvDom source;
+  ASSERT_TRUE(source.loadXML(texts[0]));
+  const std::function<bool(QvDom&)> operations[] = {
+      [&](QvDom& dom) { return dom.loadXML(texts[0]); },
+      [&](QvDom& dom) { return dom.loadXML(texts[1]); },
+      [&](QvDom& dom) { return dom.loadFile(paths[0]); },
+      [&](QvDom& dom) { return dom.loadFile(paths[1]); },
+      [&](QvDom& dom) { return dom.loadFile(paths[2]); },
+      [&](QvDom& dom) { return dom.startNewDocument(texts[2]); },
+      [&](QvDom& dom) { return dom.startNewDocument(texts[3]); },
+      [&](QvDom& dom) { return dom.createFile(paths[3], true, source.getRoot()); },
+      [&](QvDom& dom) { return dom.createFile(paths[2], true, QvDomNode()); },
+  };
+  for (const auto& operation : operations) {
+    bool failed = true;
+    for (long n = 0; failed; ++n) {
+      QvDom dom;
+      const auto outcome = withFailure(
+          n, [&] { return operation(dom); }, Shortage::Lasting);
+      failed = outcome.memoryFailed;
+      ASSERT_FALSE(failed && outcome.done) << &operation - operations << ' ' << n;
+      ASSERT_TRUE(!failed || dom.getErrorMessage() == "out of memory") << &operation - operations << ' ' << n;
+      ASSERT_TRUE(!failed || dom.getRoot().null());
+    }
+  }
 }
 
 } // namespace
