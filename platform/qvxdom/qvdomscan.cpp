@@ -36,10 +36,10 @@ const Form& formOf(std::string_view document) {
 }
 
 // Encodings in which a byte of markup stands for itself wherever it occurs: families by the beginning of their
-// names, then single ones.
+// names, then single ones. Shift_JIS, GBK, GB18030 and Big5 are not among them: the second byte of a character may
+// be that of "]".
 constexpr std::array asciiFamilies{"ISO-8859-"sv, "WINDOWS-125"sv, "CP125"sv, "KOI8-"sv, "EUC-"sv};
-constexpr std::array asciiSupersets{"UTF-8"sv,  "US-ASCII"sv, "ASCII"sv,   "LATIN1"sv, "SHIFT_JIS"sv,
-                                    "GB2312"sv, "GBK"sv,      "GB18030"sv, "BIG5"sv};
+constexpr std::array asciiSupersets{"UTF-8"sv, "US-ASCII"sv, "ASCII"sv, "LATIN1"sv, "GB2312"sv};
 
 bool isAsciiSuperset(std::string_view encoding) {
   return std::any_of(asciiFamilies.begin(), asciiFamilies.end(),

@@ -118,8 +118,8 @@ TEST(QvDomScan, TextIsUtf8WhateverTheDocumentsEncoding) {
   EXPECT_EQ(valueOf("<?xml version=\"1.0\"\n encoding = \"iso-8859-15\" ?><r>\xA4</r>"), "\xE2\x82\xAC");
   EXPECT_EQ(valueOf("<?xml version='1.0' encoding='windows-1252'?><r>\x80</r>"), "\xE2\x82\xAC");
   EXPECT_EQ(valueOf("<?xml version='1.0' encoding='US-ASCII'?><r>x</r>"), "x");
-  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='Shift_JIS'?><r>\x82\xA0</r>"), "\xE3\x81\x82");
-  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='GB18030'?><r>\xB0\xA1</r>"), "\xE5\x95\x8A");
+  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='EUC-JP'?><r>\xA4\xA2</r>"), "\xE3\x81\x82");
+  EXPECT_EQ(valueOf("<?xml version='1.0' encoding='GB2312'?><r>\xB0\xA1</r>"), "\xE5\x95\x8A");
   EXPECT_EQ(valueOf("\xFF\xFE<\0r\0>\0=\xD8\0\xDE<\0/\0r\0>\0"s), "\xF0\x9F\x98\x80");
   EXPECT_EQ(valueOf("\xFE\xFF\0<\0r\0>\x20\xAC\0<\0/\0r\0>"s), "\xE2\x82\xAC");
 }
@@ -132,6 +132,13 @@ TEST(QvDomScan, AnEncodingThatCouldHideMarkupIsRefused) {
   for (const char* name : {"UTF-7", "ISO-2022-JP", "HZ-GB-2312", "SCSU", "BOCU-1", "IBM037", "ibm-1047",
                            "UTF-16", "UTF-32", "unheard-of", "IMAP-mailbox-name"})
     EXPECT_EQ(messageOf("<?xml version='1.0' encoding='"s + name + "'?>+ADwAIQ-DOCTYPE r+AD4-<r/>"),
+              "1:1: the encoding \""s + name + "\" is not supported");
+}
+
+// What ends a section in bytes alone need not end it in characters.
+TEST(QvDomScan, AnEncodingWhoseCharactersHoldBytesOfMarkupIsRefused) {
+  for (const char* name : {"Shift_JIS", "shift_jis", "GBK", "GB18030", "Big5", "Windows-31J", "CP936"})
+    EXPECT_EQ(messageOf("<?xml version='1.0' encoding='"s + name + "'?><r><![CDATA[\x83]]></r>]]></r>"),
               "1:1: the encoding \""s + name + "\" is not supported");
 }
 
