@@ -352,13 +352,29 @@ private:
   std::size_t m_bytes = 0;
 };
 
+// A thread's own objects end one after the other, and those that end after its reader may still read documents, as
+// static destructors may: each of these has a reader of its own. The flag itself never ends.
+struct KeptReader {
+  static constinit thread_local bool hasEnded;
+  std::unique_ptr<Reader> reader;
+
+  ~KeptReader() { hasEnded = true; }
+  static std::unique_ptr<Reader>* ofThisThread() {
+    if (hasEnded)
+      return nullptr;
+    thread_local KeptReader kept;
+    return &kept.reader;
+  }
+};
+constinit thread_local bool KeptReader::hasEnded = false;
+
 // The reader is out of its place while it reads: one that an exception leaves in whatever state is thrown away.
 std::string readWithKeptReader(std::string_view text, const QvDomScan& scan, QvDomDocument& document) {
-  thread_local std::unique_ptr<Reader> kept;
-  auto reader = kept ? std::move(kept) : std::make_unique<Reader>();
+  auto* const kept = KeptReader::ofThisThread();
+  auto reader = kept && *kept ? std::move(*kept) : std::make_unique<Reader>();
   auto failure = reader->read(text, scan, document);
-  if (!reader->isWornOut())
-    kept = std::move(reader);
+  if (kept && !reader->isWornOut())
+    *kept = std::move(reader);
   return failure;
 }
 

@@ -7,6 +7,7 @@
 #include <rapidcheck.h>
 #include <sys/mman.h>
 
+#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -225,6 +226,42 @@ TEST(QvDomReader, ThreadsReadAtTheSameTime) {
     thread.join();
   for (std::size_t i = 0; i < results.size(); ++i)
     EXPECT_EQ(results[i], "<r n=\"" + std::to_string(i) + "\"><a>x</a></r>");
+}
+
+// Reads a document when it ends.
+struct LateReader {
+  ~LateReader() {
+    if (result)
+      *result = normalized("<r><a>x</a></r>");
+  }
+  std::string* result = nullptr;
+};
+thread_local LateReader lateReader;
+
+TEST(QvDomReader, AThreadReadsToItsVeryEnd) {
+  std::string late;
+  std::thread([&] {
+    lateReader.result = &late; // made before the thread's first document, it ends after the thread's reader
+    loaded("<r/>");
+  }).join();
+  EXPECT_EQ(late, "<r><a>x</a></r>");
+}
+
+struct ReaderAtExit {
+  ~ReaderAtExit() {
+    QvDom dom;
+    const bool read = dom.loadXML("<r/>") && !dom.loadXML("<r>") && dom.loadXML("<r/>");
+    std::_Exit(read ? 3 : 4);
+  }
+};
+
+TEST(QvDomReaderDeathTest, StaticDestructorsRead) {
+  const auto end = [] {
+    static const ReaderAtExit atExit;
+    loaded("<r/>");
+    std::exit(0);
+  };
+  EXPECT_EXIT(end(), testing::ExitedWithCode(3), "");
 }
 
 TEST(QvDomReader, NoBytesBreakTheReader) {
