@@ -19,6 +19,11 @@ public:
   // Every operation of one kind.
   Faults(QvbFaultPoint failing, int error)
       : Faults([=](QvbFaultPoint point, const std::string&) { return point == failing ? error : 0; }) {}
+  // The operations of one kind on subjects that end with the text.
+  Faults(QvbFaultPoint failing, const std::string& subjectEnd, int error)
+      : Faults([=](QvbFaultPoint point, const std::string& subject) {
+          return point == failing && subject.ends_with(subjectEnd) ? error : 0;
+        }) {}
   ~Faults() { qvbSetFaultHook(nullptr); }
   Faults(const Faults&) = delete;
   Faults& operator=(const Faults&) = delete;
