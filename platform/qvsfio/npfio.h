@@ -46,9 +46,10 @@ struct NpFileStat {
 // `file` becomes the handle, null on failure.
 QVPLATFORM_API int np_fio_open(const QvbString& path, int mode, NpFile** file);
 // Ends the handle in every case. A file opened for replacement takes its name's place here; when that fails,
-// or a write failed before, the old file stays, the new one is gone and the result tells why. (On a file
-// system that cannot exchange two names the new file stays when all that fails is flushing the folder, the
-// last step.) Null does nothing.
+// or a write failed before, the old file stays, the new one is gone and the result tells why. Only when the new
+// file has the name already and flushing the folder, the last step, fails, may the new file stay: on a file
+// system that cannot exchange two names, where the old file is gone by then, and when exchanging them back fails
+// too, which leaves the old file beside the new one as ".<name>.<unique>.tmp". Null does nothing.
 QVPLATFORM_API int np_fio_close(NpFile* file);
 // Ends the handle and gives up what was written: the old file stays, the new one is gone. Null does nothing.
 QVPLATFORM_API void np_fio_discard(NpFile* file);

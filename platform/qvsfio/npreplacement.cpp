@@ -160,8 +160,8 @@ int Replacement::flushFolder() const {
 }
 
 void Replacement::putBack() {
-  if (m_state == State::Exchanged && rename(RENAME_EXCHANGE) == 0)
-    m_state = State::Written;
+  if (m_state == State::Exchanged)
+    m_state = rename(RENAME_EXCHANGE) == 0 ? State::Written : State::SetAside;
   else if (m_state == State::Created)
     ::unlinkat(m_folder.get(), m_name.c_str(), 0);
 }

@@ -2,7 +2,7 @@
 //
 // Text is UTF-8 throughout, whatever encoding a document was read in. Documents come from memory only:
 // nothing in a document can make the reader open a path or a URL. Refused, each with a message: a document
-// type declaration, XML 1.1, an encoding in which markup is not what it is in ASCII (the Unicode ones aside),
+// type declaration, XML 1.1, an encoding in which a byte of ASCII may mean something else (the Unicode ones aside),
 // element depth over 1,000, an element with over 10,000 attributes, a document over 512 MiB. No operation
 // recurses over siblings or levels.
 //
@@ -87,7 +87,7 @@ public:
   // becomes U+FFFD. The prolog stands before it all as it is. Null for a missing node.
   QvbString createXML(bool layout, const QvDomNode& node, std::string_view prolog = {}) const;
   // Replaces the file atomically by an XML declaration (UTF-8) and the text of the node. False with
-  // getErrorMessage() on failure: the old file is then there byte for byte, and no temporary file is.
+  // getErrorMessage() on failure: the old file is then what np_fio_close() promises.
   bool createFile(const QvbString& path, bool layout, const QvDomNode& node);
 
   // Why the last start, load or createFile failed: "<file>:<line>:<column>: <reason>" for a malformed file,

@@ -228,6 +228,24 @@ TEST_F(Disk, WithoutExchangeOfNamesKeepsTheNewFileWhenItsFolderCannotBeFlushed) 
   EXPECT_EQ(state().size(), 1U);
 }
 
+TEST_F(Disk, KeepsTheOldFileBesideTheNewOneWhenItCannotBePutBack) {
+  m_folder.write("a", "old");
+  {
+    const Faults faults([this, renames = 0](Point point, const std::string& subject) mutable {
+      if (point == Point::FileRename)
+        return ++renames == 1 ? 0 : EIO;
+      return point == Point::FileSync && subject == m_folder.path() ? EACCES : 0;
+    });
+    EXPECT_EQ(writeWhole(path()), NP_FIO_ACCESS);
+  }
+  EXPECT_EQ(m_folder.read("a"), "new");
+  const auto files = state();
+  ASSERT_EQ(files.size(), 2U);
+  const std::string aside = files.begin()->first;
+  EXPECT_TRUE(aside.starts_with(".a.") && aside.ends_with(".tmp")) << aside;
+  EXPECT_EQ(m_folder.read(aside), "old");
+}
+
 TEST_F(Disk, ThatFlushesNoFoldersIsNoFailure) {
   const Faults faults([this](Point point, const std::string& subject) {
     return point == Point::FileSync && subject == m_folder.path() ? EINVAL : 0;

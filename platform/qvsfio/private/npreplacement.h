@@ -24,7 +24,8 @@ public:
   // Null in `replacement` on failure. Only a regular file can be replaced.
   static int open(const std::string& path, Permissions permissions,
                   std::unique_ptr<Replacement>* replacement);
-  // Without a successful commit() the old file is what it was.
+  // Without a successful commit() the old file is what it was, or, where it could not be put back or exchanged,
+  // what np_fio_close() says.
   ~Replacement();
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
@@ -48,6 +49,7 @@ private:
     Absent,    // no temporary file
     Written,   // the temporary name has the new file
     Exchanged, // the temporary name has the old file
+    SetAside,  // it keeps the old file, which could not be put back
     Created,   // there was no old file
     Overwrote  // the file system cannot exchange names: the old file is gone
   };
