@@ -143,7 +143,7 @@ bool QvReposConfigManagerImpl::refresh() {
 QvReposConfiguration* QvReposConfigManagerImpl::getConfigurationByName(const QvbString& name) {
   Released<QvReposConfiguration> found;
   forEachDefinition([&](QvReposConfiguration& definition) {
-    if (QvbEqualIgnoreCase()(definition.getName(), name))
+    if (qvbEqualsIgnoreCase(definition.getName().view(), name.view()))
       found.reset(definition.copyOf());
   });
   return found.release();
@@ -211,7 +211,7 @@ bool QvReposConfigManagerImpl::saveConfiguration(QvReposConfiguration* definitio
   QvbString target;
   if (!findTarget(*definition, &target, error))
     return false;
-  if (!QvbEqualIgnoreCase()(oldFile, target) && fileExists(target))
+  if (!qvbEqualsIgnoreCase(oldFile.view(), target.view()) && fileExists(target))
     return fail(error, "A definition already exists with that name.");
   if (!writeConfigurationContents(definition, target, error))
     return false;

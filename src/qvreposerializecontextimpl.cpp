@@ -104,7 +104,8 @@ void RepositorySerializationContextImpl::displace(RepositoryMetadataObjectImpl* 
 RepositoryMetadataObject* RepositorySerializationContextImpl::findMetadataObject(const QvbString& objectType,
                                                                                  const QvbString& id) {
   const auto found = m_objects.find(id);
-  if (found == m_objects.end() || !QvbEqualIgnoreCase()(found->second->getObjectType(), objectType))
+  if (found == m_objects.end() ||
+      !qvbEqualsIgnoreCase(found->second->getObjectType().view(), objectType.view()))
     return nullptr;
   return found->second;
 }
@@ -113,8 +114,9 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::getMetadataObjectB
     const QvbString& objectType, const QvbString& attributeName, const QvbString& attributeValue) {
   for (const auto& [id, object] : m_objects) {
     QvbString value;
-    if (QvbEqualIgnoreCase()(object->getObjectType(), objectType) &&
-        object->getAttribute(attributeName, &value) && QvbEqualIgnoreCase()(value, attributeValue))
+    if (qvbEqualsIgnoreCase(object->getObjectType().view(), objectType.view()) &&
+        object->getAttribute(attributeName, &value) &&
+        qvbEqualsIgnoreCase(value.view(), attributeValue.view()))
       return object;
   }
   RepositoryMetadataObject* object = getMetadataObject(objectType, qvbGetUUID());
@@ -143,7 +145,7 @@ bool RepositorySerializationContextImpl::serialize(RepositoryMetadataObject* obj
   object->toXML(&main);
   QvDomNode root = document.getRoot();
   for (const auto& [id, other] : m_objects) {
-    if (QvbEqualIgnoreCase()(other->getId(), object->getId()))
+    if (qvbEqualsIgnoreCase(other->getId().view(), object->getId().view()))
       continue;
     QvDomNode node = root.addChild(other->getObjectType());
     other->toXML(&node);

@@ -277,7 +277,7 @@ RepositoryMetadataObject* RepositoryMetadataObjectListImpl::getValue(unsigned lo
 
 bool RepositoryMetadataObjectListImpl::contains(RepositoryMetadataObject* object) {
   const auto match = std::find_if(m_objects.begin(), m_objects.end(), [&](RepositoryMetadataObject* element) {
-    return object && element && QvbEqualIgnoreCase()(element->getId(), object->getId());
+    return object && element && qvbEqualsIgnoreCase(element->getId().view(), object->getId().view());
   });
   m_cursor.place(static_cast<std::size_t>(match - m_objects.begin()) + 1, m_objects.size());
   return match != m_objects.end();

@@ -59,7 +59,8 @@ QvResource* QvResourceListImpl::getValue(unsigned long column) {
 std::size_t QvResourceListImpl::findRow(const QvbString& identity) {
   if (const auto found = m_firstRows.find(identity); found != m_firstRows.end())
     return found->second;
-  const bool isLast = !m_rows.empty() && QvbEqualIgnoreCase()(m_rows.back().getResourceIdentity(), identity);
+  const bool isLast =
+      !m_rows.empty() && qvbEqualsIgnoreCase(m_rows.back().getResourceIdentity().view(), identity.view());
   return isLast ? m_rows.size() - 1 : m_rows.size();
 }
 
@@ -136,7 +137,7 @@ void QvStringListImpl::setLastRowElement(unsigned long column, const QvbString& 
 
 bool QvStringListImpl::contains(QvbString& text) {
   const auto matches = [&](const auto& row) {
-    return !row.empty() && QvbEqualIgnoreCase()(row.front(), text);
+    return !row.empty() && qvbEqualsIgnoreCase(row.front().view(), text.view());
   };
   const auto found = std::find_if(m_rows.begin(), m_rows.end(), matches);
   m_cursor.place(static_cast<std::size_t>(found - m_rows.begin()) + 1, m_rows.size());

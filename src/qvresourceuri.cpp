@@ -206,7 +206,7 @@ bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* roo
   }
   QvbString vaultPath;
   QvReposConfigManagerImpl().forEachDefinition([&](QvReposConfiguration& definition) {
-    if (QvbEqualIgnoreCase()(definition.getName(), repositoryName))
+    if (qvbEqualsIgnoreCase(definition.getName().view(), repositoryName.view()))
       vaultPath = vaultPathOf(definition);
   });
   if (vaultPath.isEmpty())
