@@ -7,11 +7,11 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include <ini.h>
 
@@ -21,10 +21,13 @@ constexpr const char* Source = "platform/qvxbase/qvbconfig";
 constexpr std::int64_t MaxFileSize = 1 << 20;
 constexpr std::string_view WhiteSpace = " \t\r\v\f";
 
-struct IgnoreCase {
-  bool operator()(const QvbString& a, const QvbString& b) const noexcept { return a.compare(b, true) < 0; }
-};
-using Options = std::map<QvbString, QvbString, IgnoreCase>;
+using Options = std::unordered_map<QvbString, QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase>;
+
+// Null when there is none.
+QvbString valueIn(const Options& options, const QvbString& key) {
+  const auto found = options.find(key);
+  return found == options.end() ? QvbString() : found->second;
+}
 
 std::string_view stripped(std::string_view text) noexcept {
   text.remove_prefix(std::min(text.find_first_not_of(WhiteSpace), text.size()));
@@ -104,9 +107,9 @@ struct OptionFile {
   }
 };
 
-QvbString environment(const char* name) {
-  return QvbString(
-      std::getenv(name)); // NOLINT(concurrency-mt-unsafe): hosts set it before they start threads
+// Null when the variable is not set.
+const char* environment(const char* name) {
+  return std::getenv(name); // NOLINT(concurrency-mt-unsafe): hosts set it before they start threads
 }
 
 class ConfigStore final : public QvbConfigOptions {
@@ -135,45 +138,31 @@ public:
 
 private:
   QvbString lookup(const QvbString& key) {
-    if (QvbString value = hostOption(key); !value.isNull())
-      return value;
-    if (const auto file = currentFile()) {
-      if (const auto found = file->options.find(key); found != file->options.end())
-        return found->second;
-    }
-    return key.find("/") < 0 ? environment(key.asCstr()) : QvbString();
+    std::unique_lock guard(m_mutex);
+    QvbString value = valueIn(m_hostOptions, key);
+    const char* const path = value.isNull() ? environment("QV_CONFIG") : nullptr;
+    if (path && *path)
+      value = valueIn(fileAt(path, guard)->options, key);
+    guard.unlock();
+    return value.isNull() && key.find("/") < 0 ? QvbString(environment(key.asCstr())) : value;
   }
 
-  QvbString hostOption(const QvbString& key) {
-    const std::lock_guard guard(m_mutex);
-    const auto found = m_hostOptions.find(key);
-    return found == m_hostOptions.end() ? QvbString() : found->second;
-  }
-
-  // Null when QV_CONFIG names none. The file is in its place before its fault is logged, since the log reads
-  // its own options from here.
-  std::shared_ptr<const OptionFile> currentFile() {
-    const QvbString path = environment("QV_CONFIG");
-    if (path.isEmpty())
-      return nullptr;
-    if (auto file = fileOf(path))
-      return file;
+  // The file is read without the lock, and is in its place before its fault is logged, since the log reads its own
+  // options from here. Another thread may have read it first.
+  std::shared_ptr<const OptionFile> fileAt(const char* path, std::unique_lock<std::mutex>& guard) {
+    const auto isInPlace = [&] { return m_file && m_file->path.view() == path; };
+    if (isInPlace())
+      return m_file;
+    guard.unlock();
     const auto file = std::make_shared<const OptionFile>(path);
-    auto inPlace = install(file);
-    if (inPlace == file)
-      file->logFault();
-    return inPlace;
-  }
-  std::shared_ptr<const OptionFile> fileOf(const QvbString& path) {
-    const std::lock_guard guard(m_mutex);
-    return m_file && m_file->path == path ? m_file : nullptr;
-  }
-  // Answers the file in place, which another thread may have read first.
-  std::shared_ptr<const OptionFile> install(const std::shared_ptr<const OptionFile>& file) {
-    const std::lock_guard guard(m_mutex);
-    if (!m_file || m_file->path != file->path)
-      m_file = file;
-    return m_file;
+    guard.lock();
+    if (isInPlace())
+      return m_file;
+    m_file = file;
+    guard.unlock();
+    file->logFault();
+    guard.lock();
+    return file;
   }
 
   std::mutex m_mutex;
