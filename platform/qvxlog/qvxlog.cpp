@@ -116,8 +116,12 @@ struct QvLogRegistry {
   }
 
   QvLogger* logger(const QvbString& category) {
-    readOptions();
-    const std::lock_guard guard(m_mutex);
+    std::unique_lock guard(m_mutex);
+    if (!m_output) {
+      guard.unlock();
+      readOptions();
+      guard.lock();
+    }
     auto& logger = m_loggers[category];
     if (!logger) {
       logger.reset(new QvLogger(category));
@@ -154,17 +158,11 @@ private:
   // The options are read without the lock, and come back here when their file is to be complained of; by then
   // the file has been read, so that the second time goes through.
   void readOptions() {
-    if (isConfigured())
-      return;
     const LogSettings settings;
     if (configure(settings)) {
       logFault(settings.levelFault);
       logFault(settings.fileFault);
     }
-  }
-  bool isConfigured() {
-    const std::lock_guard guard(m_mutex);
-    return m_output != nullptr;
   }
   // Whether these are the settings that count: the first ones do.
   bool configure(const LogSettings& settings) {
