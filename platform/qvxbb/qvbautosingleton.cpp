@@ -3,6 +3,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -20,11 +21,18 @@ Registry& registry() {
   return *instance;
 }
 
+// The place of the object of this identifier, null while there is none. The registry's lock is held.
+void*& objectOf(const char* id) {
+  auto& objects = registry().objects;
+  const auto known = objects.find(std::string_view(id));
+  return known != objects.end() ? known->second : objects.emplace(id, nullptr).first->second;
+}
+
 } // namespace
 
 bool QvbAutoSingleton::initialize(bool* created) {
   const std::lock_guard guard(registry().mutex);
-  void*& object = registry().objects[getId()];
+  void*& object = objectOf(getId());
   const bool isNew = !object;
   if (isNew)
     object = createObject();
@@ -42,6 +50,6 @@ void QvbAutoSingleton::terminate() {
 // Forgotten before it is destroyed: nobody can find it while it goes.
 void QvbAutoSingleton::cleanupOnly() {
   const std::lock_guard guard(registry().mutex);
-  if (void* const object = std::exchange(registry().objects[getId()], nullptr))
+  if (void* const object = std::exchange(objectOf(getId()), nullptr))
     deleteObject(object);
 }
