@@ -229,17 +229,22 @@ TEST_F(FileCacheThreads, EndsNoSourceThatIsInUse) {
   auto* const cache = dynamic_cast<FileAccessCacheManager*>(getFileCache());
   ASSERT_NE(cache, nullptr);
   const ReleasedSubject subject(qvbSubjectCreate("user", QvbString()));
-  std::atomic<int> alive = 0, failed = 0;
-  runThreads(8, [&](int number) {
+  std::atomic<int> alive = 0, failed = 0, fetching = 4;
+  runThreads(6, [&](int number) {
+    if (number >= 4) {
+      while (fetching > 0) {
+        cache->setSourceProvider(new HostProvider(&alive));
+        std::this_thread::yield();
+      }
+      return;
+    }
     for (int i = 0; i < 200; ++i) {
       QvbString local, error;
-      if (number % 2 == 0)
-        cache->setSourceProvider(new HostProvider(&alive));
-      else if (i % 20 == 0)
-        failed += !cache->flush(false);
-      else
-        failed += cache->getCacheFilename(subject.get(), existing.path(i % 4), &local, &error) != 0;
+      failed += i % 20 == 0
+                    ? !cache->flush(false)
+                    : cache->getCacheFilename(subject.get(), existing.path(i % 4), &local, &error) != 0;
     }
+    --fetching;
   });
   EXPECT_EQ(failed, 0);
   EXPECT_EQ(alive, 1);
