@@ -8,7 +8,13 @@
 #include "qvreposres/qvresource.h"
 #include "qvreposres/qvresourcefactory.h"
 #include "qvreposres/qvresourcemgr.h"
+#include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbpath.h"
+#include "qvxbase/qvuri.h"
 #include "qvxbb/qvbautosingleton.h"
+#include "qvxhttp/qvsecuritycontext.h"
+#include "qvxhttp/qvxhttp.h"
+#include "qvxlog/qvxlog.h"
 
 #include <gtest/gtest.h>
 
@@ -266,5 +272,54 @@ TEST(Slots, FileAccessCacheSourceProvider) {
   expectSlots(afterDestructor, {OPERATION(P, release), OPERATION(P, exists), OPERATION(P, getModifiedDate),
                                 OPERATION(P, updateLocalFileContent), OPERATION(P, flush)});
 }
+
+TEST(Slots, LineageProgressSink) { expectSlots(afterDestructor, {OPERATION(LineageProgressSink, progress)}); }
+
+TEST(Slots, QvURI) {
+  using U = QvURI;
+  expectSlots(noDestructor,
+              {OPERATION(U, release), OPERATION(U, getScheme), OPERATION(U, getAuthority),
+               OPERATION(U, getPath), OPERATION(U, asString), OPERATION(U, getNormalizedString),
+               OPERATION(U, getParameter), OPERATION(U, setParameter), OPERATION(U, getErrorText),
+               OPERATION(U, getReposURI), OPERATION(U, getDataURI)});
+}
+
+TEST(Slots, QvReposURI) {
+  using U = QvReposURI;
+  expectSlots(noDestructor, {OPERATION(U, getRepository), OPERATION(U, getPath), OPERATION(U, getObjectName),
+                             OPERATION(U, getObjectType)});
+}
+
+TEST(Slots, QvDataURI) {
+  using U = QvDataURI;
+  expectSlots(noDestructor,
+              {OPERATION(U, getServer), OPERATION(U, getDataSource), OPERATION(U, getDataSourceType),
+               OPERATION(U, getCatalog), OPERATION(U, getSchema), OPERATION(U, getTable),
+               OPERATION(U, getColumn), OPERATION(U, getObjectType), OPERATION(U, getObjectName),
+               OPERATION(U, asString)});
+}
+
+TEST(Slots, QvbDirectory) {
+  using D = QvbDirectory;
+  expectSlots(noDestructor,
+              {OPERATION(D, next), OPERATION(D, getName), OPERATION(D, getPath), OPERATION(D, release)});
+}
+
+TEST(Slots, QvbConfigOptions) {
+  expectSlots(noDestructor, {OPERATION(QvbConfigOptions, getOption), OPERATION(QvbConfigOptions, release)});
+}
+
+TEST(Slots, HttpResponse) {
+  using R = httpResponse;
+  expectSlots(noDestructor, {OPERATION(R, getStatusCode), OPERATION(R, getStatusCodeMessage),
+                             OPERATION(R, getBody), OPERATION(R, getHeader), OPERATION(R, release)});
+}
+
+TEST(Slots, QvSecurityContext) {
+  using C = QvSecurityContext;
+  expectSlots(noDestructor, {OPERATION(C, getServiceTicket), OPERATION(C, renew), OPERATION(C, release)});
+}
+
+TEST(Slots, QvLogSink) { expectSlots(afterDestructor, {OPERATION(QvLogSink, record)}); }
 
 } // namespace

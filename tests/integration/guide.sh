@@ -19,7 +19,7 @@ export TMPDIR=$work
 warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 compile() { # compile PROGRAM
   # shellcheck disable=SC2086
-  g++ -std=c++20 "${warnings[@]}" ${CXXFLAGS:-} -I"$source/include" -I"$source/platform" "$1" -o "${1%.cpp}" \
+  "$CXX" -std=c++20 "${warnings[@]}" ${CXXFLAGS:-} -I"$source/include" -I"$source/platform" "$1" -o "${1%.cpp}" \
     -L"$build/lib" -Wl,-rpath,"$build/lib" -lqvreposres -lqvplatform
 }
 programs=0

@@ -2,7 +2,7 @@
 # Installs the build into an empty folder and uses it as an application does: every public header compiles on its own
 # with all warnings in both compilers, and a host program is built and run through find_package and through pkg-config.
 set -euo pipefail
-source=$1 build=$2 version=$3
+source=$1 build=$2 version=${3%.*}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
@@ -48,7 +48,7 @@ ninja -C "$work/app/build" --quiet
 export PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name qvreposres.pc)")
 libdir=$(pkg-config --variable=libdir qvreposres)
 for compiler in g++ clang++; do
-  [[ -n ${CXXFLAGS:-} && $compiler == clang++ ]] && continue # one compiler's sanitizer runtime does not serve the other
+  [[ -n ${CXXFLAGS:-} && $CXX != */"$compiler" ]] && continue # one compiler's sanitizer runtime does not serve the other
   # shellcheck disable=SC2046,SC2086
   "$compiler" -std=c++20 ${CXXFLAGS:-} "$program" $(pkg-config --cflags --libs qvreposres) -o "$work/app/$compiler"
   LD_LIBRARY_PATH=$libdir "$work/app/$compiler" "$job" | expect "pkg-config with $compiler"
