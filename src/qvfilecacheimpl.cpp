@@ -31,8 +31,9 @@ QvbString lookupKey(const QvbString& name) {
 } // namespace
 
 bool FileAccessCacheEntry::isListed(const QvbString& user) const {
-  return std::any_of(authorizedUsers.begin(), authorizedUsers.end(),
-                     [&](const QvbString& listed) { return listed.compare(user, true) == 0; });
+  return std::any_of(authorizedUsers.begin(), authorizedUsers.end(), [&](const QvbString& listed) {
+    return qvbEqualsIgnoreCase(listed.view(), user.view());
+  });
 }
 
 bool FileAccessCacheEntry::isUserAuthorized(ASSubject* subject, QvbString* errorText) const {

@@ -1,12 +1,13 @@
 #include "qvfilecacheimpl_http.h"
 
+#include "allocation.h"
+#include "domchildren.h"
 #include "qvsfio/npfio.h"
 #include "qvsstr/qvsstr.h"
 #include "qvxbase/qvbformat.h"
 
 #include <algorithm>
 #include <array>
-#include <new>
 
 namespace {
 
@@ -36,10 +37,6 @@ std::shared_ptr<QvSecurityContext> newContext() {
             if (context)
               context->release();
           }};
-}
-
-bool sameName(const QvDomNode& node, const QvbString& name) {
-  return node.getName().compare(name, true) == 0;
 }
 
 Released<httpResponse> send(const httpGet& request) {
@@ -208,14 +205,9 @@ bool RemoteHttpFileProvider::mayRetry(int status, int* retries) const {
 QvDomNode RemoteHttpFileProvider::getChildNodeByName(const QvDomNode& parent, const QvbString& name,
                                                      const QvbString& attributeName,
                                                      const QvbString& attributeValue) {
-  QvDomNode child = parent.getFirstChild(false);
-  const auto matches = [&] {
-    return sameName(child, name) &&
-           (attributeName.isNull() || child.getAttributeValue(attributeName) == attributeValue);
-  };
-  while (!child.null() && !matches())
-    child = child.getNextSibling(false);
-  return child;
+  return findChildNamed(parent, name.view(), [&](const QvDomNode& child) {
+    return attributeName.isNull() || child.getAttributeValue(attributeName) == attributeValue;
+  });
 }
 
 void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const QvbString& body) {
@@ -225,7 +217,7 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
     return;
   const QvDomNode root = document.getRoot();
   const QvDomNode job =
-      sameName(root, NODE_PROCESSJOB) ? root : getChildNodeByName(root, NODE_PROCESSJOB, any, any);
+      isNamed(root, NODE_PROCESSJOB.view()) ? root : getChildNodeByName(root, NODE_PROCESSJOB, any, any);
   if (job.null())
     return;
   record->modifiedDate = job.getAttributeValue(ATTR_MODIFIEDDATE);
@@ -349,12 +341,9 @@ Released<httpResponse> RemoteHttpFileProvider::requestContent(const QvbString& l
   httpGet request{.url = qvbStringFormat("%S?ticket=%S", &link, &ticket),
                   .headers = {},
                   .contentType = CONTENT_TYPE_TEXT};
-  try {
-    request.headers.emplace_back("Accept", "application/vnd.zel.ProcessJob");
-  } catch (const std::bad_alloc&) {
+  if (!tryAllocate([&] { request.headers.emplace_back("Accept", "application/vnd.zel.ProcessJob"); }))
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Unable to create post headers for http authentication.");
-  }
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "HTTP (GET) of content: %s", request.url);
   return send(request);
 }
