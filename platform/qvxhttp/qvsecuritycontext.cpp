@@ -3,13 +3,13 @@
 #include "qvxbase/private/qvuritext.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
+#include "qvxbase/qvbreleased.h"
 #include "qvxhttp/private/qvhttpurl.h"
 #include "qvxhttp/qvxhttp.h"
 
 #include <chrono>
 #include <future>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
@@ -33,11 +33,6 @@ std::string_view lastSegment(std::string_view url) {
   url = url.substr(0, url.find_first_of("?#"));
   return url.substr(url.rfind('/') + 1);
 }
-
-struct ResponseReleaser {
-  void operator()(httpResponse* response) const { response->release(); }
-};
-using ReleasedResponse = std::unique_ptr<httpResponse, ResponseReleaser>;
 
 // An outcome is a ticket, or the text that tells why there is none.
 struct Outcome {
@@ -64,7 +59,7 @@ public:
   Outcome logIn(const QvbString& user, const QvbString& password) const {
     const QvbString form(std::string_view("username=" + encoded(user) + "&password=" + encoded(password)));
     QvbString error;
-    const ReleasedResponse response = post(m_tickets, form, &error);
+    const Released<httpResponse> response = post(m_tickets, form, &error);
     if (!response)
       return failure(error);
     if (response->getStatusCode() != 201)
@@ -79,7 +74,7 @@ public:
   Outcome requestTicket(const QvbString& grant, const QvbString& service) const {
     const QvbString form(std::string_view("service=" + encoded(service)));
     QvbString error;
-    const ReleasedResponse response = post(qvbStringFormat("%S/%S", &m_tickets, &grant), form, &error);
+    const Released<httpResponse> response = post(qvbStringFormat("%S/%S", &m_tickets, &grant), form, &error);
     if (!response)
       return failure(error);
     const int status = response->getStatusCode();
@@ -96,12 +91,12 @@ public:
 private:
   static std::string encoded(const QvbString& text) { return qvEncodeUriName(text.view()); }
 
-  static ReleasedResponse post(const QvbString& url, const QvbString& form, QvbString* error) {
+  static Released<httpResponse> post(const QvbString& url, const QvbString& form, QvbString* error) {
     httpGet request;
     request.url = url;
     request.contentType = "application/x-www-form-urlencoded";
     httpClient client;
-    ReleasedResponse response(client.post(request, form));
+    Released<httpResponse> response(client.post(request, form));
     if (!response) {
       const QvbString reason = client.getErrorText();
       *error = qvbStringFormat("The ticket server did not answer: %S", &reason);

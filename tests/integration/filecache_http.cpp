@@ -1,6 +1,7 @@
 // The file cache of an application over HTTP, with the service tickets of a ticket server.
 #include "qvreposres/qvfilecache.h"
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbreleased.h"
 #include "support/httpserver.h"
 #include "support/logcapture.h"
 #include "support/textio.h"
@@ -9,7 +10,6 @@
 
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -21,11 +21,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 namespace {
-
-struct SubjectReleaser {
-  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
-};
-using Subject = std::unique_ptr<ASSubject, SubjectReleaser>;
 
 class HttpCache : public testing::Test {
 protected:
@@ -71,9 +66,9 @@ protected:
   }
 
   HttpServer server;
-  const Subject alice{qvbSubjectCreate("alice", "a-secret")};
-  const Subject bob{qvbSubjectCreate("bob", "b-secret")};
-  const Subject mallory{qvbSubjectCreate("mallory", "guess")};
+  const ReleasedSubject alice{qvbSubjectCreate("alice", "a-secret")};
+  const ReleasedSubject bob{qvbSubjectCreate("bob", "b-secret")};
+  const ReleasedSubject mallory{qvbSubjectCreate("mallory", "guess")};
   QvbString local;
   QvbString error;
   LogCapture log;
