@@ -32,13 +32,6 @@ constexpr std::array statusResults{
     StatusResult{411, 417, NP_FIO_REFUSED},   StatusResult{503, 503, NP_FIO_REFUSED},
 };
 
-std::shared_ptr<QvSecurityContext> newContext() {
-  return {getSecurityContext(), [](QvSecurityContext* context) {
-            if (context)
-              context->release();
-          }};
-}
-
 Released<httpResponse> send(const httpGet& request) {
   httpClient client;
   return Released<httpResponse>(client.execute(request));
@@ -73,8 +66,8 @@ const QvbString RemoteHttpFileProvider::CONTENT_TYPE_TEXT{"text/plain"};
 const QvbString RemoteHttpFileProvider::URI_QUERY_STRING{"?"};
 
 RemoteHttpFileProvider::RemoteHttpFileProvider()
-    : m_logger(qvlogGetLogger("QV.FileAccessCache.HttpSystemProvider")), m_context(newContext()),
-      m_lock(qvLockCreate(0, 1)) {
+    : m_logger(qvlogGetLogger("QV.FileAccessCache.HttpSystemProvider")),
+      m_context(Released<QvSecurityContext>(getSecurityContext())), m_lock(qvLockCreate(0, 1)) {
   if (!m_lock)
     m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
                        "Failed to create file access cache lock");
@@ -379,7 +372,7 @@ bool RemoteHttpFileProvider::flush(bool) {
     m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Flushing http cache provider security context");
     m_context.reset();
-    m_context = newContext();
+    m_context = Released<QvSecurityContext>(getSecurityContext());
   }
   m_records.clear();
   return true;
