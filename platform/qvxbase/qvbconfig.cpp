@@ -154,7 +154,7 @@ private:
     if (isInPlace())
       return m_file;
     guard.unlock();
-    const auto file = std::make_shared<const OptionFile>(path);
+    auto file = std::make_shared<const OptionFile>(path);
     guard.lock();
     if (isInPlace())
       return m_file;
