@@ -9,13 +9,16 @@
 #include <sstream>
 
 using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
-std::string dynamicSymbols(const std::vector<std::string>& options) {
+std::string dynamicSymbols(const std::vector<std::string>& options,
+                           const std::string& library = "libqvreposres.so") {
   std::vector<std::string> command{"nm", "-D", "--defined-only", "--format=posix"};
   command.insert(command.end(), options.begin(), options.end());
-  command.emplace_back(QV_BINARY_DIR "/lib/libqvreposres.so");
+  command.push_back(QV_BINARY_DIR "/lib/" + library);
   const auto run = runProcess(command);
   EXPECT_EQ(run.status, 0) << run.err;
   return run.out;
@@ -40,11 +43,18 @@ std::string joined(const std::set<std::string>& words) {
 // A sanitizer makes symbols of its own, and an unoptimised build keeps functions that another one inlines.
 bool isReleaseBuild() { return std::string(QV_BINARY_DIR).ends_with("/release"); }
 
-TEST(Exports, AreExactlyThoseOfTheList) {
-  const auto symbols = joined(firstWords(dynamicSymbols({})));
+void expectExports(const std::string& library, const std::string& list) {
+  const auto symbols = joined(firstWords(dynamicSymbols({}, library)));
+  EXPECT_THAT(symbols, Not(IsEmpty()));
   if (isReleaseBuild()) {
-    EXPECT_EQ(symbols, golden("../abi/exports.txt", symbols));
+    EXPECT_EQ(symbols, golden("../abi/" + list, symbols));
   }
+}
+
+TEST(Exports, AreExactlyThoseOfTheList) { expectExports("libqvreposres.so", "exports.txt"); }
+
+TEST(Exports, OfThePlatformAreExactlyThoseOfTheList) {
+  expectExports("libqvplatform.so", "exports-platform.txt");
 }
 
 TEST(Exports, PlainNamesAreTheEntryPointsAndTheBuildData) {
