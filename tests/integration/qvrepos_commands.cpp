@@ -77,7 +77,7 @@ TEST(Qvrepos, DefinitionsShowNamesWhatItDoesNotFind) {
   EXPECT_THAT(
       run.err,
       HasSubstr(
-          "qvrepos: no repository definition is named nowhere; `qvrepos definitions list` shows all\n"));
+          "qvrepos: no repository definition is named \"nowhere\"; `qvrepos definitions list` shows all\n"));
 }
 
 TEST(Qvrepos, DefinitionsDefaultPrintsTheFirstOneOrTheLibrarysMessage) {
@@ -132,9 +132,9 @@ TEST(Qvrepos, UriAndPathAreEachOthersInverse) {
 TEST(Qvrepos, PathReportsWhyThereIsNone) {
   const auto plain = runTool({"path", "ftp://host/file"});
   EXPECT_EQ(plain.status, 1);
-  EXPECT_EQ(plain.err,
-            "qvrepos: no file name can be made of ftp://host/file; give a file or repository URI, or "
-            "--repository NAME\n");
+  EXPECT_EQ(plain.err, "qvrepos: no file name can be made of \"ftp://host/file\"; give a file URI, or a "
+                       "repository URI with its "
+                       "?type= and the name of a repository that `qvrepos definitions list` shows\n");
   const auto named = runTool({"path", "ftp://host/file", "--repository", "Sales"});
   EXPECT_EQ(named.status, 1);
   EXPECT_EQ(named.err,
@@ -157,7 +157,9 @@ TEST(Qvrepos, TypesFindsBothWays) {
   EXPECT_EQ(runTool({"types", "AncestryFile"}).out, "TYPE          EXTENSION\nAncestryFile  anc\n");
   const auto none = runTool({"types", "nothing"});
   EXPECT_EQ(none.status, 1);
-  EXPECT_EQ(none.err, "qvrepos: neither an object type nor an extension that has one: nothing\n");
+  EXPECT_EQ(
+      none.err,
+      "qvrepos: neither an object type nor an extension that has one: nothing; `qvrepos types` lists all\n");
 }
 
 TEST(Qvrepos, VersionPrintsTheBuild) {
@@ -197,7 +199,16 @@ TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
       {{}, "qvrepos: a subcommand is missing; " + all},
       {{"lineag", "x"}, "qvrepos: there is no subcommand lineag; " + all},
+      {{"--jsn"}, "qvrepos: there is no option --jsn before a subcommand; " + all},
       {{"lineage"}, "qvrepos lineage: PATH is required\n"},
+      {{"lineage", "x", "-o", ""}, "qvrepos lineage: --output: must not be empty\n"},
+      {{"cache", "get", ""}, "qvrepos cache get: URI: must not be empty\n"},
+      {{"definitions", "create", "a\x01"},
+       "qvrepos definitions create: NAME: holds a byte that is no text: a\\x01\n"},
+      {{"definitions", "create", "a", "--connect", "\xff"},
+       "qvrepos definitions create: --connect: holds a byte that is no text: \xff\n"},
+      {{"identity", "make", "unified", "--id", "\x1b"},
+       "qvrepos identity make unified: --id: holds a byte that is no text: \\x1b\n"},
       {{"lineage", "x", "-o"}, "qvrepos lineage: --output: 1 required FILE missing\n"},
       {{"uri", "a", "b", "c"}, "qvrepos uri: not expected: b c\n"},
       {{"version", "--jsn"}, "qvrepos version: not expected: --jsn\n"},
@@ -220,7 +231,8 @@ TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
     const auto command = message.substr(0, message.find(':'));
     EXPECT_EQ(run.status, 2) << message;
     EXPECT_EQ(run.out, "") << message;
-    EXPECT_EQ(run.err, message + "`" + command + " --help` shows what it takes\n");
+    EXPECT_EQ(run.err, message + "`" + command + " --help` shows what it takes" +
+                           (command == "qvrepos" ? "\n" : ", `qvrepos --help` what every command takes\n"));
   }
 }
 
@@ -239,6 +251,29 @@ TEST(Qvrepos, InputThatNoCommandCanTakeFailsWithTheReason) {
     EXPECT_EQ(run.status, 1) << message;
     EXPECT_EQ(run.out, "") << message;
     EXPECT_EQ(run.err, "qvrepos: " + message + "\n");
+  }
+}
+
+TEST(Qvrepos, OptionsThatNobodyReadsComeWithAHint) {
+  const auto run = runTool({"version", "--set", "BASE/REPO_SYS_PATH=/x"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "qvrepos: no option is named BASE/REPO_SYS_PATH; the manual page lists all\n");
+  EXPECT_EQ(runTool({"version", "--set", "base/repos_sys_path=/x"}).err, "");
+}
+
+TEST(Qvrepos, TargetsThatCannotBeFilesAreNamedWithTheReason) {
+  const TempDir folder;
+  const auto source = folder.write("source", "content");
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {folder.path(), "it is a folder; name a file in it"},
+      {folder / "missing/file", "there is no folder " + (folder / "missing")},
+      {"/dev/null", "it is not a regular file; redirect standard output to it instead"}};
+  for (const auto& [target, reason] : cases) {
+    const auto message = "qvrepos: cannot write " + target + ": " + reason + "\n";
+    EXPECT_EQ(runTool({"lineage", "-q", folder.path(), "-o", target}).err, message);
+    if (target != folder.path()) { // into a folder the copy goes by its own name
+      EXPECT_EQ(runTool({"cache", "get", source, "-o", target}).err, message);
+    }
   }
 }
 

@@ -3,6 +3,10 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
+#include <sys/stat.h>
+
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
@@ -71,11 +75,17 @@ TEST_F(Definitions, NamesThatWouldLeaveTheFolderAreRefused) {
   }
 }
 
-TEST_F(Definitions, SavingWithoutAFolderShowsTheLibrarysMessage) {
+TEST_F(Definitions, SavingWithoutAFolderShowsTheLibrarysMessageAndWhatToSet) {
   const auto run = runTool({"definitions", "create", "Sales"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err,
-            "qvrepos: Sales: A valid filename could not be created to save the definition\n" + noFolderHint);
+            "qvrepos: Sales: A valid filename could not be created to save the definition\n"
+            "qvrepos: BASE/REPOS_USER_PATH is not set: name the folder of the user's definitions with --set "
+            "BASE/REPOS_USER_PATH=FOLDER or in the file of --config\n");
+  EXPECT_THAT(runTool({"definitions", "create", "Sales", "--type", "system", "--set",
+                       "BASE/REPOS_USER_PATH=" + (m_folder / "user")})
+                  .err,
+              HasSubstr("BASE/REPOS_SYS_PATH is not set: name the folder of the system's definitions"));
 }
 
 TEST_F(Definitions, RenamedOnesMoveTheirFile) {
@@ -104,7 +114,7 @@ TEST_F(Definitions, DeletedOnesAreGone) {
   const auto again = run({"delete", "sales"});
   EXPECT_EQ(again.status, 1);
   EXPECT_EQ(again.err,
-            "qvrepos: no repository definition is named sales; `qvrepos definitions list` shows all\n");
+            "qvrepos: no repository definition is named \"sales\"; `qvrepos definitions list` shows all\n");
 }
 
 TEST_F(Definitions, CheckIsSilentAboutFilesThatLoad) {
@@ -128,6 +138,35 @@ TEST_F(Definitions, CheckReportsEveryFileThatWouldNotLoadAndWhy) {
               AllOf(HasSubstr(loser + ": a definition named \"SALES\" is loaded from " + winner + "\n"),
                     HasSubstr("The file \"" + other + "\" is not a valid definition file.\n"),
                     HasSubstr(broken + ":2:"), Not(HasSubstr(winner + ":"))));
+}
+
+TEST_F(Definitions, ListsWithoutThoseThatWouldNotLoadSaySoAndFail) {
+  m_folder.write("system/a.rcf", definition("A"));
+  m_folder.write("user/copy.rcf", definition("a"));
+  EXPECT_EQ(run({"list"}).status, 0); // the library warns of a duplicate; nothing is missing
+  m_folder.write("user/broken.rcf", "<VaultRepositoryInfo");
+  const std::string hint =
+      "qvrepos: 1 file or folder of definitions was not loaded; `qvrepos definitions check` says why\n";
+  const auto list = run({"list", "--json"});
+  EXPECT_EQ(list.status, 1);
+  EXPECT_EQ(nlohmann::json::parse(list.out).size(), 1U);
+  EXPECT_THAT(list.err, HasSubstr(hint));
+  EXPECT_EQ(std::count(list.err.begin(), list.err.end(), '\n'), 2) << list.err; // that, and one warning
+  EXPECT_THAT(run({"show", "B"}).err, HasSubstr(hint));
+  std::filesystem::remove_all(m_folder.path() / "user");
+  const auto noFolder = run({"list"});
+  EXPECT_EQ(noFolder.status, 1);
+  EXPECT_THAT(noFolder.err, HasSubstr(hint));
+}
+
+TEST_F(Definitions, CheckReportsWhatIsNoFileWithoutOpeningIt) {
+  const auto pipe = m_folder / "user/pipe.rcf";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  std::filesystem::create_symlink("nowhere", m_folder.path() / "user/link.rcf");
+  const auto check = run({"check"});
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.err, "qvrepos: " + (m_folder / "user/link.rcf") + ": not a regular file\nqvrepos: " + pipe +
+                           ": not a regular file\n");
 }
 
 TEST_F(Definitions, CheckAsJsonTellsWhatIsLoadedAndWhatIsRefused) {

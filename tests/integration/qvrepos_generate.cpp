@@ -192,6 +192,7 @@ TEST(QvreposGenerate, BashCompletesSubcommandsAtEachLevel) {
   EXPECT_THAT(completed({"identity", ""}), ElementsAre("make", "parse"));
   EXPECT_THAT(completed({"identity", "make", ""}), ElementsAre("datasource", "file", "table", "unified"));
   EXPECT_THAT(completed({"-q", "--set", "lineage", "cache", ""}), ElementsAre("get"));
+  EXPECT_THAT(completed({"--set", "KEY", "=", "lineage", "cache", ""}), ElementsAre("get"));
 }
 
 TEST(QvreposGenerate, BashCompletesTheCommandsOwnOptionsAndThoseOfTheTool) {

@@ -93,6 +93,37 @@ TEST(QvreposLineage, DoesNotFollowLinksToFoldersRoundInCircles) {
   EXPECT_EQ(readLineage(run.out).size(), 1U);
 }
 
+TEST(QvreposLineage, NamesWhatItCannotLookAt) {
+  const TempDir folder;
+  folder.write("one.djf", oneStep);
+  std::filesystem::create_symlink("nowhere.djf", folder.path() / "link.djf");
+  std::filesystem::create_symlink("nowhere.txt", folder.path() / "link.txt");
+  const auto run = runTool({"lineage", folder.path()});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "qvrepos: " + (folder / "link.djf") + ": No such file or directory\n");
+  EXPECT_THAT(labels(readLineage(run.out)), ElementsAre("one"));
+}
+
+TEST(QvreposLineage, NamesAFolderThatIsTooDeepToBeSearched) {
+  const TempDir folder;
+  const std::string name(200, 'd');
+  const auto run = runProcess({"bash", "-c",
+                               "for i in {1..25}; do mkdir \"$0\" && cd \"$0\"; done; cd \"$1\"; " +
+                                   toolPath + " lineage .; status=$?; rm -r \"$0\"; exit $status",
+                               name, folder.path()},
+                              {}, "", folder.path());
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr(": File name too long"));
+}
+
+TEST(QvreposLineage, TakesAFileUri) {
+  const TempDir folder;
+  const auto file = folder.write("a b.djf", oneStep);
+  const auto run = runTool({"lineage", "file://" + (folder / "a%20b.djf")});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, runTool({"lineage", file}).out);
+}
+
 TEST(QvreposLineage, ReadsAFileThatIsNamedWhateverItsExtension) {
   const TempDir folder;
   const auto run = runTool({"lineage", folder.write("step.xml", oneStep)});
@@ -144,7 +175,8 @@ TEST(QvreposLineage, OutputThatCannotBeWrittenFailsWithTheReason) {
   const auto job = folder.write("one.djf", oneStep);
   const auto run = runTool({"lineage", job, "-o", folder / "missing/out.xml"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "qvrepos: cannot write " + (folder / "missing/out.xml") + ": not found\n");
+  EXPECT_EQ(run.err, "qvrepos: cannot write " + (folder / "missing/out.xml") + ": there is no folder " +
+                         (folder / "missing") + "\n");
 
   const auto full = runProcess({toolPath, "lineage", job}, {}, "/dev/full");
   EXPECT_EQ(full.status, 1);

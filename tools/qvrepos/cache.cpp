@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <new>
 #include <optional>
 #include <set>
 
@@ -44,6 +45,7 @@ public:
     });
     termios silent = before;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    silent.c_cc[VSUSP] = _POSIX_VDISABLE; // nobody else should find a terminal without echo
     tcsetattr(m_terminal, TCSAFLUSH, &silent);
   }
   ~SilentTerminal() {
@@ -59,11 +61,13 @@ public:
     if (write(m_terminal, text.data(), text.size()) < 0)
       return; // a prompt that cannot be shown does not keep the user from answering
   }
-  std::string readLine() const {
+  // What is typed up to the end of the line; nothing when the input ends before.
+  std::optional<std::string> readLine() const {
     std::string line;
-    for (char byte = 0; read(m_terminal, &byte, 1) == 1 && byte != '\n';)
-      line += byte;
-    return line;
+    for (char byte = 0; read(m_terminal, &byte, 1) == 1; line += byte)
+      if (byte == '\n')
+        return line;
+    return std::nullopt;
   }
 
 private:
@@ -79,8 +83,10 @@ std::string askPassword(const std::string& user) {
   if (!terminal.isThere())
     throw std::runtime_error(std::string("no terminal to ask for the password of ") + user + "; set " +
                              passwordVariable);
-  terminal.say("Password of " + user + ": ");
-  return terminal.readLine();
+  terminal.say("Password of " + visible(user) + ": ");
+  if (auto password = terminal.readLine())
+    return *password;
+  throw std::runtime_error("no password was given for " + user);
 }
 
 ReleasedSubject makeSubject(const std::string& user) {
@@ -114,11 +120,26 @@ std::vector<std::string> targetsOf(const CacheOptions& options) {
 // Empty on success, else the reason.
 std::string copyFile(const QvbString& from, const std::string& to) {
   QvbString content;
+  if (const auto reason = whyNotWritable(to); !reason.empty())
+    return "cannot write " + to + ": " + reason;
   const Interrupts::Hold hold;
   int failed = np_fio_readAll(from, largestCopy, &content);
   if (failed == NP_FIO_OK)
     failed = np_fio_writeAll(text(to), content);
   return failed == NP_FIO_OK ? "" : "cannot write " + to + ": " + np_fio_errdesc(failed);
+}
+
+// What the cache does not say about a file that it has no copy of.
+std::string whyNotFetched(const std::string& uri, int failed) {
+  const Released<QvURI> parsed(getURIFromURIString(text(uri)));
+  const std::string scheme = parsed ? str(parsed->getScheme()) : "";
+  if (!scheme.empty() && scheme != "file" && scheme != "http" && scheme != "https")
+    return "give a path, or a URI of file, http or https";
+  std::error_code ignored;
+  if (std::filesystem::is_directory(uri, ignored))
+    return "a folder, where a file is due";
+  // The cache's own failure, 1, says no more than that there is no copy.
+  return failed <= NP_FIO_ERROR ? "no such file, or it cannot be read" : np_fio_errdesc(failed);
 }
 
 // The local copy's path; empty, with the reason in `reason`, when there is none.
@@ -127,10 +148,7 @@ QvbString fetch(FileAccessCache& cache, ASSubject* subject, const std::string& u
   const int failed = cache.getCacheFilename(subject, text(uri), &local, &error);
   if (failed == 0 && np_fio_stat(local, nullptr) == NP_FIO_OK)
     return local;
-  // The cache's own failure, 1, says no more than that there is no copy.
-  const char* const code =
-      failed <= NP_FIO_ERROR ? "no such file, or it cannot be read" : np_fio_errdesc(failed);
-  reason = uri + ": " + (error.isEmpty() ? code : str(error));
+  reason = uri + ": " + (error.isEmpty() ? whyNotFetched(uri, failed) : str(error));
   return {};
 }
 
@@ -150,12 +168,13 @@ void printFetched(Host& host, const std::vector<FetchedFile>& files) {
     host.printJson(records);
 }
 
-void runGet(Host& host, const CacheOptions& options) {
+// Whether anything was fetched.
+bool runGet(Host& host, const CacheOptions& options) {
   const auto targets = options.output.empty() ? std::vector<std::string>() : targetsOf(options);
   const ReleasedSubject subject = makeSubject(options.user);
   FileAccessCache* cache = getFileCache();
   if (!cache)
-    return host.fail("no file cache could be made");
+    throw std::bad_alloc();
   std::vector<FetchedFile> results;
   std::vector<std::string> failures;
   {
@@ -174,17 +193,19 @@ void runGet(Host& host, const CacheOptions& options) {
   printFetched(host, results);
   for (const auto& reason : failures)
     host.fail(reason);
+  return !results.empty();
 }
 
 // The copies live in the tool's own temporary folder, which an interrupt removes too.
 void getInScratch(Host& host, const CacheOptions& options) {
   host.setDefaultLogLevel(QvLoggingLevel::Critical); // what the library logs as an error is reported here
   Interrupts::Scratch scratch;
-  runGet(host, options);
-  if (options.keep)
-    scratch.keep();
-  else
-    qvFileCacheShutdown();
+  const bool fetched = runGet(host, options);
+  if (fetched && options.keep)
+    return scratch.keep();
+  if (fetched && options.output.empty())
+    host.note("the copies end with this command; --keep leaves them there, --output puts them elsewhere");
+  qvFileCacheShutdown();
 }
 
 } // namespace
@@ -194,13 +215,14 @@ void addCacheCommand(CLI::App& app, Host& host) {
   cache->require_subcommand(1);
   auto options = std::make_shared<CacheOptions>();
   auto* get = cache->add_subcommand("get", "Fetch files and print the paths of their copies");
-  get->add_option("URI", options->uris, "http, https or file URIs, or paths")->required();
+  get->add_option("URI", options->uris, "http, https or file URIs, or paths")->required()->check(notEmpty());
   get->add_option("--user", options->user,
                   "Fetch on behalf of this user; the password comes from QVREPOS_PASSWORD or a prompt")
       ->type_name("NAME");
   auto* output = get->add_option("-o,--output", options->output,
                                  "Copy to this file, or, for several URIs, into this folder")
-                     ->type_name("PATH");
+                     ->type_name("PATH")
+                     ->check(notEmpty());
   get->add_flag("--keep", options->keep,
                 "Leave the printed copies where they are; otherwise they end with the command")
       ->excludes(output);

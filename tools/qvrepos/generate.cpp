@@ -233,7 +233,7 @@ constexpr const char* bashWalk = R"(_qvrepos() {
   for ((i = 1; i < COMP_CWORD; i++)); do
     word=${COMP_WORDS[i]}
     if [[ $word == = ]]; then
-      continue # "--option=value" is three words here
+      value=${value:-any} # "--option=value" is three words here, and "KEY=VALUE" too
     elif [[ $value ]]; then
       value=
     elif [[ $word == -* ]]; then

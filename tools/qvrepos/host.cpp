@@ -3,6 +3,7 @@
 #include "qvxbase/qvbconfig.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -50,22 +51,26 @@ void Host::printTable(const std::vector<std::string>& heading,
   }
 }
 
-void Host::note(std::string_view message) const {
+void Host::flush() {
+  if (std::fflush(stdout) != 0 && m_outputError == 0)
+    m_outputError = errno;
+}
+
+void Host::note(std::string_view message) {
   if (quiet)
     return;
-  std::fflush(stdout);
+  flush();
   std::fprintf(stderr, "qvrepos: %s\n", visible(message).c_str());
 }
 
 void Host::fail(std::string_view message) {
-  std::fflush(stdout);
+  flush();
   std::fprintf(stderr, "qvrepos: %s\n", visible(message).c_str());
   m_status = ExitFailed;
 }
 
 int Host::finish() {
-  if (std::fflush(stdout) != 0 && m_outputError == 0)
-    m_outputError = errno;
+  flush();
   if (m_outputError != 0)
     fail(std::string("cannot write the result to standard output: ") + std::strerror(m_outputError));
   return m_status;
@@ -93,11 +98,57 @@ std::string visible(std::string_view bytes) {
   return shown;
 }
 
+bool isXmlText(const std::string& bytes) {
+  const bool hasControl = std::ranges::any_of(bytes, [](char byte) {
+    return static_cast<unsigned char>(byte) < 0x20 && byte != '\t' && byte != '\n' && byte != '\r';
+  });
+  if (hasControl)
+    return false;
+  try {
+    return !nlohmann::json(bytes).dump().empty(); // throws for what is not UTF-8
+  } catch (const nlohmann::json::type_error&) {
+    return false;
+  }
+}
+
+CLI::Validator xmlText() {
+  return {[](const std::string& value) {
+            return isXmlText(value) ? "" : "holds a byte that is no text: " + visible(value);
+          },
+          ""};
+}
+
+CLI::Validator notEmpty() {
+  return {[](const std::string& value) { return value.empty() ? "must not be empty" : ""; }, ""};
+}
+
+std::string whyNotWritable(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code ignored;
+  const auto status = fs::status(path, ignored);
+  if (fs::is_directory(status))
+    return "it is a folder; name a file in it";
+  if (fs::exists(status) && !fs::is_regular_file(status))
+    return "it is not a regular file; redirect standard output to it instead";
+  const auto folder = fs::path(path).parent_path();
+  if (!fs::is_directory(folder, ignored))
+    return "there is no folder " + folder.string();
+  return "";
+}
+
+// RFC 3986, section 3.1, with the two slashes of an authority.
+static bool beginsWithScheme(std::string_view text) {
+  const auto scheme = text.substr(0, text.find("://"));
+  return scheme.size() < text.size() && !scheme.empty() &&
+         std::isalpha(static_cast<unsigned char>(scheme[0])) &&
+         std::ranges::all_of(
+             scheme, [](unsigned char c) { return std::isalnum(c) || c == '+' || c == '.' || c == '-'; });
+}
+
 std::string absolutePath(const std::string& path) {
   if (path.empty())
     throw std::runtime_error("a file name must not be empty");
-  const auto scheme = path.find("://");
-  if (scheme != std::string::npos && scheme > 0)
+  if (beginsWithScheme(path))
     return path;
   return std::filesystem::absolute(path).lexically_normal().string();
 }

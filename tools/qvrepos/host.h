@@ -47,11 +47,14 @@ public:
   // A failure, to standard error: "qvrepos: <message>". The run ends with status 1.
   void fail(std::string_view message);
   // A hint about a result that may surprise, to standard error; the status stays. Silent with --quiet.
-  void note(std::string_view message) const;
+  void note(std::string_view message);
   // Flushes the results; what could not be written is a failure.
   int finish();
 
 private:
+  // Results come before what is said of them.
+  void flush();
+
   int m_status = ExitSuccess;
   int m_outputError = 0;
 };
@@ -61,6 +64,16 @@ void addJsonFlag(CLI::App& command, Host& host, const std::string& shape);
 
 // Text with control characters as escapes ("\n", "\x1b").
 std::string visible(std::string_view bytes);
+
+// Whether the bytes are UTF-8 without control characters other than tab, line feed and carriage return, so that XML can
+// carry them.
+bool isXmlText(const std::string& bytes);
+// For options whose value goes into XML, and for those that name a file: refuse what would be lost.
+CLI::Validator xmlText();
+CLI::Validator notEmpty();
+
+// Why a file of this name cannot be put in place; empty when nothing speaks against it.
+std::string whyNotWritable(const std::string& path);
 
 // The path as an absolute one without "." and "..", so that what names it does not depend on where the tool runs. A
 // URI stays as it is. Throws for an empty path.

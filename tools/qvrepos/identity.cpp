@@ -41,7 +41,7 @@ const std::array<IdentityKind, 4>& identityKinds() {
   using Values = std::vector<QvbString>;
   static const std::array<IdentityKind, 4> kinds{{
       {"file",
-       "A file",
+       "Print the identity of a file",
        "--filename",
        "--filename /srv/sales/prices.csv --name Prices",
        {"filename", "name"},
@@ -50,7 +50,7 @@ const std::array<IdentityKind, 4>& identityKinds() {
          return m.getFilenameFromResourceId(id, &v[0], &v[1]);
        }},
       {"unified",
-       "A repository object",
+       "Print the identity of a repository object",
        "--id or --uuid",
        "--type Rule --id 42",
        {"type", "id", "uuid"},
@@ -62,7 +62,7 @@ const std::array<IdentityKind, 4>& identityKinds() {
          return m.getUnifiedObjectFromResourceId(id, &repository, &v[0], &v[1], &v[2]);
        }},
       {"table",
-       "A table",
+       "Print the identity of a table",
        "--table",
        "--dsn Sales --schema dbo --table CUSTOMERS",
        {"dsn", "dsntype", "catalog", "schema", "table"},
@@ -73,7 +73,7 @@ const std::array<IdentityKind, 4>& identityKinds() {
          return m.getTableObjectFromResourceId(id, &v[0], &v[1], &v[2], &v[3], &v[4]);
        }},
       {"datasource",
-       "A data source",
+       "Print the identity of a data source",
        "--dsn",
        "--dsn Sales --dsntype ODBC",
        {"dsn", "dsntype"},
@@ -120,7 +120,7 @@ void parseIdentity(Host& host, const std::string& identity) {
     if (kind.parse(*manager, text(identity), values))
       return printFields(host, kind, values);
   }
-  host.fail("not a resource identity, which `qvrepos identity make` prints: " + visible(identity));
+  host.fail("not a resource identity, which `qvrepos identity make` prints: " + identity);
 }
 
 void addMakeCommand(CLI::App& identity, Host& host) {
@@ -133,7 +133,8 @@ void addMakeCommand(CLI::App& identity, Host& host) {
       command
           ->add_option(std::string("--") + kind.fields[field], (*values)[field],
                        fieldHelp(kind.fields[field]))
-          ->type_name("TEXT");
+          ->type_name("TEXT")
+          ->check(xmlText());
     addJsonFlag(*command, host, "a record: kind, identity");
     command->footer(std::string("Needs ") + kind.required + ".\nExample: qvrepos identity make " + kind.name +
                     " " + kind.example);

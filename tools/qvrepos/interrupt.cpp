@@ -24,11 +24,18 @@ Shared& shared() {
   return *instance;
 }
 
+bool isIgnored(int signal) {
+  struct sigaction action {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+// Those that whoever started the tool wants ignored (as nohup does) stay so.
 sigset_t watchedSignals() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-    sigaddset(&signals, signal);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+    if (!isIgnored(signal))
+      sigaddset(&signals, signal);
   return signals;
 }
 
@@ -75,14 +82,22 @@ Interrupts::Undo::~Undo() {
 }
 
 Interrupts::Scratch::Scratch() {
+  std::error_code error;
+  const fs::path folder = fs::temp_directory_path(error);
+  if (error)
+    throw std::runtime_error("no folder for temporary files; set TMPDIR to one that exists");
   const Hold hold;
-  std::string pattern = (fs::temp_directory_path() / "qvrepos.XXXXXX").string();
+  std::string pattern = (folder / "qvrepos.XXXXXX").string();
   if (!mkdtemp(pattern.data()))
     throw std::system_error(errno, std::generic_category(), "cannot make a folder in " + pattern);
   m_undo.emplace([this, pattern] {
+    if (m_kept)
+      return;
+    // Under another name nothing is put into it any more while it is removed.
     std::error_code ignored;
-    if (!m_kept)
-      fs::remove_all(pattern, ignored);
+    const std::string gone = pattern + ".gone";
+    fs::rename(pattern, gone, ignored);
+    fs::remove_all(gone, ignored);
   });
   setenv("TMPDIR", pattern.c_str(), 1);
 }

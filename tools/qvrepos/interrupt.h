@@ -1,4 +1,4 @@
-// Interrupts (Ctrl-C, a termination request, a hang-up) end the tool at once and leave nothing behind.
+// Interrupts (Ctrl-C, Ctrl-\\, a termination request, a hang-up) end the tool at once and leave nothing behind.
 #pragma once
 
 #include <filesystem>

@@ -1,10 +1,13 @@
 #include "jobs.h"
 
 #include "qvreposres/qvreposobjecttypes.h"
+#include "qvxbase/qvuri.h"
 #include "qvxdom/qvdom.h"
 
 #include <algorithm>
 #include <array>
+#include <iterator>
+#include <optional>
 
 namespace fs = std::filesystem;
 
@@ -35,34 +38,61 @@ std::vector<fs::directory_entry> entriesOf(const fs::path& folder, JobFiles& fou
   return entries;
 }
 
+struct Found {
+  fs::path path;
+  bool isFolder = false;
+};
+
+// The entry, where it is a folder or a job file; one that cannot be looked at becomes a failure.
+std::optional<Found> lookAt(const fs::directory_entry& entry, JobFiles& found) {
+  std::error_code error;
+  if (fs::is_directory(entry.symlink_status(error)))
+    return Found{entry.path(), true};
+  if (!error && !isJobFile(entry.path()))
+    return std::nullopt;
+  const auto target = entry.status(error);
+  if (error)
+    found.failures.push_back(failure(entry.path(), error.message()));
+  return fs::is_regular_file(target) ? std::optional(Found{entry.path(), false}) : std::nullopt;
+}
+
 // Folders that are reached through a symbolic link are not entered: a link cannot make the search endless.
 void searchFolder(const fs::path& root, JobFiles& found) {
-  std::vector<fs::path> pending{root};
+  std::vector<Found> pending{{root, true}};
   while (!pending.empty()) {
-    const fs::path next = std::move(pending.back());
+    const Found next = std::move(pending.back());
     pending.pop_back();
-    std::error_code ignored;
-    if (next != root && !fs::is_directory(fs::symlink_status(next, ignored))) {
-      found.files.push_back(next.string());
+    if (!next.isFolder) {
+      found.files.push_back(next.path.string());
       continue;
     }
-    std::vector<fs::path> wanted;
-    for (const auto& entry : entriesOf(next, found))
-      if (fs::is_directory(entry.symlink_status(ignored)) ||
-          (entry.is_regular_file(ignored) && isJobFile(entry.path())))
-        wanted.push_back(entry.path());
-    pending.insert(pending.end(), wanted.rbegin(), wanted.rend());
+    std::vector<Found> wanted;
+    for (const auto& entry : entriesOf(next.path, found))
+      if (auto one = lookAt(entry, found))
+        wanted.push_back(std::move(*one));
+    std::move(wanted.rbegin(), wanted.rend(), std::back_inserter(pending));
   }
 }
 
 // Why the library could not read the document.
 std::string readFailure(const std::string& path) {
-  if (fs::is_directory(path))
-    return path + ": a folder, where a job file is due";
+  std::error_code ignored;
+  const auto status = fs::status(path, ignored);
+  if (fs::exists(status) && !fs::is_regular_file(status))
+    return path + ": " + (fs::is_directory(status) ? "a folder" : "no regular file") +
+           ", where a job file is due";
   QvDom document;
   if (document.loadFile(text(path)))
     return path + ": the file changed while it was read";
   return str(document.getErrorMessage());
+}
+
+// A file URI as the path that it stands for.
+std::string nativePath(const std::string& given) {
+  QvbString path = text(given);
+  const Released<QvURI> uri(getURIFromURIString(path));
+  getNativePath(uri.get(), &path);
+  return str(path);
 }
 
 } // namespace
@@ -70,7 +100,7 @@ std::string readFailure(const std::string& path) {
 JobFiles findJobFiles(const std::vector<std::string>& paths) {
   JobFiles found;
   for (const auto& given : paths) {
-    const fs::path path = absolutePath(given);
+    const fs::path path = absolutePath(nativePath(given));
     std::error_code error;
     const auto status = fs::status(path, error);
     if (fs::is_directory(status))

@@ -74,8 +74,11 @@ std::string jsonLineage(const QvbString& xml) {
 void writeResult(Host& host, std::string_view result, const std::string& output) {
   if (output.empty())
     return host.print(result);
+  const std::string path = absolutePath(output);
+  if (const auto reason = whyNotWritable(path); !reason.empty())
+    return host.fail("cannot write " + output + ": " + reason);
   const Interrupts::Hold hold;
-  if (const int code = np_fio_writeAll(text(absolutePath(output)), text(result)))
+  if (const int code = np_fio_writeAll(text(path), text(result)))
     host.fail("cannot write " + output + ": " + np_fio_errdesc(code));
 }
 
@@ -108,7 +111,8 @@ void addLineageCommand(CLI::App& app, Host& host) {
                    "Job files, and folders that are searched for job files to any depth")
       ->required();
   command->add_option("-o,--output", options->output, "Write to this file instead of standard output")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(notEmpty());
   command->add_flag("--compact", options->compact, "Write XML without white space between elements");
   addJsonFlag(
       *command, host,

@@ -26,7 +26,7 @@ struct GlobalOptions {
 void addGlobalOptions(CLI::App& app, GlobalOptions& options, Host& host) {
   app.add_option("--config", options.configFile, "Read options from this INI file")
       ->type_name("FILE")
-      ->check(CLI::ExistingFile);
+      ->check(CLI::Validator(CLI::ExistingFile).description(""));
   app.add_option("--set", options.settings,
                  "Set an option, for example DMSERVER/NAME=main; wins over --config")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
@@ -40,19 +40,27 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options, Host& host) {
       });
   app.add_option("--log-level", host.logLevel, "Log records from this level on, 1 (trace) to 6 (critical)")
       ->type_name("N")
-      ->check(CLI::Range(1, 6));
+      ->check(CLI::Validator(CLI::Range(1, 6)).description(""));
   app.add_flag("-q,--quiet", host.quiet, "Show no progress and no hints");
   app.set_version_flag("--version", qvx_build_info, "Print the library's version and exit");
+  app.get_formatter()->label("TEXT", ""); // operands are named in capitals
   app.fallthrough();
   app.require_subcommand(1);
+}
+
+bool isKnownOption(const QvbString& key) {
+  return std::ranges::any_of(
+      QvbOptions::All, [&](const QvbOption* option) { return qvbEqualsIgnoreCase(key.view(), option->key); });
 }
 
 void applyGlobalOptions(const GlobalOptions& options, Host& host) {
   if (!options.configFile.empty())
     setenv("QV_CONFIG", options.configFile.c_str(), 1);
   for (const auto& setting : options.settings) {
-    const auto equals = setting.find('=');
-    qvbSetConfigOption(text(setting.substr(0, equals)), text(setting.substr(equals + 1)));
+    const auto key = text(setting.substr(0, setting.find('=')));
+    if (!isKnownOption(key))
+      host.note("no option is named " + str(key) + "; the manual page lists all");
+    qvbSetConfigOption(key, text(setting.substr(setting.find('=') + 1)));
   }
   if (host.logLevel != 0)
     qvlogSetLevel(static_cast<QvLoggingLevel>(host.logLevel));
@@ -77,13 +85,21 @@ std::string choicesOf(const CLI::App& command) {
   return CLI::detail::join(names, ", ");
 }
 
+// Why there is no subcommand, given the words that the parser did not know.
+std::string whichIsMissing(const std::vector<std::string>& unexpected) {
+  if (unexpected.empty())
+    return "a subcommand is missing";
+  const auto& word = unexpected.front();
+  return word.starts_with('-') ? "there is no option " + word + " before a subcommand"
+                               : "there is no subcommand " + word;
+}
+
 // What is wrong: the parser's own words, but for what it says less about than is known.
 std::string whatIsWrong(const CLI::App& app, const CLI::App& command, const CLI::Error& error) {
   const auto unexpected = app.remaining(true);
   if (error.get_name() == "RequiredError" &&
       command.get_require_subcommand_min() > command.get_subcommands().size())
-    return (unexpected.empty() ? "a subcommand is missing" : "there is no subcommand " + unexpected.front()) +
-           "; choose from " + choicesOf(command);
+    return whichIsMissing(unexpected) + "; choose from " + choicesOf(command);
   return unexpected.empty() ? error.what() : "not expected: " + CLI::detail::join(unexpected, " ");
 }
 
@@ -94,7 +110,10 @@ std::string usageMessage(const CLI::App* app, const CLI::Error& error) {
     command = command->get_subcommands().front();
     words += " " + command->get_name();
   }
-  return words + ": " + whatIsWrong(*app, *command, error) + "\n`" + words + " --help` shows what it takes\n";
+  const std::string common =
+      command == app ? "" : ", `" + app->get_name() + " --help` what every command takes";
+  return words + ": " + visible(whatIsWrong(*app, *command, error)) + "\n`" + words +
+         " --help` shows what it takes" + common + "\n";
 }
 
 // The words of the command line, last word first, as the parser wants them. Where files may be listed it would take
@@ -144,6 +163,8 @@ int run(int argc, char** argv) {
     app.parse(reversedWords(argc, argv));
   } catch (const CLI::ParseError& error) {
     return endParsing(app, error, host);
+  } catch (const std::bad_alloc&) {
+    host.fail("out of memory");
   } catch (const std::exception& error) {
     host.fail(error.what());
   }
@@ -153,7 +174,9 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a failed write, which is reported
+  // A closed pipe and a limit on the size of files are failed writes, which are reported.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   try {
     Interrupts::watch();
     return run(argc, argv);

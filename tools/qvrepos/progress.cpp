@@ -9,13 +9,10 @@ constexpr std::size_t barWidth = 40;
 
 ProgressBar::ProgressBar(const Host& host, std::size_t total, std::size_t shownFrom)
     : m_shown(!host.quiet && total >= shownFrom && isatty(STDERR_FILENO) == 1), m_total(total) {
-  if (m_shown)
-    draw();
-}
-
-ProgressBar::~ProgressBar() {
-  if (m_shown)
-    std::fputs("\r\x1b[K", stderr);
+  if (!m_shown)
+    return;
+  draw();
+  m_undo.emplace([] { std::fputs("\r\x1b[K", stderr); });
 }
 
 void ProgressBar::step() {

@@ -1,18 +1,16 @@
-// A progress bar on standard error, drawn only when that is a terminal.
+// A progress bar on standard error, drawn only when that is a terminal; it is gone when the work ends or is interrupted.
 #pragma once
 
 #include "host.h"
+#include "interrupt.h"
 
 #include <cstddef>
+#include <optional>
 
 class ProgressBar {
 public:
   // Not drawn for fewer than `shownFrom` steps, nor when the user wants quiet.
   ProgressBar(const Host& host, std::size_t total, std::size_t shownFrom);
-  ~ProgressBar();
-  ProgressBar(const ProgressBar&) = delete;
-  ProgressBar& operator=(const ProgressBar&) = delete;
-
   void step();
 
 private:
@@ -21,4 +19,5 @@ private:
   bool m_shown;
   std::size_t m_total;
   std::size_t m_done = 0;
+  std::optional<Interrupts::Undo> m_undo;
 };

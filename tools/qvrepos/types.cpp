@@ -50,7 +50,8 @@ std::vector<TypeRow> typesNamed(const std::string& name) {
 void printTypes(Host& host, const std::string& name) {
   const auto types = name.empty() ? allTypes() : typesNamed(name);
   if (types.empty())
-    return host.fail("neither an object type nor an extension that has one: " + visible(name));
+    return host.fail("neither an object type nor an extension that has one: " + name +
+                     "; `qvrepos types` lists all");
   auto records = nlohmann::ordered_json::array();
   std::vector<std::vector<std::string>> rows;
   for (const auto& row : types) {

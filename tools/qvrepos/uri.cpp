@@ -23,6 +23,7 @@ void printUri(Host& host, const std::string& given) {
 }
 
 void printPath(Host& host, const std::string& uri, const std::string* repository) {
+  host.setDefaultLogLevel(QvLoggingLevel::Critical); // what the library logs as an error is reported here
   const ReleasedSubject subject(qvbSubjectAccess());
   QvbString path, message;
   const bool found = repository ? generateFilenameFromURIandRepository(
@@ -31,9 +32,11 @@ void printPath(Host& host, const std::string& uri, const std::string* repository
   if (found)
     printPair(host, path, text(uri), path);
   else
-    host.fail(message.isEmpty() ? "no file name can be made of " + uri +
-                                      "; give a file or repository URI, or --repository NAME"
-                                : str(message));
+    host.fail(message.isEmpty()
+                  ? "no file name can be made of \"" + uri +
+                        "\"; give a file URI, or a repository URI with its ?type= and the name of a "
+                        "repository that `qvrepos definitions list` shows"
+                  : str(message));
 }
 
 } // namespace
