@@ -25,17 +25,7 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::SizeIs;
 
-namespace {
-
 namespace fs = std::filesystem;
-
-unsigned permissions(const std::string& path) {
-  struct stat entry {};
-  EXPECT_EQ(::stat(path.c_str(), &entry), 0) << path;
-  return entry.st_mode & 07777;
-}
-
-} // namespace
 
 // --- Beginning and end
 
@@ -46,7 +36,7 @@ TEST_F(FileCache, MakesAPrivateFolderNamedAfterItself) {
   const std::string folder = cacheFolder();
   const std::string name = fs::path(folder).filename().string();
   EXPECT_THAT(name, MatchesRegex(uuid));
-  EXPECT_EQ(permissions(folder), 0700U);
+  EXPECT_EQ(fs::status(folder).permissions(), fs::perms(0700));
   EXPECT_THAT(
       logged(),
       ElementsAre(line(2, "Created file CACHE: " + name),

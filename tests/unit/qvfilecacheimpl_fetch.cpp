@@ -23,17 +23,7 @@ using testing::MatchesRegex;
 using testing::Not;
 using testing::SizeIs;
 
-namespace {
-
 namespace fs = std::filesystem;
-
-unsigned permissions(const std::string& path) {
-  struct stat entry {};
-  EXPECT_EQ(::stat(path.c_str(), &entry), 0) << path;
-  return entry.st_mode & 07777;
-}
-
-} // namespace
 
 // --- Getting a local copy
 
@@ -43,7 +33,7 @@ TEST_F(FileCache, CopiesAFileTheFirstTimeItIsAskedFor) {
   EXPECT_EQ(got.result, 0);
   EXPECT_EQ(got.error, "");
   EXPECT_EQ(readFile(got.local), "first");
-  EXPECT_EQ(permissions(got.local), 0600U);
+  EXPECT_EQ(fs::status(got.local).permissions(), fs::perms(0600));
   EXPECT_EQ(fs::path(got.local).parent_path(), cacheFolder());
   EXPECT_THAT(fs::path(got.local).filename().string(), MatchesRegex(uuid));
   EXPECT_THAT(
