@@ -54,15 +54,16 @@ RepositoryMetadataObject* MetadataObjectSequence::takeLast() noexcept {
 // level up, in the order of containment.
 RepositoryMetadataObjectImpl::~RepositoryMetadataObjectImpl() {
   m_contained.reverse();
-  RepositoryMetadataObjectImpl* ending = this;
-  while (ending != this || !ending->m_contained.objects().empty()) {
-    if (ending->m_contained.objects().empty()) {
-      RepositoryMetadataObjectImpl* parent = ending->m_endedBy;
-      // Never the object that is being destroyed.
-      ending->release(); // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall)
-      ending = parent;
-    } else if (RepositoryMetadataObjectImpl* contained = ending->endNextContained()) {
-      ending = contained;
+  for (RepositoryMetadataObjectImpl* ending = this;;) {
+    if (!ending->m_contained.objects().empty()) {
+      if (RepositoryMetadataObjectImpl* contained = ending->endNextContained())
+        ending = contained;
+    } else if (ending != this) {
+      RepositoryMetadataObjectImpl& emptied = *ending;
+      ending = ending->m_endedBy;
+      emptied.release();
+    } else {
+      return;
     }
   }
 }
