@@ -112,9 +112,11 @@ QVPLATFORM_API std::size_t qvbHashIgnoreCase(std::string_view text) noexcept;
 // Whether compare() finds no difference without regard to case, found faster than their order.
 QVPLATFORM_API bool qvbEqualsIgnoreCase(std::string_view a, std::string_view b) noexcept;
 
-// For hash tables whose keys are texts without regard to case.
+// For hash tables whose keys are texts without regard to case. The hash is not declared noexcept, though it throws
+// nothing: libstdc++ then keeps it beside each key, where otherwise it would compute it again for every neighbour that
+// it passes.
 struct QvbHashIgnoreCase {
-  std::size_t operator()(const QvbString& text) const noexcept { return qvbHashIgnoreCase(text.view()); }
+  std::size_t operator()(const QvbString& text) const { return qvbHashIgnoreCase(text.view()); }
 };
 struct QvbEqualIgnoreCase {
   bool operator()(const QvbString& a, const QvbString& b) const noexcept {
