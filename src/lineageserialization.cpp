@@ -18,7 +18,7 @@ void addAllUnlessListed(QvResourceList& list, QvResourceList& resources) {
 
 } // namespace
 
-std::size_t LineageNodeHash::operator()(const LineageNode& node) const noexcept {
+std::size_t LineageNodeHash::operator()(const LineageNode& node) const {
   return qvbHashIgnoreCase(node.identity.view()) * 31 + qvbHashIgnoreCase(node.type.view());
 }
 

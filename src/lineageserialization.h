@@ -21,8 +21,9 @@ struct LineageNode {
            qvbEqualsIgnoreCase(identity.view(), other.identity.view());
   }
 };
+// Not declared noexcept for the reason that QvbHashIgnoreCase gives.
 struct LineageNodeHash {
-  std::size_t operator()(const LineageNode& node) const noexcept;
+  std::size_t operator()(const LineageNode& node) const;
 };
 
 // Orders resources by type, then by identity, both without regard to case; null comes last.
