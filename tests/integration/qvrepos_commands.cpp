@@ -277,6 +277,16 @@ TEST(Qvrepos, TargetsThatCannotBeFilesAreNamedWithTheReason) {
   }
 }
 
+TEST(Qvrepos, TargetsMayBeFileUris) {
+  const TempDir folder;
+  const auto source = folder.write("source", "content");
+  EXPECT_EQ(runTool({"cache", "get", source, "-o", "file://" + (folder / "a%20copy")}).out,
+            (folder / "a copy") + "\n");
+  EXPECT_EQ(folder.read("a copy"), "content");
+  EXPECT_EQ(runTool({"lineage", "-q", folder.path(), "-o", "file://" + (folder / "out.xml")}).status, 0);
+  EXPECT_THAT(folder.read("out.xml"), HasSubstr("<RelationshipModels/>"));
+}
+
 TEST(Qvrepos, EmptyResultsComeWithAHintUnlessItIsQuiet) {
   const TempDir folder;
   const auto jobs = runTool({"lineage", folder.path()});

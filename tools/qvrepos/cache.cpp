@@ -102,14 +102,14 @@ std::string copyName(const std::string& uri) {
 
 // Where the copies go: to the file itself for one URI, below the folder otherwise. Throws when two would have one name.
 std::vector<std::string> targetsOf(const CacheOptions& options) {
-  const bool intoFolder = std::filesystem::is_directory(options.output);
+  const std::string output = nativePath(options.output);
+  const bool intoFolder = std::filesystem::is_directory(output);
   if (!intoFolder && options.uris.size() > 1)
     throw std::runtime_error("several files need a folder that exists as --output: " + options.output);
   std::vector<std::string> targets;
   std::set<std::string> taken;
   for (const auto& uri : options.uris) {
-    const auto target =
-        intoFolder ? (std::filesystem::path(options.output) / copyName(uri)).string() : options.output;
+    const auto target = intoFolder ? (std::filesystem::path(output) / copyName(uri)).string() : output;
     if (!taken.insert(target).second)
       throw std::runtime_error("two of the files would be written to " + target);
     targets.push_back(absolutePath(target));

@@ -1,6 +1,7 @@
 #include "host.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvuri.h"
 
 #include <algorithm>
 #include <cctype>
@@ -143,6 +144,13 @@ static bool beginsWithScheme(std::string_view text) {
          std::isalpha(static_cast<unsigned char>(scheme[0])) &&
          std::ranges::all_of(
              scheme, [](unsigned char c) { return std::isalnum(c) || c == '+' || c == '.' || c == '-'; });
+}
+
+std::string nativePath(const std::string& given) {
+  QvbString path = text(given);
+  const Released<QvURI> uri(getURIFromURIString(path));
+  getNativePath(uri.get(), &path);
+  return str(path);
 }
 
 std::string absolutePath(const std::string& path) {

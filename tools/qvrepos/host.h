@@ -75,6 +75,9 @@ CLI::Validator notEmpty();
 // Why a file of this name cannot be put in place; empty when nothing speaks against it.
 std::string whyNotWritable(const std::string& path);
 
+// A file URI as the path that it stands for; anything else as it is.
+std::string nativePath(const std::string& given);
+
 // The path as an absolute one without "." and "..", so that what names it does not depend on where the tool runs. A
 // URI stays as it is. Throws for an empty path.
 std::string absolutePath(const std::string& path);

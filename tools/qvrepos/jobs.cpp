@@ -1,7 +1,6 @@
 #include "jobs.h"
 
 #include "qvreposres/qvreposobjecttypes.h"
-#include "qvxbase/qvuri.h"
 #include "qvxdom/qvdom.h"
 
 #include <algorithm>
@@ -85,14 +84,6 @@ std::string readFailure(const std::string& path) {
   if (document.loadFile(text(path)))
     return path + ": the file changed while it was read";
   return str(document.getErrorMessage());
-}
-
-// A file URI as the path that it stands for.
-std::string nativePath(const std::string& given) {
-  QvbString path = text(given);
-  const Released<QvURI> uri(getURIFromURIString(path));
-  getNativePath(uri.get(), &path);
-  return str(path);
 }
 
 } // namespace

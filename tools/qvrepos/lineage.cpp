@@ -74,7 +74,7 @@ std::string jsonLineage(const QvbString& xml) {
 void writeResult(Host& host, std::string_view result, const std::string& output) {
   if (output.empty())
     return host.print(result);
-  const std::string path = absolutePath(output);
+  const std::string path = absolutePath(nativePath(output));
   if (const auto reason = whyNotWritable(path); !reason.empty())
     return host.fail("cannot write " + output + ": " + reason);
   const Interrupts::Hold hold;
