@@ -6,7 +6,9 @@
 //               belong to the library.
 //   Null        Object arguments are required unless their operation says otherwise, and output pointers too.
 //               Texts passed by reference may be null texts, which count as empty unless an operation tells the
-//               two apart.
+//               two apart. A text that comes back or is handed on is null only where it was never given and its
+//               operation says so: what a record, row or object starts with, and what a cursor off the rows gives,
+//               is an empty text.
 //   Failures    A false, null or non-zero result, with a fixed English message where the operation has an
 //               output for one. No exception crosses the boundary but std::bad_alloc, when memory is short: what a
 //               host implements and hands over (a listener, a sink, a factory, a resolver, a cache) must not throw.
@@ -18,3 +20,5 @@
 
 // Marks the functions, data and classes that stay visible outside the shared library; all else is hidden.
 #define QVREPOSRES_API __attribute__((visibility("default")))
+// Marks what an exported class keeps to itself.
+#define QVREPOSRES_HIDDEN __attribute__((visibility("hidden")))
