@@ -24,6 +24,7 @@ public:
   const_iterator begin() const { return m_users.begin(); }
   const_iterator end() const { return m_users.end(); }
   std::size_t size() const { return m_users.size(); }
+  bool empty() const { return m_users.empty(); }
   bool contains(const QvbString& user) const { return m_index.contains(user); }
   // Nothing for one that is listed. As it was when memory is short.
   void add(const QvbString& user);
