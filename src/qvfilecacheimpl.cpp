@@ -51,8 +51,7 @@ bool FileAccessCacheEntry::isUserAuthorized(ASSubject* subject, QvbString* error
 
 bool FileAccessCacheEntry::addAuthorizedUser(ASSubject* subject, QvbString* errorText) {
   QvbSubjectInfoParm info;
-  return qvbSubjectInfo(subject, &info, errorText) &&
-         tryAllocate([&] { authorizedUsers.add(info.userId); });
+  return qvbSubjectInfo(subject, &info, errorText) && tryAllocate([&] { authorizedUsers.add(info.userId); });
 }
 
 FileAccessCacheImpl::FileAccessCacheImpl()

@@ -39,8 +39,8 @@ struct FileAccessCacheEntry {
   QvbDate modifiedDate;         // of the remote file, as its source reported it at the last refresh
   QvbString remoteFilename{""}; // the key that it is found by
   QvbString localFilename{""};
-  QvbDate cacheUpdatedDate; // of the last refresh; null forces the next one
-  UserList authorizedUsers; // whom the source has let through
+  QvbDate cacheUpdatedDate;                                // of the last refresh; null forces the next one
+  UserList authorizedUsers;                                // whom the source has let through
   FileAccessCacheSourceProvider* sourceProvider = nullptr; // comes before the choice by name; not owned
 
   // Ends an entry that was made with new, and none of its sources.

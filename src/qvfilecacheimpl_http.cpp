@@ -153,9 +153,11 @@ RemoteHttpFileProvider::Description RemoteHttpFileProvider::describe(ASSubject* 
   return populateObjectEntry_IN(subject, name, errorText, httpCode, force, &retries);
 }
 
-RemoteHttpFileProvider::Description
-RemoteHttpFileProvider::populateObjectEntry_IN(ASSubject* subject, const QvbString& name,
-                                               QvbString* errorText, int* httpCode, bool force, int* retries) {
+RemoteHttpFileProvider::Description RemoteHttpFileProvider::populateObjectEntry_IN(ASSubject* subject,
+                                                                                   const QvbString& name,
+                                                                                   QvbString* errorText,
+                                                                                   int* httpCode, bool force,
+                                                                                   int* retries) {
   if (!force) {
     if (auto kept = keptRecord(name)) {
       m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Updating cached HTTPInfo for: %s",
@@ -251,9 +253,7 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
 }
 
 bool RemoteHttpFileProvider::exists(ASSubject* subject, const QvbString& name, QvbString* errorText) {
-  if (resultOr(false, [&] {
-        return keptRecord(name) || describe(subject, name, errorText, nullptr, false);
-      }))
+  if (resultOr(false, [&] { return keptRecord(name) || describe(subject, name, errorText, nullptr, false); }))
     return true;
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                      "Exists found no object entry for filename: %s", name);

@@ -72,11 +72,11 @@ const std::vector<Point> ReplacementPoints = {Point::DirOpen,  Point::FileOpen, 
                                               Point::FileSync};
 
 // What is a private copy is not flushed, and needs no exchange of names.
-const Operation Replacements[] = {{"whole", writeWhole, ReplacementPoints},
-                                  {"handle",
-                                   writeThroughAHandle,
-                                   {Point::DirOpen, Point::FileOpen, Point::FileWrite, Point::FileClose,
-                                    Point::FileRename}}};
+const Operation Replacements[] = {
+    {"whole", writeWhole, ReplacementPoints},
+    {"handle",
+     writeThroughAHandle,
+     {Point::DirOpen, Point::FileOpen, Point::FileWrite, Point::FileClose, Point::FileRename}}};
 
 const Operation Others[] = {
     // once for the bytes, once for the end
