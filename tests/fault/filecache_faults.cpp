@@ -461,6 +461,16 @@ TEST_F(FileCacheMemory, CostsTheCallThatMetItsEndWhenAUriIsFetched) { expectFetc
 
 TEST_F(FileCacheMemory, CostsTheCallThatMetItsEndWhenAJobIsFetched) { expectFetchedInTheEnd(jobName); }
 
+TEST_F(FileCacheMemory, CostsTheCallThatMetItsEndAtEveryLogLevel) {
+  struct QuietSink final : QvLogSink {
+    void record(const QvLogRecord&) override {}
+  };
+  qvlogSetSink(std::make_shared<QuietSink>());
+  expectFetchedInTheEnd(plain);
+  expectFetchedInTheEnd(jobName);
+  qvlogSetSink(nullptr);
+}
+
 TEST_F(FileCacheMemory, CostsTheCallThatMetItsEndWhenACopyIsRefreshed) {
   for (const QvbString& name : {plain, uri, jobName}) {
     ASSERT_EQ(cache->getCacheFilename(alice.get(), name, &path, &error), 0);
