@@ -110,6 +110,7 @@ private:
   QVREPOSRES_HIDDEN int refetchExisting(ASSubject* subject, const QvbString& name,
                                         FileAccessCacheEntry& entry, const QvbDate& date,
                                         QvbString* localFilename, FileAccessCacheSourceProvider* provider);
+  QVREPOSRES_HIDDEN FileAccessCacheSourceProvider* dateSource(const char* operation, const QvbString& name);
   QVREPOSRES_HIDDEN bool discardEntries();
   QVREPOSRES_HIDDEN bool cleanCacheDirectory();
   QVREPOSRES_HIDDEN bool deleteOrphan(QvbDirectory& directory);

@@ -177,6 +177,13 @@ protected:
     while (QvbDate::currentDate(false).compare(start) <= 0)
       ;
   }
+  // Makes copies before memory runs short.
+  void fillWithMemory() {
+    const long left = std::exchange(Allocations::left, -1);
+    for (const QvbString& name : {plain, jobName})
+      cache->getCacheFilename(alice.get(), name, &path, &error);
+    Allocations::left = left;
+  }
   // Whatever the attempt met, there is no torn copy, and the next one succeeds.
   void expectFetchedInTheEnd(const QvbString& name) {
     int result = 0;
@@ -509,10 +516,7 @@ TEST_F(FileCacheMemory, CostsTheCallThatMetItsEndWhenADateIsAskedFor) {
 TEST_F(FileCacheMemory, KeepsAFlushFromNothing) {
   Allocations::failEach(
       [&] {
-        const long left = std::exchange(Allocations::left, -1);
-        for (const QvbString& name : {plain, jobName})
-          cache->getCacheFilename(alice.get(), name, &path, &error);
-        Allocations::left = left;
+        fillWithMemory();
         cache->flush(false);
       },
       [&](long n) { EXPECT_THAT(files(), IsEmpty()) << n; });
@@ -522,10 +526,7 @@ TEST_F(FileCacheMemory, KeepsAFlushFromNothing) {
 TEST_F(FileCacheMemory, KeepsTheEndFromNothing) {
   Allocations::failEach(
       [&] {
-        const long left = std::exchange(Allocations::left, -1);
-        for (const QvbString& name : {plain, jobName})
-          cache->getCacheFilename(alice.get(), name, &path, &error);
-        Allocations::left = left;
+        fillWithMemory();
         cache.reset();
         Allocations::left = -1;
         const long failed = Allocations::failed;
