@@ -1,5 +1,6 @@
 #include "qvresourcemgrimpl.h"
 
+#include "support/allocations.h"
 #include "support/recordingfactory.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@ using Requests = std::vector<ResourceFields>;
 class Manager : public testing::Test {
 protected:
   ~Manager() override {
+    EXPECT_FALSE(m_factory.gotNull) << "an unknown name is an empty text";
     EXPECT_EQ(*m_factory.live, 0) << "every resource is released";
     EXPECT_EQ(*m_resolver.live, 0);
   }
@@ -190,6 +192,31 @@ TEST_F(Manager, HasNoRuleWhoseNameCannotBeLookedUp) {
   useResolver();
   EXPECT_FALSE(rule("Main", "", "", "Valid zip"));
   EXPECT_TRUE(m_factory.requests.empty());
+}
+
+TEST_F(Manager, HasNoRuleWithoutIdUuidAndName) {
+  useResolver();
+  m_resolver.resolves = true;
+  EXPECT_FALSE(rule("Main", "", "", ""));
+  QvbString repository = "Main", none, empty("");
+  EXPECT_FALSE(m_manager->addRuleResourceByName(&m_factory, m_list.get(), repository, none));
+  EXPECT_FALSE(m_manager->addRuleResourceByName(&m_factory, m_list.get(), repository, empty));
+  EXPECT_EQ(m_resolver.calls, Calls{});
+  EXPECT_FALSE(m_list->next());
+}
+
+TEST_F(Manager, HandsAbsentTextsOnAsEmptyOnes) {
+  useResolver();
+  m_resolver.resolves = true;
+  m_resolver.servedRepository = "Main";
+  m_resolver.foundName.setNull();
+  QvbString repository = "Main", name = "n", id = "7";
+  ASSERT_TRUE(m_manager->addRuleResourceByName(&m_factory, m_list.get(), repository, name));
+  ASSERT_TRUE(m_manager->addProfileResourceById(&m_factory, m_list.get(), id));
+  ASSERT_TRUE(source("Main", "7"));
+  EXPECT_FALSE(m_resolver.gotNull);
+  ASSERT_TRUE(profile("Main", "7", "")); // the resolver finds it without a name
+  EXPECT_EQ(m_factory.requests.back(), (ResourceFields{"", "ProfileJob", "resolved reference"}));
 }
 
 TEST_F(Manager, CopiesTheSourceAndTaskThatTheirReferenceLeadsTo) {
@@ -383,6 +410,70 @@ TEST_F(Manager, RecordsNothingInAHostsResourceWithoutAList) {
   const auto resource = serverReference("dms1", "load.djf", "Batch", "", "");
   ASSERT_TRUE(resource);
   EXPECT_EQ(resource->getProperties(), nullptr);
+}
+
+TEST_F(Manager, HasNoServerReferenceWhosePropertiesFindNoMemory) {
+  m_factory.makesRecords = true;
+  long failures = 0;
+  for (bool made = false; !made; ++failures) {
+    Released<QvResource> resource;
+    Allocations::left = failures;
+    try {
+      resource = serverReference("dms1", "load.djf", "Batch", "", "");
+    } catch (const std::bad_alloc&) {
+    }
+    Allocations::left = -1;
+    made = resource != nullptr;
+    if (made)
+      expectServerProperties(resource->getProperties());
+  }
+  EXPECT_GT(failures, 10);
+}
+
+namespace {
+
+// Takes the step with ever more memory until it succeeds; the allocations that it takes.
+template<class Step>
+long allocationsOf(const Step& succeeds) {
+  for (long allowed = 0;; ++allowed) {
+    Allocations::left = allowed;
+    bool done = false;
+    try {
+      done = succeeds();
+    } catch (const std::bad_alloc&) {
+    }
+    Allocations::left = -1;
+    if (done)
+      return allowed;
+  }
+}
+
+} // namespace
+
+// The fixture's end checks that no resource is left behind.
+TEST_F(Manager, AddsOnceAfterMemoryHadRunShort) {
+  useResolver();
+  m_resolver.resolves = true;
+  m_resolver.givesResource = true;
+  auto& m = *m_manager;
+  auto* list = m_list.get();
+  QvbString none, dsn = "DSN=Sales;QVXTYPE=ODBC;", type = "GRVS", table = "orders", id = "1", main = "Main",
+                  name = "n", path = "Load(ProcessJob)";
+  EXPECT_GT(allocationsOf([&] {
+              return m.addTableResource(&m_factory, list, dsn, type, none, none, table) &&
+                     rowsOf(*list).size() == 1;
+            }),
+            5);
+  EXPECT_GT(allocationsOf([&] {
+              return m.addMonitorResource(&m_factory, list, main, name, id, none) &&
+                     rowsOf(*list).size() == 2;
+            }),
+            5);
+  EXPECT_GT(allocationsOf([&] {
+              return m.addOMRObjectByPathResource(&m_factory, list, path, none, none, none, none) &&
+                     rowsOf(*list).size() == 3;
+            }),
+            5);
 }
 
 TEST_F(Manager, AddsEachIdentityOnce) {
