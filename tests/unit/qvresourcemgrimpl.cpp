@@ -414,41 +414,14 @@ TEST_F(Manager, RecordsNothingInAHostsResourceWithoutAList) {
 
 TEST_F(Manager, HasNoServerReferenceWhosePropertiesFindNoMemory) {
   m_factory.makesRecords = true;
-  long failures = 0;
-  for (bool made = false; !made; ++failures) {
-    Released<QvResource> resource;
-    Allocations::left = failures;
-    try {
-      resource = serverReference("dms1", "load.djf", "Batch", "", "");
-    } catch (const std::bad_alloc&) {
-    }
-    Allocations::left = -1;
-    made = resource != nullptr;
-    if (made)
-      expectServerProperties(resource->getProperties());
-  }
-  EXPECT_GT(failures, 10);
+  Released<QvResource> resource;
+  const auto make = [&] {
+    resource = serverReference("dms1", "load.djf", "Batch", "", "");
+    return resource != nullptr;
+  };
+  EXPECT_GT(withEverMoreMemory(make, [] {}), 10);
+  expectServerProperties(resource->getProperties());
 }
-
-namespace {
-
-// Takes the step with ever more memory until it succeeds; the allocations that it takes.
-template<class Step>
-long allocationsOf(const Step& succeeds) {
-  for (long allowed = 0;; ++allowed) {
-    Allocations::left = allowed;
-    bool done = false;
-    try {
-      done = succeeds();
-    } catch (const std::bad_alloc&) {
-    }
-    Allocations::left = -1;
-    if (done)
-      return allowed;
-  }
-}
-
-} // namespace
 
 // The fixture's end checks that no resource is left behind.
 TEST_F(Manager, AddsOnceAfterMemoryHadRunShort) {
@@ -459,21 +432,15 @@ TEST_F(Manager, AddsOnceAfterMemoryHadRunShort) {
   auto* list = m_list.get();
   QvbString none, dsn = "DSN=Sales;QVXTYPE=ODBC;", type = "GRVS", table = "orders", id = "1", main = "Main",
                   name = "n", path = "Load(ProcessJob)";
-  EXPECT_GT(allocationsOf([&] {
-              return m.addTableResource(&m_factory, list, dsn, type, none, none, table) &&
-                     rowsOf(*list).size() == 1;
-            }),
-            5);
-  EXPECT_GT(allocationsOf([&] {
-              return m.addMonitorResource(&m_factory, list, main, name, id, none) &&
-                     rowsOf(*list).size() == 2;
-            }),
-            5);
-  EXPECT_GT(allocationsOf([&] {
-              return m.addOMRObjectByPathResource(&m_factory, list, path, none, none, none, none) &&
-                     rowsOf(*list).size() == 3;
-            }),
-            5);
+  const std::vector<std::function<bool()>> additions{
+      [&] { return m.addTableResource(&m_factory, list, dsn, type, none, none, table); },
+      [&] { return m.addMonitorResource(&m_factory, list, main, name, id, none); },
+      [&] { return m.addOMRObjectByPathResource(&m_factory, list, path, none, none, none, none); }};
+  for (std::size_t rows = 0; rows < additions.size(); ++rows) {
+    const auto addsOneMore = [&] { return additions[rows]() && rowsOf(*list).size() == rows + 1; };
+    EXPECT_GT(withEverMoreMemory(addsOneMore, [&] { EXPECT_LE(rowsOf(*list).size(), rows + 1); }), 5);
+    EXPECT_EQ(rowsOf(*list).size(), rows + 1);
+  }
 }
 
 TEST_F(Manager, AddsEachIdentityOnce) {

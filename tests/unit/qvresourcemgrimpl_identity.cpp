@@ -292,27 +292,6 @@ TEST_F(Identity, SharesBytesThatXmlCannotCarry) {
   EXPECT_NE(str(first), str(third));
 }
 
-namespace {
-
-// Takes the step with ever more memory until it succeeds, and checks after each failure.
-template<class Step, class Check>
-void withEverMoreMemory(const Step& succeeds, const Check& checkFailure) {
-  for (long allowed = 0;; ++allowed) {
-    Allocations::left = allowed;
-    bool done = false;
-    try {
-      done = succeeds();
-    } catch (const std::bad_alloc&) {
-    }
-    Allocations::left = -1;
-    if (done)
-      break;
-    checkFailure();
-  }
-}
-
-} // namespace
-
 TEST_F(Identity, WritesNothingWhenMemoryIsShort) {
   const QvbString filename = "/data/in/customers with a long name.txt";
   QvbString name;

@@ -516,17 +516,9 @@ TEST_F(Conversion, WritesNothingWhenMemoryIsShort) {
        "/srv/main/a/load.djf"},
   };
   for (const auto& [convert, expected] : cases) {
-    bool done = false;
-    for (long allowed = 0; !done; ++allowed) {
-      QvbString out = "before";
-      Allocations::left = allowed;
-      try {
-        done = convert(&out);
-      } catch (const std::bad_alloc&) {
-      }
-      Allocations::left = -1;
-      EXPECT_EQ(out, done ? expected : "before") << allowed;
-    }
+    QvbString out = "before";
+    withEverMoreMemory([&] { return convert(&out); }, [&] { EXPECT_EQ(out, "before"); });
+    EXPECT_EQ(out, expected);
   }
 }
 
