@@ -205,14 +205,18 @@ bool getComponentsFromFilesystemPath(const QvbString& path, QvbString* extension
     return false;
   QvbString parsedFolder;
   QvbString file;
+  QvbString base;
+  QvbString parsedExtension;
   qvbParsePath(path, &parsedFolder, &file);
+  const bool isFile = !file.isEmpty(); // else a directory path
+  if (isFile)
+    base = parseFileExt(file, &parsedExtension, false);
+  if (isFile && parsedExtension.isEmpty())
+    base = parseFileExt(file, &parsedExtension, true);
   if (!parsedFolder.isEmpty())
     *folder = parsedFolder;
-  if (file.isEmpty()) // a directory path
-    return true;
-  QvbString base = parseFileExt(file, extension, false);
-  if (extension->isEmpty())
-    base = parseFileExt(file, extension, true);
+  if (isFile)
+    *extension = parsedExtension;
   if (!base.isEmpty())
     *name = base;
   return true;

@@ -27,9 +27,9 @@ public:
     return isOnEntry();
   }
   QvbString getName() override {
-    return isOnEntry() ? QvbString(std::string_view(m_names[m_reached - 1])) : QvbString();
+    return isOnEntry() ? QvbString(std::string_view(m_names[m_reached - 1])) : QvbString("");
   }
-  QvbString getPath() override { return isOnEntry() ? qvbConcatPath(m_path, getName()) : QvbString(); }
+  QvbString getPath() override { return isOnEntry() ? qvbConcatPath(m_path, getName()) : QvbString(""); }
   void release() override { delete this; }
 
 private:

@@ -66,6 +66,24 @@ struct Allocations {
   }
 };
 
+// Takes a step with ever more memory until it succeeds, and checks after each time that it did not, whether it said so or
+// threw. The result is the number of allocations that it takes.
+template<class Step, class Check>
+long withEverMoreMemory(const Step& succeeds, const Check& checkFailure) {
+  for (long allowed = 0;; ++allowed) {
+    bool done = false;
+    Allocations::left = allowed;
+    try {
+      done = succeeds();
+    } catch (const std::bad_alloc&) {
+    }
+    Allocations::left = -1;
+    if (done)
+      return allowed;
+    checkFailure();
+  }
+}
+
 // Kept out of line: the compiler takes an inlined half of the pair for a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   if (size == Allocations::failingNothrowSize) {

@@ -406,6 +406,12 @@ TEST(DefinitionList, CopiesFromWhereTheCursorOfTheSourceStands) {
   EXPECT_EQ(readOn(*list), Names{"c"});
 }
 
+TEST(DefinitionList, CopiedIntoItselfCopiesTheRowsThatWereThere) {
+  const auto list = listOf({"a", "b"});
+  EXPECT_TRUE(list->copyList(list.get()));
+  EXPECT_EQ(readOn(*list), (Names{"a", "b", "a", "b"}));
+}
+
 TEST(DefinitionList, StartsAgainAfterCopyingIntoIt) {
   const auto list = listOf({"a"});
   EXPECT_EQ(readOn(*list), Names{"a"});

@@ -4,7 +4,6 @@
 #include "qvxbase/qvuri.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -137,15 +136,6 @@ std::string whyNotWritable(const std::string& path) {
   return "";
 }
 
-// RFC 3986, section 3.1, with the two slashes of an authority.
-static bool beginsWithScheme(std::string_view text) {
-  const auto scheme = text.substr(0, text.find("://"));
-  return scheme.size() < text.size() && !scheme.empty() &&
-         std::isalpha(static_cast<unsigned char>(scheme[0])) &&
-         std::ranges::all_of(
-             scheme, [](unsigned char c) { return std::isalnum(c) || c == '+' || c == '.' || c == '-'; });
-}
-
 std::string nativePath(const std::string& given) {
   QvbString path = text(given);
   const Released<QvURI> uri(getURIFromURIString(path));
@@ -156,7 +146,7 @@ std::string nativePath(const std::string& given) {
 std::string absolutePath(const std::string& path) {
   if (path.empty())
     throw std::runtime_error("a file name must not be empty");
-  if (beginsWithScheme(path))
+  if (isURIReference(text(path)))
     return path;
   return std::filesystem::absolute(path).lexically_normal().string();
 }
