@@ -95,7 +95,9 @@ QvReposConfiguration* QvReposConfigurationListImpl::getValue(unsigned long colum
 }
 
 bool QvReposConfigurationListImpl::copyList(QvReposConfigurationList* source) {
-  while (source->next()) {
+  // Of a list that is copied into itself, the rows that were there.
+  const auto end = m_rows.size();
+  while (source->next() && (source != this || m_cursor.row() < end)) {
     if (!addRow())
       return false;
     setLastRowElement(Released<QvReposConfiguration>(source->getValue()).get());

@@ -1,15 +1,15 @@
 #include "qvxlog/qvxlog.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbkept.h"
 
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
-#include <string_view>
 
-#include <fmt/format.h>
 #include <spdlog/details/log_msg.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
@@ -39,37 +39,18 @@ Output fileOutput(const QvbString& path) {
   }
 }
 
-bool isControl(char character) noexcept {
-  const auto code = static_cast<unsigned char>(character);
-  return code < 0x20 || code == 0x7f;
-}
-
-// One record is one line: a text cannot pass for another record.
-std::string escaped(std::string_view text) {
-  std::string line;
-  line.reserve(text.size());
-  for (const char character : text) {
-    if (character == '\n')
-      line += "\\n";
-    else if (isControl(character))
-      line += fmt::format("\\x{:02x}", static_cast<unsigned char>(character));
-    else
-      line += character;
-  }
-  return line;
-}
-
 spdlog::level::level_enum spdlogLevel(QvLoggingLevel level) noexcept {
   return static_cast<spdlog::level::level_enum>(std::clamp(static_cast<int>(level), 1, 6) - 1);
 }
 
 void writeTo(spdlog::sinks::sink& output, const QvLogRecord& record) {
-  const std::string category = escaped(record.category.view());
-  const std::string source = escaped(record.source.view());
-  const std::string text = escaped(record.text.view());
+  // One record is one line: a text cannot pass for another record.
+  const QvbString category = qvbEscapeControls(record.category.view());
+  const QvbString source = qvbEscapeControls(record.source.view());
+  const QvbString text = qvbEscapeControls(record.text.view());
   try {
-    output.log(spdlog::details::log_msg({source.c_str(), record.line, ""}, category,
-                                        spdlogLevel(record.level), text));
+    output.log(spdlog::details::log_msg({source.asCstr(), record.line, ""}, category.view(),
+                                        spdlogLevel(record.level), text.view()));
     output.flush();
   } catch (const spdlog::spdlog_ex&) {
     // A full disk costs the record, not the operation that wanted to tell of it.
@@ -109,11 +90,16 @@ private:
 } // namespace
 
 struct QvLogRegistry {
-  // Never destroyed: other objects log while the process ends.
-  static QvLogRegistry& instance() {
-    static QvLogRegistry& registry = *new QvLogRegistry;
-    return registry;
+  static QvLogRegistry& instance();
+
+  QvLogRegistry() = default;
+  // A sink that is still installed is left alone: what it needs of its host may be gone.
+  ~QvLogRegistry() {
+    if (m_sink)
+      new std::shared_ptr<QvLogSink>(std::move(m_sink));
   }
+  QvLogRegistry(const QvLogRegistry&) = delete;
+  QvLogRegistry& operator=(const QvLogRegistry&) = delete;
 
   QvLogger* logger(const QvbString& category) {
     std::unique_lock guard(m_mutex);
@@ -193,10 +179,21 @@ private:
   std::optional<int> m_hostLevel;
 };
 
+namespace {
+constinit QvbKept<QvLogRegistry> theRegistry;
+[[gnu::destructor]] void endRegistry() { theRegistry.end(); }
+} // namespace
+
+QvLogRegistry& QvLogRegistry::instance() { return theRegistry.get(); }
+
 QvLogger::QvLogger(const QvbString& category) : m_category(category), m_threshold(DefaultLevel) {}
 
-void QvLogger::write(QvLoggingLevel level, const char* source, int line, const QvbString& text) {
-  QvLogRegistry::instance().write({m_category, level, source, line, text});
+void QvLogger::write(QvLoggingLevel level, const char* source, int line, const char* format,
+                     std::span<const QvbFormatArg> args) {
+  try {
+    QvLogRegistry::instance().write({m_category, level, source, line, qvbStringFormatArgs(format, args)});
+  } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): the record is lost
+  }
 }
 
 QvLogger* qvlogGetLogger(const char* category) {
