@@ -142,6 +142,7 @@ public:
 
   void set(const QvbString& key, const QvbString& value) {
     const std::lock_guard guard(m_mutex);
+    m_relativeFolders.erase(key);
     if (value.isNull())
       m_hostOptions.erase(key);
     else
@@ -149,13 +150,14 @@ public:
   }
   void clear() {
     const std::lock_guard guard(m_mutex);
+    m_relativeFolders.clear();
     m_hostOptions.clear();
   }
   void setAvailable(bool available) noexcept { m_available = available; }
   bool isAvailable() const noexcept { return m_available; }
 
   // The folder that an option names by this relative path. It stays the same, wherever the process goes, until the
-  // option names another one.
+  // option names another one or is set anew.
   QvbString absoluteFolder(const QvbString& key, const QvbString& path) {
     const std::lock_guard guard(m_mutex);
     auto& known = m_relativeFolders[key];

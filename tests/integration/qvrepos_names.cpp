@@ -139,6 +139,7 @@ TEST_P(OddName, OfADefinitionIsKeptThroughItsLife) {
   EXPECT_EQ(shown["file"], file);
   EXPECT_EQ(printed(words({"default"}, {})), definition + "\n");
   EXPECT_EQ(printed(words({"check"}, {})), "1 definition loaded\n");
+  EXPECT_EQ(printed(words({"set", "--connect=/" + name()}, {definition})), file + "\n");
   EXPECT_EQ(printed(words({"rename"}, {definition, renamed})), newFile + "\n");
   EXPECT_FALSE(std::filesystem::exists(file));
   EXPECT_EQ(printed(words({"delete"}, {renamed})), "");
