@@ -243,23 +243,32 @@ TEST_F(Definitions, AFolderThatIsNotThereYetIsLockedByTheOneThatItIsMadeIn) {
   EXPECT_EQ(create().out, folder + "/Sales.rcf\n");
 }
 
+// The command with which a user who owns nothing runs the tool, when the test's own user may do everything.
+std::vector<std::string> asNobody() {
+  if (geteuid() != 0)
+    return {toolPath};
+  return {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", toolPath};
+}
+
+ProcessResult runAsNobody(const std::vector<std::string>& words) {
+  auto command = asNobody();
+  command.insert(command.end(), words.begin(), words.end());
+  return runProcess(command);
+}
+
 // As a user without rights to them, whoever runs the test.
 TEST_F(Definitions, AFolderThatCannotBeWrittenIsNamed) {
   run({"create", "Sales"});
   namespace fs = std::filesystem;
   fs::permissions(m_folder.path(), fs::perms(0755));
   fs::permissions(m_folder / "user", fs::perms(0555));
-  std::vector<std::string> words;
-  if (geteuid() == 0)
-    words = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-  words.insert(words.end(), {toolPath, "definitions"});
   const std::vector<std::vector<std::string>> changes{
       {"set", "Sales", "--deactivate"}, {"rename", "Sales", "Stock"}, {"delete", "Sales"}};
   for (const auto& change : changes) {
-    auto command = words;
-    command.insert(command.end(), change.begin(), change.end());
-    command.insert(command.end(), {"--set", "BASE/REPOS_USER_PATH=" + (m_folder / "user")});
-    const auto refused = runProcess(command);
+    std::vector<std::string> words{"definitions"};
+    words.insert(words.end(), change.begin(), change.end());
+    words.insert(words.end(), {"--set", "BASE/REPOS_USER_PATH=" + (m_folder / "user")});
+    const auto refused = runAsNobody(words);
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.err, "qvrepos: " + (change[0] == "rename" ? "Stock" : change[1]) +
                                ": the definitions in " + (m_folder / "user") +
@@ -267,6 +276,33 @@ TEST_F(Definitions, AFolderThatCannotBeWrittenIsNamed) {
   }
   fs::permissions(m_folder / "user", fs::perms(0755));
   EXPECT_EQ(show("Sales")["active"], true);
+}
+
+// In a folder where everybody may make files and delete their own alone.
+TEST_F(Definitions, ARenameWhoseOldFileStaysSaysWhichOne) {
+  if (geteuid() != 0)
+    GTEST_SKIP() << "needs files of two users";
+  run({"create", "Sales"});
+  namespace fs = std::filesystem;
+  fs::permissions(m_folder.path(), fs::perms(0755));
+  fs::permissions(m_folder / "user", fs::perms(01777));
+  const auto renamed = runAsNobody(
+      {"definitions", "rename", "Sales", "Stock", "--set", "BASE/REPOS_USER_PATH=" + (m_folder / "user")});
+  EXPECT_EQ(renamed.status, 1);
+  EXPECT_EQ(renamed.out, (m_folder / "user/Stock.rcf") + "\n");
+  EXPECT_EQ(renamed.err,
+            "qvrepos: Stock: Access was denied trying to delete the definition; the old file stays: " +
+                (m_folder / "user/Sales.rcf") + "\n");
+}
+
+// Many at once: one makes the definition, the others are told that it is there or that another one is at it.
+TEST_F(Definitions, OfManyThatCreateOneDefinitionOneDoes) {
+  const std::string tool =
+      toolPath + " definitions create Sales --set BASE/REPOS_USER_PATH=" + (m_folder / "user");
+  const auto all = runProcess(
+      {"bash", "-c",
+       "for i in 1 2 3 4 5 6; do " + tool + " 2>/dev/null & done; wait; ls " + (m_folder / "user")});
+  EXPECT_EQ(all.out, (m_folder / "user/Sales.rcf") + "\nSales.rcf\n");
 }
 
 } // namespace

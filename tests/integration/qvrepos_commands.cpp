@@ -229,7 +229,7 @@ TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
       {{"definitions", "set", "Sales"},
        "qvrepos definitions set: an option that says what to change is required\n"},
       {{"definitions", "set", "Sales", "--activate", "--deactivate"},
-       "qvrepos definitions set: --deactivate excludes --activate\n"},
+       "qvrepos definitions set: --activate excludes --deactivate\n"},
       {{"identity", "make", "tble"},
        "qvrepos identity make: there is no subcommand tble; choose from file, unified, table, datasource\n"},
       {{"version", "--set", "novalue"}, "qvrepos version: --set: write it as KEY=VALUE: novalue\n"},

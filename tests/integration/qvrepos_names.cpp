@@ -176,6 +176,37 @@ TEST_P(OddName, IsNamedOnOneLineWhereNothingIsFound) {
   }
 }
 
+// The library writes U+FFFD for what XML cannot carry.
+TEST(LossyName, OfAJobComesWithAHint) {
+  const TempDir folder;
+  for (const char* name : {"a\x01", "a\xff", "a\xef\xbf\xbe", "a\xef\xbf\xbf"}) {
+    const auto file = folder.write(std::string(name) + ".djf", job);
+    for (const char* command : {"lineage", "resources"}) {
+      const auto run = runTool({command, file});
+      EXPECT_EQ(run.status, 0);
+      EXPECT_THAT(run.err, HasSubstr(": the name holds what XML cannot carry, shown as U+FFFD; names that "
+                                     "differ in nothing else look the same\n"))
+          << command;
+      EXPECT_THAT(run.err, HasSubstr(folder / "a")) << command;
+      EXPECT_EQ(runTool({command, file, "-q"}).err, "");
+    }
+    std::filesystem::remove(file);
+  }
+}
+
+TEST(WideCell, DoesNotWidenTheOtherRows) {
+  const TempDir folder;
+  const std::string wide(5000, 'x');
+  folder.write("a.rcf", "<VaultRepositoryInfo Name=\"" + wide + "\"/>");
+  for (int i = 0; i < 20; ++i)
+    folder.write("b" + std::to_string(i) + ".rcf",
+                 "<VaultRepositoryInfo Name=\"" + std::to_string(i) + "\"/>");
+  const auto run =
+      runTool({"definitions", "list", "--set", "BASE/REPOS_USER_PATH=" + folder.path().string()});
+  EXPECT_THAT(run.out, HasSubstr(wide + "  user"));
+  EXPECT_LT(run.out.size(), wide.size() + 21 * 300);
+}
+
 INSTANTIATE_TEST_SUITE_P(Names, OddName,
                          testing::Values("a b", "  edges  ", "quote\"d 'single'", "line\nfeed", "größe 名前",
                                          "100%20 & <x> ]]>", "[a,b]", "-dash", "tab\there", "$HOME;`id`",

@@ -3,6 +3,8 @@
 
 #include "support/tool.h"
 
+#include <gtest/gtest.h>
+
 #include <nlohmann/json.hpp>
 
 class Definitions : public testing::Test {
