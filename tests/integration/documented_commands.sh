@@ -58,7 +58,7 @@ rendered <"$document" >"$work/rendered"
 diff "$document" "$work/rendered" >&2 || refuse "docs/command-line.md says what the tool does not print"
 # Each command prints JSON there.
 shown=$(grep '^\$ ' "$document" | grep -e --json)
-for name in lineage resources 'definitions show' 'definitions default' 'definitions rename' 'definitions check' \
+for name in lineage resources 'definitions show' 'definitions default' 'definitions set' 'definitions rename' 'definitions check' \
   'identity make' 'identity parse' path types 'cache get' version; do
   grep -q "qvrepos $name " <<<"$shown" || refuse "docs/command-line.md does not show the JSON of $name"
 done
