@@ -1,6 +1,5 @@
 #include "qvreposcontainment.h"
 
-#include <atomic>
 #include <utility>
 
 namespace {
@@ -39,19 +38,27 @@ void ContainmentNode::Link::unlink() noexcept {
 }
 
 // Members in the order in which they are met, each once. They are chained through themselves, so that a walk needs no
-// memory; two walks may go on at the same time as long as neither goes where the other one has been.
+// memory. Two walks may go on at the same time as long as neither goes where the other one has been.
 class ContainmentNode::Walk {
 public:
-  explicit Walk(ContainmentNode& start) noexcept : m_first(&start), m_last(&start), m_mark(newMark()) {
-    start.m_mark = m_mark;
-    start.m_metNext = nullptr;
+  Walk(ContainmentNode& start, Direction direction) noexcept
+      : m_first(&start), m_last(&start), m_direction(direction) {
+    start.m_metBy = direction;
   }
-  bool hasMet(const ContainmentNode& node) const noexcept { return node.m_mark == m_mark; }
+  ~Walk() {
+    for (auto* node = m_first; node;) {
+      node->m_metBy = Direction::None;
+      node = std::exchange(node->m_metNext, nullptr);
+    }
+  }
+  Walk(const Walk&) = delete;
+  Walk& operator=(const Walk&) = delete;
+
+  bool hasMet(const ContainmentNode& node) const noexcept { return node.m_metBy == m_direction; }
   void meet(ContainmentNode& node) noexcept {
     if (hasMet(node))
       return;
-    node.m_mark = m_mark;
-    node.m_metNext = nullptr;
+    node.m_metBy = m_direction;
     m_last = m_last->m_metNext = &node;
   }
 
@@ -59,21 +66,16 @@ protected:
   ContainmentNode* first() const noexcept { return m_first; }
 
 private:
-  static std::uint64_t newMark() noexcept {
-    static std::atomic<std::uint64_t> marks{0};
-    return marks.fetch_add(1, std::memory_order_relaxed) + 1;
-  }
-
   ContainmentNode* m_first;
   ContainmentNode* m_last;
-  std::uint64_t m_mark;
+  Direction m_direction;
 };
 
 // Over the containers of the start that are on its level.
 class ContainmentNode::WalkUp : public Walk {
 public:
   explicit WalkUp(ContainmentNode& start) noexcept
-      : Walk(start), m_at(&start), m_link(start.m_firstLink), m_level(start.m_level) {}
+      : Walk(start, Direction::Up), m_at(&start), m_link(start.m_firstLink), m_level(start.m_level) {}
 
   // The next container, which may have been met before; null when there is none.
   ContainmentNode* next() noexcept {
@@ -98,7 +100,7 @@ private:
 class ContainmentNode::WalkDown : public Walk {
 public:
   WalkDown(ContainmentNode& start, std::size_t highestLevel) noexcept
-      : Walk(start), m_at(&start), m_highestLevel(highestLevel) {}
+      : Walk(start, Direction::Down), m_at(&start), m_highestLevel(highestLevel) {}
 
   ContainmentNode* next() noexcept {
     for (; m_at; m_at = m_at->m_metNext, m_content = 0)
@@ -154,22 +156,28 @@ bool ContainmentNode::putBelow(ContainmentNode& content) noexcept {
   if (m_level < content.m_level)
     return true;
   WalkUp up(*this);
+  const auto level = levelBelow(content, up);
+  return level && raise(content, *level, up);
+}
+
+// The level that the content has to be on at least; none when a circle was found.
+std::optional<std::size_t> ContainmentNode::levelBelow(ContainmentNode& content, WalkUp& up) const noexcept {
   WalkDown down(content, m_level);
   for (auto left = levelCapacity * (m_level + 1); left != 0; --left) {
     ContainmentNode* below = down.next();
     if (!below)
-      return raise(content, m_level, up);
+      return m_level;
     if (up.hasMet(*below))
-      return false;
+      return {};
     down.meet(*below);
     ContainmentNode* above = up.next();
     if (!above)
-      return raise(content, m_level, up);
+      return m_level;
     if (down.hasMet(*above))
-      return false;
+      return {};
     up.meet(*above);
   }
-  return raise(content, m_level + 1, up);
+  return m_level + 1;
 }
 
 // Puts the content, and what it contains on lower levels, on the level; false, with nothing raised, when that leads to

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 // One member of the graph, whose contents and containers are members, too.
@@ -47,18 +48,20 @@ private:
     Link* previous = nullptr;
     Link* next = nullptr;
   };
+  enum class Direction : std::uint8_t { None, Up, Down };
   class Walk;
   class WalkUp;
   class WalkDown;
 
   bool putBelow(ContainmentNode& content) noexcept;
+  std::optional<std::size_t> levelBelow(ContainmentNode& content, WalkUp& up) const noexcept;
   static bool raise(ContainmentNode& content, std::size_t level, const Walk& forbidden) noexcept;
 
   std::vector<Link> m_contents;
   Link* m_firstLink = nullptr;
   std::size_t m_containers = 0;
   std::size_t m_level = 0;
-  // The walk that met this member last, and the member that it met next.
-  std::uint64_t m_mark = 0;
+  // The walk under way that has met this member, and the member that it met next.
+  Direction m_metBy = Direction::None;
   ContainmentNode* m_metNext = nullptr;
 };

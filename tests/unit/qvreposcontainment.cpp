@@ -240,8 +240,8 @@ TEST(Containment, CostsOfPlainShapesGrowWithTheirSize) {
   }
 }
 
-// Chains of growing length are joined in the middle of what there is, and what is shared is raised again and again.
-TEST(Containment, TheWorstShapeCostsTheSizeTimesItsRoot) {
+// Additions anywhere in one order of all nodes: nothing is told by its shape.
+TEST(Containment, AdditionsInNoOrderCostLessThanTheSizeTimesItsRoot) {
   constexpr std::size_t count = 40000;
   Nodes nodes(count);
   std::uint32_t random = 7;
@@ -262,7 +262,8 @@ TEST(Containment, TheWorstShapeCostsTheSizeTimesItsRoot) {
     ++added;
   }
   const auto taken = ContainmentNode::stepsSoFar() - before;
-  EXPECT_LE(taken, 8 * added * static_cast<std::uint64_t>(std::sqrt(added)));
+  EXPECT_LE(taken, added * static_cast<std::uint64_t>(std::sqrt(added)));
+  RecordProperty("steps", static_cast<int>(taken));
   for (auto& node : nodes)
     node.clear();
 }
