@@ -1,5 +1,7 @@
 #include "qvreposcontainment.h"
 
+#include <algorithm>
+#include <unordered_map>
 #include <utility>
 
 namespace {
@@ -147,6 +149,32 @@ void ContainmentNode::clear() noexcept {
   for (Link& link : m_contents)
     --link.below->m_containers;
   m_contents.clear();
+}
+
+std::size_t ContainmentNode::places(std::size_t limit) const {
+  struct Level {
+    const ContainmentNode* node;
+    std::size_t next;
+  };
+  std::unordered_map<const ContainmentNode*, std::size_t> counts{{this, 1}};
+  std::vector<Level> levels{{this, 0}};
+  while (!levels.empty()) {
+    auto& [node, next] = levels.back();
+    if (next == node->m_contents.size()) {
+      levels.pop_back();
+      continue;
+    }
+    const ContainmentNode* below = node->m_contents[next].below;
+    const auto [count, isNew] = counts.try_emplace(below, 1);
+    if (isNew && !below->m_contents.empty()) {
+      levels.push_back({below, 0}); // and then this content again
+      continue;
+    }
+    ++next;
+    auto& sum = counts[node];
+    sum = std::min(sum + count->second, limit + 1);
+  }
+  return counts[this];
 }
 
 std::uint64_t ContainmentNode::stepsSoFar() noexcept { return steps; }

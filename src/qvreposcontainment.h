@@ -28,6 +28,10 @@ public:
   void clear() noexcept;
   bool isContained() const noexcept { return m_containers != 0; }
 
+  // How many members a walk meets that goes into each one wherever it is contained, this one included; of more than the
+  // limit, some number above it.
+  std::size_t places(std::size_t limit) const;
+
   // Containments that this thread has looked at in all its searches.
   static std::uint64_t stepsSoFar() noexcept;
 

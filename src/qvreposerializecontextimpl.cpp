@@ -50,7 +50,7 @@ QvLoggingLevel levelOf(RepositoryActionLogStatus status) {
 }
 
 void writeObject(QvDomNode& node, RepositoryMetadataObject& object, MetadataWriting& writing) {
-  writing.outermost().countObject();
+  writing.outermost().countObjects();
   if (!node.null())
     object.toXML(&node);
 }

@@ -9,6 +9,8 @@
 namespace {
 
 constexpr std::size_t longestSearchedSequence = 16;
+// After so many objects it is worth counting whether they will be too many.
+constexpr std::size_t writtenUncounted = 65536;
 
 // An object whose toXML() is the class's own, so that its writing can be looped over instead of called.
 RepositoryMetadataObjectImpl* plainObject(RepositoryMetadataObject* object) {
@@ -285,15 +287,18 @@ bool RepositoryMetadataObjectImpl::toXML(QvDomNode* node) {
   MetadataWriting own;
   MetadataWriting& writing = own.outermost();
   if (own.isOutermost())
-    writing.countObject();
+    writing.countObjects();
   writeAttributes(*node, writing);
   std::vector<WrittenLevel> levels{{this, *node}};
   bool result = true;
+  std::size_t written = 0;
   while (!levels.empty() && !writing.isTooLarge()) {
     WrittenLevel& level = levels.back();
     if (RepositoryMetadataObject* contained = level.next()) {
+      if (++written == writtenUncounted)
+        writing.expectObjects(m_place.places(MetadataWriting::maxObjects));
       QvDomNode child = level.node.addChild(contained->getObjectType());
-      writing.countObject();
+      writing.countObjects();
       writing.countBytes(sizeOf(contained->getObjectType()));
       RepositoryMetadataObjectImpl* plain = plainObject(contained);
       result = plain || contained->toXML(&child);

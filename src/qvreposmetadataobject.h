@@ -52,10 +52,14 @@ public:
   bool isOutermost() const noexcept { return m_outermost == this; }
   // Which everything counts for.
   MetadataWriting& outermost() noexcept { return *m_outermost; }
-  // One object more, or text that takes so many bytes.
-  void countObject() noexcept { ++m_objects; }
+  // So many objects more, or text that takes so many bytes.
+  void countObjects(std::size_t count = 1) noexcept { m_objects += count; }
   void countBytes(std::size_t count) noexcept { m_bytes += count; }
-  bool isTooLarge() const noexcept { return m_objects > maxObjects || m_bytes > QvDom::MaxSize; }
+  // So many objects are to come.
+  void expectObjects(std::size_t count) noexcept { m_areTooMany = m_areTooMany || count > maxObjects; }
+  bool isTooLarge() const noexcept {
+    return m_areTooMany || m_objects > maxObjects || m_bytes > QvDom::MaxSize;
+  }
 
 private:
   static MetadataWriting*& current() noexcept {
@@ -66,6 +70,7 @@ private:
   MetadataWriting* m_outermost;
   std::size_t m_objects = 0;
   std::size_t m_bytes = 0;
+  bool m_areTooMany = false;
 };
 
 // An object may be held by several owners at once: by parents, and by the context that made it. release() destroys it
