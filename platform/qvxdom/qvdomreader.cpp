@@ -1,5 +1,6 @@
 #include "qvxdom/private/qvdomscan.h"
 #include "qvxdom/private/qvdomtree.h"
+#include "qvxdom/qvdom.h"
 
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/framework/MemoryManager.hpp>
@@ -29,8 +30,6 @@ namespace {
 
 namespace xc = xercesc;
 using Utf16 = std::basic_string_view<XMLCh>;
-
-constexpr std::size_t maxDepth = 1000;
 
 bool isHighSurrogate(XMLCh unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool isLowSurrogate(XMLCh unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
@@ -131,9 +130,8 @@ public:
 
   void startElement(const XMLCh*, const XMLCh*, const XMLCh* name,
                     const xc::Attributes& attributes) override {
-    if (m_levels.size() == maxDepth)
-      throw Refusal{located(m_locator->getLineNumber(), m_locator->getColumnNumber(),
-                            "elements are nested deeper than " + std::to_string(maxDepth) + " levels")};
+    if (m_levels.size() == QvDom::MaxDepth)
+      throw Refusal{located(m_locator->getLineNumber(), m_locator->getColumnNumber(), qvDomTooDeep())};
     if (!m_levels.empty())
       endRun();
     auto* parent = m_levels.empty() ? nullptr : m_levels.back().element;
