@@ -3,6 +3,7 @@
 #include "guards.h"
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvbunload.h"
 
 #include <chrono>
 #include <map>
@@ -65,14 +66,13 @@ private:
 using Listings = KnownFolders<QvbString, KnownListing>;
 using Contents = KnownFolders<std::pair<QvReposConfigType, QvbString>, KnownFiles>;
 
-// Neither is ever destroyed: managers may be used while the process ends.
 Listings& knownListings() {
-  static Listings& listings = *new Listings;
+  static Listings& listings = qvbUntilUnload<Listings>();
   return listings;
 }
 
 Contents& knownContents() {
-  static Contents& contents = *new Contents;
+  static Contents& contents = qvbUntilUnload<Contents>();
   return contents;
 }
 
@@ -145,7 +145,8 @@ std::int64_t secondsNow() {
 
 // The folder is looked at before it is listed: what changes meanwhile shows in its times the next time.
 std::shared_ptr<const DefinitionPaths> listDefinitionFolder(const QvbString& path, std::int64_t now) {
-  static const auto& none = *new std::shared_ptr<const DefinitionPaths>(new DefinitionPaths);
+  static const auto& none =
+      qvbUntilUnload<std::shared_ptr<const DefinitionPaths>>(std::make_shared<DefinitionPaths>());
   if (path.isEmpty())
     return none;
   NpFileStat stat{};

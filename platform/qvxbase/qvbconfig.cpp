@@ -1,6 +1,7 @@
 #include "qvxbase/qvbconfig.h"
 
 #include "qvsfio/npfio.h"
+#include "qvxbase/qvbunload.h"
 #include "qvxlog/qvxlog.h"
 
 #include <algorithm>
@@ -171,9 +172,8 @@ private:
   std::atomic<bool> m_available{true};
 };
 
-// Never destroyed: other objects read options while the process ends.
 ConfigStore& store() {
-  static ConfigStore& instance = *new ConfigStore;
+  static ConfigStore& instance = qvbUntilUnload<ConfigStore>();
   return instance;
 }
 

@@ -1,5 +1,7 @@
 #include "qvxbb/qvbautosingleton.h"
 
+#include "qvxbase/qvbunload.h"
+
 #include <map>
 #include <mutex>
 #include <string>
@@ -15,10 +17,9 @@ struct Registry {
   std::map<std::string, void*, std::less<>> objects;
 };
 
-// Never destroyed, so that static destructors may still use it.
 Registry& registry() {
-  static Registry* const instance = new Registry;
-  return *instance;
+  static Registry& instance = qvbUntilUnload<Registry>();
+  return instance;
 }
 
 // The place of the object of this identifier, null while there is none. The registry's lock is held.
