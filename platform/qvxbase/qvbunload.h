@@ -8,20 +8,20 @@
 #include <mutex>
 #include <utility>
 
-struct QvbKept {
-  virtual ~QvbKept() = default;
-  std::unique_ptr<QvbKept> earlier;
+struct QvbUnloadStep {
+  virtual ~QvbUnloadStep() = default;
+  std::unique_ptr<QvbUnloadStep> earlier;
 };
 
 // Hidden, so that each library has its own.
-struct __attribute__((visibility("hidden"))) QvbKeptOfLibrary {
+struct __attribute__((visibility("hidden"))) QvbUnloadSteps {
   // Destroyed before the list is looked at when the process ends, after that when the library is unloaded.
   struct ProcessEnd {
     ~ProcessEnd() { *isNear = true; }
     bool* isNear;
   };
 
-  void add(std::unique_ptr<QvbKept> kept) {
+  void add(std::unique_ptr<QvbUnloadStep> kept) {
     static const ProcessEnd end{&processEnds};
     const std::lock_guard guard(mutex);
     kept->earlier.reset(latest);
@@ -30,29 +30,29 @@ struct __attribute__((visibility("hidden"))) QvbKeptOfLibrary {
   // The latest first: what was made later may use what was there.
   void unload() noexcept {
     while (latest && !processEnds) {
-      const std::unique_ptr<QvbKept> ending(latest);
+      const std::unique_ptr<QvbUnloadStep> ending(latest);
       latest = ending->earlier.release();
     }
   }
 
   std::mutex mutex;
-  QvbKept* latest = nullptr;
+  QvbUnloadStep* latest = nullptr;
   bool processEnds = false;
 };
-inline constinit QvbKeptOfLibrary qvbKeptOfLibrary __attribute__((visibility("hidden")));
+inline constinit QvbUnloadSteps qvbUnloadSteps __attribute__((visibility("hidden")));
 
 // In every source that keeps something; the first one that is called does the work.
-[[gnu::destructor]] static void qvbUnload() { qvbKeptOfLibrary.unload(); }
+[[gnu::destructor]] static void qvbUnload() { qvbUnloadSteps.unload(); }
 
 // A new T, to be kept in a static reference.
 template<class T, class... Args>
 T& qvbUntilUnload(Args&&... args) {
-  struct Kept : QvbKept {
+  struct Kept : QvbUnloadStep {
     explicit Kept(Args&&... from) : value(std::forward<Args>(from)...) {}
     T value;
   };
   auto kept = std::make_unique<Kept>(std::forward<Args>(args)...);
   T& value = kept->value;
-  qvbKeptOfLibrary.add(std::move(kept));
+  qvbUnloadSteps.add(std::move(kept));
   return value;
 }
