@@ -8,6 +8,7 @@
 #include "qvxhttp/private/qvhttpurl.h"
 #include "qvxhttp/qvxhttp.h"
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <map>
@@ -243,6 +244,17 @@ HostFactory& hostFactory() {
 }
 
 } // namespace
+
+QvbString qvbUrlWithTicket(const QvbString& url, char separator, const QvbString& ticket) {
+  const std::string_view whole = url.view();
+  const std::size_t end = std::min(whole.find('#'), whole.size());
+  std::string admitted(whole.substr(0, end));
+  admitted += separator;
+  admitted += "ticket=";
+  admitted += qvEncodeUriName(ticket.view());
+  admitted += whole.substr(end);
+  return QvbString(std::string_view(admitted));
+}
 
 QvSecurityContext* getSecurityContext() {
   HostFactory& host = hostFactory();

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -195,8 +196,13 @@ private:
 
 QvLogger::QvLogger(const QvbString& category) : m_category(category), m_threshold(DefaultLevel) {}
 
-void QvLogger::write(QvLoggingLevel level, const char* source, int line, const QvbString& text) {
-  QvLogRegistry::instance().write({m_category, level, source, line, text});
+void QvLogger::write(QvLoggingLevel level, const char* source, int line, const char* format,
+                     std::span<const QvbFormatArg> args) noexcept {
+  try {
+    QvLogRegistry::instance().write({m_category, level, source, line, qvbStringFormatArgs(format, args)});
+  } catch (const std::bad_alloc&) {
+    // As with a full disk, only the record is lost.
+  }
 }
 
 QvLogger* qvlogGetLogger(const char* category) {
