@@ -6,6 +6,7 @@
 #include "qvxbase/qvbpath.h"
 
 #include <initializer_list>
+#include <new>
 
 namespace {
 
@@ -57,8 +58,13 @@ QvDomNode findKindElement(QvDomNode node, const IdentityKind& kind) {
 bool readIdentity(const QvbString& identity, const IdentityKind& kind,
                   std::initializer_list<IdentityOutput> outputs) {
   QvDom document;
-  if (identity.isEmpty() || !document.loadXML(identity))
+  if (identity.isEmpty())
     return false;
+  if (!document.loadXML(identity)) {
+    if (document.getErrorMessage().view() == "out of memory")
+      throw std::bad_alloc();
+    return false;
+  }
   const auto element = findKindElement(document.getRoot(), kind);
   if (element.null())
     return false;
