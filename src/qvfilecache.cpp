@@ -4,12 +4,22 @@
 #include "qvfilecacheimpl.h"
 #include "qvfilecachesingleton.h"
 #include "qvreposres/qvreposobjecttypes.h"
+#include "qvxbase/qvbunload.h"
 
 #include <new>
 
 namespace {
 
 constexpr const char* logSource = "src/qvfilecache";
+
+// For a host that unloads the library without a word.
+struct Shutdown {
+  ~Shutdown() { qvFileCacheShutdown(); }
+};
+
+void shutDownAtUnload() {
+  tryAllocate([] { [[maybe_unused]] static Shutdown& shutdown = qvbUntilUnload<Shutdown>(); });
+}
 
 // Looked up once: a holder is made for every call.
 QvLogger* holderLogger() {
@@ -27,6 +37,7 @@ const char* QVB_FileAccessCacheSingleton::getId() {
 }
 
 void* QVB_FileAccessCacheSingleton::createObject() {
+  shutDownAtUnload();
   if (m_cache)
     return m_cache;
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,

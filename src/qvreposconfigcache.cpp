@@ -3,8 +3,8 @@
 #include "guards.h"
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbformat.h"
-#include "qvxbase/qvbkept.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvbunload.h"
 
 #include <chrono>
 #include <map>
@@ -67,11 +67,14 @@ private:
 using Listings = KnownFolders<QvbString, KnownListing>;
 using Contents = KnownFolders<std::pair<QvReposConfigType, QvbString>, KnownFiles>;
 
-constinit QvbKept<Listings> theListings;
-constinit QvbKept<Contents> theContents;
-[[gnu::destructor]] void endKnownFolders() {
-  theListings.end();
-  theContents.end();
+Listings& knownListings() {
+  static Listings& listings = qvbUntilUnload<Listings>();
+  return listings;
+}
+
+Contents& knownContents() {
+  static Contents& contents = qvbUntilUnload<Contents>();
+  return contents;
 }
 
 // Null when the folder cannot be opened.
@@ -155,22 +158,22 @@ std::shared_ptr<const DefinitionPaths> listDefinitionFolder(const QvbString& pat
     return nullptr;
   NpFileStat stat{};
   const bool isThere = np_fio_stat(path, &stat) == NP_FIO_OK;
-  const auto known = isThere ? theListings.get().find(path) : nullptr;
+  const auto known = isThere ? knownListings().find(path) : nullptr;
   if (known && isSameState(known->stat, stat))
     return known->files;
   auto files = listFiles(path);
   if (files && isThere && hasSettled(stat, now))
-    theListings.get().keep(path, std::make_shared<KnownListing>(KnownListing{stat, files}));
+    knownListings().keep(path, std::make_shared<KnownListing>(KnownListing{stat, files}));
   return files;
 }
 
 std::vector<DefinitionFilePtr> readDefinitionFolder(const DefinitionFolder& folder, std::int64_t now) {
   std::vector<DefinitionFilePtr> files;
   const auto key = std::make_pair(folder.type, folder.path);
-  FolderReader reader(folder.type, theContents.get().find(key), now);
+  FolderReader reader(folder.type, knownContents().find(key), now);
   if (folder.files)
     for (const auto& path : *folder.files)
       files.push_back(reader.read(path));
-  theContents.get().keep(key, reader.seen());
+  knownContents().keep(key, reader.seen());
   return files;
 }

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <initializer_list>
+#include <new>
 
 namespace {
 
@@ -60,8 +61,13 @@ QvDomNode findKindElement(QvDomNode node, const IdentityKind& kind) {
 bool readIdentity(const QvbString& identity, const IdentityKind& kind,
                   std::initializer_list<IdentityOutput> outputs) {
   QvDom document;
-  if (identity.isEmpty() || !document.loadXML(identity))
+  if (identity.isEmpty())
     return false;
+  if (!document.loadXML(identity)) {
+    if (document.getErrorMessage().view() == "out of memory")
+      throw std::bad_alloc();
+    return false;
+  }
   const auto element = findKindElement(document.getRoot(), kind);
   if (element.null())
     return false;

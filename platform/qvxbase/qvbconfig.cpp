@@ -2,9 +2,9 @@
 
 #include "qvsfio/npfio.h"
 #include "qvsfio/private/npnative.h"
-#include "qvxbase/qvbkept.h"
 #include "qvxbase/qvbpath.h"
 #include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvbunload.h"
 #include "qvxlog/qvxlog.h"
 
 #include <algorithm>
@@ -212,9 +212,10 @@ private:
   std::atomic<bool> m_available{true};
 };
 
-constinit QvbKept<ConfigStore> theStore;
-[[gnu::destructor]] void endStore() { theStore.end(); }
-ConfigStore& store() { return theStore.get(); }
+ConfigStore& store() {
+  static ConfigStore& instance = qvbUntilUnload<ConfigStore>();
+  return instance;
+}
 
 } // namespace
 

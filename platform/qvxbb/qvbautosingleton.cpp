@@ -1,8 +1,9 @@
 #include "qvxbb/qvbautosingleton.h"
 
+#include "qvxbase/qvbunload.h"
+
 #include <atomic>
 #include <mutex>
-#include <new>
 #include <string>
 #include <type_traits>
 
@@ -39,7 +40,7 @@ Place* findPlace(const char* id) {
 Place& placeOf(const char* id) {
   if (Place* const known = findPlace(id))
     return *known;
-  auto* const made = new Place(id);
+  auto* const made = &qvbUntilUnload<Place>(id);
   made->next = registry.first.load();
   registry.first.store(made, std::memory_order_release);
   return *made;

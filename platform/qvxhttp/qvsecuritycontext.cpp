@@ -4,6 +4,7 @@
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvbunload.h"
 #include "qvxhttp/private/qvhttpurl.h"
 #include "qvxhttp/qvxhttp.h"
 
@@ -237,9 +238,8 @@ struct HostFactory {
   void* data = nullptr;
 };
 
-// Never destroyed: other objects get contexts while the process ends.
 HostFactory& hostFactory() {
-  static HostFactory& factory = *new HostFactory;
+  static HostFactory& factory = qvbUntilUnload<HostFactory>();
   return factory;
 }
 

@@ -1,6 +1,7 @@
 #include "qvxlog/qvxlog.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbunload.h"
 
 #include <algorithm>
 #include <map>
@@ -110,9 +111,8 @@ private:
 } // namespace
 
 struct QvLogRegistry {
-  // Never destroyed: other objects log while the process ends.
   static QvLogRegistry& instance() {
-    static QvLogRegistry& registry = *new QvLogRegistry;
+    static QvLogRegistry& registry = qvbUntilUnload<QvLogRegistry>();
     return registry;
   }
 
