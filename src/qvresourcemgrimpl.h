@@ -111,14 +111,6 @@ public:
 private:
   // What a reference that names a repository object stands for; null for every other reference.
   Released<QvResource> findRepositoryJob(QvResourceFactory* factory, QvbString& jobReference);
-  void processSQLElement(const QvDomNode& element, QvResourceFactory* factory, QvResourceList* list,
-                         QvbString* currentDsn);
-  void addConnection(const QvDomNode& element, QvResourceFactory* factory, QvResourceList* list,
-                     QvbString* currentDsn);
-  void addSourceTable(const QvDomNode& element, QvResourceFactory* factory, QvResourceList* list);
-  void addTableByURI(const QvbString& pathUri, QvResourceFactory* factory, QvResourceList* list);
-  void addCreatedTable(const QvDomNode& element, QvResourceFactory* factory, QvResourceList* list,
-                       QvbString& currentDsn);
 };
 
 // A new resource of the factory's with the name, type and identity of the given one; null when the factory gives none.

@@ -8,6 +8,7 @@
 #include "qvreposres/qvresource.h"
 #include "qvreposres/qvresourcefactory.h"
 #include "qvreposres/qvresourcemgr.h"
+#include "qvreposres/qvsqlstep.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbpath.h"
 #include "qvxbase/qvuri.h"
@@ -58,6 +59,13 @@ TEST(Slots, QvbAutoSingleton) {
   expectSlots(noDestructor, {OPERATION(QvbAutoSingleton, initialize), OPERATION(QvbAutoSingleton, terminate),
                              OPERATION(QvbAutoSingleton, getId), OPERATION(QvbAutoSingleton, createObject),
                              OPERATION(QvbAutoSingleton, deleteObject)});
+}
+
+TEST(Slots, QvSQLStepVisitor) {
+  using V = QvSQLStepVisitor;
+  expectSlots(noDestructor, {OPERATION(V, visitConnection), OPERATION(V, visitTableRead),
+                             OPERATION(V, visitBareTableRead), OPERATION(V, visitTableWritten),
+                             OPERATION(V, visitUnusableName), OPERATION(V, visitUnknownRoot)});
 }
 
 TEST(Slots, QvReposConfiguration) {
