@@ -35,9 +35,15 @@ export class Details {
     Object.assign(this, { place, graph, groups, selection, act });
   }
 
+  // Who uses a control of the details by keyboard stays with it.
   show(...parts) {
+    const active = this.place.contains(document.activeElement) ? document.activeElement : null;
     this.place.replaceChildren(...parts.flat().filter(Boolean));
     this.place.scrollTop = 0;
+    if (!active) return;
+    const label = active.getAttribute('aria-label');
+    const same = label && this.place.querySelector(`[aria-label="${label}"]:enabled`);
+    (same || this.place).focus({ preventScroll: true });
   }
 
   // A list of which the first part is shown, and the rest when asked for.
