@@ -51,8 +51,7 @@ bool FileAccessCacheEntry::isUserAuthorized(ASSubject* subject, QvbString* error
 
 bool FileAccessCacheEntry::addAuthorizedUser(ASSubject* subject, QvbString* errorText) {
   QvbSubjectInfoParm info;
-  return qvbSubjectInfo(subject, &info, errorText) &&
-         tryAllocate([&] { authorizedUsers.add(info.userId); });
+  return qvbSubjectInfo(subject, &info, errorText) && tryAllocate([&] { authorizedUsers.add(info.userId); });
 }
 
 FileAccessCacheImpl::FileAccessCacheImpl()
@@ -424,17 +423,22 @@ bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
   return false;
 }
 
+// The source that tells a name's date; null, which is logged, for a name without one.
+FileAccessCacheSourceProvider* FileAccessCacheImpl::dateSource(const char* operation, const QvbString& name) {
+  FileAccessCacheSourceProvider* const provider = getCacheSourceProviderForFileType(name);
+  if (!provider)
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "%s: Error accessing provider for '%s', provider 0x%p", operation, name, provider);
+  return provider;
+}
+
 int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteName, bool* modified,
                                     QvbString* errorText) {
   *modified = true;
   return resultOr(NP_FIO_ERROR, [&] {
-    FileAccessCacheSourceProvider* provider = getCacheSourceProviderForFileType(remoteName);
-    if (!provider) {
-      m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                         "isModified: Error accessing provider for '%s', provider 0x%p", remoteName,
-                         provider);
-      return 0;
-    }
+    FileAccessCacheSourceProvider* const provider = dateSource("isModified", remoteName);
+    if (!provider)
+      return NP_FIO_OK;
     const QvbString key = lookupKey(remoteName);
     const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
     QvbDate date;
@@ -450,13 +454,9 @@ int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteN
 int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& remoteName, QvbDate* /*date*/,
                                          QvbString* errorText) {
   return resultOr(NP_FIO_ERROR, [&] {
-    FileAccessCacheSourceProvider* provider = getCacheSourceProviderForFileType(remoteName);
-    if (!provider) {
-      m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                         "getModifiedDate: Error accessing provider for '%s', provider 0x%p", remoteName,
-                         provider);
-      return 0;
-    }
+    FileAccessCacheSourceProvider* const provider = dateSource("getModifiedDate", remoteName);
+    if (!provider)
+      return NP_FIO_OK;
     const QvbString key = lookupKey(remoteName);
     const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
     QvbDate date;

@@ -24,6 +24,7 @@ public:
   const_iterator begin() const { return m_users.begin(); }
   const_iterator end() const { return m_users.end(); }
   std::size_t size() const { return m_users.size(); }
+  bool empty() const { return m_users.empty(); }
   bool contains(const QvbString& user) const { return m_index.contains(user); }
   // Nothing for one that is listed. As it was when memory is short.
   void add(const QvbString& user);
@@ -38,8 +39,8 @@ struct FileAccessCacheEntry {
   QvbDate modifiedDate;         // of the remote file, as its source reported it at the last refresh
   QvbString remoteFilename{""}; // the key that it is found by
   QvbString localFilename{""};
-  QvbDate cacheUpdatedDate; // of the last refresh; null forces the next one
-  UserList authorizedUsers; // whom the source has let through
+  QvbDate cacheUpdatedDate;                                // of the last refresh; null forces the next one
+  UserList authorizedUsers;                                // whom the source has let through
   FileAccessCacheSourceProvider* sourceProvider = nullptr; // comes before the choice by name; not owned
 
   // Ends an entry that was made with new, and none of its sources.
@@ -109,6 +110,7 @@ private:
   QVREPOSRES_HIDDEN int refetchExisting(ASSubject* subject, const QvbString& name,
                                         FileAccessCacheEntry& entry, const QvbDate& date,
                                         QvbString* localFilename, FileAccessCacheSourceProvider* provider);
+  QVREPOSRES_HIDDEN FileAccessCacheSourceProvider* dateSource(const char* operation, const QvbString& name);
   QVREPOSRES_HIDDEN bool discardEntries();
   QVREPOSRES_HIDDEN bool cleanCacheDirectory();
   QVREPOSRES_HIDDEN bool deleteOrphan(QvbDirectory& directory);

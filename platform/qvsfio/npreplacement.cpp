@@ -164,7 +164,8 @@ int Replacement::rename(unsigned flags) const {
 
 // Some file systems have nothing to flush for a folder and say so with EINVAL.
 int Replacement::flushFolder() const {
-  const int result = attempt(QvbFaultPoint::FileSync, m_folderPath.c_str(), [&] { return ::fsync(m_folder.get()); });
+  const int result =
+      attempt(QvbFaultPoint::FileSync, m_folderPath.c_str(), [&] { return ::fsync(m_folder.get()); });
   return result == 0 || errno == EINVAL ? NP_FIO_OK : lastCode();
 }
 

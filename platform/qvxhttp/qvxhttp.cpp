@@ -467,7 +467,8 @@ httpResponse* send(const httpGet& request, const QvbString* body, QvbString* err
   const QvbString origin = fault.isNull() ? QvbString() : originOf(request.url);
   *error = origin.isNull() ? fault : qvbStringFormat("%S: %S", &origin, &fault);
   if (!response)
-    qvlogGetLogger("QV.Base.Http")->logEvent(QvLoggingLevel::Error, Source, __LINE__, "No response: %S", error);
+    qvlogGetLogger("QV.Base.Http")
+        ->logEvent(QvLoggingLevel::Error, Source, __LINE__, "No response: %S", error);
   return response.release();
 }
 

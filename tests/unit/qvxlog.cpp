@@ -1,6 +1,7 @@
 #include "qvxlog/qvxlog.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "support/allocations.h"
 #include "support/logcapture.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
@@ -101,6 +102,19 @@ TEST(Log, FormatsNothingForALevelThatIsOff) {
   const LogCapture log;
   logger->logEvent(QvLoggingLevel::Trace, "src/tester", 1, "%s", Costly{&reads});
   EXPECT_EQ(reads, 1);
+}
+
+// What logs in a destructor, or while it reports that memory is short, goes on.
+TEST(Log, LosesTheRecordThatThereIsNoMemoryFor) {
+  QvLogger* const logger = qvlogGetLogger("test.memory");
+  const LogCapture log;
+  Allocations::left = 0;
+  logger->logEvent(QvLoggingLevel::Error, "source", 1, "lost: %s",
+                   "a text that is too long to be kept in place");
+  Allocations::left = -1;
+  EXPECT_THAT(log.lines(), testing::IsEmpty());
+  logger->logEvent(QvLoggingLevel::Error, "source", 1, "kept");
+  EXPECT_THAT(log.lines(), testing::ElementsAre(LogLine{"test.memory", 5, "source", "kept"}));
 }
 
 TEST(Log, EndsTheFormerSinkWhenItIsReplaced) {
