@@ -331,11 +331,12 @@ TEST_F(LineageExport, NamesATableByItsDataURIAndPath) {
 
 TEST_F(LineageExport, AsksTheStoresOwnResolverWhicheverOneAHostRegistered) {
   RecordingResolver registered;
-  m_store->getDefaultResourceFactory()->registerResourceResolver(&registered);
+  const Store store(new LineageSerializationImpl);
+  store->getDefaultResourceFactory()->registerResourceResolver(&registered);
   const QvbString identity = tableIdentity("Sales", "dbo", "CUSTOMERS");
   const Resource table = resource("label", "Table", identity);
-  ASSERT_TRUE(m_store->addDependentResources(table.get(), listOf({table.get()}).get()));
-  EXPECT_THAT(exported(*m_store), ::testing::HasSubstr("Sales.dbo.CUSTOMERS"));
+  ASSERT_TRUE(store->addDependentResources(table.get(), listOf({table.get()}).get()));
+  EXPECT_THAT(exported(*store), ::testing::HasSubstr("Sales.dbo.CUSTOMERS"));
   EXPECT_THAT(registered.calls, ::testing::IsEmpty());
 }
 
