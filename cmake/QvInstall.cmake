@@ -2,7 +2,7 @@
 # packages of QvPackage.cmake.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS qvplatform qvreposres EXPORT QvReposResTargets
+install(TARGETS qvplatform qvreposres qvlineagegraph EXPORT QvReposResTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
         INCLUDES DESTINATION ${QVREPOSRES_INCLUDEDIR})
 install(DIRECTORY include/ DESTINATION ${QVREPOSRES_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
@@ -21,7 +21,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QvReposResConfig.cmake
 # Relative to the file itself, so that an installed tree can be moved.
 file(RELATIVE_PATH QVREPOSRES_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/qvreposres.pc.in qvreposres.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qvreposres.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+configure_file(cmake/qvlineagegraph.pc.in qvlineagegraph.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qvreposres.pc ${CMAKE_CURRENT_BINARY_DIR}/qvlineagegraph.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
         COMPONENT development)
 
 install(DIRECTORY examples/programs examples/repository

@@ -331,13 +331,8 @@ bool RepositoryMetadataObjectListImpl::contains(RepositoryMetadataObject* object
 }
 
 bool RepositoryMetadataObjectListImpl::copyList(RepositoryMetadataObjectList* other) {
-  while (other->next()) {
-    if (!addRow())
-      return false;
-    setLastRowElement(0, other->getValue());
-  }
-  m_cursor.restart();
-  return true;
+  return copyRows(*this, *other, m_cursor, m_objects.size(),
+                  [&] { setLastRowElement(0, other->getValue()); });
 }
 
 extern "C" RepositoryMetadataObject* createRepositoryMetadataObject(const char* objectType) {

@@ -1,26 +1,11 @@
 // The resources that job references and SQL steps name.
 #include "qvresourcemgrimpl.h"
 
-#include "domchildren.h"
-#include "lineagefactory.h"
 #include "qvreposres/qvresourceuri.h"
 #include "qvresource.h"
-#include "qvsstr/qvsstr.h"
-#include "qvxbase/qvbformat.h"
-
-#include <algorithm>
-#include <array>
+#include "sqlstepwalk.h"
 
 namespace {
-
-constexpr std::array sqlSteps{"QueryBuilderService",          "SQLCreateTableSelect",
-                              "SQLInsertRowsSelect",          "SQLInsertRowsQueryReference",
-                              "SQLCreateTableQueryReference", "SQLUpdateRows"};
-
-bool isSQLStep(const QvDomNode& element) {
-  return std::any_of(sqlSteps.begin(), sqlSteps.end(),
-                     [&](const char* name) { return isNamed(element, name); });
-}
 
 // The local file of the reference for the process's own user, or `otherwise` when there is none.
 QvbString localFilename(const QvbString& reference, const QvbString& otherwise) {
@@ -29,24 +14,45 @@ QvbString localFilename(const QvbString& reference, const QvbString& otherwise) 
   return generateFilenameFromURIReference(subject.get(), reference, &filename) ? filename : otherwise;
 }
 
-struct TableName {
-  QvbString catalog;
-  QvbString schema;
-  QvbString table;
-};
+// Adds what a step names to a list, by the operations of the manager it is given.
+class ResourceAdder final : public QvSQLStepVisitor {
+public:
+  ResourceAdder(QvResourceManager& manager, QvResourceFactory* factory, QvResourceList* list)
+      : m_manager(manager), m_factory(factory), m_list(list) {}
 
-// Splits "catalog.schema.table", of which the table alone is needed; a part in double quotes may hold dots. The table
-// stays empty when the text has more parts or is too long to be a name.
-TableName parseTableName(const QvbString& text) {
-  std::array<char, 1024> buffer;
-  std::array<char*, 3> fields;
-  const int count = qvs_parse_text_ex2(text.asCstr(), '.', '"', buffer.data(), buffer.size(), fields.data(),
-                                       static_cast<int>(fields.size()));
-  const auto fromEnd = [&](int place) {
-    return place <= count ? QvbString(fields[static_cast<std::size_t>(count - place)]) : QvbString();
-  };
-  return {.catalog = fromEnd(3), .schema = fromEnd(2), .table = fromEnd(1)};
-}
+  void visitConnection(const QvbString& name, const QvbString& type, const QvbString& connection) override {
+    if (!name.isEmpty())
+      addDataSource(connection, type);
+  }
+  void visitTableRead(QvSQLTableElement, const QvDataURIComponents& table, const QvbString&) override {
+    addDataSource(table.dataSource, table.dataSourceType);
+    addTable(table.dataSource, table.dataSourceType, table.catalog, table.schema, table.table);
+  }
+  // Known by its name alone, whatever connection came before it.
+  void visitBareTableRead(QvSQLTableElement, const QvbString& table, const QvbString&) override {
+    const QvbString none;
+    addTable(none, QvResourceManagerImpl::ODBC_String, none, none, table);
+  }
+  // The connection has added the data source already, so that the table alone is left to add.
+  void visitTableWritten(const QvbString& connection, const QvbString& catalog, const QvbString& schema,
+                         const QvbString& table) override {
+    addTable(connection, QvbString(), catalog, schema, table);
+  }
+  void visitUnusableName(const QvbString&, const QvbString&, const QvbString&) override {}
+  void visitUnknownRoot(const QvbString&) override {}
+
+private:
+  void addDataSource(QvbString dsn, QvbString type) {
+    m_manager.addDataSourceResource(m_factory, m_list, dsn, type);
+  }
+  void addTable(QvbString dsn, QvbString type, QvbString catalog, QvbString schema, QvbString table) {
+    m_manager.addTableResource(m_factory, m_list, dsn, type, catalog, schema, table);
+  }
+
+  QvResourceManager& m_manager;
+  QvResourceFactory* m_factory;
+  QvResourceList* m_list;
+};
 
 } // namespace
 
@@ -100,79 +106,14 @@ bool QvResourceManagerImpl::addSQLResourcesFromString(const QvbString& xml, QvRe
 
 bool QvResourceManagerImpl::addSQLResources(QvDom& document, QvResourceFactory* factory,
                                             QvResourceList* list) {
-  auto step = document.getRoot();
-  while (!step.null() && !isSQLStep(step))
-    step = step.getNextSibling(false);
-  auto content = step.getFirstChild(false);
-  QvbString currentDsn;
-  return processSQLNode(content, factory, list, &currentDsn);
-}
-
-// Siblings are a loop, so that their number costs no stack; the depth of a document is limited by its reader.
-bool QvResourceManagerImpl::processSQLNode(QvDomNode& node, QvResourceFactory* factory, QvResourceList* list,
-                                           QvbString* currentDsn) {
-  for (auto element = node; !element.null(); element = element.getNextSibling(false)) {
-    processSQLElement(element, factory, list, currentDsn);
-    auto content = element.getFirstChild(false);
-    processSQLNode(content, factory, list, currentDsn);
-  }
+  ResourceAdder adder(*this, factory, list);
+  walkSQLStep(document, adder);
   return true;
 }
 
-void QvResourceManagerImpl::processSQLElement(const QvDomNode& element, QvResourceFactory* factory,
-                                              QvResourceList* list, QvbString* currentDsn) {
-  if (isNamed(element, "DatabaseConnectionObject"))
-    addConnection(element, factory, list, currentDsn);
-  else if (isNamed(element, "SourceTable") || isNamed(element, "AliasTable"))
-    addSourceTable(element, factory, list);
-  else if (isNamed(element, "Create"))
-    addCreatedTable(element, factory, list, *currentDsn);
-}
-
-void QvResourceManagerImpl::addConnection(const QvDomNode& element, QvResourceFactory* factory,
-                                          QvResourceList* list, QvbString* currentDsn) {
-  const bool isTableServices = element.getAttributeValue(DB_DAC_TYPE_String).find("QVTK") >= 0;
-  auto type = isTableServices ? QvbString("GRVS") : ODBC_String;
-  const auto name = element.getAttributeValue(Name_String);
-  *currentDsn = qvbStringFormat("DSN=%S;QVXTYPE=%S;", &name, &type);
-  if (!name.isEmpty())
-    addDataSourceResource(factory, list, *currentDsn, type);
-}
-
-// A table without a URI is known by its name alone, whatever connection came before it.
-void QvResourceManagerImpl::addSourceTable(const QvDomNode& element, QvResourceFactory* factory,
-                                           QvResourceList* list) {
-  const auto pathUri = element.getAttributeValue(PATHURI_String);
-  if (!pathUri.isEmpty()) {
-    addTableByURI(pathUri, factory, list);
-    return;
-  }
-  auto table = element.getAttributeValue(Name_String);
-  auto type = ODBC_String;
-  QvbString none;
-  if (!table.isEmpty())
-    addTableResource(factory, list, none, type, none, none, table);
-}
-
-// The data source goes by the name under which lineage knows it, as its identity and location do elsewhere.
-void QvResourceManagerImpl::addTableByURI(const QvbString& pathUri, QvResourceFactory* factory,
-                                          QvResourceList* list) {
-  QvDataURIComponents components;
-  if (!getDataURIComponentsFromString(pathUri, &components) || components.dataSource.isEmpty() ||
-      components.dataSourceType.isEmpty())
-    return;
-  auto dataSource = syscatDsn(components.server, components.dataSource);
-  addDataSourceResource(factory, list, dataSource, components.dataSourceType);
-  addTableResource(factory, list, dataSource, components.dataSourceType, components.catalog,
-                   components.schema, components.table);
-}
-
-// The connection has added the data source already, so that the table alone is left to add.
-void QvResourceManagerImpl::addCreatedTable(const QvDomNode& element, QvResourceFactory* factory,
-                                            QvResourceList* list, QvbString& currentDsn) {
-  const auto target = element.getAttributeValue(TARGETNAME_String);
-  auto name = parseTableName(target);
-  QvbString type;
-  if (!currentDsn.isEmpty() && !name.table.isEmpty())
-    addTableResource(factory, list, currentDsn, type, name.catalog, name.schema, name.table);
+bool QvResourceManagerImpl::processSQLNode(QvDomNode& node, QvResourceFactory* factory, QvResourceList* list,
+                                           QvbString* currentDsn) {
+  ResourceAdder adder(*this, factory, list);
+  walkSQLNodes(node, adder, *currentDsn);
+  return true;
 }

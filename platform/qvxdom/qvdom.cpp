@@ -238,8 +238,8 @@ std::string readFailure(const QvbString& path, int code) {
   return tooLarge ? qvDomTooLarge() : np_fio_errdesc(code);
 }
 
-// Made while there is memory, and never destroyed: documents are read while the process ends.
-const QvbString& outOfMemory = *new QvbString("out of memory");
+// Made while there is memory.
+const QvbString outOfMemory("out of memory");
 
 QvbString textOf(const std::string& failure) {
   return failure.empty() ? QvbString() : QvbString(std::string_view(failure));

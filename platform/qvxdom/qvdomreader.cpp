@@ -1,3 +1,5 @@
+#include "qvxbase/private/qvbperthread.h"
+#include "qvxbase/qvbunload.h"
 #include "qvxdom/private/qvdomscan.h"
 #include "qvxdom/private/qvdomtree.h"
 #include "qvxdom/qvdom.h"
@@ -21,7 +23,6 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <utility>
 #include <vector>
@@ -244,11 +245,12 @@ private:
   std::string m_value;
 };
 
-// Once per process, and for good: readers that threads keep outlive every place to undo it.
-void initializeParser() {
-  static std::once_flag once;
-  std::call_once(once, [] { xc::XMLPlatformUtils::Initialize(); });
-}
+struct ParserLibrary {
+  ParserLibrary() { xc::XMLPlatformUtils::Initialize(); }
+  ~ParserLibrary() { xc::XMLPlatformUtils::Terminate(); }
+  ParserLibrary(const ParserLibrary&) = delete;
+  ParserLibrary& operator=(const ParserLibrary&) = delete;
+};
 
 // The memory of one reader. The parser forgets parts of it when an allocation fails; here they end with the
 // reader.
@@ -301,7 +303,6 @@ private:
 
 // The well-formedness scanner is a safety rule: the others open external entities whatever the features say.
 std::unique_ptr<xc::SAX2XMLReader> makeParser(ReaderMemory& memory) {
-  initializeParser();
   std::unique_ptr<xc::SAX2XMLReader> parser(xc::XMLReaderFactory::createXMLReader(&memory));
   parser->setProperty(xc::XMLUni::fgXercesScannerName, const_cast<XMLCh*>(xc::XMLUni::fgWFXMLScanner));
   parser->setFeature(xc::XMLUni::fgSAX2CoreNameSpaces, false);
@@ -350,29 +351,20 @@ private:
   std::size_t m_bytes = 0;
 };
 
-// A thread's own objects end one after the other, and those that end after its reader may still read documents, as
-// static destructors may: each of these has a reader of its own. The flag itself never ends.
-struct KeptReader {
-  static constinit thread_local bool hasEnded;
-  std::unique_ptr<Reader> reader;
-
-  ~KeptReader() { hasEnded = true; }
-  static std::unique_ptr<Reader>* ofThisThread() {
-    if (hasEnded)
-      return nullptr;
-    thread_local KeptReader kept;
-    return &kept.reader;
-  }
-};
-constinit thread_local bool KeptReader::hasEnded = false;
+// Each thread's own, which ends before the parser's library does.
+std::unique_ptr<Reader>& keptReader() {
+  [[maybe_unused]] static ParserLibrary& library = qvbUntilUnload<ParserLibrary>();
+  static auto& readers = qvbUntilUnload<QvbPerThread<std::unique_ptr<Reader>>>();
+  return readers.get();
+}
 
 // The reader is out of its place while it reads: one that an exception leaves in whatever state is thrown away.
 std::string readWithKeptReader(std::string_view text, const QvDomScan& scan, QvDomDocument& document) {
-  auto* const kept = KeptReader::ofThisThread();
-  auto reader = kept && *kept ? std::move(*kept) : std::make_unique<Reader>();
+  auto& kept = keptReader();
+  auto reader = kept ? std::move(kept) : std::make_unique<Reader>();
   auto failure = reader->read(text, scan, document);
-  if (kept && !reader->isWornOut())
-    *kept = std::move(reader);
+  if (!reader->isWornOut())
+    kept = std::move(reader);
   return failure;
 }
 

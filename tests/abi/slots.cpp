@@ -8,6 +8,7 @@
 #include "qvreposres/qvresource.h"
 #include "qvreposres/qvresourcefactory.h"
 #include "qvreposres/qvresourcemgr.h"
+#include "qvreposres/qvsqlstep.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbpath.h"
 #include "qvxbase/qvuri.h"
@@ -60,6 +61,13 @@ TEST(Slots, QvbAutoSingleton) {
                              OPERATION(QvbAutoSingleton, deleteObject)});
 }
 
+TEST(Slots, QvSQLStepVisitor) {
+  using V = QvSQLStepVisitor;
+  expectSlots(noDestructor, {OPERATION(V, visitConnection), OPERATION(V, visitTableRead),
+                             OPERATION(V, visitBareTableRead), OPERATION(V, visitTableWritten),
+                             OPERATION(V, visitUnusableName), OPERATION(V, visitUnknownRoot)});
+}
+
 TEST(Slots, QvReposConfiguration) {
   using C = QvReposConfiguration;
   expectSlots(afterDestructor, {OPERATION(C, release),
@@ -106,7 +114,14 @@ TEST(Slots, QvReposConfigManager) {
                OPERATION(M, getConfigurationsByType), OPERATION(M, refresh), OPERATION(M, getConfigurations),
                OPERATION(M, createConfiguration), OPERATION(M, configurationExists),
                OPERATION(M, deleteConfiguration), OPERATION(M, saveConfiguration),
-               OPERATION(M, getDefaultConfiguration)});
+               OPERATION(M, getDefaultConfiguration), OPERATION(M, getRefusals),
+               OPERATION(M, getConfigurationFilename)});
+}
+
+TEST(Slots, QvReposRefusalList) {
+  using L = QvReposRefusalList;
+  expectSlots(noDestructor, {OPERATION(L, next), OPERATION(L, getFilename), OPERATION(L, getReason),
+                             OPERATION(L, isDuplicate), OPERATION(L, release)});
 }
 
 TEST(Slots, RepositoryObjectChange) {

@@ -858,6 +858,13 @@ TEST(MetadataObjectList, CopiesTheRestOfAnotherListAndStartsAfresh) {
   EXPECT_THAT(rest(copy.get()), ElementsAre(first.get(), three.objects[1].get(), three.objects[2].get()));
 }
 
+TEST(MetadataObjectList, CopiedIntoItselfCopiesTheRowsThatWereThere) {
+  const Object object = make("Table");
+  const Released<RepositoryMetadataObjectListImpl> list(new RepositoryMetadataObjectListImpl({object.get()}));
+  EXPECT_TRUE(list->copyList(list.get()));
+  EXPECT_THAT(rest(list.get()), ElementsAre(object.get(), object.get()));
+}
+
 TEST(MetadataObjectList, ReleasingItLeavesTheObjects) {
   std::vector<std::string> ended;
   const Object object(new HostObject(&ended, "object"));

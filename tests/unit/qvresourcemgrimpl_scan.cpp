@@ -249,9 +249,9 @@ TEST_F(Scan, ReadsDataSourceAndTableFromAURI) {
             (Rows{dataSource("", "Sales", ""), table("Sales", "cat", "dbo", "orders")}));
 }
 
-TEST_F(Scan, NamesADataSourceBehindAServerByBoth) {
+TEST_F(Scan, TakesTheDataSourceOfAURIAsItStandsWithAServerToo) {
   EXPECT_EQ(scan("<AliasTable PathURI='qvf://SYS/Sales?type=GRVS&amp;table=orders'/>"),
-            (Rows{dataSource("", "SYS - Sales", ""), table("SYS - Sales", "", "", "orders")}));
+            (Rows{dataSource("", "Sales", ""), table("Sales", "", "", "orders")}));
 }
 
 TEST_F(Scan, AddsTheDataSourceAloneForAURIWithoutATable) {
@@ -269,6 +269,19 @@ TEST_F(Scan, ComparesElementNamesWithoutCase) {
   ASSERT_TRUE(addSQL("<sqlUPDATErows><databaseconnectionobject Name='S'/><sourceTABLE Name='a'/>"
                      "<aliastable Name='b'/><CREATE TargetName='c'/></sqlUPDATErows>"));
   EXPECT_EQ(rowsOf(*m_list).size(), 4U);
+}
+
+TEST_F(Scan, ComparesAttributeNamesWithoutCase) {
+  ASSERT_TRUE(addSQL("<SQLUpdateRows><DatabaseConnectionObject NAME='S' dbdactype='QVTK'/>"
+                     "<SourceTable name='a'/><AliasTable pathuri='qvd:///T?type=ODBC&amp;table=b'/>"
+                     "<Create TARGETNAME='c'/></SQLUpdateRows>"));
+  EXPECT_EQ(rowsOf(*m_list),
+            (Rows{dataSource("DSN=S;QVXTYPE=GRVS;", "S", "GRVS"), table("", "", "", "a"),
+                  dataSource("", "T", ""), table("T", "", "", "b"), table("S", "", "", "c")}));
+}
+
+TEST_F(Scan, PrefersTheAttributeInItsUsualCase) {
+  EXPECT_EQ(scan("<SourceTable NAME='other' Name='own'/>"), (Rows{table("", "", "", "own")}));
 }
 
 TEST_F(Scan, KnowsSixKindsOfStep) {
@@ -338,7 +351,7 @@ TEST(LineageScan, LocatesATableWhereItsURISays) {
   const Released<QvImpactAnalysis> lineage(getQvLineageAnalysis());
   const Released<QvResourceManager> manager(createQvResourceManager());
   auto* factory = lineage->getDefaultResourceFactory();
-  for (const std::string uri : {"qvf://SYS/Sales?schema=dbo&table=orders", "qvd:///Sales?table=orders"}) {
+  for (const std::string uri : {"qvd:///Sales?schema=dbo&table=orders", "qvd:///Sales?table=orders"}) {
     const Released<QvResourceList> list(lineage->createResourceList());
     QvDom document;
     ASSERT_TRUE(document.startNewDocument("SQLUpdateRows"));

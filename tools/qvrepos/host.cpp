@@ -1,10 +1,10 @@
 #include "host.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbformat.h"
 #include "qvxbase/qvuri.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -25,6 +25,9 @@ std::string jsonText(const nlohmann::ordered_json& value) {
   return value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
+// A cell that is wider moves the rest of its own row alone: padding cannot outgrow what there is to show.
+static constexpr std::size_t widestColumn = 100;
+
 void Host::printTable(const std::vector<std::string>& heading,
                       const std::vector<std::vector<std::string>>& rows) {
   std::vector<std::vector<std::string>> cells{heading};
@@ -39,14 +42,14 @@ void Host::printTable(const std::vector<std::string>& heading,
   std::vector<std::size_t> widths(heading.size());
   for (const auto& row : cells)
     for (std::size_t column = 0; column < row.size(); ++column)
-      widths[column] = std::max(widths[column], width(row[column]));
+      widths[column] = std::min(std::max(widths[column], width(row[column])), widestColumn);
 
   for (const auto& row : cells) {
     std::string line;
     for (std::size_t column = 0; column < row.size(); ++column) {
       line += row[column];
       if (column + 1 < row.size())
-        line.append(widths[column] - width(row[column]) + 2, ' ');
+        line.append(std::max(widths[column], width(row[column])) - width(row[column]) + 2, ' ');
     }
     printLine(line);
   }
@@ -81,29 +84,15 @@ void addJsonFlag(CLI::App& command, Host& host, const std::string& shape) {
   command.add_flag("--json", host.json, "Print JSON: " + shape);
 }
 
-std::string visible(std::string_view bytes) {
-  std::string shown;
-  for (const char byte : bytes) {
-    const auto code = static_cast<unsigned char>(byte);
-    if (byte == '\n')
-      shown += "\\n";
-    else if (byte == '\t')
-      shown += "\\t";
-    else if (code < 0x20 || code == 0x7F) {
-      char escape[5];
-      std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(code));
-      shown += escape;
-    } else
-      shown += byte;
-  }
-  return shown;
-}
+std::string visible(std::string_view bytes) { return str(qvbEscapeControls(bytes)); }
 
 bool isXmlText(const std::string& bytes) {
   const bool hasControl = std::ranges::any_of(bytes, [](char byte) {
     return static_cast<unsigned char>(byte) < 0x20 && byte != '\t' && byte != '\n' && byte != '\r';
   });
-  if (hasControl)
+  const bool hasNoncharacter =
+      bytes.find("\xEF\xBF\xBE") != std::string::npos || bytes.find("\xEF\xBF\xBF") != std::string::npos;
+  if (hasControl || hasNoncharacter)
     return false;
   try {
     return !nlohmann::json(bytes).dump().empty(); // throws for what is not UTF-8
@@ -114,7 +103,7 @@ bool isXmlText(const std::string& bytes) {
 
 CLI::Validator xmlText() {
   return {[](const std::string& value) {
-            return isXmlText(value) ? "" : "holds a byte that is no text: " + visible(value);
+            return isXmlText(value) ? "" : "holds what XML cannot carry: " + visible(value);
           },
           ""};
 }
@@ -137,15 +126,6 @@ std::string whyNotWritable(const std::string& path) {
   return "";
 }
 
-// RFC 3986, section 3.1, with the two slashes of an authority.
-static bool beginsWithScheme(std::string_view text) {
-  const auto scheme = text.substr(0, text.find("://"));
-  return scheme.size() < text.size() && !scheme.empty() &&
-         std::isalpha(static_cast<unsigned char>(scheme[0])) &&
-         std::ranges::all_of(
-             scheme, [](unsigned char c) { return std::isalnum(c) || c == '+' || c == '.' || c == '-'; });
-}
-
 std::string nativePath(const std::string& given) {
   QvbString path = text(given);
   const Released<QvURI> uri(getURIFromURIString(path));
@@ -156,7 +136,7 @@ std::string nativePath(const std::string& given) {
 std::string absolutePath(const std::string& path) {
   if (path.empty())
     throw std::runtime_error("a file name must not be empty");
-  if (beginsWithScheme(path))
+  if (isURIReference(text(path)))
     return path;
   return std::filesystem::absolute(path).lexically_normal().string();
 }

@@ -41,7 +41,7 @@ public:
     print("\n");
   }
   void printJson(const nlohmann::ordered_json& value) { print(jsonText(value)); }
-  // Columns of equal width with a heading. Control characters are shown as escapes, so that a row stays on its line.
+  // Columns of equal width, up to a limit, with a heading. Control characters are shown as escapes, so that a row stays on its line.
   void printTable(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows);
 
   // A failure, to standard error: "qvrepos: <message>". The run ends with status 1.
@@ -62,11 +62,11 @@ private:
 // The flag --json of a command; the shape reads like "an array of records: type, extension".
 void addJsonFlag(CLI::App& command, Host& host, const std::string& shape);
 
-// Text with control characters as escapes ("\n", "\x1b").
+// Text with control characters as escapes ("\n", "\x1b"), as qvbEscapeControls() has it.
 std::string visible(std::string_view bytes);
 
-// Whether the bytes are UTF-8 without control characters other than tab, line feed and carriage return, so that XML can
-// carry them.
+// Whether the bytes are UTF-8 without control characters other than tab, line feed and carriage return, U+FFFE and
+// U+FFFF, so that XML can carry them.
 bool isXmlText(const std::string& bytes);
 // For options whose value goes into XML, and for those that name a file: refuse what would be lost.
 CLI::Validator xmlText();

@@ -20,6 +20,10 @@ JobFiles findJobFiles(const std::vector<std::string>& paths);
 // "their extensions are djf, ...": what makes a file in a folder a job file.
 std::string jobFileExtensions();
 
+// Says which names hold what XML cannot carry: the library writes U+FFFD for it, so that names which differ in nothing else
+// look the same.
+void noteLossyNames(Host& host, const std::vector<std::string>& names);
+
 // The lineage of job files, gathered in a store.
 class JobScanner {
 public:

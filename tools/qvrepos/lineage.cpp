@@ -92,6 +92,7 @@ void runLineage(Host& host, const LineageOptions& options) {
 
   JobScanner scanner;
   recordJobs(host, scanner, found.files);
+  noteLossyNames(host, found.files);
 
   QvbString xml, message;
   if (!scanner.store()->getLineageAsString(&xml, &message, !options.compact))
