@@ -238,9 +238,8 @@ QvbString qvbGetConfigOption(const char* key) {
 
 QvbString qvbGetConfigFolder(const QvbOption& option) {
   QvbString folder = qvbGetConfigOption(option);
-  std::string native;
-  if (folder.isEmpty() || npfio::nativePath(folder, &native) != NP_FIO_OK)
+  QvbString path;
+  if (folder.isEmpty() || npfio::nativePath(folder, &path) != NP_FIO_OK)
     return folder;
-  const QvbString path{std::string_view(native)};
-  return native.starts_with('/') ? path : store().absoluteFolder(option.key, path);
+  return path.view().starts_with('/') ? path : store().absoluteFolder(option.key, path);
 }

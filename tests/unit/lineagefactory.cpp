@@ -355,9 +355,6 @@ TEST(LineageResolver, MakesNothingOfAnyOtherURI) {
   }
 }
 
-// Empty, and not null.
-bool isEmptyText(const QvbString& value) { return value.isEmpty() && !value.isNull(); }
-
 TEST(LineageResolver, NamesADatabaseOfADataURIByAnEmptyText) {
   const URI uri(getDataURIFromComponents("qvd", "", "Sales", "ODBC", "", "", "", ""));
   const Resource found(makeResolver()->getResourceFromURI(uri->asString()));
