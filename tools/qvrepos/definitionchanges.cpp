@@ -230,7 +230,8 @@ void addFieldOptions(CLI::App& command, Fields& fields) {
   add("--log", fields.logFile, "FILE", "The repository's log file")->check(xmlText());
   add("--repository-name", fields.repositoryName, "NAME", "The repository's name in its database")
       ->check(xmlText());
-  add("--repository-version", fields.repositoryVersion, "VERSION", "The repository's version")->check(xmlText());
+  add("--repository-version", fields.repositoryVersion, "VERSION", "The repository's version")
+      ->check(xmlText());
 }
 
 void addCreateCommand(CLI::App& definitions, Host& host) {
