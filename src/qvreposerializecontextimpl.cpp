@@ -343,8 +343,7 @@ bool RepositorySerializationContextImpl::serialize(RepositoryMetadataObject* obj
 // of XML has no element, and is left out.
 bool RepositorySerializationContextImpl::writeObjects(QvDomNode& root,
                                                       RepositoryMetadataObject& object) const {
-  MetadataWriting own;
-  MetadataWriting& writing = own.outermost();
+  MetadataWriting writing;
   QvDomNode main = root;
   if (!m_relationships) {
     root.setAttributeValue("class", "RepositoryMetadataObject");
