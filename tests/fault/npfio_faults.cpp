@@ -325,7 +325,9 @@ TEST_F(Disk, RefusesWhatThereIsNoMemoryFor) {
       {"join", [&] { return np_fio_pcat("/a", "b", made.data(), made.size()); }},
   };
   m_folder.write("a", "old");
-  for (const auto& [name, operation] : operations) {
+  for (const auto& entry : operations) {
+    const char* const name = entry.first;
+    const auto& operation = entry.second;
     const auto descriptors = openDescriptors();
     int code = NP_FIO_OK;
     Allocations::failEach([&] { code = operation(); },
