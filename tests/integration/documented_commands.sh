@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Every command of the host tool that README.md, the documents and the examples of its help show does what it should: it
 # ends with status 0 in a copy of the project's examples. The name of a command alone is a mention, and has to be one.
-# What a command of docs/command-line.md prints is what stands there below it; QV_REGENERATE_GOLDENS=1 writes that anew.
+# What a command of a console block in docs prints is what stands there below it; QV_REGENERATE_GOLDENS=1 writes that anew.
 set -euo pipefail
 source=$1 build=$2
 work=$(mktemp -d)
@@ -36,7 +36,7 @@ while read -r command; do
   run "$command"
 done <<<"$examples"
 
-# docs/command-line.md with what its commands really print, in folders of a reader's own.
+# A document with what its commands really print, in folders of a reader's own.
 rendered() {
   local block= line
   while IFS= read -r line; do
@@ -52,12 +52,13 @@ rendered() {
     esac
   done
 }
-document=$source/docs/command-line.md
-rendered <"$document" >"$work/rendered"
-[[ -z ${QV_REGENERATE_GOLDENS:-} ]] || cp "$work/rendered" "$document"
-diff "$document" "$work/rendered" >&2 || refuse "docs/command-line.md says what the tool does not print"
+for document in $(grep -lx '```console' "$source"/docs/*.md); do
+  rendered <"$document" >"$work/rendered"
+  [[ -z ${QV_REGENERATE_GOLDENS:-} ]] || cp "$work/rendered" "$document"
+  diff "$document" "$work/rendered" >&2 || refuse "docs/$(basename "$document") says what the tool does not print"
+done
 # Each command prints JSON there.
-shown=$(grep '^\$ ' "$document" | grep -e --json)
+shown=$(grep '^\$ ' "$source/docs/command-line.md" | grep -e --json)
 for name in lineage resources 'definitions show' 'definitions default' 'definitions rename' 'definitions check' \
   'identity make' 'identity parse' path types 'cache get' version; do
   grep -q "qvrepos $name " <<<"$shown" || refuse "docs/command-line.md does not show the JSON of $name"

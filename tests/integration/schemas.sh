@@ -35,6 +35,17 @@ refused lineage "$data/lineage_export.xml" 's/analysisDate="([^"]*)"/analysisDat
 refused lineage "$data/lineage_export.xml" 's/ label="[^"]*"//'
 refused lineage "$data/lineage_export.xml" 's/DATA\.PATH/PATH/'
 
+# Every job file of the sample but the one that is malformed on purpose.
+find "$source/examples/repository" -type f ! -name broken_export.djf -print0 |
+  xargs -0 xmllint --nonet --noout --relaxng "$source/docs/schemas/job-file.rng" 2>"$work/log" || fail "$(cat "$work/log")"
+job=$source/examples/repository/batch_jobs/load_calendar.djf
+refused job-file "$job" 's/SQLCreateTableSelect/SQLDropTable/'
+refused job-file "$job" 's/TargetName="[^"]*"/TargetName="a.b.c.d"/'
+refused job-file "$job" 's/<Create [^>]*>/<Create\/>/'
+refused job-file "$job" 's/Name="Warehouse" //'
+refused job-file "$job" 's/Name="holidays"//'
+refused job-file "$source/examples/repository/data_services/mart_daily_sales.dmc" 's/PathURI="qvd:/PathURI="http:/'
+
 keeps definition-file "$build"/examples/{system,user}/*.rcf "$source"/examples/{system,user}/*.rcf
 qvrepos definitions create Orders --vault /srv/orders --set BASE/REPOS_USER_PATH="$work/user" >/dev/null
 keeps definition-file "$work/user/Orders.rcf"
