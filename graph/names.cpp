@@ -16,8 +16,8 @@ std::string_view nameIn(const std::array<std::string_view, count>& names, Enum v
 
 constexpr std::array<std::string_view, 4> nodeTypeNames{"job", "table", "datasource", "file"};
 constexpr std::array<std::string_view, 3> accessNames{"read", "write", "via"};
-constexpr std::array<std::string_view, 7> noteNames{"failed",        "not-understood", "unusable-name",
-                                                    "spelling",      "bare-unmatched", "bare-ambiguous",
+constexpr std::array<std::string_view, 7> noteNames{"failed",       "not-understood", "unusable-name",
+                                                    "spelling",     "bare-unmatched", "bare-ambiguous",
                                                     "same-identity"};
 constexpr std::array<std::string_view, 3> changeNames{"came", "went", "changed sides"};
 constexpr std::array<std::string_view, 11> findingNames{

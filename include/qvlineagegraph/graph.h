@@ -33,13 +33,13 @@ struct Node {
   // What people call it. A table: its data path, "Warehouse.dw.customers" (a catalog stands before the schema; a part
   // with a dot in it is put into double quotes), or the name alone where its data source is not known. A job: its path
   // below what was scanned, without extension, "batch_jobs/load_calendar". A data source: its name.
-  std::string_view name;
+  std::string_view name{};
   // What the library identifies it by.
-  std::string_view identity;
+  std::string_view identity{};
   // A job's path, "-" for one that was given as text.
-  std::string_view file;
+  std::string_view file{};
   // A job's object type ("ArchitectJob"), a data source's type ("ODBC").
-  std::string_view kind;
+  std::string_view kind{};
   // The node of a table's data source, or noNode.
   NodeIndex source = noNode;
 
@@ -125,9 +125,11 @@ private:
   std::vector<std::uint32_t> m_inOffsets{0};
 };
 
+class TextPool;
+
 // What was met beside nodes and edges.
 enum class NoteKind : std::uint8_t {
-  Failed,        // a file could not be read; text: the reason, with line and column where it is malformed
+  Failed,        // a file could not be read; text: "<file>:<line>:<column>: <reason>" or "<file>: <reason>"
   NotUnderstood, // a file is no step that is known; text: its root element
   UnusableName,  // a name in a job cannot be used; text: the element, the name and why
   Spelling,      // a name of the node that differs from its own in case alone; text: that name
@@ -141,8 +143,8 @@ QVLINEAGEGRAPH_API std::string_view nameOf(NoteKind kind) noexcept;
 struct Note {
   NoteKind kind = NoteKind::Failed;
   NodeIndex node = noNode; // the node that it is about, where there is one
-  std::string file;        // the file it was met in
-  std::string text;
+  std::string file{};      // the file it was met in
+  std::string text{};
 
   friend bool operator==(const Note&, const Note&) = default;
 };
@@ -166,7 +168,7 @@ public:
   // Of an index below the node count.
   Node node(NodeIndex index) const noexcept;
   NodeType type(NodeIndex index) const noexcept { return m_nodes[index].type; }
-  std::string_view name(NodeIndex index) const noexcept { return text(m_nodes[index].name); }
+  std::string_view name(NodeIndex index) const noexcept;
 
   // From table to job and from job to table.
   const Edges& edges() const noexcept { return m_edges; }
@@ -177,20 +179,16 @@ public:
 private:
   friend class GraphBuilder;
 
-  struct Text {
+  struct StoredText {
     std::uint32_t offset = 0;
     std::uint32_t size = 0;
   };
   struct StoredNode {
     NodeType type = NodeType::Job;
-    Text name, identity, file, kind;
     NodeIndex source = noNode;
+    StoredText name, identity, file, kind;
   };
-  std::string_view text(Text at) const noexcept {
-    return std::string_view(m_pool).substr(at.offset, at.size);
-  }
-
-  std::string m_pool; // every text, one after the other
+  std::shared_ptr<const TextPool> m_texts; // where every text of the nodes lies
   std::vector<StoredNode> m_nodes;
   Edges m_edges;
   std::vector<Note> m_notes;
@@ -205,10 +203,13 @@ public:
   ~GraphBuilder();
 
   // The node of this type and identity, or name where the identity is empty; of a data source the name alone counts.
-  // A new one takes what is given; a known one keeps what it has and takes what it lacks.
+  // A new one takes what is given; a known one keeps what it has and takes what it lacks. A data source takes its
+  // identity together with its type.
   NodeIndex add(const Node& node);
   // The node that add() would find, or noNode.
   NodeIndex find(NodeType type, std::string_view identityOrName) const;
+  // Of a node that was added; good until the next change.
+  std::string_view nameOf(NodeIndex node) const;
   // Between nodes that were added.
   void addEdge(Edge edge);
   void addNote(Note note);

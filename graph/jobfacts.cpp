@@ -1,0 +1,138 @@
+#include "jobfacts.h"
+
+#include "qvlineagegraph/json.h"
+
+#include "qvreposres/qvsqlstep.h"
+
+#include <filesystem>
+#include <fstream>
+#include <new>
+
+namespace qvlineagegraph {
+
+namespace {
+
+QvbString text(std::string_view bytes) { return QvbString(bytes); }
+std::string str(const QvbString& bytes) { return std::string(bytes.view()); }
+
+// Keeps what the walk tells. Identities are those of the resources that the library makes for the same names.
+class FactsVisitor final : public QvSQLStepVisitor {
+public:
+  FactsVisitor(QvResourceManager& manager, QvResourceFactory& factory, JobFacts& facts)
+      : m_manager(manager), m_factory(factory), m_facts(facts) {}
+
+  void visitConnection(const QvbString& name, const QvbString& type, const QvbString& connection) override {
+    m_dataSource = name.isEmpty() ? std::string() : shortName(connection);
+    if (!name.isEmpty())
+      addDataSource(connection, type);
+  }
+
+  void visitTableRead(QvSQLTableElement, const QvDataURIComponents& table, const QvbString&) override {
+    addDataSource(table.dataSource, table.dataSourceType);
+    if (!table.table.isEmpty())
+      addTable({.access = Access::Read, .dataSource = shortName(table.dataSource)}, table.dataSource,
+               table.dataSourceType, table.catalog, table.schema, table.table);
+  }
+
+  void visitBareTableRead(QvSQLTableElement, const QvbString& table, const QvbString&) override {
+    const QvbString none;
+    addTable({.access = Access::Read, .isBare = true, .dataSource = m_dataSource}, none, "ODBC", none, none,
+             table);
+  }
+
+  void visitTableWritten(const QvbString& connection, const QvbString& catalog, const QvbString& schema,
+                         const QvbString& table) override {
+    addTable({.access = Access::Write, .dataSource = m_dataSource}, connection, QvbString(), catalog, schema,
+             table);
+  }
+
+  void visitUnusableName(const QvbString& element, const QvbString& name, const QvbString& reason) override {
+    m_facts.unusableNames.push_back(str(element) + " \"" + str(name) + "\" " + str(reason));
+  }
+
+  void visitUnknownRoot(const QvbString& name) override { m_facts.unknownRoot = str(name); }
+
+private:
+  std::string shortName(const QvbString& dsn) {
+    QvbString name;
+    return str(m_manager.generateShortDSN(dsn, &name) ? name : dsn);
+  }
+
+  static std::string identityOf(QvResource* made) {
+    const Released<QvResource> resource(made);
+    if (!resource) // nothing that the walk tells lacks what its identity needs
+      throw std::bad_alloc();
+    return str(resource->getResourceIdentity());
+  }
+
+  void addDataSource(QvbString dsn, QvbString type) {
+    m_facts.dataSources.push_back(
+        {shortName(dsn), str(type), identityOf(m_manager.generateDataSourceResource(&m_factory, dsn, type))});
+  }
+
+  void addTable(TableFact fact, QvbString dsn, QvbString type, QvbString catalog, QvbString schema,
+                QvbString table) {
+    fact.catalog = str(catalog);
+    fact.schema = str(schema);
+    fact.table = str(table);
+    fact.identity =
+        identityOf(m_manager.generateTableResource(&m_factory, dsn, type, catalog, schema, table));
+    m_facts.tables.push_back(std::move(fact));
+  }
+
+  QvResourceManager& m_manager;
+  QvResourceFactory& m_factory;
+  JobFacts& m_facts;
+  std::string m_dataSource; // of the latest connection
+};
+
+// No XML begins with a brace.
+bool beginsWithBrace(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) // a pipe is read once
+    return false;
+  std::ifstream in(path, std::ios::binary);
+  char first = 0;
+  return in >> first && first == '{';
+}
+
+} // namespace
+
+JobReader::JobReader() : m_lineage(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {
+  if (!m_lineage)
+    throw std::bad_alloc();
+}
+
+JobFacts JobReader::read(const JobFile& file, const std::string& input) {
+  JobFacts facts;
+  const bool isInput = file.path == "-";
+  if (!isInput)
+    identify(file.path, facts);
+  if (facts.kind == "File" && beginsWithBrace(file.path)) {
+    auto saved = readJsonFile(file.path);
+    if (saved)
+      facts.saved = std::move(*saved);
+    else
+      facts.failure = saved.error().message;
+    return facts;
+  }
+  FactsVisitor visitor(*m_manager, *m_lineage->getDefaultResourceFactory(), facts);
+  QvbString error;
+  if (isInput ? !visitSQLStepInString(text(input), &visitor, &error)
+              : !visitSQLStepInFile(text(file.path), &visitor, &error))
+    facts.failure = isInput ? "-:" + str(error) : str(error);
+  return facts;
+}
+
+void JobReader::identify(const std::string& path, JobFacts& facts) {
+  QvbString type = "File";
+  QvbString filename = text(path);
+  const Released<QvResource> job(
+      m_manager->generateFileResource(type, m_lineage->getDefaultResourceFactory(), filename));
+  if (!job)
+    return;
+  facts.identity = str(job->getResourceIdentity());
+  facts.kind = str(job->getResourceType());
+}
+
+} // namespace qvlineagegraph

@@ -1,0 +1,172 @@
+// Finding job files.
+#include "qvlineagegraph/scan.h"
+
+#include "jobname.h"
+
+#include "qvreposres/qvreposobjecttypes.h"
+#include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvuri.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <iterator>
+#include <optional>
+#include <unordered_set>
+#include <utility>
+
+#include <fnmatch.h>
+
+namespace fs = std::filesystem;
+
+namespace qvlineagegraph {
+
+namespace {
+
+constexpr std::array<const char*, 4> jobTypes{"ProcessJob", "ArchitectJob", "DataJob", "XMLSQLQuery"};
+
+// A file URI is the path that it names.
+fs::path absolutePath(const std::string& given) {
+  QvbString path(std::string_view{given});
+  const Released<QvURI> uri(getURIFromURIString(path));
+  if (uri)
+    getNativePath(uri.get(), &path);
+  return fs::absolute(fs::path(std::string(path.view()))).lexically_normal();
+}
+
+bool isJobFile(const fs::path& path) {
+  QvbString extension, folder, name, type;
+  getComponentsFromFilesystemPath(QvbString(std::string_view(path.native())), &extension, &folder, &name);
+  return getTypeForFileExtension(extension, &type) &&
+         std::any_of(jobTypes.begin(), jobTypes.end(),
+                     [&](const char* jobType) { return type.compare(jobType) == 0; });
+}
+
+bool matchesAny(const std::vector<std::string>& patterns, const std::string& below, const std::string& name) {
+  return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
+    return fnmatch(pattern.c_str(), below.c_str(), 0) == 0 || fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
+  });
+}
+
+struct Entry {
+  fs::path path;
+  std::string below; // the folder that was given
+  bool isFolder = false;
+};
+
+// The search, which goes on for as long as it can: what cannot be looked at is noted.
+class Search {
+public:
+  explicit Search(const PathPatterns& patterns) : m_patterns(patterns) {}
+
+  void take(const std::string& given) {
+    if (given == "-") {
+      add("-", "-");
+      return;
+    }
+    const fs::path path = absolutePath(given);
+    std::error_code error;
+    const auto status = fs::status(path, error);
+    if (given.empty() || status.type() == fs::file_type::not_found)
+      fail(given.empty() ? "\"\"" : path.string(), "no such file or folder");
+    else if (fs::is_directory(status))
+      searchFolder(path);
+    else if (fs::exists(status))
+      add(path.string(), path.filename().string());
+    else
+      fail(path.string(), error.message());
+  }
+
+  JobFiles result() && {
+    nameJobs(m_found.files);
+    return std::move(m_found);
+  }
+
+private:
+  void add(const std::string& path, const std::string& below) {
+    if (m_known.insert(path).second)
+      m_found.files.push_back({path, below});
+  }
+
+  void fail(const std::string& path, const std::string& reason) {
+    m_found.failures.push_back(
+        {.kind = NoteKind::Failed, .node = noNode, .file = path, .text = path + ": " + reason});
+  }
+
+  // Folders that are reached through a symbolic link are not entered: a link cannot make the search endless.
+  void searchFolder(const fs::path& root) {
+    std::vector<Entry> pending{{root, "", true}};
+    while (!pending.empty()) {
+      const Entry next = std::move(pending.back());
+      pending.pop_back();
+      if (!next.isFolder) {
+        add(next.path.string(), next.below);
+        continue;
+      }
+      auto wanted = wantedEntries(next);
+      std::move(wanted.rbegin(), wanted.rend(), std::back_inserter(pending));
+    }
+  }
+
+  // In name order.
+  std::vector<Entry> wantedEntries(const Entry& folder) {
+    std::error_code error;
+    std::vector<fs::directory_entry> all;
+    for (auto entry = fs::directory_iterator(folder.path, error); !error && entry != fs::directory_iterator();
+         entry.increment(error))
+      all.push_back(*entry);
+    if (error)
+      fail(folder.path.string(), error.message());
+    std::sort(all.begin(), all.end());
+    std::vector<Entry> wanted;
+    for (const auto& entry : all)
+      if (auto one = lookAt(entry, folder.below))
+        wanted.push_back(std::move(*one));
+    return wanted;
+  }
+
+  // The entry, where it is a folder or a job file that the patterns let through.
+  std::optional<Entry> lookAt(const fs::directory_entry& entry, const std::string& folderBelow) {
+    const std::string name = entry.path().filename().string();
+    std::string below = folderBelow.empty() ? name : folderBelow + '/' + name;
+    if (matchesAny(m_patterns.exclude, below, name))
+      return std::nullopt;
+    std::error_code error;
+    if (entry.symlink_status(error).type() == fs::file_type::directory)
+      return Entry{entry.path(), std::move(below), true};
+    if (!error && !isJobFile(entry.path()))
+      return std::nullopt;
+    if (!m_patterns.include.empty() && !matchesAny(m_patterns.include, below, name))
+      return std::nullopt;
+    const auto target = entry.status(error);
+    if (error)
+      fail(entry.path().string(), error.message());
+    return fs::is_regular_file(target) ? std::optional(Entry{entry.path(), std::move(below), false})
+                                       : std::nullopt;
+  }
+
+  const PathPatterns& m_patterns;
+  JobFiles m_found;
+  std::unordered_set<std::string> m_known;
+};
+
+} // namespace
+
+JobFiles findJobFiles(std::span<const std::string> paths, const PathPatterns& patterns) {
+  Search search(patterns);
+  for (const auto& path : paths)
+    search.take(path);
+  return std::move(search).result();
+}
+
+std::string jobFileExtensions() {
+  std::string extensions = "their extensions are";
+  for (const char* type : jobTypes) {
+    QvbString extension;
+    if (getFileExtensionForType(type, &extension))
+      extensions.append(type == jobTypes.front() ? " " : ", ").append(extension.view());
+  }
+  return extensions;
+}
+
+} // namespace qvlineagegraph
