@@ -2,7 +2,6 @@
 #include "qvlineagegraph/formats.h"
 
 #include <dlfcn.h>
-#include <fmt/format.h>
 #include <graphviz/gvc.h>
 
 #include <array>
@@ -75,7 +74,8 @@ public:
     char* bytes = nullptr;
     unsigned size = 0;
     if (!m_laidOut ||
-        gvRenderData(m_context, m_graph, format == PictureFormat::Svg ? "svg" : "png", &bytes, &size) != 0 || !bytes)
+        gvRenderData(m_context, m_graph, format == PictureFormat::Svg ? "svg" : "png", &bytes, &size) != 0 ||
+        !bytes)
       return {};
     std::string picture(bytes, size);
     gvFreeRenderData(bytes);
@@ -108,8 +108,9 @@ std::string withPlainProlog(const std::string& svg) {
 
 Result<void> writePicture(const View& view, PictureFormat format, std::string& out) {
   if (view.nodes().size() > mostNodesInAPicture)
-    return Error{ErrorKind::Refused, fmt::format("a picture of {} nodes would be beyond reading; {} are the most",
-                                                 view.nodes().size(), mostNodesInAPicture)};
+    return Error{ErrorKind::Refused, "a picture of " + std::to_string(view.nodes().size()) +
+                                         " nodes would be beyond reading; " +
+                                         std::to_string(mostNodesInAPicture) + " are the most"};
   std::string dot;
   writeDot(view, dot);
   const std::string picture = draw(dot, format);

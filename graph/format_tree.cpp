@@ -19,8 +19,8 @@ class TreeWriter {
 public:
   TreeWriter(const View& view, const TreeOptions& options, std::string& out)
       : m_view(view), m_options(options), m_depth(options.depth.value_or(noLimit)), m_out(out),
-        m_drawn(view.graph().nodeCount()),
-        m_below{std::vector<std::size_t>(m_drawn.size()), std::vector<std::size_t>(m_drawn.size())} {}
+        m_drawn(view.graph().nodeCount()), m_below{std::vector<std::size_t>(m_drawn.size()),
+                                                   std::vector<std::size_t>(m_drawn.size())} {}
 
   void write() {
     for (const NodeIndex root : m_options.roots)
@@ -98,8 +98,7 @@ private:
 
   // Whether anything is to be drawn on this side of the node that was not drawn there before.
   bool isNews(NodeIndex node, Direction direction, std::size_t depth) const {
-    const bool any =
-        direction == Direction::Upstream ? !m_view.in(node).empty() : !m_view.out(node).empty();
+    const bool any = direction == Direction::Upstream ? !m_view.in(node).empty() : !m_view.out(node).empty();
     return any && depth > below(direction)[node];
   }
 
@@ -151,7 +150,9 @@ private:
     m_out += last ? "└─ " : "├─ ";
   }
 
-  std::vector<std::size_t>& below(Direction direction) { return m_below[static_cast<std::size_t>(direction)]; }
+  std::vector<std::size_t>& below(Direction direction) {
+    return m_below[static_cast<std::size_t>(direction)];
+  }
   const std::vector<std::size_t>& below(Direction direction) const {
     return m_below[static_cast<std::size_t>(direction)];
   }
