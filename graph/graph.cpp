@@ -201,7 +201,19 @@ std::string_view GraphBuilder::nameOf(NodeIndex node) const {
   return m_parts->textAt(m_parts->graph.m_nodes[node].name);
 }
 
+void GraphBuilder::setSource(NodeIndex table, NodeIndex source) {
+  if (auto& known = m_parts->graph.m_nodes[table].source; known == noNode)
+    known = source;
+}
+
 void GraphBuilder::addEdge(Edge edge) { m_parts->edges.push_back(edge); }
+
+void GraphBuilder::addEdges(std::vector<Edge> edges) {
+  if (m_parts->edges.empty())
+    m_parts->edges = std::move(edges);
+  else
+    m_parts->edges.insert(m_parts->edges.end(), edges.begin(), edges.end());
+}
 
 void GraphBuilder::addNote(Note note) { m_parts->graph.m_notes.push_back(std::move(note)); }
 
@@ -214,8 +226,7 @@ void GraphBuilder::merge(const Graph& graph) {
   }
   const auto moved = [&](NodeIndex index) { return index == noNode ? noNode : here[index]; };
   for (NodeIndex i = 0; i < here.size(); ++i)
-    if (auto& source = m_parts->graph.m_nodes[here[i]].source; source == noNode)
-      source = moved(graph.node(i).source);
+    setSource(here[i], moved(graph.node(i).source));
   for (const Edge& edge : graph.edges().all())
     addEdge({here[edge.from], here[edge.to], edge.access, edge.inferred});
   for (Note note : graph.notes()) {

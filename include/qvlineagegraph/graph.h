@@ -210,8 +210,11 @@ public:
   NodeIndex find(NodeType type, std::string_view identityOrName) const;
   // Of a node that was added; good until the next change.
   std::string_view nameOf(NodeIndex node) const;
+  // The data source of a table that has none yet.
+  void setSource(NodeIndex table, NodeIndex source);
   // Between nodes that were added.
   void addEdge(Edge edge);
+  void addEdges(std::vector<Edge> edges);
   void addNote(Note note);
   // Everything of another graph.
   void merge(const Graph& graph);

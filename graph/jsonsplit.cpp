@@ -1,0 +1,180 @@
+#include "jsonsplit.h"
+
+#include <array>
+#include <cstring>
+#include <utility>
+
+namespace qvlineagegraph {
+
+namespace {
+
+constexpr std::size_t bufferSize = std::size_t{1} << 18;
+constexpr std::size_t batchSize = std::size_t{1} << 18;
+
+bool isSpace(char character) {
+  return character == ' ' || character == '\n' || character == '\r' || character == '\t';
+}
+
+// Bytes that mean something to where a value ends.
+constexpr auto special = [] {
+  std::array<bool, 256> bytes{};
+  for (const unsigned char byte : {'"', '[', ']', '{', '}', ','})
+    bytes[byte] = true;
+  return bytes;
+}();
+
+} // namespace
+
+JsonSplitter::JsonSplitter(ByteSource source, std::size_t lookAhead)
+    : m_source(std::move(source)), m_lookAhead(lookAhead), m_buffer(bufferSize, '\0') {}
+
+bool JsonSplitter::refill() {
+  m_before += m_end;
+  m_at = 0;
+  m_end = m_source(m_buffer.data(), m_buffer.size());
+  return m_end > 0;
+}
+
+int JsonSplitter::peek() {
+  for (;; ++m_at) {
+    if (m_at == m_end && !refill())
+      return -1;
+    if (!isSpace(m_buffer[m_at]))
+      return static_cast<unsigned char>(m_buffer[m_at]);
+  }
+}
+
+int JsonSplitter::next() {
+  const int byte = peek();
+  m_at += byte >= 0 ? 1 : 0;
+  return byte;
+}
+
+bool JsonSplitter::fail(std::string_view expected) {
+  m_failure = "byte " + std::to_string(m_before + m_at) + ": " + std::string(expected) + " is due here";
+  return false;
+}
+
+bool JsonSplitter::run(const Taker& take) {
+  if (next() != '{')
+    return fail("an object");
+  if (peek() == '}')
+    ++m_at;
+  else
+    for (int byte = ','; byte == ',';) {
+      if (!readMember(take))
+        return false;
+      byte = next();
+      if (byte != ',' && byte != '}')
+        return fail("a comma or a closing brace");
+    }
+  return peek() < 0 || fail("the end");
+}
+
+bool JsonSplitter::readMember(const Taker& take) {
+  std::string name;
+  if (!readName(name))
+    return false;
+  if (next() != ':')
+    return fail("a colon");
+  if (peek() == '[')
+    return readArray(take, name);
+  std::string value;
+  return readValue(value) && give(take, name, value);
+}
+
+bool JsonSplitter::readName(std::string& name) {
+  if (peek() != '"')
+    return fail("a name");
+  if (!readString(name))
+    return false;
+  name = name.substr(1, name.size() - 2);
+  return true;
+}
+
+bool JsonSplitter::readArray(const Taker& take, std::string_view name) {
+  ++m_at;
+  std::string batch = "[";
+  if (peek() == ']')
+    ++m_at;
+  else
+    for (int byte = ','; byte == ',';) {
+      if (!readValue(batch))
+        return false;
+      byte = next();
+      if (byte != ',' && byte != ']')
+        return fail("a comma or a closing bracket");
+      if (byte == ']' || batch.size() < batchSize) {
+        batch += byte == ']' ? "" : ",";
+        continue;
+      }
+      batch += ']';
+      if (!give(take, name, batch))
+        return false;
+      batch = "[";
+    }
+  batch += ']';
+  return give(take, name, batch);
+}
+
+bool JsonSplitter::give(const Taker& take, std::string_view name, std::string& value) const {
+  value.reserve(value.size() + m_lookAhead);
+  return take(name, value);
+}
+
+// Runs of bytes without a meaning here are taken as they are.
+bool JsonSplitter::readValue(std::string& value) {
+  const std::size_t start = value.size();
+  std::size_t depth = 0;
+  for (peek();;) {
+    if (m_at == m_end && !refill())
+      return fail("the end of a value");
+    const std::size_t begin = m_at;
+    while (m_at < m_end && !special[static_cast<unsigned char>(m_buffer[m_at])])
+      ++m_at;
+    value.append(m_buffer, begin, m_at - begin);
+    if (m_at == m_end)
+      continue;
+    const char character = m_buffer[m_at];
+    if (character == '"') {
+      if (!readString(value))
+        return false;
+      continue;
+    }
+    const bool closes = character == ']' || character == '}';
+    if (depth == 0 && (closes || character == ','))
+      return value.size() > start || fail("a value");
+    depth += character == '[' || character == '{' ? 1 : 0;
+    depth -= closes ? 1 : 0;
+    value += character;
+    ++m_at;
+  }
+}
+
+bool JsonSplitter::readString(std::string& text) {
+  text += '"';
+  ++m_at;
+  bool isEscaped = false;
+  for (;;) {
+    if (m_at == m_end && !refill())
+      return fail("the end of a text");
+    if (isEscaped) {
+      text += m_buffer[m_at++];
+      isEscaped = false;
+      continue;
+    }
+    const std::size_t begin = m_at;
+    while (m_at < m_end && m_buffer[m_at] != '"' && m_buffer[m_at] != '\\')
+      ++m_at;
+    text.append(m_buffer, begin, m_at - begin);
+    if (m_at == m_end)
+      continue;
+    const char character = m_buffer[m_at++];
+    text += character;
+    if (character == '"')
+      return true;
+    isEscaped = true;
+  }
+}
+
+} // namespace qvlineagegraph
