@@ -142,7 +142,7 @@ void addCommonOptions(CLI::App& command, Host& host, GraphOptions& options, cons
           ->check(CLI::IsMember(formats));
   addOutputOption(command, options.output);
   command.add_option("--title", options.title, "The title of the page, with --format html")
-      ->type_name("TEXT");
+      ->type_name("TITLE");
   addScanOptions(command, options.scan);
   addEventOptions(command, options.events);
   addJsonFlag(command, host, "the saved graph, as --format json", chosen);
