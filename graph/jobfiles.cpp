@@ -26,12 +26,12 @@ namespace {
 constexpr std::array<const char*, 4> jobTypes{"ProcessJob", "ArchitectJob", "DataJob", "XMLSQLQuery"};
 
 // A file URI is the path that it names.
-fs::path absolutePath(const std::string& given) {
+fs::path absolutePath(const std::string& given, std::error_code& error) {
   QvbString path(std::string_view{given});
   const Released<QvURI> uri(getURIFromURIString(path));
   if (uri)
     getNativePath(uri.get(), &path);
-  return fs::absolute(fs::path(std::string(path.view()))).lexically_normal();
+  return fs::absolute(fs::path(std::string(path.view())), error).lexically_normal();
 }
 
 bool isJobFile(const fs::path& path) {
@@ -64,11 +64,15 @@ public:
       add("-", "-");
       return;
     }
-    const fs::path path = absolutePath(given);
     std::error_code error;
+    const fs::path path = absolutePath(given, error);
+    if (error) {
+      fail('"' + given + '"', given.empty() ? "no such file or folder" : error.message());
+      return;
+    }
     const auto status = fs::status(path, error);
-    if (given.empty() || status.type() == fs::file_type::not_found)
-      fail(given.empty() ? "\"\"" : path.string(), "no such file or folder");
+    if (status.type() == fs::file_type::not_found)
+      fail(path.string(), "no such file or folder");
     else if (fs::is_directory(status))
       searchFolder(path);
     else if (fs::exists(status))

@@ -219,7 +219,7 @@ Result<Selected> select(const View& view, const Selection& selection) {
   return Selected{view.induced(shown), markedOf(view, wanted->named)};
 }
 
-std::string quoted(std::string_view name) {
+std::string quotedName(std::string_view name) {
   constexpr std::string_view typePrefix = "type:";
   std::string expression;
   for (std::size_t i = 0; i < name.size(); ++i) {

@@ -40,6 +40,6 @@ QVLINEAGEGRAPH_API std::vector<std::string> nearestNames(const View& view, std::
                                                          std::size_t count = 5);
 
 // The expression that matches this name as it is: every character that means something in an expression is escaped.
-QVLINEAGEGRAPH_API std::string quoted(std::string_view name);
+QVLINEAGEGRAPH_API std::string quotedName(std::string_view name);
 
 } // namespace qvlineagegraph

@@ -65,6 +65,10 @@ void expectExports(const std::string& library, const std::string& list,
 
 TEST(Exports, AreExactlyThoseOfTheList) { expectExports("libqvreposres.so", "exports.txt", addedNames()); }
 
+TEST(Exports, OfTheLineageGraphAreExactlyThoseOfTheList) {
+  expectExports("libqvlineagegraph.so", "exports-graph.txt");
+}
+
 TEST(Exports, HoldEveryNameThatWasAdded) {
   EXPECT_THAT(addedNames(), Not(IsEmpty()));
   EXPECT_EQ(joined(without(addedNames(), firstWords(dynamicSymbols({})))), "");
