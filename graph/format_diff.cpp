@@ -41,7 +41,7 @@ public:
     for (const EdgeChange& change : m_diff.edges) {
       const Edge& changed = edge(change);
       addRow(rows, nameOf(change.change), nameOf(changed.access),
-             std::string(graph(change).name(changed.from)) + " -> " +
+             std::string(graph(change).name(changed.from)) + " → " +
                  std::string(graph(change).name(changed.to)));
     }
     for (const DownstreamNode& node : m_diff.downstream)

@@ -19,8 +19,8 @@ class TreeWriter {
 public:
   TreeWriter(const View& view, const TreeOptions& options, std::string& out)
       : m_view(view), m_options(options), m_depth(options.depth.value_or(noLimit)), m_out(out),
-        m_drawn(view.graph().nodeCount()), m_below{std::vector<std::size_t>(m_drawn.size()),
-                                                   std::vector<std::size_t>(m_drawn.size())} {}
+        m_drawn(view.graph().nodeCount()), m_seen{m_drawn, m_drawn},
+        m_below{std::vector<std::size_t>(m_drawn.size()), std::vector<std::size_t>(m_drawn.size())} {}
 
   void write() {
     for (const NodeIndex root : m_options.roots)
@@ -90,6 +90,8 @@ private:
     m_out += wasDrawn && !up && !down ? " (shown above)\n" : "\n";
     const bool named = m_options.upstream && m_options.downstream;
     m_lastAtLevel.assign(1, true);
+    for (auto& seen : m_seen)
+      seen[root] = true;
     if (up)
       writeSide(root, Direction::Upstream, named ? "upstream" : "", !down, depth);
     if (down)
@@ -118,7 +120,9 @@ private:
 
   void writeItem(const Item& item, Direction direction, std::vector<Item>& pending) {
     startLine(item.level, item.last);
-    const bool wasDrawn = below(direction)[item.node] > 0;
+    std::vector<bool>& seen = m_seen[static_cast<std::size_t>(direction)];
+    const bool wasSeen = seen[item.node];
+    seen[item.node] = true;
     const bool news = item.left > 0 && isNews(item.node, direction, item.left);
     writeName(item.node);
     if (item.inferred)
@@ -128,7 +132,7 @@ private:
       m_out += " (continued below)\n";
       return;
     }
-    m_out += wasDrawn && !news ? " (shown above)\n" : "\n";
+    m_out += wasSeen && !news ? " (shown above)\n" : "\n";
     if (news)
       push(item, direction, pending);
   }
@@ -162,6 +166,7 @@ private:
   std::size_t m_depth;
   std::string& m_out;
   std::vector<bool> m_drawn;
+  std::vector<bool> m_seen[2];         // on each side of a root
   std::vector<std::size_t> m_below[2]; // how many levels were drawn on each side of a node
   std::vector<bool> m_lastAtLevel;
   std::deque<std::pair<Item, Direction>> m_continued;

@@ -26,10 +26,13 @@ bool isWordByte(char byte) {
 
 bool isPlain(std::string_view text, std::size_t at) {
   const char byte = text[at];
-  if (isWordByte(byte) || byte == ' ' || byte == '/')
+  if (isWordByte(byte) || byte == '/')
     return true;
-  return (byte == '.' || byte == '_' || byte == '-') && at > 0 && at + 1 < text.size() &&
-         isWordByte(text[at - 1]) && isWordByte(text[at + 1]);
+  const bool isInside = at > 0 && at + 1 < text.size();
+  if (byte == ' ')
+    return isInside && text[at - 1] != ' ' && text[at + 1] != ' ';
+  return isInside && (byte == '.' || byte == '_' || byte == '-') && isWordByte(text[at - 1]) &&
+         isWordByte(text[at + 1]);
 }
 
 // The bytes with U+FFFD for what is not UTF-8.

@@ -15,7 +15,7 @@ namespace qvlineagegraph {
 std::string cleanText(std::string_view bytes);
 
 // The text in which every character that means something somewhere is its number: "&#124;" between the prefix "&#" and a
-// semicolon. What stays as it is: letters, digits, blanks, "/" and all that is not ASCII; ".", "_" and "-" within a word.
+// semicolon. What stays as it is: letters, digits, "/", all that is not ASCII, single blanks, and ".", "_" and "-" within a word.
 std::string codedText(std::string_view bytes, std::string_view prefix);
 
 // " (inferred)" behind the name of what an inferred edge leads to.
