@@ -108,7 +108,64 @@ void lookupByHand(benchmark::State& state) {
   }
 }
 
+// As freshHit, by the last of so many users.
+void freshHitAmongUsers(benchmark::State& state) {
+  const Sources sources;
+  qvbSetConfigOption("BASE/REMOTEFILECACHE_TIMEBETWEENCHECKS", "2000000000");
+  FileAccessCache* const cache = getFileCache();
+  QvbString local, error;
+  std::vector<ReleasedSubject> users;
+  for (int i = 0; i < state.range(0); ++i) {
+    users.emplace_back(qvbSubjectCreate(("user" + std::to_string(i)).c_str(), QvbString()));
+    cache->getCacheFilename(users.back().get(), sources.names[0], &local, &error);
+  }
+  for (auto _ : state)
+    if (cache->getCacheFilename(users.back().get(), sources.names[0], &local, &error) != 0)
+      state.SkipWithError("no local copy");
+  qvFileCacheShutdown();
+}
+
+// A small file into a folder that is emptied after each round, outside the measure.
+void firstFetch(benchmark::State& state) {
+  const Sources sources;
+  const ReleasedSubject subject = makeSubject();
+  FileAccessCache* const cache = getFileCache();
+  QvbString local, error;
+  for (auto _ : state) {
+    for (const QvbString& name : sources.names)
+      if (cache->getCacheFilename(subject.get(), name, &local, &error) != 0)
+        state.SkipWithError("no local copy");
+    state.PauseTiming();
+    cache->flush(false);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * nameCount);
+  qvFileCacheShutdown();
+}
+
+// The same by std::filesystem, whose copies are in nobody's way while they are not whole.
+void copyByHand(benchmark::State& state) {
+  const Sources sources;
+  const std::filesystem::path folder = std::filesystem::temp_directory_path() / "qvbenchmark.copies";
+  std::filesystem::create_directory(folder);
+  for (auto _ : state) {
+    int number = 0;
+    for (const QvbString& name : sources.names)
+      std::filesystem::copy_file(name.asCstr() + std::string_view("file://").size(),
+                                 folder / std::to_string(number++));
+    state.PauseTiming();
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directory(folder);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * nameCount);
+  std::filesystem::remove_all(folder);
+}
+
 } // namespace
 
 BENCHMARK(lookupByHand);
 BENCHMARK(freshHit);
+BENCHMARK(freshHitAmongUsers)->Arg(1)->Arg(1000);
+BENCHMARK(copyByHand);
+BENCHMARK(firstFetch);

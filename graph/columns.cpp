@@ -1,13 +1,17 @@
 // Columns of text.
 #include "qvlineagegraph/columns.h"
 
+#include "qvxbase/qvbformat.h"
+
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 
 namespace qvlineagegraph {
 
 namespace {
+
+// A cell that is wider moves the rest of its own row alone: padding cannot outgrow what there is to show.
+constexpr std::size_t widestColumn = 100;
 
 // Continuation bytes of UTF-8 take no column.
 std::size_t widthOf(const std::string& cell) {
@@ -23,40 +27,25 @@ void writeRow(const std::vector<std::string>& row, const std::vector<std::size_t
       gap = 0;
     }
     out += row[column];
-    gap += widths[column] - widthOf(row[column]) + 2;
+    const std::size_t width = widthOf(row[column]);
+    gap += std::max(widths[column], width) - width + 2;
   }
   out += '\n';
 }
 
 } // namespace
 
-std::string visible(std::string_view bytes) {
-  std::string shown;
-  for (const char byte : bytes) {
-    const auto code = static_cast<unsigned char>(byte);
-    if (byte == '\n')
-      shown += "\\n";
-    else if (byte == '\t')
-      shown += "\\t";
-    else if (code < 0x20 || code == 0x7F) {
-      char escape[5];
-      std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(code));
-      shown += escape;
-    } else
-      shown += byte;
-  }
-  return shown;
-}
-
 void writeColumns(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows,
                   std::string& out) {
   std::vector<std::vector<std::string>> cells{heading};
   for (const auto& row : rows)
-    std::ranges::transform(row, std::back_inserter(cells.emplace_back()), visible);
+    std::ranges::transform(row, std::back_inserter(cells.emplace_back()), [](const std::string& cell) {
+      return std::string(qvbEscapeControls(cell).view());
+    });
   std::vector<std::size_t> widths(heading.size());
   for (const auto& row : cells)
     for (std::size_t column = 0; column < row.size(); ++column)
-      widths[column] = std::max(widths[column], widthOf(row[column]));
+      widths[column] = std::min(std::max(widths[column], widthOf(row[column])), widestColumn);
   for (const auto& row : cells)
     writeRow(row, widths, out);
 }

@@ -1,8 +1,7 @@
 // Trees of what lies upstream and downstream.
-#include "qvlineagegraph/columns.h"
 #include "qvlineagegraph/formats.h"
 
-#include "formattext.h"
+#include "qvxbase/qvbformat.h"
 
 #include <deque>
 #include <limits>
@@ -62,7 +61,7 @@ private:
 
   void writeName(NodeIndex node) {
     const auto type = m_view.graph().type(node);
-    m_out += visible(m_view.graph().name(node));
+    m_out += qvbEscapeControls(m_view.graph().name(node)).view();
     if (m_view.kind() == ViewKind::All && type != NodeType::Table)
       m_out.append(" [").append(nameOf(type)) += ']';
     m_drawn[node] = true;

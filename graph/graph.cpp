@@ -1,6 +1,7 @@
 // The graph, and the builder that makes one node of one thing.
 #include "qvlineagegraph/graph.h"
 
+#include "nodetable.h"
 #include "textpool.h"
 
 #include "qvxbase/qvbstring.h"
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <map>
 #include <tuple>
-#include <unordered_set>
 #include <utility>
 
 namespace qvlineagegraph {
@@ -95,30 +95,11 @@ Counts Graph::counts() const noexcept {
           .notUnderstood = ofKind(NoteKind::NotUnderstood)};
 }
 
-// A key refers to texts that the pool has, or that are looked for.
 struct GraphBuilder::Parts {
+  // What a node is known by; refers to texts that the pool has, or that are looked for.
   struct Key {
     NodeType type;
     std::string_view text;
-  };
-  struct KeyHash {
-    using is_transparent = void;
-    const Parts* parts;
-    // Not declared noexcept: the set then keeps the hash of each node.
-    std::size_t operator()(const Key& key) const {
-      return qvbHashIgnoreCase(key.text) + static_cast<std::size_t>(key.type);
-    }
-    std::size_t operator()(NodeIndex node) const { return (*this)(parts->keyOf(node)); }
-  };
-  struct KeyEqual {
-    using is_transparent = void;
-    const Parts* parts;
-    static bool same(const Key& a, const Key& b) {
-      return a.type == b.type && qvbEqualsIgnoreCase(a.text, b.text);
-    }
-    bool operator()(NodeIndex a, NodeIndex b) const { return a == b; }
-    bool operator()(const Key& key, NodeIndex node) const { return same(key, parts->keyOf(node)); }
-    bool operator()(NodeIndex node, const Key& key) const { return same(key, parts->keyOf(node)); }
   };
 
   static Key keyOf(const Node& node) {
@@ -129,6 +110,15 @@ struct GraphBuilder::Parts {
     const auto& stored = graph.m_nodes[index];
     const bool hasIdentity = stored.type != NodeType::DataSource && stored.identity.size != 0;
     return {stored.type, textAt(hasIdentity ? stored.identity : stored.name)};
+  }
+  static std::size_t hashOf(const Key& key) {
+    return qvbHashIgnoreCase(key.text) + static_cast<std::size_t>(key.type);
+  }
+  NodeIndex find(const Key& key, std::size_t hash) const {
+    return nodes.find(hash, [&](NodeIndex node) {
+      const Key known = keyOf(node);
+      return known.type == key.type && qvbEqualsIgnoreCase(known.text, key.text);
+    });
   }
   std::string_view textAt(Graph::StoredText at) const { return texts->at(at.offset, at.size); }
 
@@ -171,7 +161,7 @@ struct GraphBuilder::Parts {
   Graph graph;
   std::shared_ptr<TextPool> texts = std::make_shared<TextPool>();
   std::map<std::string, Graph::StoredText, std::less<>> kinds;
-  std::unordered_set<NodeIndex, KeyHash, KeyEqual> nodes{0, KeyHash{this}, KeyEqual{this}};
+  NodeTable nodes;
   std::vector<Edge> edges;
 };
 
@@ -182,19 +172,21 @@ GraphBuilder::~GraphBuilder() = default;
 
 NodeIndex GraphBuilder::add(const Node& node) {
   auto& rows = m_parts->graph.m_nodes;
-  if (const auto known = m_parts->nodes.find(Parts::keyOf(node)); known != m_parts->nodes.end()) {
-    m_parts->complete(rows[*known], node);
-    return *known;
+  const auto key = Parts::keyOf(node);
+  const std::size_t hash = Parts::hashOf(key);
+  if (const NodeIndex known = m_parts->find(key, hash); known != noNode) {
+    m_parts->complete(rows[known], node);
+    return known;
   }
   const auto added = static_cast<NodeIndex>(rows.size());
   rows.push_back(m_parts->stored(node));
-  m_parts->nodes.insert(added);
+  m_parts->nodes.insert(hash, added);
   return added;
 }
 
 NodeIndex GraphBuilder::find(NodeType type, std::string_view identityOrName) const {
-  const auto known = m_parts->nodes.find(Parts::Key{type, identityOrName});
-  return known == m_parts->nodes.end() ? noNode : *known;
+  const Parts::Key key{type, identityOrName};
+  return m_parts->find(key, Parts::hashOf(key));
 }
 
 std::string_view GraphBuilder::nameOf(NodeIndex node) const {
@@ -236,7 +228,6 @@ void GraphBuilder::merge(const Graph& graph) {
 }
 
 Graph GraphBuilder::build() {
-  m_parts->nodes.clear();
   Graph graph = std::move(m_parts->graph);
   std::vector<Edge> edges = std::move(m_parts->edges);
   graph.m_texts = std::move(m_parts->texts);

@@ -1,7 +1,6 @@
 #include "jsonsplit.h"
 
 #include <array>
-#include <cstring>
 #include <utility>
 
 namespace qvlineagegraph {
@@ -15,10 +14,10 @@ bool isSpace(char character) {
   return character == ' ' || character == '\n' || character == '\r' || character == '\t';
 }
 
-// Bytes that mean something to where a value ends.
+// Bytes that mean something to where a value ends, outside of texts.
 constexpr auto special = [] {
   std::array<bool, 256> bytes{};
-  for (const unsigned char byte : {'"', '[', ']', '{', '}', ','})
+  for (const unsigned char byte : {'"', '[', ']', '{', '}', ',', ':'})
     bytes[byte] = true;
   return bytes;
 }();
@@ -86,9 +85,9 @@ bool JsonSplitter::readMember(const Taker& take) {
 bool JsonSplitter::readName(std::string& name) {
   if (peek() != '"')
     return fail("a name");
-  if (!readString(name))
+  if (!readValue(name))
     return false;
-  name = name.substr(1, name.size() - 2);
+  name = name.substr(1, name.rfind('"') - 1);
   return true;
 }
 
@@ -122,59 +121,43 @@ bool JsonSplitter::give(const Taker& take, std::string_view name, std::string& v
   return take(name, value);
 }
 
-// Runs of bytes without a meaning here are taken as they are.
 bool JsonSplitter::readValue(std::string& value) {
   const std::size_t start = value.size();
-  std::size_t depth = 0;
-  for (peek();;) {
-    if (m_at == m_end && !refill())
-      return fail("the end of a value");
+  peek();
+  for (Place place;;) {
     const std::size_t begin = m_at;
-    while (m_at < m_end && !special[static_cast<unsigned char>(m_buffer[m_at])])
-      ++m_at;
+    const bool isEnd = moveToEnd(place);
     value.append(m_buffer, begin, m_at - begin);
-    if (m_at == m_end)
-      continue;
-    const char character = m_buffer[m_at];
-    if (character == '"') {
-      if (!readString(value))
-        return false;
-      continue;
-    }
-    const bool closes = character == ']' || character == '}';
-    if (depth == 0 && (closes || character == ','))
+    if (isEnd)
       return value.size() > start || fail("a value");
-    depth += character == '[' || character == '{' ? 1 : 0;
-    depth -= closes ? 1 : 0;
-    value += character;
-    ++m_at;
+    if (!refill())
+      return fail("the end of a value");
   }
 }
 
-bool JsonSplitter::readString(std::string& text) {
-  text += '"';
-  ++m_at;
-  bool isEscaped = false;
-  for (;;) {
-    if (m_at == m_end && !refill())
-      return fail("the end of a text");
-    if (isEscaped) {
-      text += m_buffer[m_at++];
-      isEscaped = false;
-      continue;
+// To the byte after the value, or to the end of the buffer.
+bool JsonSplitter::moveToEnd(Place& place) {
+  const char* at = m_buffer.data() + m_at;
+  const char* const end = m_buffer.data() + m_end;
+  bool isAtEnd = false;
+  for (; at < end; ++at) {
+    if (place.isEscaped) {
+      place.isEscaped = false;
+    } else if (place.isText) {
+      place.isText = *at != '"';
+      place.isEscaped = *at == '\\';
+    } else if (special[static_cast<unsigned char>(*at)]) {
+      const bool closes = *at == ']' || *at == '}';
+      isAtEnd = place.depth == 0 && (closes || *at == ',' || *at == ':');
+      if (isAtEnd)
+        break;
+      place.isText = *at == '"';
+      place.depth += *at == '[' || *at == '{' ? 1 : 0;
+      place.depth -= closes ? 1 : 0;
     }
-    const std::size_t begin = m_at;
-    while (m_at < m_end && m_buffer[m_at] != '"' && m_buffer[m_at] != '\\')
-      ++m_at;
-    text.append(m_buffer, begin, m_at - begin);
-    if (m_at == m_end)
-      continue;
-    const char character = m_buffer[m_at++];
-    text += character;
-    if (character == '"')
-      return true;
-    isEscaped = true;
   }
+  m_at = static_cast<std::size_t>(at - m_buffer.data());
+  return isAtEnd;
 }
 
 } // namespace qvlineagegraph

@@ -29,6 +29,12 @@ public:
   const std::string& failure() const noexcept { return m_failure; }
 
 private:
+  struct Place {
+    std::size_t depth = 0;
+    bool isText = false;
+    bool isEscaped = false;
+  };
+
   int peek(); // the next byte that is no white space, or -1
   int next(); // and takes it
   bool fail(std::string_view expected);
@@ -36,9 +42,9 @@ private:
   bool readName(std::string& name);
   bool readArray(const Taker& take, std::string_view name);
   bool give(const Taker& take, std::string_view name, std::string& value) const;
-  // Appends one value, up to the comma or bracket after it.
+  // Appends one value, up to the comma, colon or bracket after it.
   bool readValue(std::string& value);
-  bool readString(std::string& text);
+  bool moveToEnd(Place& place);
   bool refill();
 
   ByteSource m_source;

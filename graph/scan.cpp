@@ -15,11 +15,12 @@ namespace qvlineagegraph {
 
 namespace {
 
-// Reads the files, which are handed out in order, each to the thread that is free.
-class ParallelReading {
+// Reads the files, which are handed out in order, each to the thread that is free. The calling thread joins what is read
+// in the order of the files, between the files that it reads itself.
+class ParallelScan {
 public:
-  ParallelReading(const std::vector<JobFile>& files, const ScanOptions& options)
-      : m_files(files), m_options(options), m_facts(files.size()) {}
+  ParallelScan(const std::vector<JobFile>& files, const ScanOptions& options, Joiner& joiner)
+      : m_files(files), m_options(options), m_joiner(joiner), m_read(files.size()) {}
 
   // False when the caller stopped it.
   bool run() {
@@ -30,12 +31,17 @@ public:
     }
     if (m_failure)
       std::rethrow_exception(m_failure);
+    if (!m_isStopped)
+      joinWhatIsRead();
     return !m_isStopped;
   }
 
-  std::vector<JobFacts> facts() && { return std::move(m_facts); }
-
 private:
+  struct Slot {
+    JobFacts facts;
+    std::atomic<bool> isRead{false};
+  };
+
   void start(std::vector<std::jthread>& helpers) {
     constexpr std::size_t fewestFilesOfAThread = 16;
     const unsigned wanted = m_options.threads ? m_options.threads : std::thread::hardware_concurrency();
@@ -53,10 +59,11 @@ private:
     try {
       JobReader reader;
       for (std::size_t i = m_next++; i < m_files.size() && !m_isStopped; i = m_next++) {
-        m_facts[i] = reader.read(m_files[i], m_options.input);
-        const std::size_t done = ++m_done;
-        if (isCaller && m_options.progress && !m_options.progress(done, m_files.size()))
-          m_isStopped = true;
+        m_read[i].facts = reader.read(m_files[i], m_options.input);
+        m_read[i].isRead.store(true, std::memory_order_release);
+        ++m_done;
+        if (isCaller)
+          attend();
       }
     } catch (...) {
       if (!m_isStopped.exchange(true))
@@ -64,9 +71,22 @@ private:
     }
   }
 
+  void attend() {
+    joinWhatIsRead();
+    if (m_options.progress && !m_options.progress(m_done, m_files.size()))
+      m_isStopped = true;
+  }
+
+  void joinWhatIsRead() {
+    for (; m_joined < m_read.size() && m_read[m_joined].isRead.load(std::memory_order_acquire); ++m_joined)
+      m_joiner.add(m_files[m_joined], std::exchange(m_read[m_joined].facts, {}));
+  }
+
   const std::vector<JobFile>& m_files;
   const ScanOptions& m_options;
-  std::vector<JobFacts> m_facts;
+  Joiner& m_joiner;
+  std::vector<Slot> m_read;
+  std::size_t m_joined = 0;
   std::atomic<std::size_t> m_next{0};
   std::atomic<std::size_t> m_done{0};
   std::atomic<bool> m_isStopped{false};
@@ -78,17 +98,16 @@ private:
 
 Result<Graph> scan(std::span<const std::string> paths, const ScanOptions& options) {
   JobFiles found = findJobFiles(paths, options.patterns);
-  ParallelReading reading(found.files, options);
-  if (!reading.run())
-    return Error{ErrorKind::Stopped, "the scan was stopped"};
-  std::vector<JobFacts> facts = std::move(reading).facts();
-  if (facts.size() == 1 && facts.front().saved && found.failures.empty())
-    return std::move(*facts.front().saved);
   Joiner joiner(options.exact);
   for (Note& failure : found.failures)
     joiner.addFailure(std::move(failure));
-  for (std::size_t i = 0; i < facts.size(); ++i)
-    joiner.add(found.files[i], std::exchange(facts[i], {}));
+  if (found.files.size() == 1 && found.failures.empty()) { // a saved graph is then the outcome as it is
+    JobFacts facts = JobReader().read(found.files.front(), options.input);
+    if (facts.saved)
+      return std::move(*facts.saved);
+    joiner.add(found.files.front(), std::move(facts));
+  } else if (!ParallelScan(found.files, options, joiner).run())
+    return Error{ErrorKind::Stopped, "the scan was stopped"};
   return std::move(joiner).finish();
 }
 

@@ -19,6 +19,16 @@ T* newOrNull(Args&&... args) {
   return madeOrNull([&] { return new T(std::forward<Args>(args)...); });
 }
 
+// What a step gives, or `failure` when memory is short.
+template<class Result, class Step>
+Result resultOr(Result failure, const Step& step) {
+  try {
+    return step();
+  } catch (const std::bad_alloc&) {
+    return failure;
+  }
+}
+
 // Takes a step that allocates; false when memory is short.
 template<class Step>
 bool tryAllocate(const Step& step) {

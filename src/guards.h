@@ -15,6 +15,12 @@ struct FileDiscarder {
 // A file that is written takes its place only when it is closed explicitly.
 using OpenFile = std::unique_ptr<NpFile, FileDiscarder>;
 
+struct FolderDiscarder {
+  void operator()(NpDir* folder) const { np_dir_discard(folder); }
+};
+// A new folder that goes again unless its handle is closed explicitly.
+using OpenFolder = std::unique_ptr<NpDir, FolderDiscarder>;
+
 struct LockDestroyer {
   void operator()(QvLock* lock) const { qvLockDestroy(lock); }
 };

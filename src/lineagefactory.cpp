@@ -18,13 +18,16 @@ constexpr const char* logSource = "src/lineagefactory";
 constexpr std::string_view syscatSeparator = " - ";
 constexpr std::size_t mostTablesRemembered = 8192;
 
+// Every part is a text, empty where there is none.
 struct DataSource {
-  QvbString name;
-  QvbString type;
-  QvbString catalog;
-  QvbString schema;
-  QvbString table;
+  QvbString name{""};
+  QvbString type{""};
+  QvbString catalog{""};
+  QvbString schema{""};
+  QvbString table{""};
 };
+
+QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
 
 bool isIdentityDocument(const QvbString& identity) { return identity.find("<morvaxeldocument") >= 0; }
 
@@ -46,7 +49,8 @@ QvbString shortNameOf(const QvbString& dsn) {
 }
 
 DataSource dataSourceOf(QvDataURI& uri) {
-  return {uri.getDataSource(), uri.getDataSourceType(), uri.getCatalog(), uri.getSchema(), uri.getTable()};
+  return {orEmpty(uri.getDataSource()), orEmpty(uri.getDataSourceType()), orEmpty(uri.getCatalog()),
+          orEmpty(uri.getSchema()), orEmpty(uri.getTable())};
 }
 
 bool writeIfAny(const QvbString& text, QvbString* output) {
@@ -68,6 +72,17 @@ const char* identify(const DataSource& source, QvbString* identity) {
   return manager.generateDataSourceResourceId(source.name, source.type, identity) ? "Database" : nullptr;
 }
 
+bool isThere(const QvbString& path) {
+  return !path.isEmpty() && np_fio_stat(path, nullptr) != NP_FIO_NOT_FOUND;
+}
+
+// Writes the URI reference of the path, or the path itself where there is none, and tells whether there is a file.
+bool locatePath(const QvbString& path, QvbString* uri) {
+  QvbString reference;
+  *uri = generateURIReferenceFromFilename(path, &reference) ? reference : orEmpty(path);
+  return isThere(path);
+}
+
 Released<QvResourceImpl> newResource(const QvbString& name, const QvbString& type,
                                      const QvbString& identity) {
   Released<QvResourceImpl> resource(newOrNull<QvResourceImpl>());
@@ -77,6 +92,36 @@ Released<QvResourceImpl> newResource(const QvbString& name, const QvbString& typ
     resource->setResourceIdentity(identity);
   }
   return resource;
+}
+
+// Null when the URI names neither a table nor a data source.
+Released<QvResourceImpl> dataResource(QvDataURI& uri) {
+  DataSource source = dataSourceOf(uri);
+  source.name = syscatDsn(uri.getServer(), source.name);
+  QvbString identity;
+  const char* type = identify(source, &identity);
+  if (!type)
+    return nullptr;
+  QvbString name = source.table;
+  if (name.isEmpty())
+    QvResourceManagerImpl().getNameFromDSN(source.name, &name);
+  const QvbString location = uri.asString();
+  auto resource = newResource(name, type, identity);
+  if (resource)
+    resource->setResourceLocation(location);
+  return resource;
+}
+
+// The resource of a data URI, named by its table alone; null for every other text.
+Released<QvResourceImpl> resourceOf(const QvbString& text) {
+  const Released<QvURI> uri(getURIFromURIString(text));
+  QvDataURI* data = uri && !qvbEqualsIgnoreCase(uri->getScheme().view(), "qvr") ? uri->getDataURI() : nullptr;
+  if (!data)
+    return nullptr;
+  const DataSource source = dataSourceOf(*data);
+  QvbString identity;
+  const char* type = identify(source, &identity);
+  return type ? newResource(source.table, type, identity) : nullptr;
 }
 
 } // namespace
@@ -114,27 +159,13 @@ void LineageImpactFactoryImpl::registerResourceResolver(QvResourceResolver* reso
 }
 
 QvResource* LineageImpactFactoryImpl::getDataResource(QvDataURI* uri) {
-  if (!uri)
-    return nullptr;
-  DataSource source = dataSourceOf(*uri);
-  source.name = syscatDsn(uri->getServer(), source.name);
-  QvbString identity;
-  const char* type = identify(source, &identity);
-  if (!type)
-    return nullptr;
-  QvbString name = source.table;
-  if (name.isEmpty())
-    QvResourceManagerImpl().getNameFromDSN(source.name, &name);
-  auto resource = newResource(name, type, identity);
-  if (resource)
-    resource->setResourceLocation(uri->asString());
-  return resource.release();
+  return uri ? madeOrNull([&] { return dataResource(*uri).release(); }) : nullptr;
 }
 
 LineageResourceResolver::LineageResourceResolver() : m_logger(qvlogGetLogger("QV.Repos.Lineage.Analysis")) {}
 
 bool LineageResourceResolver::fileExists(const QvbString& path) const {
-  return !path.isEmpty() && np_fio_stat(path, nullptr) != NP_FIO_NOT_FOUND;
+  return resultOr(true, [&] { return isThere(path); });
 }
 
 bool LineageResourceResolver::getUnifiedRepositoryName(QvbString*) {
@@ -145,6 +176,11 @@ bool LineageResourceResolver::getUnifiedRepositoryName(QvbString*) {
 
 bool LineageResourceResolver::resolveResource(const QvbString& type, const QvbString& id, const QvbString&,
                                               QvbString* name, QvbString* reference) {
+  return resultOr(false, [&] { return resolve(type, id, name, reference); });
+}
+
+bool LineageResourceResolver::resolve(const QvbString& type, const QvbString& id, QvbString* name,
+                                      QvbString* reference) {
   constexpr std::string_view unifiedTypes[] = {"Task",   "Rule",  "CustomMetric",
                                                "Source", "Field", "ProfileJob"};
   if (std::any_of(std::begin(unifiedTypes), std::end(unifiedTypes),
@@ -185,6 +221,12 @@ bool LineageResourceResolver::resolveResource(const QvbString& type, const QvbSt
 bool LineageResourceResolver::getResourceLocation(const QvbString& name, const QvbString& identity,
                                                   const QvbString& type, QvbString* outputName,
                                                   QvbString* outputURI) {
+  return resultOr(false, [&] { return findLocation(name, identity, type, outputName, outputURI); });
+}
+
+bool LineageResourceResolver::findLocation(const QvbString& name, const QvbString& identity,
+                                           const QvbString& type, QvbString* outputName,
+                                           QvbString* outputURI) {
   writeIfAny(name, outputName);
   if ((this->*locatorOf(type))({identity, type, outputName, outputURI}))
     return true;
@@ -258,13 +300,6 @@ bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
   return writeIfAny(dataURIOf(source, shortName), lookup.uri);
 }
 
-// Writes the URI reference of the path, or the path itself where there is none, and tells whether there is a file.
-bool LineageResourceResolver::locatePath(const QvbString& path, QvbString* uri) const {
-  QvbString reference;
-  *uri = generateURIReferenceFromFilename(path, &reference) ? reference : path;
-  return fileExists(path);
-}
-
 // A reference to another place is passed on, and never counts as reachable.
 bool LineageResourceResolver::locateJobFile(const Lookup& lookup) const {
   if (lookup.identity.find("://") >= 1) {
@@ -289,7 +324,7 @@ bool LineageResourceResolver::locateUnifiedObject(const Lookup& lookup) const {
 bool LineageResourceResolver::locateFile(const Lookup& lookup) const {
   if (!isIdentityDocument(lookup.identity))
     return locatePath(lookup.identity, lookup.uri);
-  QvbString filename;
+  QvbString filename("");
   QvbString name("");
   if (!QvResourceManagerImpl().getFilenameFromResourceId(lookup.identity, &filename, &name))
     return false;
@@ -336,17 +371,9 @@ bool LineageResourceResolver::locateByURI(const Lookup& lookup) const {
 }
 
 QvResource* LineageResourceResolver::getResourceFromURI(const QvbString& text) {
-  const Released<QvURI> uri(getURIFromURIString(text));
-  QvDataURI* data = uri && !qvbEqualsIgnoreCase(uri->getScheme().view(), "qvr") ? uri->getDataURI() : nullptr;
-  Released<QvResourceImpl> resource;
-  if (data) {
-    const DataSource source = dataSourceOf(*data);
-    QvbString identity;
-    if (const char* type = identify(source, &identity))
-      resource = newResource(source.table, type, identity);
-  }
+  QvResource* const resource = madeOrNull([&] { return resourceOf(text).release(); });
   if (!resource)
     m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                        "Unable to get resource for given URI=%s.", text);
-  return resource.release();
+  return resource;
 }

@@ -48,6 +48,10 @@ public:
   // Whatever cannot be looked at counts as existing.
   bool fileExists(const QvbString& path) const;
 
+  // getResourceLocation(), but for memory that cannot be had, which is std::bad_alloc and not a location that is unknown.
+  QVREPOSRES_HIDDEN bool findLocation(const QvbString& name, const QvbString& identity, const QvbString& type,
+                                      QvbString* outputName, QvbString* outputURI);
+
 private:
   // What is looked for, and the outputs of getResourceLocation.
   struct Lookup {
@@ -68,19 +72,20 @@ private:
     }
   };
 
-  const TableLocation* tableLocation(const QvbString& identity) const;
-  void resolveMasterDataProject(const QvbString& type, const QvbString& id, QvbString* name,
-                                QvbString* reference) const;
-  static Locator locatorOf(const QvbString& type);
-  bool locateTable(const Lookup& lookup) const;
-  bool locateDatabase(const Lookup& lookup) const;
-  bool locateJobFile(const Lookup& lookup) const;
-  bool locateUnifiedObject(const Lookup& lookup) const;
-  bool locateFile(const Lookup& lookup) const;
-  bool locateMasterDataProject(const Lookup& lookup) const;
-  bool locateUnknownType(const Lookup& lookup) const;
-  bool locateByURI(const Lookup& lookup) const;
-  bool locatePath(const QvbString& path, QvbString* uri) const;
+  QVREPOSRES_HIDDEN const TableLocation* tableLocation(const QvbString& identity) const;
+  QVREPOSRES_HIDDEN bool resolve(const QvbString& type, const QvbString& id, QvbString* name,
+                                 QvbString* reference);
+  QVREPOSRES_HIDDEN void resolveMasterDataProject(const QvbString& type, const QvbString& id, QvbString* name,
+                                                  QvbString* reference) const;
+  QVREPOSRES_HIDDEN static Locator locatorOf(const QvbString& type);
+  QVREPOSRES_HIDDEN bool locateTable(const Lookup& lookup) const;
+  QVREPOSRES_HIDDEN bool locateDatabase(const Lookup& lookup) const;
+  QVREPOSRES_HIDDEN bool locateJobFile(const Lookup& lookup) const;
+  QVREPOSRES_HIDDEN bool locateUnifiedObject(const Lookup& lookup) const;
+  QVREPOSRES_HIDDEN bool locateFile(const Lookup& lookup) const;
+  QVREPOSRES_HIDDEN bool locateMasterDataProject(const Lookup& lookup) const;
+  QVREPOSRES_HIDDEN bool locateUnknownType(const Lookup& lookup) const;
+  QVREPOSRES_HIDDEN bool locateByURI(const Lookup& lookup) const;
 
   QvLogger* m_logger;
   QvbString m_errorMessage{""};

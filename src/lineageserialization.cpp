@@ -6,15 +6,34 @@
 #include "qvxlog/qvxlog.h"
 
 #include <algorithm>
+#include <new>
 #include <vector>
 
 namespace {
 
-void addAllUnlessListed(QvResourceList& list, QvResourceList& resources) {
+// A row that cannot be had is std::bad_alloc, so that nothing goes missing without a word. What a host's resource has to
+// tell is asked for before there is a row, which would stay as it is if that failed.
+void appendUnlessListed(QvResourceList& list, QvResource& resource) {
+  QvResourceImpl copy;
+  QvResource* row = dynamic_cast<QvResourceImpl*>(&resource);
+  if (!row) {
+    copy.copyFrom(resource);
+    row = &copy;
+  }
+  if (list.contains(row))
+    return;
+  if (!list.addRow())
+    throw std::bad_alloc();
+  list.setLastRowElement(0, row);
+}
+
+void appendAllUnlessListed(QvResourceList& list, QvResourceList& resources) {
   while (resources.next())
     if (QvResource* resource = resources.getValue())
-      addUnlessListed(list, *resource);
+      appendUnlessListed(list, *resource);
 }
+
+Released<QvResourceList> newList() { return Released<QvResourceList>(new QvResourceListImpl); }
 
 } // namespace
 
@@ -76,35 +95,40 @@ QvResource* LineageSerializationImpl::getResource(const QvbString& resourceType,
 
 QvResourceFactory* LineageSerializationImpl::getDefaultResourceFactory() { return m_factory.get(); }
 
+// What memory is short for goes unrecorded: a resource that was not known before with all that it depends on, and of a
+// known one the rest.
 bool LineageSerializationImpl::addDependentResources(QvResource* resource, QvResourceList* dependents) {
   if (!resource || !dependents)
     return false;
-  LineageNode node = nodeOf(resource);
-  auto entry = m_dependencies.find(node);
-  if (entry == m_dependencies.end()) {
-    Dependencies added{Released<QvResource>(createResource(resource->getName(), node.type, node.identity)),
-                       Released<QvResourceList>(createResourceList())};
-    if (!added.key || !added.dependents)
-      return true; // out of memory: the dependencies go unrecorded
-    entry = m_dependencies.emplace(std::move(node), std::move(added)).first;
-  }
-  addAllUnlessListed(*entry->second.dependents, *dependents);
+  tryAllocate([&] { record(*resource, *dependents); });
   return true;
+}
+
+void LineageSerializationImpl::record(QvResource& resource, QvResourceList& dependents) {
+  LineageNode node = nodeOf(&resource);
+  const auto known = m_dependencies.find(node);
+  if (known != m_dependencies.end())
+    return appendAllUnlessListed(*known->second.dependents, dependents);
+  Dependencies added{Released<QvResource>(createResource(resource.getName(), node.type, node.identity)),
+                     Released<QvResourceList>(createResourceList())};
+  if (!added.key || !added.dependents)
+    return;
+  appendAllUnlessListed(*added.dependents, dependents);
+  m_dependencies.emplace(std::move(node), std::move(added));
 }
 
 // What is recorded is unique already.
 QvResourceList* LineageSerializationImpl::getDependentResources(QvResource* resource, bool) {
-  Released<QvResourceListImpl> result(newOrNull<QvResourceListImpl>());
-  if (!result || !resource)
-    return result.release();
-  const auto entry = m_dependencies.find(nodeOf(resource));
-  if (entry != m_dependencies.end())
-    result->copyList(entry->second.dependents.get());
-  return result.release();
+  return madeOrNull([&]() -> QvResourceList* {
+    Released<QvResourceListImpl> result(new QvResourceListImpl);
+    const auto entry = resource ? m_dependencies.find(nodeOf(resource)) : m_dependencies.end();
+    const bool isWhole = entry == m_dependencies.end() || result->copyList(entry->second.dependents.get());
+    return isWhole ? result.release() : nullptr;
+  });
 }
 
 bool LineageSerializationImpl::deleteResource(QvResource* resource) {
-  return resource && m_dependencies.erase(nodeOf(resource)) != 0;
+  return resource && resultOr(false, [&] { return m_dependencies.erase(nodeOf(resource)) != 0; });
 }
 
 bool LineageSerializationImpl::setAnalysisDate(QvResource* resource, const QvbDate& date) {
@@ -115,9 +139,11 @@ bool LineageSerializationImpl::setAnalysisDate(QvResource* resource, const QvbDa
 }
 
 QvResourceList* LineageSerializationImpl::getAllUniqueUsedResources() {
-  Released<QvResourceList> result(createResourceList());
-  if (!result)
-    return nullptr;
+  return madeOrNull([this] { return allKeys().release(); });
+}
+
+Released<QvResourceList> LineageSerializationImpl::allKeys() const {
+  auto result = newList();
   std::vector<const DependencyMap::value_type*> entries;
   entries.reserve(m_dependencies.size());
   for (const auto& entry : m_dependencies)
@@ -126,16 +152,21 @@ QvResourceList* LineageSerializationImpl::getAllUniqueUsedResources() {
   std::sort(entries.begin(), entries.end(),
             [&](const auto* a, const auto* b) { return isBefore(a->first, b->first); });
   for (const auto* entry : entries)
-    addUnlessListed(*result, *entry->second.key);
-  return result.release();
+    appendUnlessListed(*result, *entry->second.key);
+  return result;
 }
 
 QvStringList* LineageSerializationImpl::getResourceTypes() {
-  Released<QvStringListImpl> types(newOrNull<QvStringListImpl>(1));
-  QvbString processJob("ProcessJob");
-  if (types && !types->contains(processJob) && types->addRow())
+  return madeOrNull([]() -> QvStringList* {
+    Released<QvStringListImpl> types(new QvStringListImpl(1));
+    QvbString processJob("ProcessJob");
+    if (types->contains(processJob))
+      return types.release();
+    if (!types->addRow())
+      return nullptr;
     types->setLastRowElement(0, processJob);
-  return types.release();
+    return types.release();
+  });
 }
 
 extern "C" QvImpactAnalysis* getQvLineageAnalysis() { return newOrNull<LineageSerializationImpl>(); }

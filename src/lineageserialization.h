@@ -85,7 +85,7 @@ public:
   bool getLineageAsString(QvbString* xml, QvbString* message, bool layout) override;
   QvResourceFactory* getDefaultResourceFactory() override;
 
-  static LineageNode nodeOf(QvResource* resource);
+  QVREPOSRES_HIDDEN static LineageNode nodeOf(QvResource* resource);
 
   // Receives the stages of each export; null for none. The sink stays its owner's.
   void setProgressSink(LineageProgressSink* sink) { m_progressSink = sink; }
@@ -106,12 +106,13 @@ public:
                                 const QvbString& location);
   // The steps of getResourceDMServerIdentity: the reference to the job that the identity names, and to the object at a
   // path of the server. Null when there is none, which the log tells with identity and type.
-  QvbString getServerReference(const QvbString& server, const QvbString& identity,
-                               const QvbString& resourceType);
-  QvbString makeServerReference(const QvbString& server, const QvbString& objectPath,
-                                const QvbString& identity, const QvbString& resourceType);
+  QVREPOSRES_HIDDEN QvbString getServerReference(const QvbString& server, const QvbString& identity,
+                                                 const QvbString& resourceType);
+  QVREPOSRES_HIDDEN QvbString makeServerReference(const QvbString& server, const QvbString& objectPath,
+                                                  const QvbString& identity, const QvbString& resourceType);
   // Logs why when the parameter cannot be set.
-  void setReferenceParameter(QvURI* reference, const QvbString& name, const QvbString& value);
+  QVREPOSRES_HIDDEN void setReferenceParameter(QvURI* reference, const QvbString& name,
+                                               const QvbString& value);
 
 private:
   struct Dependencies {
@@ -122,17 +123,26 @@ private:
   // The document of an export while it is built.
   struct Document;
 
-  void progress(const char* stage);
-  bool fail(const char* reason, QvbString* message);
-  bool startDocument(Document& document, QvbString* message);
-  RepositoryMetadataObject* addModel(Document& document, QvResource* resource);
-  void addDependents(Document& document, RepositoryMetadataObject* model, QvResourceList& dependents);
-  bool writeDocument(Document& document, QvbString* xml, QvbString* message, bool layout);
-  bool nameByLocation(RepositorySerializationContext* context, RepositoryMetadataObject* element,
-                      QvResource* resource, const QvbString& identity, const QvbString& type);
+  QVREPOSRES_HIDDEN void record(QvResource& resource, QvResourceList& dependents);
+  QVREPOSRES_HIDDEN Released<QvResourceList> allKeys() const;
+  QVREPOSRES_HIDDEN void progress(const char* stage);
+  QVREPOSRES_HIDDEN bool fail(const QvbString& reason, QvbString* message);
+  QVREPOSRES_HIDDEN bool startDocument(Document& document, QvbString* message);
+  QVREPOSRES_HIDDEN bool exportAll(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message,
+                                   bool layout);
+  QVREPOSRES_HIDDEN bool exportOne(QvResource* resource, QvResourceList* dependents, QvbString* xml,
+                                   QvbString* message, bool layout);
+  QVREPOSRES_HIDDEN RepositoryMetadataObject& addModel(Document& document, QvResource* resource);
+  QVREPOSRES_HIDDEN void addDependents(Document& document, RepositoryMetadataObject& model,
+                                       QvResourceList& dependents);
+  QVREPOSRES_HIDDEN bool writeDocument(Document& document, QvbString* xml, QvbString* message, bool layout);
+  QVREPOSRES_HIDDEN bool nameByLocation(RepositorySerializationContext* context,
+                                        RepositoryMetadataObject* element, QvResource* resource,
+                                        const QvbString& identity, const QvbString& type);
 
   QvLogger* m_logger;
-  LineageResourceResolver* m_resolver = nullptr; // the factory's, unless a host registered another one there
+  // What the export asks, also where a host registered another one with the factory.
+  LineageResourceResolver* m_resolver = nullptr;
   LineageProgressSink* m_progressSink = nullptr;
   Released<LineageImpactFactoryImpl> m_factory;
   // Looked up by hash; the order of MapLineageResourceCompare is made when it is asked for.

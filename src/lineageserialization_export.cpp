@@ -9,6 +9,8 @@
 #include "qvxbase/qvuri.h"
 #include "qvxlog/qvxlog.h"
 
+#include <new>
+
 namespace {
 
 constexpr const char* logSource = "src/lineageserialization";
@@ -34,6 +36,27 @@ RepositoryMetadataObject* addElement(RepositorySerializationContext& context,
   Released<RepositoryMetadataObject> element(context.createMetadataObject(name));
   return parent.addContainedObject(element.get()) ? element.release() : nullptr;
 }
+
+// In a context of the library's own, which refuses only what there is no memory for.
+RepositoryMetadataObject& addOwnElement(RepositorySerializationContext& context,
+                                        RepositoryMetadataObject& parent, const QvbString& name) {
+  RepositoryMetadataObject* element = addElement(context, parent, name);
+  if (!element)
+    throw std::bad_alloc();
+  return *element;
+}
+
+// All of the text or nothing.
+void appendTo(QvbString* xml, const QvbString& text) {
+  if (xml->isEmpty())
+    *xml = text;
+  else
+    xml->append(text);
+}
+
+// Made while there is memory to tell of its lack.
+const QvbString noContext("Error creating serialization context");
+const QvbString noModels("Error creating serialization models");
 
 } // namespace
 
@@ -73,7 +96,7 @@ void LineageSerializationImpl::progress(const char* stage) {
     m_progressSink->progress(stage);
 }
 
-bool LineageSerializationImpl::fail(const char* reason, QvbString* message) {
+bool LineageSerializationImpl::fail(const QvbString& reason, QvbString* message) {
   if (message)
     *message = reason;
   m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", reason);
@@ -83,23 +106,23 @@ bool LineageSerializationImpl::fail(const char* reason, QvbString* message) {
 bool LineageSerializationImpl::startDocument(Document& document, QvbString* message) {
   document.context.reset(madeOrNull(createRepositoryMetadataSerializationContext));
   if (!document.context)
-    return fail("Error creating serialization context", message);
+    return fail(noContext, message);
   document.root.reset(
       madeOrNull([&] { return document.context->createMetadataObject(REL_RELATIONSHIPMODELS); }));
   if (!document.root)
-    return fail("Error creating serialization models", message);
+    return fail(noModels, message);
   progress("Creating lineage export data model.");
   return true;
 }
 
-RepositoryMetadataObject* LineageSerializationImpl::addModel(Document& document, QvResource* resource) {
-  RepositoryMetadataObject* model = addElement(*document.context, *document.root, REL_RELATIONSHIPMODEL);
-  populateModelResource(document.context.get(), addElement(*document.context, *model, REL_RESOURCE),
+RepositoryMetadataObject& LineageSerializationImpl::addModel(Document& document, QvResource* resource) {
+  RepositoryMetadataObject& model = addOwnElement(*document.context, *document.root, REL_RELATIONSHIPMODEL);
+  populateModelResource(document.context.get(), &addOwnElement(*document.context, model, REL_RESOURCE),
                         resource);
   return model;
 }
 
-void LineageSerializationImpl::addDependents(Document& document, RepositoryMetadataObject* model,
+void LineageSerializationImpl::addDependents(Document& document, RepositoryMetadataObject& model,
                                              QvResourceList& dependents) {
   RepositorySerializationContext& context = *document.context;
   RepositoryMetadataObject* nodes = nullptr;
@@ -108,11 +131,11 @@ void LineageSerializationImpl::addDependents(Document& document, RepositoryMetad
     if (!dependent)
       continue;
     if (!nodes)
-      nodes = addElement(context, *model, REL_RELATIONSHIPNODES);
-    RepositoryMetadataObject* node = addElement(context, *nodes, REL_RELATIONSHIPNODE);
-    node->addAttribute(REL_NODE_ATTR_TYPE, REL_NODE_RELATIONSHIPTYPE_DEPENDS);
-    node->addAttribute(REL_NODE_ATTR_DIRECTION, REL_NODE_DIRECTION_DEPENDS);
-    populateModelResource(&context, addElement(context, *node, REL_RESOURCE), dependent);
+      nodes = &addOwnElement(context, model, REL_RELATIONSHIPNODES);
+    RepositoryMetadataObject& node = addOwnElement(context, *nodes, REL_RELATIONSHIPNODE);
+    node.addAttribute(REL_NODE_ATTR_TYPE, REL_NODE_RELATIONSHIPTYPE_DEPENDS);
+    node.addAttribute(REL_NODE_ATTR_DIRECTION, REL_NODE_DIRECTION_DEPENDS);
+    populateModelResource(&context, &addOwnElement(context, node, REL_RESOURCE), dependent);
   }
 }
 
@@ -120,8 +143,11 @@ bool LineageSerializationImpl::writeDocument(Document& document, QvbString* xml,
                                              bool layout) {
   document.context->setSerializationOfRelationships(true);
   progress("Serializing lineage model to XML.");
-  const bool result = document.context->serialize(document.root.get(), xml, message, layout);
+  QvbString text;
+  const bool result = document.context->serialize(document.root.get(), &text, message, layout);
   progress("Returning lineage model as XML.");
+  if (xml && result)
+    appendTo(xml, text);
   return result;
 }
 
@@ -131,30 +157,42 @@ bool LineageSerializationImpl::getLineageAsString(QvbString* xml, QvbString* mes
 
 bool LineageSerializationImpl::getLineageAsString(QvImpactAnalysis* analysis, QvbString* xml,
                                                   QvbString* message, bool layout) {
+  return resultOr(false, [&] { return exportAll(analysis, xml, message, layout); });
+}
+
+bool LineageSerializationImpl::exportAll(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message,
+                                         bool layout) {
   progress("Obtaining all lineage resources from data storage.");
-  const Released<QvResourceList> resources(analysis ? analysis->getAllUniqueUsedResources() : nullptr);
   Document document;
+  const Released<QvResourceList> resources(analysis ? analysis->getAllUniqueUsedResources() : nullptr);
   if (!resources || !startDocument(document, message))
     return false;
   while (resources->next()) {
     QvResource* resource = resources->getValue();
     if (!resource)
       continue;
-    RepositoryMetadataObject* model = addModel(document, resource);
+    RepositoryMetadataObject& model = addModel(document, resource);
     const Released<QvResourceList> dependents(analysis->getDependentResources(resource, false));
     if (dependents)
       addDependents(document, model, *dependents);
+    else if (analysis == this) // nothing goes missing without a word
+      throw std::bad_alloc();
   }
   return writeDocument(document, xml, message, layout);
 }
 
 bool LineageSerializationImpl::getResourceLineageAsString(QvResource* resource, QvResourceList* dependents,
                                                           QvbString* xml, QvbString* message, bool layout) {
+  return resultOr(false, [&] { return exportOne(resource, dependents, xml, message, layout); });
+}
+
+bool LineageSerializationImpl::exportOne(QvResource* resource, QvResourceList* dependents, QvbString* xml,
+                                         QvbString* message, bool layout) {
   progress("Serializing all lineage resource and dependencies.");
   Document document;
   if (!startDocument(document, message) || !resource)
     return false;
-  RepositoryMetadataObject* model = addModel(document, resource);
+  RepositoryMetadataObject& model = addModel(document, resource);
   if (dependents)
     addDependents(document, model, *dependents);
   return writeDocument(document, xml, message, layout);
@@ -183,7 +221,7 @@ bool LineageSerializationImpl::nameByLocation(RepositorySerializationContext* co
   const QvbString name = resource->getName();
   QvbString label;
   QvbString location;
-  if (!m_resolver->getResourceLocation(name, identity, type, &label, &location)) {
+  if (!m_resolver->findLocation(name, identity, type, &label, &location)) {
     m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Using %s as identity, unable to find resource location.", identity);
     return false;

@@ -31,3 +31,18 @@ private:
   std::size_t m_row = pastEnd;
   bool m_started = false;
 };
+
+// Appends a row to the list for each row of the source from its cursor on, which `setRow` then copies; false, with the
+// rows so far, when memory is short. `cursor` is the list's own, over so many rows. A list that is its own source copies
+// the rows that were there and stops before those that this adds.
+template<class List, class Source, class SetRow>
+bool copyRows(List& list, Source& source, ListCursor& cursor, std::size_t rows, const SetRow& setRow) {
+  const bool isOwnSource = static_cast<Source*>(&list) == &source;
+  while (source.next() && !(isOwnSource && cursor.row() >= rows)) {
+    if (!list.addRow())
+      return false;
+    setRow();
+  }
+  cursor.restart();
+  return true;
+}

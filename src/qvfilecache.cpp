@@ -1,8 +1,10 @@
 #include "qvreposres/qvfilecache.h"
 
+#include "allocation.h"
 #include "qvfilecacheimpl.h"
 #include "qvfilecachesingleton.h"
 #include "qvreposres/qvreposobjecttypes.h"
+#include "qvxbase/qvbunload.h"
 
 #include <new>
 
@@ -10,10 +12,24 @@ namespace {
 
 constexpr const char* logSource = "src/qvfilecache";
 
+// For a host that unloads the library without a word.
+struct Shutdown {
+  ~Shutdown() { qvFileCacheShutdown(); }
+};
+
+void shutDownAtUnload() {
+  tryAllocate([] { [[maybe_unused]] static Shutdown& shutdown = qvbUntilUnload<Shutdown>(); });
+}
+
+// Looked up once: a holder is made for every call.
+QvLogger* holderLogger() {
+  static QvLogger* const logger = qvlogGetLogger("QV.FileAccessCache.Singleton");
+  return logger;
+}
+
 } // namespace
 
-QVB_FileAccessCacheSingleton::QVB_FileAccessCacheSingleton()
-    : m_logger(qvlogGetLogger("QV.FileAccessCache.Singleton")) {}
+QVB_FileAccessCacheSingleton::QVB_FileAccessCacheSingleton() : m_logger(holderLogger()) {}
 
 const char* QVB_FileAccessCacheSingleton::getId() {
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "getId: Returning id");
@@ -21,18 +37,21 @@ const char* QVB_FileAccessCacheSingleton::getId() {
 }
 
 void* QVB_FileAccessCacheSingleton::createObject() {
+  shutDownAtUnload();
   if (m_cache)
     return m_cache;
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                      "createObject: No cache, creating default");
-  m_cache = new (std::nothrow) FileAccessCacheImpl;
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "createObject: Creating 0x%p", m_cache);
+  Released<FileAccessCacheManager> made(madeOrNull([] { return new (std::nothrow) FileAccessCacheImpl; }));
+  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "createObject: Creating 0x%p",
+                     made.get());
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                      "createObject: Initializing lookup maps");
   // The first lookups fill both maps of object types, so that no later one has to wait for that.
   QvbString scratch;
   getFileExtensionForType("foo", &scratch);
   getTypeForFileExtension("foo", &scratch);
+  m_cache = made.release();
   return m_cache;
 }
 
@@ -66,14 +85,21 @@ FileAccessCache* QVB_FileAccessCacheSingleton::getCache() {
 
 int qvFileCacheStartup(void* /*reserved*/, void** out) {
   *out = nullptr;
-  bool created = false;
-  return QVB_FileAccessCacheSingleton().initialize(&created) ? 0 : -1;
+  return resultOr(-1, [] {
+    bool created = false;
+    return QVB_FileAccessCacheSingleton().initialize(&created) ? 0 : -1;
+  });
 }
 
-void qvFileCacheShutdown() { QVB_FileAccessCacheSingleton().cleanupOnly(); }
+// Without memory for its logger there never was a holder, and so no cache.
+void qvFileCacheShutdown() {
+  tryAllocate([] { QVB_FileAccessCacheSingleton().cleanupOnly(); });
+}
 
 int setFileCacheManager(FileAccessCacheManager* cache) {
-  return QVB_FileAccessCacheSingleton().squirrelCache(cache);
+  return resultOr(-1, [=] { return QVB_FileAccessCacheSingleton().squirrelCache(cache); });
 }
 
-FileAccessCache* getFileCache() { return QVB_FileAccessCacheSingleton().getCache(); }
+FileAccessCache* getFileCache() {
+  return madeOrNull([] { return QVB_FileAccessCacheSingleton().getCache(); });
+}

@@ -1,5 +1,6 @@
 #include "qvfilecacheimpl.h"
 
+#include "allocation.h"
 #include "qvfilecacheimpl_filesystem.h"
 #include "qvfilecacheimpl_http.h"
 #include "qvsfio/npfio.h"
@@ -30,24 +31,27 @@ QvbString lookupKey(const QvbString& name) {
 
 } // namespace
 
-bool FileAccessCacheEntry::isListed(const QvbString& user) const {
-  return std::any_of(authorizedUsers.begin(), authorizedUsers.end(), [&](const QvbString& listed) {
-    return qvbEqualsIgnoreCase(listed.view(), user.view());
-  });
+void UserList::add(const QvbString& user) {
+  if (contains(user))
+    return;
+  m_users.push_back(user);
+  if (tryAllocate([&] { m_index.insert(user); }))
+    return;
+  m_users.pop_back();
+  throw std::bad_alloc();
 }
+
+// Defined here, where no compiler can tell that it is called for an object.
+void FileAccessCacheEntry::release(FileAccessCacheEntry* entry) { delete entry; }
 
 bool FileAccessCacheEntry::isUserAuthorized(ASSubject* subject, QvbString* errorText) const {
   QvbSubjectInfoParm info;
-  return qvbSubjectInfo(subject, &info, errorText) && isListed(info.userId);
+  return qvbSubjectInfo(subject, &info, errorText) && authorizedUsers.contains(info.userId);
 }
 
 bool FileAccessCacheEntry::addAuthorizedUser(ASSubject* subject, QvbString* errorText) {
   QvbSubjectInfoParm info;
-  if (!qvbSubjectInfo(subject, &info, errorText))
-    return false;
-  if (!isListed(info.userId))
-    authorizedUsers.push_back(info.userId);
-  return true;
+  return qvbSubjectInfo(subject, &info, errorText) && tryAllocate([&] { authorizedUsers.add(info.userId); });
 }
 
 FileAccessCacheImpl::FileAccessCacheImpl()
@@ -56,24 +60,28 @@ FileAccessCacheImpl::FileAccessCacheImpl()
     m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
                        "Failed to create file access cache lock");
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Created file CACHE: %s", m_cacheName);
-  makeCacheDirectory();
+  OpenFolder folder = makeCacheDirectory();
   readTimeBetweenChecks();
-  m_filesystemProvider.reset(new (std::nothrow) RemoteFilesystemFileProvider);
-  m_httpProvider.reset(new (std::nothrow) RemoteHttpFileProvider);
+  m_filesystemProvider.reset(madeOrNull([] { return new (std::nothrow) RemoteFilesystemFileProvider; }));
+  m_httpProvider.reset(madeOrNull([] { return new (std::nothrow) RemoteHttpFileProvider; }));
+  np_dir_close(folder.release());
 }
 
-void FileAccessCacheImpl::makeCacheDirectory() {
+// The folder goes with its handle when the cache cannot be made.
+OpenFolder FileAccessCacheImpl::makeCacheDirectory() {
   std::array<char, 4096> path{};
   NpDir* directory = nullptr;
-  if (np_dir_tmpdir(m_cacheName.asCstr(), path.data(), path.size(), &directory) != NP_FIO_OK) {
+  const int failed = np_dir_tmpdir(m_cacheName.asCstr(), path.data(), path.size(), &directory);
+  OpenFolder folder(directory);
+  if (failed) {
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Error creating cache directory: %s",
                        m_cacheName);
-    return;
+    return folder;
   }
-  np_dir_close(directory);
   m_cacheDirectory.assign(path.data());
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Created temp directory for cache: %s",
                      m_cacheDirectory);
+  return folder;
 }
 
 void FileAccessCacheImpl::readTimeBetweenChecks() {
@@ -126,18 +134,20 @@ FileAccessCacheEntry* FileAccessCacheImpl::findEntry(const QvbString& name) cons
 bool FileAccessCacheImpl::generateLocalFilename(FileAccessCacheEntry* entry) {
   if (!entry)
     return false;
-  const QvbString name = qvbGetUUID();
-  const auto size = static_cast<std::size_t>(m_cacheDirectory.length() + name.length() + 2) + 1;
-  const std::unique_ptr<char[]> path(new (std::nothrow) char[size]());
-  if (!path)
-    return true;
-  // Without its folder the cache copies nothing: the name alone would be a file of the working folder.
-  if (m_cacheDirectory.isEmpty() ||
-      np_fio_pcat(m_cacheDirectory.asCstr(), name.asCstr(), path.get(), size) != NP_FIO_OK)
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s",
-                       qvbStringFormat("Error building path for target \"%s\" folder with \"%s\" name",
-                                       m_cacheDirectory, name));
-  entry->localFilename.assign(path.get());
+  tryAllocate([&] {
+    const QvbString name = qvbGetUUID();
+    const auto size = static_cast<std::size_t>(m_cacheDirectory.length() + name.length() + 2) + 1;
+    const std::unique_ptr<char[]> path(new (std::nothrow) char[size]());
+    if (!path)
+      return;
+    // Without its folder the cache copies nothing: the name alone would be a file of the working folder.
+    if (m_cacheDirectory.isEmpty() ||
+        np_fio_pcat(m_cacheDirectory.asCstr(), name.asCstr(), path.get(), size) != NP_FIO_OK)
+      m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                         "Error building path for target \"%s\" folder with \"%s\" name", m_cacheDirectory,
+                         name);
+    entry->localFilename.assign(path.get());
+  });
   return true;
 }
 
@@ -203,6 +213,11 @@ bool FileAccessCacheImpl::isFresh(const FileAccessCacheEntry& entry) const {
 
 int FileAccessCacheImpl::getCacheFilename(ASSubject* subject, const QvbString& remoteName,
                                           QvbString* localFilename, QvbString* errorText) {
+  return resultOr(NP_FIO_ERROR, [&] { return getCopy(subject, remoteName, localFilename, errorText); });
+}
+
+int FileAccessCacheImpl::getCopy(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
+                                 QvbString* errorText) {
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getCacheFilename entered for '%s'",
                      remoteName);
   QvbString key = normalizedName(remoteName);
@@ -294,6 +309,9 @@ int FileAccessCacheImpl::fetchNew(ASSubject* subject, const QvbString& name, con
   if (copied != 0)
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Error adding file to cache");
   *localFilename = entry->localFilename;
+  // The memory for a name was short: the next request makes another one.
+  if (entry->localFilename.isEmpty() && !m_cacheDirectory.isEmpty())
+    m_entries.erase(name);
   return copied;
 }
 
@@ -342,10 +360,19 @@ int FileAccessCacheImpl::setFileCacheModifiedDate(const QvbString& name, const Q
     updateCachedEntryDate(existing);
     return 0;
   }
-  FileAccessCacheEntry fields;
-  fields.modifiedDate = date;
-  updateCachedEntryDate(&fields);
-  return addEntry("setFileCacheModifiedDate", name, std::move(fields)) ? 0 : 1;
+  const char* const operation = "setFileCacheModifiedDate";
+  Released<FileAccessCacheEntry> entry = newEntry(operation, name);
+  if (!entry)
+    return 1;
+  entry->modifiedDate = date;
+  if (!generateLocalFilename(entry.get())) {
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "generateLocalFilename: Error creating cache entry name for %s", name);
+    return 1;
+  }
+  updateCachedEntryDate(entry.get());
+  keepEntry(operation, std::move(entry));
+  return 0;
 }
 
 bool FileAccessCacheImpl::setFileCacheLocalName(const QvbString& name, const QvbString& localName) {
@@ -353,32 +380,34 @@ bool FileAccessCacheImpl::setFileCacheLocalName(const QvbString& name, const Qvb
     existing->localFilename = localName;
     return true;
   }
-  FileAccessCacheEntry fields;
-  fields.localFilename = localName;
-  return addEntry("setFileCacheLocalName", name, std::move(fields));
+  const char* const operation = "setFileCacheLocalName";
+  Released<FileAccessCacheEntry> entry = newEntry(operation, name);
+  if (!entry)
+    return false;
+  entry->localFilename = localName;
+  const bool named = generateLocalFilename(entry.get());
+  keepEntry(operation, std::move(entry));
+  return named;
 }
 
-// Adds an entry of these fields under a name that has none, with a local file of its own.
-bool FileAccessCacheImpl::addEntry(const char* operation, const QvbString& name,
-                                   FileAccessCacheEntry&& fields) {
+// An entry for a name that has none; null when memory is short.
+Released<FileAccessCacheEntry> FileAccessCacheImpl::newEntry(const char* operation, const QvbString& name) {
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "%s: Creating new cache entry for %s",
                      operation, name);
-  Released<FileAccessCacheEntry> entry(new (std::nothrow) FileAccessCacheEntry(std::move(fields)));
-  if (!entry) {
+  Released<FileAccessCacheEntry> entry(new (std::nothrow) FileAccessCacheEntry);
+  if (entry)
+    entry->remoteFilename = name;
+  else
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s: Error creating cache entry for %s",
                        operation, name);
-    return false;
-  }
-  entry->remoteFilename = name;
-  if (!generateLocalFilename(entry.get())) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "generateLocalFilename: Error creating cache entry name for %s", name);
-    return false;
-  }
+  return entry;
+}
+
+void FileAccessCacheImpl::keepEntry(const char* operation, Released<FileAccessCacheEntry> entry) {
+  const QvbString name = entry->remoteFilename;
   m_entries.emplace(name, std::move(entry));
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "%s: Added new cache entry: %s , %s",
                      operation, name, name);
-  return true;
 }
 
 bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
@@ -394,42 +423,50 @@ bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
   return false;
 }
 
+// The source that tells a name's date; null, which is logged, for a name without one.
+FileAccessCacheSourceProvider* FileAccessCacheImpl::dateSource(const char* operation, const QvbString& name) {
+  FileAccessCacheSourceProvider* const provider = getCacheSourceProviderForFileType(name);
+  if (!provider)
+    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
+                       "%s: Error accessing provider for '%s', provider 0x%p", operation, name, provider);
+  return provider;
+}
+
 int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteName, bool* modified,
                                     QvbString* errorText) {
   *modified = true;
-  FileAccessCacheSourceProvider* provider = getCacheSourceProviderForFileType(remoteName);
-  if (!provider) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "isModified: Error accessing provider for '%s', provider 0x%p", remoteName, provider);
-    return 0;
-  }
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-  QvbDate date;
-  const int result = provider->getModifiedDate(subject, remoteName, &date, errorText, true);
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "isModifed: modified date returned %d for %s", result, remoteName);
-  const FileAccessCacheEntry* entry = findEntry(lookupKey(remoteName));
-  *modified = !date.isNull() && date.compare(entry ? entry->modifiedDate : QvbDate()) != 0;
-  return result;
+  return resultOr(NP_FIO_ERROR, [&] {
+    FileAccessCacheSourceProvider* const provider = dateSource("isModified", remoteName);
+    if (!provider)
+      return NP_FIO_OK;
+    const QvbString key = lookupKey(remoteName);
+    const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+    QvbDate date;
+    const int result = provider->getModifiedDate(subject, key, &date, errorText, true);
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                       "isModifed: modified date returned %d for %s", result, remoteName);
+    const FileAccessCacheEntry* entry = findEntry(key);
+    *modified = !date.isNull() && date.compare(entry ? entry->modifiedDate : QvbDate()) != 0;
+    return result;
+  });
 }
 
 int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& remoteName, QvbDate* /*date*/,
                                          QvbString* errorText) {
-  FileAccessCacheSourceProvider* provider = getCacheSourceProviderForFileType(remoteName);
-  if (!provider) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "getModifiedDate: Error accessing provider for '%s', provider 0x%p", remoteName,
-                       provider);
-    return 0;
-  }
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-  QvbDate date;
-  const int result = provider->getModifiedDate(subject, remoteName, &date, errorText, true);
-  if (!date.isNull())
-    return result;
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, provider);
-  return NP_FIO_ACCESS;
+  return resultOr(NP_FIO_ERROR, [&] {
+    FileAccessCacheSourceProvider* const provider = dateSource("getModifiedDate", remoteName);
+    if (!provider)
+      return NP_FIO_OK;
+    const QvbString key = lookupKey(remoteName);
+    const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+    QvbDate date;
+    const int result = provider->getModifiedDate(subject, key, &date, errorText, true);
+    if (!date.isNull())
+      return result;
+    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
+                       "getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, provider);
+    return NP_FIO_ACCESS;
+  });
 }
 
 bool FileAccessCacheImpl::flush(bool flag) {
@@ -464,24 +501,30 @@ bool FileAccessCacheImpl::discardEntries() {
   return result;
 }
 
-// Deletes what is left in the cache directory; false when anything stays.
+// Deletes what is left in the cache directory; false when anything stays, or memory is too short to tell.
 bool FileAccessCacheImpl::cleanCacheDirectory() {
-  QvbString error;
-  const Released<QvbDirectory> directory(qvbDirectoryOpen(m_cacheDirectory, 0, &error));
-  if (!directory) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Error iterating cache directory for clean-up, error was: %s", error);
-    return false;
-  }
-  bool result = true;
-  while (directory->next()) {
-    m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__, "Orphaned cache entry found: %s",
-                       directory->getName());
-    if (np_fio_unlink(directory->getPath()) != NP_FIO_OK) {
+  return resultOr(false, [&] {
+    QvbString error;
+    const Released<QvbDirectory> directory(qvbDirectoryOpen(m_cacheDirectory, 0, &error));
+    if (!directory) {
       m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                         "Unable to delete orphaned cache entry: %s", directory->getPath());
-      result = false;
+                         "Error iterating cache directory for clean-up, error was: %s", error);
+      return false;
     }
-  }
-  return result;
+    bool result = true;
+    while (directory->next())
+      result = deleteOrphan(*directory) && result;
+    return result;
+  });
+}
+
+bool FileAccessCacheImpl::deleteOrphan(QvbDirectory& directory) {
+  const QvbString path = directory.getPath();
+  m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__, "Orphaned cache entry found: %s",
+                     directory.getName());
+  if (np_fio_unlink(path) == NP_FIO_OK)
+    return true;
+  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Unable to delete orphaned cache entry: %s",
+                     path);
+  return false;
 }

@@ -26,8 +26,9 @@ private:
     std::int64_t written = 0;
   };
 
-  bool copy(const QvbString& name, const QvbString& localFilename, CopyTotals* totals);
-  bool copyBlocks(NpFile* source, NpFile* local, const QvbString& localFilename, CopyTotals* totals);
+  QVREPOSRES_HIDDEN bool copy(const QvbString& name, const QvbString& localFilename, CopyTotals* totals);
+  QVREPOSRES_HIDDEN bool copyBlocks(NpFile* source, NpFile* local, const QvbString& localFilename,
+                                    CopyTotals* totals);
 
   QvLogger* m_logger;
 };

@@ -37,6 +37,17 @@ Released<httpResponse> send(const httpGet& request) {
   return Released<httpResponse>(client.execute(request));
 }
 
+// The URL of a description with its ticket.
+QvbString urlOfDescription(const QvbString& name, const QvbString& ticket) {
+  const auto query = name.find(RemoteHttpFileProvider::URI_QUERY_STRING);
+  const auto fragment = name.find("#");
+  const bool hasQuery = query > 0 && (fragment < 0 || query < fragment);
+  return qvbUrlWithTicket(name, hasQuery ? '&' : '?', ticket);
+}
+
+// Empty for a text that was not given.
+QvbString givenText(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
+
 // A caller's error text, which may be missing, as one that is always there.
 class ErrorText {
 public:
@@ -86,12 +97,15 @@ int RemoteHttpFileProvider::getResponseCodeFromHTTPResponseCode(int status) {
   return row == statusResults.end() ? NP_FIO_ERROR : row->result;
 }
 
-RemoteHttpFileProvider::Context RemoteHttpFileProvider::context() const {
+// A context that could not be made, since memory was short, is made when it is needed.
+RemoteHttpFileProvider::Context RemoteHttpFileProvider::context() {
   const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  if (!m_context)
+    m_context = Released<QvSecurityContext>(getSecurityContext());
   return m_context;
 }
 
-std::optional<HTTPRemoteFileInfo> RemoteHttpFileProvider::keptRecord(const QvbString& name) const {
+RemoteHttpFileProvider::Description RemoteHttpFileProvider::keptRecord(const QvbString& name) const {
   const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
   const auto found = m_records.find(name);
   return found == m_records.end() ? std::nullopt : std::optional(found->second);
@@ -99,14 +113,15 @@ std::optional<HTTPRemoteFileInfo> RemoteHttpFileProvider::keptRecord(const QvbSt
 
 HTTPRemoteFileInfo RemoteHttpFileProvider::keepRecord(const QvbString& name, const QvbString& body) {
   const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-  HTTPRemoteFileInfo& record = m_records[name];
+  const auto found = m_records.find(name);
+  HTTPRemoteFileInfo record = found == m_records.end() ? HTTPRemoteFileInfo() : found->second;
   if (!body.isEmpty())
     populateFileInfo(&record, body);
-  return record;
+  return m_records.insert_or_assign(name, std::move(record)).first->second;
 }
 
 bool RemoteHttpFileProvider::getTicket(ASSubject* subject, const QvbString& url, QvbString* ticket,
-                                       QvbString* errorText) const {
+                                       QvbString* errorText) {
   const Context source = context();
   return source && source->getServiceTicket(subject, url, ticket, errorText);
 }
@@ -118,19 +133,31 @@ void RemoteHttpFileProvider::renewTicket(ASSubject* subject, const QvbString& ur
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", reason);
 }
 
-std::optional<HTTPRemoteFileInfo> RemoteHttpFileProvider::populateObjectEntry(ASSubject* subject,
-                                                                              const QvbString& name,
-                                                                              QvbString* errorText,
-                                                                              int* httpCode, bool force) {
+HTTPRemoteFileInfo* RemoteHttpFileProvider::populateObjectEntry(ASSubject* subject, const QvbString& name,
+                                                                QvbString* errorText, int* httpCode,
+                                                                bool force) {
+  return madeOrNull([&]() -> HTTPRemoteFileInfo* {
+    if (!describe(subject, name, errorText, httpCode, force))
+      return nullptr;
+    const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+    const auto found = m_records.find(name);
+    return found == m_records.end() ? nullptr : &found->second;
+  });
+}
+
+RemoteHttpFileProvider::Description RemoteHttpFileProvider::describe(ASSubject* subject,
+                                                                     const QvbString& name,
+                                                                     QvbString* errorText, int* httpCode,
+                                                                     bool force) {
   int retries = 0;
   return populateObjectEntry_IN(subject, name, errorText, httpCode, force, &retries);
 }
 
-std::optional<HTTPRemoteFileInfo> RemoteHttpFileProvider::populateObjectEntry_IN(ASSubject* subject,
-                                                                                 const QvbString& name,
-                                                                                 QvbString* errorText,
-                                                                                 int* httpCode, bool force,
-                                                                                 int* retries) {
+RemoteHttpFileProvider::Description RemoteHttpFileProvider::populateObjectEntry_IN(ASSubject* subject,
+                                                                                   const QvbString& name,
+                                                                                   QvbString* errorText,
+                                                                                   int* httpCode, bool force,
+                                                                                   int* retries) {
   if (!force) {
     if (auto kept = keptRecord(name)) {
       m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Updating cached HTTPInfo for: %s",
@@ -162,7 +189,7 @@ std::optional<HTTPRemoteFileInfo> RemoteHttpFileProvider::populateObjectEntry_IN
 }
 
 bool RemoteHttpFileProvider::getDescriptionTicket(ASSubject* subject, const QvbString& name,
-                                                  QvbString* ticket, QvbString* errorText) const {
+                                                  QvbString* ticket, QvbString* errorText) {
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Fetching HTTPInfo for: %s", name);
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Fetching service ticket for: %s", name);
   ErrorText error(errorText);
@@ -177,10 +204,8 @@ bool RemoteHttpFileProvider::getDescriptionTicket(ASSubject* subject, const QvbS
 
 Released<httpResponse> RemoteHttpFileProvider::requestDescription(const QvbString& name,
                                                                   const QvbString& ticket) const {
-  const char* const separator = name.find(URI_QUERY_STRING) > 0 ? "&ticket=" : "?ticket=";
-  const httpGet request{.url = qvbStringFormat("%S%s%S", &name, separator, &ticket),
-                        .headers = {},
-                        .contentType = CONTENT_TYPE_TEXT};
+  const httpGet request{
+      .url = urlOfDescription(name, ticket), .headers = {}, .contentType = CONTENT_TYPE_TEXT};
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "HTTP (GET) for: %s", request.url);
   return send(request);
 }
@@ -206,15 +231,19 @@ QvDomNode RemoteHttpFileProvider::getChildNodeByName(const QvDomNode& parent, co
 void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const QvbString& body) {
   const QvbString any;
   QvDom document;
-  if (!document.loadXML(body))
+  if (!document.loadXML(body)) {
+    // What there is no memory for is no broken document.
+    if (document.getErrorMessage() == "out of memory")
+      throw std::bad_alloc();
     return;
+  }
   const QvDomNode root = document.getRoot();
   const QvDomNode job =
       isNamed(root, NODE_PROCESSJOB.view()) ? root : getChildNodeByName(root, NODE_PROCESSJOB, any, any);
   if (job.null())
     return;
-  record->modifiedDate = job.getAttributeValue(ATTR_MODIFIEDDATE);
-  record->path = job.getAttributeValue(ATTR_PATH);
+  record->modifiedDate = givenText(job.getAttributeValue(ATTR_MODIFIEDDATE));
+  record->path = givenText(job.getAttributeValue(ATTR_PATH));
   const QvDomNode links = getChildNodeByName(job, NODE_LINKS, any, any);
   QvDomNode self = getChildNodeByName(links, NODE_LINK, ATTR_REL, ATTR_VALUE_SELF);
   if (self.null())
@@ -224,7 +253,7 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
 }
 
 bool RemoteHttpFileProvider::exists(ASSubject* subject, const QvbString& name, QvbString* errorText) {
-  if (keptRecord(name) || populateObjectEntry(subject, name, errorText, nullptr, false))
+  if (resultOr(false, [&] { return keptRecord(name) || describe(subject, name, errorText, nullptr, false); }))
     return true;
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                      "Exists found no object entry for filename: %s", name);
@@ -233,6 +262,12 @@ bool RemoteHttpFileProvider::exists(ASSubject* subject, const QvbString& name, Q
 
 int RemoteHttpFileProvider::getModifiedDate(ASSubject* subject, const QvbString& name, QvbDate* date,
                                             QvbString* errorText, bool refresh) {
+  const auto fetch = [&] { return fetchModifiedDate(subject, name, date, errorText, refresh); };
+  return resultOr(NP_FIO_REFUSED, fetch);
+}
+
+int RemoteHttpFileProvider::fetchModifiedDate(ASSubject* subject, const QvbString& name, QvbDate* date,
+                                              QvbString* errorText, bool refresh) {
   int result = 0;
   auto record = refresh ? std::nullopt : keptRecord(name);
   const char* const entered = refresh ? "getModifiedDate forcing cache ignore for: %s"
@@ -241,7 +276,7 @@ int RemoteHttpFileProvider::getModifiedDate(ASSubject* subject, const QvbString&
   if (record) {
     m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getModifiedDate found cached date: %s",
                        record->modifiedDate);
-  } else if ((record = populateObjectEntry(subject, name, errorText, &result, refresh))) {
+  } else if ((record = describe(subject, name, errorText, &result, refresh))) {
     m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getModifiedDate setting new date: %s",
                        record->modifiedDate);
   } else {
@@ -251,7 +286,7 @@ int RemoteHttpFileProvider::getModifiedDate(ASSubject* subject, const QvbString&
     if (result == 0)
       result = NP_FIO_ERROR;
   }
-  assignDateObject(record ? record->modifiedDate : QvbString(), date);
+  assignDateObject(record ? record->modifiedDate : "", date);
   return result;
 }
 
@@ -277,7 +312,9 @@ void RemoteHttpFileProvider::assignDateObject(const QvbString& text, QvbDate* da
 int RemoteHttpFileProvider::updateLocalFileContent(ASSubject* subject, const QvbString& name,
                                                    const QvbString& localFilename, QvbString* errorText) {
   int retries = 0;
-  return updateLocalFileContent_IN(subject, name, localFilename, errorText, &retries);
+  return resultOr(NP_FIO_REFUSED, [&] {
+    return updateLocalFileContent_IN(subject, name, localFilename, errorText, &retries);
+  });
 }
 
 // The link to the content of a name, empty when there is none.
@@ -285,10 +322,10 @@ QvbString RemoteHttpFileProvider::contentLinkOf(ASSubject* subject, const QvbStr
                                                 QvbString* errorText) {
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "fetching content for: %s", name);
   auto record = keptRecord(name);
-  if (!record && !(record = populateObjectEntry(subject, name, errorText, nullptr, false))) {
+  if (!record && !(record = describe(subject, name, errorText, nullptr, false))) {
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Unable to populate local file content for %s: %s", name, *errorText);
-    return {};
+    return "";
   }
   return record->contentLink;
 }
@@ -306,7 +343,8 @@ int RemoteHttpFileProvider::updateLocalFileContent_IN(ASSubject* subject, const 
     error.setIfEmpty(qvbStringFormat("Error getting service ticket for service: %S", &link));
     return NP_FIO_ERROR;
   }
-  Released<httpResponse> response = requestContent(link, ticket);
+  const QvbString url = qvbUrlWithTicket(link, '?', ticket);
+  Released<httpResponse> response = requestContent(url);
   if (!response) {
     *error.get() = "Unavlid response from HTTP get";
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "updateLocalFileContent: %s",
@@ -324,16 +362,13 @@ int RemoteHttpFileProvider::updateLocalFileContent_IN(ASSubject* subject, const 
     return updateLocalFileContent_IN(subject, name, localFilename, errorText, retries);
   }
   *error.get() =
-      qvbStringFormat("http error %d: %s, requesting %s", status, response->getStatusCodeMessage(), link);
+      qvbStringFormat("http error %d: %s, requesting %s", status, response->getStatusCodeMessage(), url);
   m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error.get());
   return getResponseCodeFromHTTPResponseCode(status);
 }
 
-Released<httpResponse> RemoteHttpFileProvider::requestContent(const QvbString& link,
-                                                              const QvbString& ticket) const {
-  httpGet request{.url = qvbStringFormat("%S?ticket=%S", &link, &ticket),
-                  .headers = {},
-                  .contentType = CONTENT_TYPE_TEXT};
+Released<httpResponse> RemoteHttpFileProvider::requestContent(const QvbString& url) const {
+  httpGet request{.url = url, .headers = {}, .contentType = CONTENT_TYPE_TEXT};
   if (!tryAllocate([&] { request.headers.emplace_back("Accept", "application/vnd.zel.ProcessJob"); }))
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Unable to create post headers for http authentication.");
@@ -372,7 +407,7 @@ bool RemoteHttpFileProvider::flush(bool) {
     m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Flushing http cache provider security context");
     m_context.reset();
-    m_context = Released<QvSecurityContext>(getSecurityContext());
+    tryAllocate([&] { m_context = Released<QvSecurityContext>(getSecurityContext()); });
   }
   m_records.clear();
   return true;

@@ -2,8 +2,8 @@
 //
 // A remote name answers with a small XML description (modification date, path, link to the content), which is kept until
 // flush; the content comes from the link. Every request carries a service ticket of its own; a request that is answered
-// with 401 is repeated with a fresh one, up to three times. Operations may be called from any thread; no lock is held
-// during a request.
+// with 401 is repeated with a fresh one, up to three times. Operations may be called from any thread, and fail when memory
+// is short; no lock is held during a request.
 #pragma once
 
 #include "guards.h"
@@ -19,10 +19,10 @@
 
 // One fetched description.
 struct HTTPRemoteFileInfo {
-  QvbString reserved;
-  QvbString contentLink;
-  QvbString modifiedDate;
-  QvbString path;
+  QvbString reserved{""};
+  QvbString contentLink{""};
+  QvbString modifiedDate{""};
+  QvbString path{""};
 };
 
 class QVREPOSRES_API RemoteHttpFileProvider : public FileAccessCacheSourceProvider {
@@ -51,10 +51,11 @@ public:
                              QvbString* errorText) override;
   bool flush(bool flag) override;
 
-  // The description of a name: the one that is kept, or (none kept, or force) a fetched one. Nothing when the service
-  // refuses, with its mapped status in `httpCode` (optional).
-  std::optional<HTTPRemoteFileInfo> populateObjectEntry(ASSubject* subject, const QvbString& name,
-                                                        QvbString* errorText, int* httpCode, bool force);
+  // The description of a name: the one that is kept, or (none kept, or force) a fetched one. It stays the provider's,
+  // until it is flushed or ends, and follows every later fetch. Null when the service refuses, with its mapped status in
+  // `httpCode` (optional).
+  HTTPRemoteFileInfo* populateObjectEntry(ASSubject* subject, const QvbString& name, QvbString* errorText,
+                                          int* httpCode, bool force);
   // Takes from the document what it holds; a text that is no document changes nothing.
   static void populateFileInfo(HTTPRemoteFileInfo* record, const QvbString& body);
   // The first child of that name and, unless the attribute's name is null, with that value of that attribute.
@@ -69,25 +70,33 @@ public:
 
 private:
   using Context = std::shared_ptr<QvSecurityContext>;
+  using Description = std::optional<HTTPRemoteFileInfo>; // a copy, for whoever holds no lock
 
-  std::optional<HTTPRemoteFileInfo> populateObjectEntry_IN(ASSubject* subject, const QvbString& name,
-                                                           QvbString* errorText, int* httpCode, bool force,
-                                                           int* retries);
-  int updateLocalFileContent_IN(ASSubject* subject, const QvbString& name, const QvbString& localFilename,
-                                QvbString* errorText, int* retries);
-  std::optional<HTTPRemoteFileInfo> keptRecord(const QvbString& name) const;
-  HTTPRemoteFileInfo keepRecord(const QvbString& name, const QvbString& body);
-  QvbString contentLinkOf(ASSubject* subject, const QvbString& name, QvbString* errorText);
-  int writeContent(const QvbString& name, const QvbString& localFilename, const QvbString& content,
-                   QvbString* errorText);
-  bool getDescriptionTicket(ASSubject* subject, const QvbString& name, QvbString* ticket,
-                            QvbString* errorText) const;
-  bool getTicket(ASSubject* subject, const QvbString& url, QvbString* ticket, QvbString* errorText) const;
-  void renewTicket(ASSubject* subject, const QvbString& url);
-  Released<httpResponse> requestDescription(const QvbString& name, const QvbString& ticket) const;
-  Released<httpResponse> requestContent(const QvbString& link, const QvbString& ticket) const;
-  bool mayRetry(int status, int* retries) const;
-  Context context() const;
+  QVREPOSRES_HIDDEN Description describe(ASSubject* subject, const QvbString& name, QvbString* errorText,
+                                         int* httpCode, bool force);
+  QVREPOSRES_HIDDEN Description populateObjectEntry_IN(ASSubject* subject, const QvbString& name,
+                                                       QvbString* errorText, int* httpCode, bool force,
+                                                       int* retries);
+  QVREPOSRES_HIDDEN int fetchModifiedDate(ASSubject* subject, const QvbString& name, QvbDate* date,
+                                          QvbString* errorText, bool refresh);
+  QVREPOSRES_HIDDEN int updateLocalFileContent_IN(ASSubject* subject, const QvbString& name,
+                                                  const QvbString& localFilename, QvbString* errorText,
+                                                  int* retries);
+  QVREPOSRES_HIDDEN Description keptRecord(const QvbString& name) const;
+  QVREPOSRES_HIDDEN HTTPRemoteFileInfo keepRecord(const QvbString& name, const QvbString& body);
+  QVREPOSRES_HIDDEN QvbString contentLinkOf(ASSubject* subject, const QvbString& name, QvbString* errorText);
+  QVREPOSRES_HIDDEN int writeContent(const QvbString& name, const QvbString& localFilename,
+                                     const QvbString& content, QvbString* errorText);
+  QVREPOSRES_HIDDEN bool getDescriptionTicket(ASSubject* subject, const QvbString& name, QvbString* ticket,
+                                              QvbString* errorText);
+  QVREPOSRES_HIDDEN bool getTicket(ASSubject* subject, const QvbString& url, QvbString* ticket,
+                                   QvbString* errorText);
+  QVREPOSRES_HIDDEN void renewTicket(ASSubject* subject, const QvbString& url);
+  QVREPOSRES_HIDDEN Released<httpResponse> requestDescription(const QvbString& name,
+                                                              const QvbString& ticket) const;
+  QVREPOSRES_HIDDEN Released<httpResponse> requestContent(const QvbString& url) const;
+  QVREPOSRES_HIDDEN bool mayRetry(int status, int* retries) const;
+  QVREPOSRES_HIDDEN Context context();
 
   QvLogger* m_logger;
   std::map<QvbString, HTTPRemoteFileInfo> m_records;

@@ -2,7 +2,9 @@
 
 #include "guards.h"
 #include "qvsfio/npfio.h"
+#include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvbunload.h"
 
 #include <chrono>
 #include <map>
@@ -65,14 +67,13 @@ private:
 using Listings = KnownFolders<QvbString, KnownListing>;
 using Contents = KnownFolders<std::pair<QvReposConfigType, QvbString>, KnownFiles>;
 
-// Neither is ever destroyed: managers may be used while the process ends.
 Listings& knownListings() {
-  static Listings& listings = *new Listings;
+  static Listings& listings = qvbUntilUnload<Listings>();
   return listings;
 }
 
 Contents& knownContents() {
-  static Contents& contents = *new Contents;
+  static Contents& contents = qvbUntilUnload<Contents>();
   return contents;
 }
 
@@ -94,15 +95,17 @@ public:
   FolderReader(QvReposConfigType type, std::shared_ptr<const KnownFiles> known, std::int64_t now)
       : m_type(type), m_known(std::move(known)), m_now(now) {}
 
-  // Null when the file cannot be read. Only regular files are: opening a pipe would wait for its other end.
+  // Only regular files are opened: opening a pipe would wait for its other end.
   DefinitionFilePtr read(const QvbString& path) {
     NpFileStat stat{};
-    if (np_fio_stat(path, &stat) != NP_FIO_OK || stat.kind != NpFileKind::File)
-      return nullptr;
+    const int code = np_fio_stat(path, &stat);
+    if (code != NP_FIO_OK || stat.kind != NpFileKind::File)
+      return unreadable(path, code == NP_FIO_OK || code == NP_FIO_NOT_FOUND ? "not a regular file"
+                                                                            : np_fio_errdesc(code));
     auto file = findUnchanged(path, stat);
     if (!file)
       file = readDefinitionFile(path, m_type);
-    if (file && mayKeep(stat))
+    if (file->content != DefinitionFile::Content::Unreadable && mayKeep(stat))
       m_seen->emplace_hint(m_seen->end(), path, KnownFile{stat, file});
     return file;
   }
@@ -113,6 +116,12 @@ private:
   // What may be kept for one folder: bytes of files, and of what goes with each of them.
   static constexpr std::int64_t maxBytes = std::int64_t{16} << 20;
   static constexpr std::int64_t overhead = 1024;
+
+  DefinitionFilePtr unreadable(const QvbString& path, const char* why) const {
+    auto file = std::make_shared<DefinitionFile>(path, m_type);
+    file->reason = qvbStringFormat("%S: %s", &path, why);
+    return file;
+  }
 
   DefinitionFilePtr findUnchanged(const QvbString& path, const NpFileStat& stat) const {
     if (!m_known)
@@ -145,29 +154,26 @@ std::int64_t secondsNow() {
 
 // The folder is looked at before it is listed: what changes meanwhile shows in its times the next time.
 std::shared_ptr<const DefinitionPaths> listDefinitionFolder(const QvbString& path, std::int64_t now) {
-  static const auto& none = *new std::shared_ptr<const DefinitionPaths>(new DefinitionPaths);
   if (path.isEmpty())
-    return none;
+    return nullptr;
   NpFileStat stat{};
   const bool isThere = np_fio_stat(path, &stat) == NP_FIO_OK;
   const auto known = isThere ? knownListings().find(path) : nullptr;
   if (known && isSameState(known->stat, stat))
     return known->files;
   auto files = listFiles(path);
-  if (!files)
-    return none;
-  if (isThere && hasSettled(stat, now))
+  if (files && isThere && hasSettled(stat, now))
     knownListings().keep(path, std::make_shared<KnownListing>(KnownListing{stat, files}));
   return files;
 }
 
 std::vector<DefinitionFilePtr> readDefinitionFolder(const DefinitionFolder& folder, std::int64_t now) {
+  std::vector<DefinitionFilePtr> files;
   const auto key = std::make_pair(folder.type, folder.path);
   FolderReader reader(folder.type, knownContents().find(key), now);
-  std::vector<DefinitionFilePtr> files;
-  for (const auto& path : *folder.files)
-    if (auto file = reader.read(path))
-      files.push_back(std::move(file));
+  if (folder.files)
+    for (const auto& path : *folder.files)
+      files.push_back(reader.read(path));
   knownContents().keep(key, reader.seen());
   return files;
 }

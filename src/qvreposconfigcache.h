@@ -17,17 +17,17 @@ using DefinitionPaths = std::vector<QvbString>;
 struct DefinitionFolder {
   QvReposConfigType type;
   QvbString path;
-  std::shared_ptr<const DefinitionPaths> files;
+  std::shared_ptr<const DefinitionPaths> files; // null for none
 };
 
 std::int64_t secondsNow();
 
-// The definition files of the folder, never null; none without a folder that can be opened. It is listed again when it
-// is another one, or has other times, than when it was listed.
+// The definition files of the folder; null without a folder that can be opened. It is listed again when it is another
+// one, or has other times, than when it was listed.
 std::shared_ptr<const DefinitionPaths> listDefinitionFolder(const QvbString& path,
                                                             std::int64_t now = secondsNow());
 
-// The folder's files in their order, without those that cannot be read. A file is read again when it is another one, or
-// has another size or other times, than when it was read.
+// The folder's files in their order. A file is read again when it could not be read, is another one, or has another size
+// or other times, than when it was read. Memory that cannot be had is std::bad_alloc and changes nothing that is known.
 std::vector<DefinitionFilePtr> readDefinitionFolder(const DefinitionFolder& folder,
                                                     std::int64_t now = secondsNow());

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
+#include <new>
 
 namespace {
 
@@ -92,15 +93,25 @@ void readDefinition(const QvDomNode& element, const QvDomNode& root, QvReposConf
   definition.setUnifiedConnectionType(connectionTypeOf(definition.getUnifiedRepositoryConnectType()));
 }
 
-DefinitionFile::Content parseDefinition(const QvbString& xml, QvReposConfiguration& definition) {
+// What QvDom says when memory is short, which tells nothing of the document.
+constexpr const char* outOfMemory = "out of memory";
+
+void parseDefinition(const QvbString& xml, DefinitionFile& file) {
+  const auto path = file.definition.getFilename();
   QvDom dom;
-  if (!dom.loadXML(xml))
-    return DefinitionFile::Content::Malformed;
-  const auto element = findDefinition(dom.getRoot());
-  if (element.null())
-    return DefinitionFile::Content::NoDefinition;
-  readDefinition(element, dom.getRoot(), definition);
-  return DefinitionFile::Content::Definition;
+  if (!dom.loadXML(xml)) {
+    const auto error = dom.getErrorMessage();
+    if (error == outOfMemory)
+      throw std::bad_alloc();
+    file.content = DefinitionFile::Content::Malformed;
+    file.reason = qvbStringFormat("%S:%S", &path, &error);
+  } else if (const auto element = findDefinition(dom.getRoot()); element.null()) {
+    file.content = DefinitionFile::Content::NoDefinition;
+    file.reason = qvbStringFormat("The file \"%S\" is not a valid definition file.", &path);
+  } else {
+    readDefinition(element, dom.getRoot(), file.definition);
+    file.content = DefinitionFile::Content::Definition;
+  }
 }
 
 } // namespace
@@ -116,13 +127,17 @@ bool writeConfigurationContents(QvReposConfiguration* definition, const QvbStrin
   return written;
 }
 
+DefinitionFile::DefinitionFile(const QvbString& path, QvReposConfigType type) {
+  definition.setFilename(path);
+  definition.setType(type);
+}
+
 DefinitionFilePtr readDefinitionFile(const QvbString& path, QvReposConfigType type) {
+  auto file = std::make_shared<DefinitionFile>(path, type);
   QvbString xml;
-  if (np_fio_readAll(path, maxFileSize, &xml) != NP_FIO_OK)
-    return nullptr;
-  auto file = std::make_shared<DefinitionFile>();
-  file->definition.setFilename(path);
-  file->definition.setType(type);
-  file->content = parseDefinition(xml, file->definition);
+  if (const int code = np_fio_readAll(path, maxFileSize, &xml))
+    file->reason = qvbStringFormat("%S: %s", &path, np_fio_errdesc(code));
+  else
+    parseDefinition(xml, *file);
   return file;
 }

@@ -9,11 +9,15 @@
 // How the name of a definition file ends, with no dot required before it.
 inline constexpr std::string_view definitionFileSuffix = "rcf";
 
-// What a file that could be read holds. It is shared by all who loaded it and never changes.
+// What a file holds. It is shared by all who loaded it and never changes.
 struct DefinitionFile {
-  enum class Content { Malformed, NoDefinition, Definition };
+  enum class Content { Unreadable, Malformed, NoDefinition, Definition };
 
-  Content content = Content::Malformed;
+  DefinitionFile(const QvbString& path, QvReposConfigType type);
+
+  Content content = Content::Unreadable;
+  // Why there is no definition, beginning with the file's path; null when there is one.
+  QvbString reason;
   // Its file name and type are set whatever the content.
   QvReposConfigurationImpl definition;
 };
@@ -21,5 +25,5 @@ using DefinitionFilePtr = std::shared_ptr<DefinitionFile>;
 
 // Replaces the file atomically. On failure the old file is as it was and `error`, where given, tells why.
 bool writeConfigurationContents(QvReposConfiguration* definition, const QvbString& path, QvbString* error);
-// Null for a file that cannot be read.
+// Never null. Memory that cannot be had is std::bad_alloc: what the file holds is not known then.
 DefinitionFilePtr readDefinitionFile(const QvbString& path, QvReposConfigType type);

@@ -1,12 +1,12 @@
 #include "qvreposconfigmgrimpl.h"
 
+#include "allocation.h"
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
-#include "qvxbase/qvuri.h"
 
-#include <unordered_set>
+#include <unordered_map>
 #include <utility>
 
 namespace {
@@ -16,7 +16,7 @@ constexpr int newFolderMode = 8;
 
 constexpr const char* notValid = "The definition specified is not valid.";
 
-bool fail(QvbString* error, const QvbString& message) {
+bool fail(QvbString* error, const QvbString& message) noexcept {
   if (error)
     *error = message;
   return false;
@@ -32,31 +32,37 @@ bool isSameFile(const QvbString& a, const QvbString& b) {
          first.device == second.device && first.inode == second.inode;
 }
 
+// What a file that cannot be deleted is told of with. Made while there is memory.
+const QvbString deletionDenied("Access was denied trying to delete the definition");
+const QvbString deletionFailed("There was an error deleting the definition");
+
 bool deleteFile(const QvbString& path, QvbString* error) {
   const int code = np_fio_unlink(path);
   if (code == NP_FIO_OK)
     return true;
-  return fail(error, code == NP_FIO_ACCESS ? "Access was denied trying to delete the definition"
-                                           : "There was an error deleting the definition");
+  return fail(error, code == NP_FIO_ACCESS ? deletionDenied : deletionFailed);
 }
 
-// The native path of an option that may be a "file:" URI, so that file names can be joined to it as they are.
-QvbString folderOption(const QvbOption& option) {
-  QvbString folder = qvbGetConfigOption(option);
-  const Released<QvURI> uri(getURIFromURIString(folder));
-  getNativePath(uri.get(), &folder);
-  return folder;
+// The option that names the folder of the definitions of that type; null for what is no type.
+const QvbOption* folderOptionOf(QvReposConfigType type) {
+  switch (type) {
+  case QvReposConfigTypeSystem:
+    return &QvbOptions::SystemDefinitions;
+  case QvReposConfigTypeUser:
+    return &QvbOptions::UserDefinitions;
+  }
+  return nullptr;
 }
 
 // The folder of the definitions of that type; null or empty when there is none.
 QvbString folderOf(QvReposConfigType type) {
-  switch (type) {
-  case QvReposConfigTypeSystem:
-    return folderOption(QvbOptions::SystemDefinitions);
-  case QvReposConfigTypeUser:
-    return folderOption(QvbOptions::UserDefinitions);
-  }
-  return {};
+  const auto* option = folderOptionOf(type);
+  return option ? qvbGetConfigFolder(*option) : QvbString();
+}
+
+// The file name is the definition's name as it stands.
+QvbString fileIn(const QvbString& folder, const QvbString& name) {
+  return qvbConcatPath(folder, qvbStringFormat("%S.%s", &name, definitionFileSuffix.data()));
 }
 
 // Takes over the definitions of the files that it is given, in their order; the first one of a name wins.
@@ -66,41 +72,47 @@ public:
       : m_logger(logger), m_errorMessage(errorMessage) {}
 
   void add(DefinitionFilePtr file) {
+    if (file->content == DefinitionFile::Content::Definition)
+      return addDefinition(std::move(file));
     if (file->content == DefinitionFile::Content::NoDefinition)
-      *m_errorMessage =
-          qvbStringFormat("The file \"%s\" is not a valid definition file.", file->definition.getFilename());
-    if (file->content == DefinitionFile::Content::Definition && isFirstOfName(file->definition))
-      m_definitions.push_back(std::move(file));
+      *m_errorMessage = file->reason;
+    m_refused.push_back({std::move(file), nullptr});
   }
 
   std::vector<DefinitionFilePtr> takeDefinitions() { return std::move(m_definitions); }
+  std::vector<RefusedFile> takeRefused() { return std::move(m_refused); }
 
 private:
-  bool isFirstOfName(QvReposConfiguration& definition) {
-    const bool isFirst = m_names.insert(definition.getName()).second;
-    if (!isFirst) {
-      m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                         "A definition named \"%s\" already exists and will not be loaded.",
-                         definition.getName());
-      m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__,
-                         "The definition file \"%s\" will not be loaded because a definition with that name "
-                         "already exists.",
-                         definition.getFilename());
-    }
-    return isFirst;
+  void addDefinition(DefinitionFilePtr file) {
+    const auto [first, isFirst] = m_byName.try_emplace(file->definition.getName(), file);
+    if (isFirst)
+      return m_definitions.push_back(std::move(file));
+    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
+                       "A definition named \"%s\" already exists and will not be loaded.",
+                       file->definition.getName());
+    m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__,
+                       "The definition file \"%s\" will not be loaded because a definition with that name "
+                       "already exists.",
+                       file->definition.getFilename());
+    m_refused.push_back({std::move(file), first->second});
   }
 
   QvLogger* m_logger;
   QvbString* m_errorMessage;
   std::vector<DefinitionFilePtr> m_definitions;
-  std::unordered_set<QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_names;
+  std::vector<RefusedFile> m_refused;
+  std::unordered_map<QvbString, DefinitionFilePtr, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_byName;
 };
 
-// Ends the old file of a definition that is now saved elsewhere. That it cannot be deleted does not fail the
-// save.
-void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString* error) {
-  if (oldFile != target && fileExists(oldFile) && !isSameFile(oldFile, target))
-    deleteFile(oldFile, error);
+// Ends the old file of a definition that is now saved elsewhere. That it cannot be deleted, short memory included, does
+// not fail the save.
+void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString* error) noexcept {
+  const bool isEnded = tryAllocate([&] {
+    if (oldFile != target && fileExists(oldFile) && !isSameFile(oldFile, target))
+      deleteFile(oldFile, error);
+  });
+  if (!isEnded)
+    fail(error, deletionFailed);
 }
 
 } // namespace
@@ -120,8 +132,8 @@ QvbString QvReposConfigManagerImpl::getErrorMessage() {
 
 void QvReposConfigManagerImpl::initFileList() {
   for (auto* folder : {&m_systemFolder, &m_userFolder}) {
-    folder->path = folderOf(folder->type);
-    folder->files = listDefinitionFolder(folder->path);
+    const auto path = folderOf(folder->type);
+    *folder = {folder->type, path, listDefinitionFolder(path)};
   }
 }
 
@@ -131,6 +143,7 @@ void QvReposConfigManagerImpl::refreshReposList() {
     for (auto& file : readDefinitionFolder(*folder))
       loader.add(std::move(file));
   m_definitions = loader.takeDefinitions();
+  m_refused = loader.takeRefused();
 }
 
 bool QvReposConfigManagerImpl::refresh() {
@@ -191,6 +204,25 @@ bool QvReposConfigManagerImpl::getDefaultConfiguration(QvbString* name) {
   return true;
 }
 
+QvReposRefusalList* QvReposConfigManagerImpl::getRefusals() {
+  Released<QvReposRefusalListImpl> list(new QvReposRefusalListImpl);
+  refresh();
+  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  for (const auto* folder : {&m_systemFolder, &m_userFolder})
+    if (!folder->path.isEmpty() && !folder->files)
+      list->addFolder(folder->path, folderOptionOf(folder->type)->key);
+  for (const auto& refused : m_refused)
+    list->addFile(refused);
+  return list.release();
+}
+
+bool QvReposConfigManagerImpl::getConfigurationFilename(const QvbString& name, QvReposConfigType type,
+                                                        QvbString* filename) {
+  const auto folder = folderOf(type);
+  *filename = folder.isEmpty() ? QvbString() : fileIn(folder, name);
+  return !folder.isEmpty();
+}
+
 bool QvReposConfigManagerImpl::deleteConfiguration(QvReposConfiguration* definition, QvbString* error) {
   if (!definition)
     return fail(error, notValid);
@@ -215,8 +247,8 @@ bool QvReposConfigManagerImpl::saveConfiguration(QvReposConfiguration* definitio
     return fail(error, "A definition already exists with that name.");
   if (!writeConfigurationContents(definition, target, error))
     return false;
-  deleteOldFile(oldFile, target, error);
   definition->setFilename(target);
+  deleteOldFile(oldFile, target, error);
   return true;
 }
 
@@ -228,8 +260,7 @@ bool QvReposConfigManagerImpl::findTarget(QvReposConfiguration& definition, QvbS
   QvbString message;
   if (!createDirectoryIfNotExist(folder, &message))
     return fail(error, message);
-  const auto name = definition.getName();
-  *target = qvbConcatPath(folder, qvbStringFormat("%S.%s", &name, definitionFileSuffix.data()));
+  *target = fileIn(folder, definition.getName());
   return true;
 }
 

@@ -3,6 +3,7 @@
 
 #include "guards.h"
 #include "qvreposconfigcache.h"
+#include "qvreposrefusals.h"
 #include "qvxlog/qvxlog.h"
 
 #include <vector>
@@ -25,11 +26,13 @@ public:
   bool deleteConfiguration(QvReposConfiguration* definition, QvbString* error) override;
   bool saveConfiguration(QvReposConfiguration* definition, QvbString* error) override;
   bool getDefaultConfiguration(QvbString* name) override;
+  QvReposRefusalList* getRefusals() override;
+  bool getConfigurationFilename(const QvbString& name, QvReposConfigType type, QvbString* filename) override;
 
   // Calls `visit` under the lock with each definition as it is now, in load order: a lookup without copies. What it is
   // called with must not be changed, nor kept.
   template<class Visit>
-  void forEachDefinition(const Visit& visit) {
+  QVREPOSRES_HIDDEN void forEachDefinition(const Visit& visit) {
     refresh();
     const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
     for (const auto& file : m_definitions)
@@ -38,20 +41,21 @@ public:
 
 private:
   // Lists the files of both folders.
-  void initFileList();
+  QVREPOSRES_HIDDEN void initFileList();
   // Loads the definitions of the listed files; the first one of a name wins.
-  void refreshReposList();
+  QVREPOSRES_HIDDEN void refreshReposList();
   template<class Filter>
-  QvReposConfigurationList* listWhere(const Filter& isWanted);
+  QVREPOSRES_HIDDEN QvReposConfigurationList* listWhere(const Filter& isWanted);
   // Makes the last level of the path where it is missing. `error` is required.
-  bool createDirectoryIfNotExist(const QvbString& path, QvbString* error);
+  QVREPOSRES_HIDDEN bool createDirectoryIfNotExist(const QvbString& path, QvbString* error);
   // The file that the definition is to be saved in; its folder is made where it is missing.
-  bool findTarget(QvReposConfiguration& definition, QvbString* target, QvbString* error);
+  QVREPOSRES_HIDDEN bool findTarget(QvReposConfiguration& definition, QvbString* target, QvbString* error);
 
   QvbString m_errorMessage{""};
   DefinitionFolder m_systemFolder{QvReposConfigTypeSystem, {}, {}};
   DefinitionFolder m_userFolder{QvReposConfigTypeUser, {}, {}};
   std::vector<DefinitionFilePtr> m_definitions;
+  std::vector<RefusedFile> m_refused;
   QvLogger* m_logger;
   OwnedLock m_lock;
 };

@@ -95,13 +95,8 @@ QvReposConfiguration* QvReposConfigurationListImpl::getValue(unsigned long colum
 }
 
 bool QvReposConfigurationListImpl::copyList(QvReposConfigurationList* source) {
-  while (source->next()) {
-    if (!addRow())
-      return false;
-    setLastRowElement(Released<QvReposConfiguration>(source->getValue()).get());
-  }
-  m_cursor.restart();
-  return true;
+  return copyRows(*this, *source, m_cursor, m_rows.size(),
+                  [&] { setLastRowElement(Released<QvReposConfiguration>(source->getValue()).get()); });
 }
 
 void QvReposConfigurationListImpl::append(QvReposConfiguration* definition) {

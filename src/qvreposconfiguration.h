@@ -79,7 +79,7 @@ public:
   // Appends the rows of the source from its cursor on; false when memory is short.
   bool copyList(QvReposConfigurationList* source);
   // Appends a row with this definition. Memory that cannot be had is std::bad_alloc.
-  void append(QvReposConfiguration* definition);
+  QVREPOSRES_HIDDEN void append(QvReposConfiguration* definition);
 
 private:
   ~QvReposConfigurationListImpl() = default;

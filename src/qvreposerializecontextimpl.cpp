@@ -7,12 +7,16 @@
 #include "qvxbase/qvuri.h"
 #include "qvxlog/qvxlog.h"
 
+#include <algorithm>
+#include <new>
+#include <optional>
 #include <utility>
 
 namespace {
 
 constexpr const char* logSource = "src/qvreposerializecontextimpl";
 constexpr const char* xmlDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+constexpr const char* xmlDeclarationLine = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
 constexpr const char* documentElement = "morvaxeldocument";
 constexpr const char* containerElement = "RepositoryMetadataObject";
 
@@ -27,14 +31,6 @@ QvbString idOf(const QvDomNode& node) {
     if (isIdAttribute(name))
       return value;
   return {};
-}
-
-void readAttributes(RepositoryMetadataObject* object, const QvDomNode& node) {
-  QvbString name;
-  QvbString value;
-  for (int i = 0; node.getAttributeNameValue(i, &name, &value); ++i)
-    if (!name.isEmpty() && !isIdAttribute(name))
-      object->addAttribute(name, value);
 }
 
 QvLoggingLevel levelOf(RepositoryActionLogStatus status) {
@@ -53,26 +49,205 @@ QvLoggingLevel levelOf(RepositoryActionLogStatus status) {
   return QvLoggingLevel::Success;
 }
 
-// Starts the document that the object is to be written into and gives the object's own element; missing when the
-// document cannot be started.
-QvDomNode startDocument(QvDom& document, const QvbString& objectType, bool relationships) {
-  if (relationships)
-    return document.startNewDocument(objectType) ? document.getRoot() : QvDomNode();
-  if (!document.startNewDocument(documentElement))
-    return {};
-  QvDomNode root = document.getRoot();
-  root.setAttributeValue("class", "RepositoryMetadataObject");
-  root.setAttributeValue("version", "1.0");
-  return root.addChild(objectType);
+void writeObject(QvDomNode& node, RepositoryMetadataObject& object, MetadataWriting& writing) {
+  writing.outermost().countObjects();
+  if (!node.null())
+    object.toXML(&node);
 }
 
+void logCleared(QvLogger& logger) {
+  logger.logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
+                  "Cleared context to prepare for object export transaction.");
+}
+
+// What the objects of a document are to contain, in document order.
+class Contents {
+public:
+  // An element of the object begins.
+  void open(RepositoryMetadataObject* object) { placeOf(object); }
+  void add(RepositoryMetadataObject* container, RepositoryMetadataObject* content) {
+    const auto place = placeOf(content);
+    m_members[placeOf(container)].contents.push_back(place);
+  }
+
+  // Hands out each containment, those of the contents before those of what contains them, so that what is contained is
+  // complete. A containment that leads back to an object whose contents are being walked through is left out: the walk
+  // begins with the first object and follows the order of the contents.
+  template<class Contain>
+  void settle(const Contain& contain) {
+    m_open.reserve(m_members.size());
+    for (std::size_t first = 0; first < m_members.size(); ++first)
+      if (m_members[first].state == State::New)
+        settleFrom(first, contain);
+  }
+
+private:
+  enum class State { New, Open, Settled };
+  struct Member {
+    RepositoryMetadataObject* object;
+    std::vector<std::size_t> contents;
+    std::size_t next = 0;
+    State state = State::New;
+  };
+
+  std::size_t placeOf(RepositoryMetadataObject* object) {
+    const auto [position, isNew] = m_places.try_emplace(object, m_members.size());
+    if (isNew)
+      m_members.push_back({object, {}});
+    return position->second;
+  }
+
+  void enter(std::size_t place) {
+    m_members[place].state = State::Open;
+    m_open.push_back(place);
+  }
+
+  template<class Contain>
+  void settleFrom(std::size_t first, const Contain& contain) {
+    enter(first);
+    while (!m_open.empty()) {
+      Member& member = m_members[m_open.back()];
+      if (member.next == member.contents.size()) {
+        leave(member, contain);
+        continue;
+      }
+      std::size_t& content = member.contents[member.next++];
+      if (m_members[content].state == State::New)
+        enter(content);
+      else if (m_members[content].state == State::Open)
+        content = leftOut;
+    }
+  }
+
+  template<class Contain>
+  void leave(Member& member, const Contain& contain) {
+    for (const auto content : member.contents)
+      if (content != leftOut)
+        contain(member.object, m_members[content].object);
+    member.state = State::Settled;
+    m_open.pop_back();
+  }
+
+  static constexpr std::size_t leftOut = static_cast<std::size_t>(-1);
+
+  std::vector<Member> m_members;
+  std::unordered_map<RepositoryMetadataObject*, std::size_t> m_places;
+  std::vector<std::size_t> m_open;
+};
+
 } // namespace
+
+// What reading has changed so far. Unless it is kept, all of that is taken back: the objects that were made end, and
+// those that were there before are what they were. Objects of an application's own class keep what they were given.
+class RepositorySerializationContextImpl::Reading {
+public:
+  explicit Reading(RepositorySerializationContextImpl& context) : m_context(context) {
+    m_context.m_reading = this;
+  }
+  ~Reading() {
+    m_context.m_reading = nullptr;
+    for (auto undo = m_undo.rbegin(); undo != m_undo.rend(); ++undo)
+      (*undo)();
+    for (auto given = m_given.rbegin(); given != m_given.rend(); ++given)
+      takeIdBack(*given);
+    for (RepositoryMetadataObjectImpl* object : m_made)
+      object->hold();
+    for (RepositoryMetadataObjectImpl* object : m_made)
+      object->letGoAndRelease();
+  }
+  Reading(const Reading&) = delete;
+  Reading& operator=(const Reading&) = delete;
+
+  // The id of the position is about to become the object's, which the document has made.
+  void noteId(Objects::iterator position, RepositoryMetadataObjectImpl* object) {
+    m_given.push_back({position, position->second});
+    try {
+      m_made.insert(object);
+    } catch (...) {
+      m_given.pop_back();
+      throw;
+    }
+  }
+  void open(RepositoryMetadataObject* object) { m_contents.open(object); }
+  void addAttribute(RepositoryMetadataObject* object, const QvbString& name, const QvbString& value) {
+    if (auto* known = knownBefore(object)) {
+      QvbString earlier;
+      const bool had = known->RepositoryMetadataObjectImpl::getAttribute(name, &earlier);
+      m_undo.push_back(
+          [=] { known->restoreAttribute(name, had ? std::optional<QvbString>(earlier) : std::nullopt); });
+    }
+    object->addAttribute(name, value);
+  }
+  void associate(RepositoryMetadataObject* object, const QvbString& association,
+                 RepositoryMetadataObject* associated) {
+    if (auto* known = knownBefore(object))
+      m_undo.push_back(
+          [=, count = known->associatedCount(association)] { known->restoreAssociated(association, count); });
+    object->addAssociatedObject(association, associated);
+  }
+  void contain(RepositoryMetadataObject* container, RepositoryMetadataObject* content) {
+    m_contents.add(container, content);
+  }
+
+  void keep() {
+    m_contents.settle([this](RepositoryMetadataObject* container, RepositoryMetadataObject* content) {
+      if (auto* known = knownBefore(container))
+        m_undo.push_back([=, count = known->containedCount()] { known->restoreContained(count); });
+      container->addContainedObject(content);
+    });
+    m_context.m_displaced.reserve(m_context.m_displaced.size() + m_given.size());
+    for (const auto& [position, earlier] : m_given)
+      displace(earlier);
+    m_undo.clear();
+    m_given.clear();
+    m_made.clear();
+  }
+
+private:
+  struct Given {
+    Objects::iterator position;
+    RepositoryMetadataObjectImpl* earlier; // null when the id was nobody's
+  };
+
+  // The object, if it was there before, and is one whose changes can be taken back.
+  RepositoryMetadataObjectImpl* knownBefore(RepositoryMetadataObject* object) const {
+    auto* own = dynamic_cast<RepositoryMetadataObjectImpl*>(object);
+    return own && m_made.count(own) == 0 ? own : nullptr;
+  }
+
+  void takeIdBack(const Given& given) noexcept {
+    given.position->second->letGo();
+    if (given.earlier)
+      given.position->second = given.earlier;
+    else
+      m_context.m_objects.erase(given.position);
+  }
+
+  // An object that lost its id passes to the caller, who may have it in hand. One that this document has made is known
+  // to nobody yet, so the context keeps it.
+  void displace(RepositoryMetadataObjectImpl* object) noexcept {
+    if (object && m_made.count(object) != 0)
+      m_context.m_displaced.push_back(object);
+    else if (object)
+      object->letGo();
+  }
+
+  RepositorySerializationContextImpl& m_context;
+  std::unordered_set<RepositoryMetadataObjectImpl*> m_made;
+  std::vector<Given> m_given;
+  std::vector<std::function<void()>> m_undo;
+  Contents m_contents;
+};
 
 RepositorySerializationContextImpl::RepositorySerializationContextImpl()
     : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.Serialize")) {}
 
 RepositorySerializationContextImpl::~RepositorySerializationContextImpl() {
-  RepositorySerializationContextImpl::clear();
+  forgetAll();
+  try {
+    logCleared(*m_logger);
+  } catch (const std::bad_alloc&) { // a record that there is no memory for is lost
+  }
 }
 
 RepositoryMetadataObject* RepositorySerializationContextImpl::getMetadataObject(const QvbString& objectType,
@@ -81,24 +256,19 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::getMetadataObject(
     return known;
   Released<RepositoryMetadataObjectImpl> object(new RepositoryMetadataObjectImpl(objectType));
   object->setId(id);
-  if (m_madeByDocument)
-    m_madeByDocument->insert(object.get());
-  RepositoryMetadataObjectImpl*& mapped = m_objects[id];
-  if (mapped)
-    displace(mapped);
-  mapped = object.release();
-  mapped->hold();
-  ++m_made;
-  return mapped;
-}
-
-// The object passes to the caller, who may have it in hand. One that the document being read has made is known to
-// nobody yet, so the context keeps it.
-void RepositorySerializationContextImpl::displace(RepositoryMetadataObjectImpl* object) {
-  if (m_madeByDocument && m_madeByDocument->count(object) != 0)
-    m_displaced.push_back(object);
-  else
-    object->letGo();
+  const auto [position, isNew] = m_objects.try_emplace(id, nullptr);
+  try {
+    if (m_reading)
+      m_reading->noteId(position, object.get());
+  } catch (...) {
+    if (isNew)
+      m_objects.erase(position);
+    throw;
+  }
+  if (position->second && !m_reading)
+    position->second->letGo();
+  object->hold();
+  return position->second = object.release();
 }
 
 RepositoryMetadataObject* RepositorySerializationContextImpl::findMetadataObject(const QvbString& objectType,
@@ -119,10 +289,26 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::getMetadataObjectB
         qvbEqualsIgnoreCase(value.view(), attributeValue.view()))
       return object;
   }
-  RepositoryMetadataObject* object = getMetadataObject(objectType, qvbGetUUID());
-  if (object)
-    object->addAttribute(attributeName, attributeValue);
+  const QvbString id = qvbGetUUID();
+  RepositoryMetadataObject* object = getMetadataObject(objectType, id);
+  try {
+    if (object)
+      object->addAttribute(attributeName, attributeValue);
+  } catch (...) {
+    forget(id, object);
+    throw;
+  }
   return object;
+}
+
+// An object that nobody was given yet. What is read is taken back as a whole.
+void RepositorySerializationContextImpl::forget(const QvbString& id,
+                                                RepositoryMetadataObject* object) noexcept {
+  const auto position = m_objects.find(id);
+  if (m_reading || position == m_objects.end() || position->second != object)
+    return;
+  position->second->letGoAndRelease();
+  m_objects.erase(position);
 }
 
 RepositoryMetadataObject*
@@ -139,24 +325,41 @@ bool RepositorySerializationContextImpl::serialize(RepositoryMetadataObject* obj
   if (!object)
     return false;
   QvDom document;
-  QvDomNode main = startDocument(document, object->getObjectType(), m_relationships);
-  if (main.null())
+  if (!document.startNewDocument(m_relationships ? object->getObjectType() : QvbString(documentElement)))
     return false;
-  object->toXML(&main);
   QvDomNode root = document.getRoot();
+  if (!writeObjects(root, *object))
+    return false;
+  if (!xml)
+    return true;
+  const QvbString text = document.createXML(layout, root, layout ? xmlDeclarationLine : xmlDeclaration);
+  if (text.isNull())
+    return false;
+  xml->append(text);
+  return true;
+}
+
+// The object and all others of the context; false when that is too much for a document. An object whose type is no name
+// of XML has no element, and is left out.
+bool RepositorySerializationContextImpl::writeObjects(QvDomNode& root,
+                                                      RepositoryMetadataObject& object) const {
+  MetadataWriting writing;
+  QvDomNode main = root;
+  if (!m_relationships) {
+    root.setAttributeValue("class", "RepositoryMetadataObject");
+    root.setAttributeValue("version", "1.0");
+    main = root.addChild(object.getObjectType());
+  }
+  writeObject(main, object, writing);
   for (const auto& [id, other] : m_objects) {
-    if (qvbEqualsIgnoreCase(other->getId().view(), object->getId().view()))
+    if (writing.outermost().isTooLarge())
+      break;
+    if (qvbEqualsIgnoreCase(other->getId().view(), object.getId().view()))
       continue;
     QvDomNode node = root.addChild(other->getObjectType());
-    other->toXML(&node);
+    writeObject(node, *other, writing);
   }
-  if (xml) {
-    xml->append(xmlDeclaration);
-    if (layout)
-      xml->append("\n");
-    xml->append(document.createXML(layout, root));
-  }
-  return true;
+  return !writing.outermost().isTooLarge();
 }
 
 RepositoryMetadataObject* RepositorySerializationContextImpl::deSerialize(const QvbString& xml,
@@ -167,10 +370,18 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::deSerialize(const 
   const QvDomNode container = findContainer(document.getRoot());
   if (container.null())
     return nullptr;
-  Objects made;
-  m_madeByDocument = &made;
-  const ScopeExit end([this] { m_madeByDocument = nullptr; });
-  return readObjects(container, message);
+  return readWhole([&] { return readObjects(container, message); });
+}
+
+// All of it, or nothing when an exception ends it. Reading that goes on within another one is part of that.
+template<class Operation>
+RepositoryMetadataObject* RepositorySerializationContextImpl::readWhole(const Operation& operation) {
+  if (m_reading)
+    return operation();
+  Reading reading(*this);
+  RepositoryMetadataObject* const object = operation();
+  reading.keep();
+  return object;
 }
 
 // The element whose children are the document's objects. Only first children are searched for it.
@@ -206,71 +417,55 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::readObjects(const 
 RepositoryMetadataObject* RepositorySerializationContextImpl::readObjectFromNode(QvbString* rootId,
                                                                                  QvDomNode* node,
                                                                                  QvbString* message) {
-  return node ? readObject(rootId, *node, message).object : nullptr;
+  return node ? readWhole([&] { return readObject(rootId, *node, message); }) : nullptr;
 }
 
-RepositorySerializationContextImpl::ReadObject
+RepositoryMetadataObject*
 RepositorySerializationContextImpl::readObject(QvbString* rootId, const QvDomNode& node, QvbString* message) {
   const QvbString type = node.getName();
   if (type.isEmpty())
-    return {};
+    return nullptr;
   const QvbString id = idOf(node);
   if (id.isEmpty()) {
     m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                        "Object cannot be created as it has no Id: %s", type);
-    return {};
+    return nullptr;
   }
-  const auto madeBefore = m_made;
   RepositoryMetadataObject* object = getMetadataObject(type, id);
   if (!object) // a derived context may refuse it
-    return {};
-  const bool isNew = m_made != madeBefore;
+    return nullptr;
   if (rootId && rootId->isEmpty())
     *rootId = object->getId();
-  const bool isOpened = m_open.insert(object).second;
-  const ScopeExit end([&] {
-    if (isOpened)
-      m_open.erase(object);
-  });
+  m_reading->open(object);
   readAttributes(object, node);
   readContent(object, rootId, node, message);
-  return {object, isNew};
+  return object;
+}
+
+void RepositorySerializationContextImpl::readAttributes(RepositoryMetadataObject* object,
+                                                        const QvDomNode& node) {
+  QvbString name;
+  QvbString value;
+  for (int i = 0; node.getAttributeNameValue(i, &name, &value); ++i)
+    if (!name.isEmpty() && !isIdAttribute(name))
+      m_reading->addAttribute(object, name, value);
 }
 
 void RepositorySerializationContextImpl::readContent(RepositoryMetadataObject* object, QvbString* rootId,
                                                      const QvDomNode& node, QvbString* message) {
   for (QvDomNode child = node.getFirstChild(false); !child.null(); child = child.getNextSibling(false)) {
-    if (child.getAttributeCount() > 0)
-      contain(*object, readObject(rootId, child, message));
-    else
+    if (child.getAttributeCount() == 0)
       readAssociation(object, rootId, child, message);
+    else if (RepositoryMetadataObject* contained = readObject(rootId, child, message))
+      m_reading->contain(object, contained);
   }
 }
 
-// What is associated is not contained, so whatever is open here may be contained in it.
 void RepositorySerializationContextImpl::readAssociation(RepositoryMetadataObject* object, QvbString* rootId,
                                                          const QvDomNode& association, QvbString* message) {
-  Objects open = std::exchange(m_open, {});
-  const ScopeExit end([&] { m_open.swap(open); });
   for (QvDomNode node = association.getFirstChild(false); !node.null(); node = node.getNextSibling(false))
-    if (RepositoryMetadataObject* associated = readObject(rootId, node, message).object)
-      object->addAssociatedObject(association.getName(), associated);
-}
-
-// Of the containments that would close a circle the innermost is left out. An object that its element has just made is
-// not looked into again: what it contains was, and the parent itself refuses what contains it.
-void RepositorySerializationContextImpl::contain(RepositoryMetadataObject& parent, const ReadObject& child) {
-  if (!child.object)
-    return;
-  if (!child.isNew) {
-    auto* known = dynamic_cast<RepositoryMetadataObjectImpl*>(child.object);
-    auto* owner = dynamic_cast<RepositoryMetadataObjectImpl*>(&parent);
-    if (owner && owner->containsDirectly(child.object))
-      return;
-    if (known && known->reachesAny(m_open))
-      return;
-  }
-  parent.addContainedObject(child.object);
+    if (RepositoryMetadataObject* associated = readObject(rootId, node, message))
+      m_reading->associate(object, association.getName(), associated);
 }
 
 bool RepositorySerializationContextImpl::addImportProperty(RepositoryMetadataObject* object,
@@ -331,6 +526,12 @@ int RepositorySerializationContextImpl::logEvent(RepositoryActionLogStatus statu
 }
 
 bool RepositorySerializationContextImpl::clear() {
+  forgetAll();
+  logCleared(*m_logger);
+  return true;
+}
+
+void RepositorySerializationContextImpl::forgetAll() noexcept {
   for (const auto& [id, object] : std::exchange(m_objects, {}))
     object->letGoAndRelease();
   for (RepositoryMetadataObjectImpl* object : std::exchange(m_displaced, {}))
@@ -338,9 +539,6 @@ bool RepositorySerializationContextImpl::clear() {
   m_importProperties.clear();
   m_eventHandler = nullptr;
   m_eventObjectInfo = "";
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "Cleared context to prepare for object export transaction.");
-  return true;
 }
 
 extern "C" RepositorySerializationContext* createRepositoryMetadataSerializationContext() {

@@ -3,6 +3,9 @@
 
 #include "qvreposmetadataobject.h"
 
+#include <functional>
+#include <unordered_map>
+
 class QvLogger;
 
 class QVREPOSRES_API RepositorySerializationContextImpl : public RepositorySerializationContext {
@@ -38,34 +41,32 @@ public:
   RepositoryMetadataObject* readObjectFromNode(QvbString* rootId, QvDomNode* node, QvbString* message);
 
 private:
-  using Objects = std::unordered_set<RepositoryMetadataObject*>;
-  // An object, and whether its element made it.
-  struct ReadObject {
-    RepositoryMetadataObject* object = nullptr;
-    bool isNew = false;
-  };
+  using Objects = std::map<QvbString, RepositoryMetadataObjectImpl*>;
+  class QVREPOSRES_HIDDEN Reading;
 
-  void displace(RepositoryMetadataObjectImpl* object);
-  QvDomNode findContainer(const QvDomNode& root) const;
-  RepositoryMetadataObject* readObjects(const QvDomNode& container, QvbString* message);
-  ReadObject readObject(QvbString* rootId, const QvDomNode& node, QvbString* message);
-  void readContent(RepositoryMetadataObject* object, QvbString* rootId, const QvDomNode& node,
-                   QvbString* message);
-  void readAssociation(RepositoryMetadataObject* object, QvbString* rootId, const QvDomNode& association,
-                       QvbString* message);
-  void contain(RepositoryMetadataObject& parent, const ReadObject& child);
+  template<class Operation>
+  QVREPOSRES_HIDDEN RepositoryMetadataObject* readWhole(const Operation& operation);
+  QVREPOSRES_HIDDEN void forget(const QvbString& id, RepositoryMetadataObject* object) noexcept;
+  QVREPOSRES_HIDDEN bool writeObjects(QvDomNode& root, RepositoryMetadataObject& object) const;
+  QVREPOSRES_HIDDEN QvDomNode findContainer(const QvDomNode& root) const;
+  QVREPOSRES_HIDDEN RepositoryMetadataObject* readObjects(const QvDomNode& container, QvbString* message);
+  QVREPOSRES_HIDDEN RepositoryMetadataObject* readObject(QvbString* rootId, const QvDomNode& node,
+                                                         QvbString* message);
+  QVREPOSRES_HIDDEN void readAttributes(RepositoryMetadataObject* object, const QvDomNode& node);
+  QVREPOSRES_HIDDEN void readContent(RepositoryMetadataObject* object, QvbString* rootId,
+                                     const QvDomNode& node, QvbString* message);
+  QVREPOSRES_HIDDEN void readAssociation(RepositoryMetadataObject* object, QvbString* rootId,
+                                         const QvDomNode& association, QvbString* message);
+  QVREPOSRES_HIDDEN void forgetAll() noexcept;
 
   QvLogger* m_logger;
   bool m_relationships = false;
-  std::map<QvbString, RepositoryMetadataObjectImpl*> m_objects;
+  Objects m_objects;
   std::map<QvbString, std::map<QvbString, QvbString>> m_importProperties;
   RepositoryActionEvent* m_eventHandler = nullptr;
-  QvbString m_eventObjectInfo;
-  std::size_t m_made = 0; // objects so far, in all its life
+  QvbString m_eventObjectInfo = "";
   // Objects that lost their id to another type within the document that made them: nobody but the context knows them.
   std::vector<RepositoryMetadataObjectImpl*> m_displaced;
-  // The objects that the document being read has made; null while none is read.
-  Objects* m_madeByDocument = nullptr;
-  // The objects whose elements are being read.
-  Objects m_open;
+  // Null while nothing is read.
+  Reading* m_reading = nullptr;
 };

@@ -9,12 +9,22 @@
 namespace {
 
 constexpr std::size_t longestSearchedSequence = 16;
+// After so many objects it is worth counting whether they will be too many.
+constexpr std::size_t writtenUncounted = 65536;
 
 // An object whose toXML() is the class's own, so that its writing can be looped over instead of called.
 RepositoryMetadataObjectImpl* plainObject(RepositoryMetadataObject* object) {
   return typeid(*object) == typeid(RepositoryMetadataObjectImpl)
              ? static_cast<RepositoryMetadataObjectImpl*>(object)
              : nullptr;
+}
+
+// What they take in a document at least.
+std::size_t sizeOf(const QvbString& element) {
+  return std::string_view("</>").size() + element.view().size();
+}
+std::size_t sizeOf(std::string_view attribute, std::string_view value) {
+  return attribute.size() + value.size() + std::string_view(" =''").size();
 }
 
 RepositoryMetadataObjectList* newList(const std::vector<RepositoryMetadataObject*>& objects) {
@@ -40,49 +50,51 @@ bool MetadataObjectSequence::add(RepositoryMetadataObject* object) {
   return true;
 }
 
-void MetadataObjectSequence::reverse() noexcept { std::reverse(m_objects.begin(), m_objects.end()); }
+void MetadataObjectSequence::makeRoom() {
+  if (m_objects.size() == m_objects.capacity())
+    m_objects.reserve(std::max<std::size_t>(1, 2 * m_objects.size()));
+}
 
-RepositoryMetadataObject* MetadataObjectSequence::takeLast() noexcept {
-  if (m_objects.empty())
-    return nullptr;
-  RepositoryMetadataObject* last = m_objects.back();
-  m_objects.pop_back();
-  return last;
+void MetadataObjectSequence::shorten(std::size_t count) noexcept {
+  m_objects.resize(std::min(count, m_objects.size()));
+  if (m_index && m_index->size() > m_objects.size())
+    m_index.reset();
+}
+
+RepositoryMetadataObject* MetadataObjectSequence::takeNext() noexcept {
+  return m_taken < m_objects.size() ? m_objects[m_taken++] : nullptr;
 }
 
 // Trees of any depth end without recursion: each object that ends with its parent is emptied first, from the deepest
 // level up, in the order of containment.
 RepositoryMetadataObjectImpl::~RepositoryMetadataObjectImpl() {
-  m_contained.reverse();
-  for (RepositoryMetadataObjectImpl* ending = this;;) {
-    if (!ending->m_contained.objects().empty()) {
-      if (RepositoryMetadataObjectImpl* contained = ending->endNextContained())
+  m_place.clear();
+  for (RepositoryMetadataObjectImpl* ending = this; ending;) {
+    if (RepositoryMetadataObject* next = ending->m_contained.takeNext()) {
+      if (RepositoryMetadataObjectImpl* contained = ending->letGoOfContained(next))
         ending = contained;
-    } else if (ending != this) {
-      RepositoryMetadataObjectImpl& emptied = *ending;
-      ending = ending->m_endedBy;
-      emptied.release();
     } else {
-      return;
+      RepositoryMetadataObjectImpl& emptied = *ending;
+      ending = ending == this ? nullptr : ending->m_endedBy;
+      if (ending)
+        emptied.release();
     }
   }
 }
 
-// Lets go of the next contained object; the object itself when that leaves it without a holder.
-RepositoryMetadataObjectImpl* RepositoryMetadataObjectImpl::endNextContained() noexcept {
-  RepositoryMetadataObject* next = m_contained.takeLast();
-  auto* object = dynamic_cast<RepositoryMetadataObjectImpl*>(next);
+// The object itself when that leaves it without a holder, for its parent to end it.
+RepositoryMetadataObjectImpl*
+RepositoryMetadataObjectImpl::letGoOfContained(RepositoryMetadataObject* contained) noexcept {
+  auto* object = dynamic_cast<RepositoryMetadataObjectImpl*>(contained);
   if (!object) {
-    if (next)
-      next->release();
+    contained->release();
     return nullptr;
   }
   object->letGo();
-  --object->m_parents;
   if (object->m_holders != 0)
     return nullptr;
   object->m_endedBy = this;
-  object->m_contained.reverse();
+  object->m_place.clear();
   return object;
 }
 
@@ -144,8 +156,12 @@ bool RepositoryMetadataObjectImpl::addAssociatedObject(const QvbString& associat
                                                        RepositoryMetadataObject* object) {
   if (!object)
     return false;
-  const auto [position, isNew] = m_associated.try_emplace(association);
-  return position->second.add(object) && !isNew;
+  if (const auto known = m_associated.find(association); known != m_associated.end())
+    return known->second.add(object);
+  MetadataObjectSequence first;
+  first.append(object);
+  m_associated.emplace(association, std::move(first));
+  return false;
 }
 
 RepositoryMetadataObjectList*
@@ -155,21 +171,65 @@ RepositoryMetadataObjectImpl::getAssociatedObjects(const QvbString& association)
 }
 
 void RepositoryMetadataObjectImpl::setId(const QvbString& id) {
-  m_id = id;
-  addAttribute("Id", id);
+  QvbString earlier = std::exchange(m_id, id);
+  try {
+    addAttribute("Id", id);
+  } catch (...) {
+    m_id = std::move(earlier);
+    throw;
+  }
+}
+
+void RepositoryMetadataObjectImpl::restoreAttribute(const QvbString& name,
+                                                    std::optional<QvbString> value) noexcept {
+  const auto found = m_attributes.find(name);
+  if (found == m_attributes.end())
+    return;
+  if (value)
+    found->second = std::move(*value);
+  else
+    m_attributes.erase(found);
+}
+
+std::size_t RepositoryMetadataObjectImpl::associatedCount(const QvbString& association) const noexcept {
+  const auto found = m_associated.find(association);
+  return found == m_associated.end() ? 0 : found->second.objects().size();
+}
+
+void RepositoryMetadataObjectImpl::restoreAssociated(const QvbString& association,
+                                                     std::size_t count) noexcept {
+  const auto found = m_associated.find(association);
+  if (found == m_associated.end())
+    return;
+  if (count == 0)
+    m_associated.erase(found);
+  else
+    found->second.shorten(count);
+}
+
+void RepositoryMetadataObjectImpl::restoreContained(std::size_t count) noexcept {
+  while (containedCount() > count) {
+    RepositoryMetadataObject* last = m_contained.objects().back();
+    if (auto* held = dynamic_cast<RepositoryMetadataObjectImpl*>(last)) {
+      m_place.removeLast();
+      held->letGo();
+    }
+    m_contained.shorten(containedCount() - 1);
+  }
 }
 
 // An object without a parent is not looked for among the contained ones, however many there are.
 bool RepositoryMetadataObjectImpl::addContainedObject(RepositoryMetadataObject* object) {
   auto* held = dynamic_cast<RepositoryMetadataObjectImpl*>(object);
-  const bool isFree = held && held->m_parents == 0;
-  if (!object || (!isFree && m_contained.contains(object)) || (held && held->reaches(this)))
+  const bool isFree = held && !held->m_place.isContained();
+  if (!object || (!isFree && m_contained.contains(object)))
+    return false;
+  m_contained.makeRoom();
+  if (held && !m_place.add(held->m_place))
     return false;
   m_contained.append(object);
-  if (held) {
+  if (held)
     held->hold();
-    ++held->m_parents;
-  }
   return true;
 }
 
@@ -180,36 +240,6 @@ RepositoryMetadataObjectList* RepositoryMetadataObjectImpl::getContainedObjects(
 bool RepositoryMetadataObjectImpl::setValue(const QvbString& value) {
   m_value = value;
   return true;
-}
-
-bool RepositoryMetadataObjectImpl::mayBeContained(RepositoryMetadataObject* object) {
-  const auto* own = dynamic_cast<RepositoryMetadataObjectImpl*>(object);
-  return !own || own->m_parents != 0;
-}
-
-// Trees that grow by a leaf, or whose new top takes them in, are not walked.
-bool RepositoryMetadataObjectImpl::reaches(RepositoryMetadataObjectImpl* object) {
-  return object == this || (object->m_parents != 0 && !m_contained.objects().empty() && reachesAny({object}));
-}
-
-bool RepositoryMetadataObjectImpl::reachesAny(const std::unordered_set<RepositoryMetadataObject*>& objects) {
-  if (objects.count(this) != 0)
-    return true;
-  if (m_contained.objects().empty() || std::none_of(objects.begin(), objects.end(), mayBeContained))
-    return false;
-  std::unordered_set<RepositoryMetadataObject*> seen{this};
-  std::vector<RepositoryMetadataObject*> pending{this};
-  while (!pending.empty()) {
-    RepositoryMetadataObject* object = pending.back();
-    pending.pop_back();
-    if (objects.count(object) != 0)
-      return true;
-    if (const auto* parent = dynamic_cast<RepositoryMetadataObjectImpl*>(object))
-      std::copy_if(parent->m_contained.objects().begin(), parent->m_contained.objects().end(),
-                   std::back_inserter(pending),
-                   [&](RepositoryMetadataObject* contained) { return seen.insert(contained).second; });
-  }
-  return false;
 }
 
 struct RepositoryMetadataObjectImpl::WrittenLevel {
@@ -223,49 +253,65 @@ struct RepositoryMetadataObjectImpl::WrittenLevel {
   std::size_t nextContained = 0;
 };
 
-void RepositoryMetadataObjectImpl::writeAttributes(QvDomNode& node) const {
-  for (const auto& [name, value] : m_attributes)
+void RepositoryMetadataObjectImpl::writeAttributes(QvDomNode& node, MetadataWriting& writing) const {
+  for (const auto& [name, value] : m_attributes) {
+    if (writing.isTooLarge())
+      return;
     node.setAttributeValue(name, value);
+    writing.countBytes(sizeOf(name.view(), value.view()));
+  }
 }
 
-void RepositoryMetadataObjectImpl::writeAssociationsAndValue(QvDomNode& node) const {
+void RepositoryMetadataObjectImpl::writeAssociationsAndValue(QvDomNode& node,
+                                                             MetadataWriting& writing) const {
   for (const auto& [name, associated] : m_associated) {
     QvDomNode association = node.addChild(name);
-    for (RepositoryMetadataObject* object : associated.objects())
+    writing.countBytes(sizeOf(name));
+    for (RepositoryMetadataObject* object : associated.objects()) {
+      if (writing.isTooLarge())
+        return;
       association.addChild(object->getObjectType()).setAttributeValue("ObjRef", object->getId());
+      writing.countBytes(sizeOf(object->getObjectType()) + sizeOf("ObjRef", object->getId().view()));
+    }
   }
   if (!m_value.isEmpty())
     node.setValue(m_value);
+  writing.countBytes(m_value.view().size());
 }
 
 // The levels of the tree that are being written stand in a vector of their own, so that no depth is too deep. Only
-// objects of other classes are written through a call. What an object of several parents contains is written once:
-// otherwise a few levels of shared objects would fill any memory.
+// objects of other classes are written through a call. What has no element is not gone into.
 bool RepositoryMetadataObjectImpl::toXML(QvDomNode* node) {
   if (!node)
     return false;
-  writeAttributes(*node);
+  MetadataWriting own;
+  MetadataWriting& writing = own.outermost();
+  if (own.isOutermost())
+    writing.countObjects();
+  writeAttributes(*node, writing);
   std::vector<WrittenLevel> levels{{this, *node}};
-  std::unordered_set<RepositoryMetadataObjectImpl*> shared;
   bool result = true;
-  while (!levels.empty()) {
+  std::size_t written = 0;
+  while (!levels.empty() && !writing.isTooLarge()) {
     WrittenLevel& level = levels.back();
     if (RepositoryMetadataObject* contained = level.next()) {
+      if (++written == writtenUncounted)
+        writing.expectObjects(m_place.places(MetadataWriting::maxObjects));
       QvDomNode child = level.node.addChild(contained->getObjectType());
-      if (RepositoryMetadataObjectImpl* plain = plainObject(contained)) {
-        const bool isRepeated = plain->m_parents > 1 && !shared.insert(plain).second;
-        plain->writeAttributes(child);
-        levels.push_back({plain, child, isRepeated ? plain->m_contained.objects().size() : 0});
-        result = true;
-      } else {
-        result = contained->toXML(&child);
+      writing.countObjects();
+      writing.countBytes(sizeOf(contained->getObjectType()));
+      RepositoryMetadataObjectImpl* plain = plainObject(contained);
+      result = plain || contained->toXML(&child);
+      if (plain && !child.null()) {
+        plain->writeAttributes(child, writing);
+        levels.push_back({plain, child});
       }
     } else {
-      level.object->writeAssociationsAndValue(level.node);
+      level.object->writeAssociationsAndValue(level.node, writing);
       levels.pop_back();
     }
   }
-  return result;
+  return result && !writing.isTooLarge();
 }
 
 void RepositoryMetadataObjectListImpl::setLastRowElement(unsigned long, RepositoryMetadataObject* object) {
@@ -285,15 +331,10 @@ bool RepositoryMetadataObjectListImpl::contains(RepositoryMetadataObject* object
 }
 
 bool RepositoryMetadataObjectListImpl::copyList(RepositoryMetadataObjectList* other) {
-  while (other->next()) {
-    if (!addRow())
-      return false;
-    setLastRowElement(0, other->getValue());
-  }
-  m_cursor.restart();
-  return true;
+  return copyRows(*this, *other, m_cursor, m_objects.size(),
+                  [&] { setLastRowElement(0, other->getValue()); });
 }
 
 extern "C" RepositoryMetadataObject* createRepositoryMetadataObject(const char* objectType) {
-  return new RepositoryMetadataObjectImpl(objectType);
+  return new RepositoryMetadataObjectImpl(objectType ? objectType : "");
 }

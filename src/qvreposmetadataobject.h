@@ -2,10 +2,12 @@
 #pragma once
 
 #include "listcursor.h"
+#include "qvreposcontainment.h"
 #include "qvreposres/qvreposserialize.h"
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -14,19 +16,61 @@ class MetadataObjectSequence {
 public:
   // False for an object that is there already.
   bool add(RepositoryMetadataObject* object);
-  // For an object that is known not to be there.
+  // For an object that is known not to be there. After makeRoom() it needs no memory.
   void append(RepositoryMetadataObject* object) { m_objects.push_back(object); }
+  void makeRoom();
   bool contains(RepositoryMetadataObject* object);
+  // Forgets the objects after the first ones.
+  void shorten(std::size_t count) noexcept;
   const std::vector<RepositoryMetadataObject*>& objects() const { return m_objects; }
 
-  // Taking the sequence apart, its last object first; null when none is left. Nothing is added any more.
-  void reverse() noexcept;
-  RepositoryMetadataObject* takeLast() noexcept;
+  // Taking the sequence apart, its first object first; null when none is left. Nothing is added any more.
+  RepositoryMetadataObject* takeNext() noexcept;
 
 private:
   std::vector<RepositoryMetadataObject*> m_objects;
+  std::size_t m_taken = 0;
   // Made for a sequence too long to be searched; it holds as many of the first objects as were there at the last search.
   std::unique_ptr<std::unordered_set<RepositoryMetadataObject*>> m_index;
+};
+
+// One document that is being written, from the outermost toXML() on, or from the start of whoever writes several objects
+// into it. It bounds what is written, and with it the work: a few objects that are contained at many places would fill
+// any memory.
+class MetadataWriting {
+public:
+  static constexpr std::size_t maxObjects = std::size_t{1} << 24;
+
+  MetadataWriting() noexcept : m_outermost(current() ? current() : this) { current() = m_outermost; }
+  ~MetadataWriting() {
+    if (isOutermost())
+      current() = nullptr;
+  }
+  MetadataWriting(const MetadataWriting&) = delete;
+  MetadataWriting& operator=(const MetadataWriting&) = delete;
+
+  bool isOutermost() const noexcept { return m_outermost == this; }
+  // Which everything counts for.
+  MetadataWriting& outermost() noexcept { return *m_outermost; }
+  // So many objects more, or text that takes so many bytes.
+  void countObjects(std::size_t count = 1) noexcept { m_objects += count; }
+  void countBytes(std::size_t count) noexcept { m_bytes += count; }
+  // So many objects are to come.
+  void expectObjects(std::size_t count) noexcept { m_areTooMany = m_areTooMany || count > maxObjects; }
+  bool isTooLarge() const noexcept {
+    return m_areTooMany || m_objects > maxObjects || m_bytes > QvDom::MaxSize;
+  }
+
+private:
+  static MetadataWriting*& current() noexcept {
+    thread_local MetadataWriting* writing = nullptr;
+    return writing;
+  }
+
+  MetadataWriting* m_outermost;
+  std::size_t m_objects = 0;
+  std::size_t m_bytes = 0;
+  bool m_areTooMany = false;
 };
 
 // An object may be held by several owners at once: by parents, and by the context that made it. release() destroys it
@@ -58,33 +102,36 @@ public:
   virtual ~RepositoryMetadataObjectImpl();
 
   // For a further owner of the object.
-  void hold() noexcept { ++m_holders; }
+  QVREPOSRES_HIDDEN void hold() noexcept { ++m_holders; }
   // Ends the hold without ending the object.
-  void letGo() noexcept { --m_holders; }
-  void letGoAndRelease() noexcept;
+  QVREPOSRES_HIDDEN void letGo() noexcept { --m_holders; }
+  QVREPOSRES_HIDDEN void letGoAndRelease() noexcept;
 
-  bool containsDirectly(RepositoryMetadataObject* object) { return m_contained.contains(object); }
-  // Whether this object or one that it contains, at any depth, is among the given ones.
-  bool reachesAny(const std::unordered_set<RepositoryMetadataObject*>& objects);
+  // Taking back what was added: an attribute gets its earlier value, or none, and the sequences their earlier length.
+  QVREPOSRES_HIDDEN void restoreAttribute(const QvbString& name, std::optional<QvbString> value) noexcept;
+  QVREPOSRES_HIDDEN void restoreAssociated(const QvbString& association, std::size_t count) noexcept;
+  QVREPOSRES_HIDDEN void restoreContained(std::size_t count) noexcept;
+  QVREPOSRES_HIDDEN std::size_t associatedCount(const QvbString& association) const noexcept;
+  QVREPOSRES_HIDDEN std::size_t containedCount() const noexcept { return m_contained.objects().size(); }
 
 private:
-  struct WrittenLevel;
+  struct QVREPOSRES_HIDDEN WrittenLevel;
 
-  static bool mayBeContained(RepositoryMetadataObject* object);
-  bool reaches(RepositoryMetadataObjectImpl* object);
-  bool attributeText(const QvbString& name, QvbString* text);
-  RepositoryMetadataObjectImpl* endNextContained() noexcept;
-  void writeAttributes(QvDomNode& node) const;
-  void writeAssociationsAndValue(QvDomNode& node) const;
+  QVREPOSRES_HIDDEN bool attributeText(const QvbString& name, QvbString* text);
+  QVREPOSRES_HIDDEN RepositoryMetadataObjectImpl*
+  letGoOfContained(RepositoryMetadataObject* contained) noexcept;
+  QVREPOSRES_HIDDEN void writeAttributes(QvDomNode& node, MetadataWriting& writing) const;
+  QVREPOSRES_HIDDEN void writeAssociationsAndValue(QvDomNode& node, MetadataWriting& writing) const;
 
   QvbString m_objectType;
-  QvbString m_value;
+  QvbString m_value = "";
   std::map<QvbString, QvbString> m_attributes;
   std::map<QvbString, MetadataObjectSequence> m_associated;
   MetadataObjectSequence m_contained;
-  QvbString m_id;
+  QvbString m_id = "";
   unsigned m_holders = 0;
-  unsigned m_parents = 0; // of the holders
+  // Where the object stands among all that contain it and that it contains. Objects of foreign classes have no place.
+  ContainmentNode m_place;
   // The object whose end is what ends this one.
   RepositoryMetadataObjectImpl* m_endedBy = nullptr;
 };
@@ -92,7 +139,8 @@ private:
 class QVREPOSRES_API RepositoryMetadataObjectListImpl : public RepositoryMetadataObjectList {
 public:
   RepositoryMetadataObjectListImpl() = default;
-  explicit RepositoryMetadataObjectListImpl(const std::vector<RepositoryMetadataObject*>& objects)
+  QVREPOSRES_HIDDEN explicit RepositoryMetadataObjectListImpl(
+      const std::vector<RepositoryMetadataObject*>& objects)
       : m_objects(objects) {}
 
   bool next() override { return m_cursor.next(m_objects.size()); }

@@ -4,6 +4,7 @@
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvbunload.h"
 #include "qvxbase/qvuri.h"
 
 #include <algorithm>
@@ -43,13 +44,12 @@ struct MapCharCompareIgnoreCase {
   }
 };
 
-// The values are shared texts: handing one out copies nothing. The maps are never destroyed: they may be asked while the
-// process ends.
+// The values are shared texts: handing one out copies nothing.
 using ExtensionToTypeMap = std::map<std::string_view, QvbString, MapCharCompareIgnoreCase>;
 using TypeToExtensionMap = std::map<std::string_view, QvbString, MapCharCompare>;
 
 const ExtensionToTypeMap& extensionToType() {
-  static const ExtensionToTypeMap& map = *new ExtensionToTypeMap{
+  static const auto& map = qvbUntilUnload<ExtensionToTypeMap>(ExtensionToTypeMap{
       {"djf", "ProcessJob"},
       {"dmc", "ArchitectJob"},
       {"ddf", "DataJob"},
@@ -92,14 +92,14 @@ const ExtensionToTypeMap& extensionToType() {
       {"dim.ueo", "Dimension"},
       {"rpg.ueo", "Dashboard"},
       {"thd.ueo", "Threshold"},
-  };
+  });
   return map;
 }
 
 // Not the inverse of extensionToType(): one extension stands for each type, "File" has none, and
 // "AncestryFile", "HTML" and "HTM" come from no extension.
 const TypeToExtensionMap& typeToExtension() {
-  static const TypeToExtensionMap& map = *new TypeToExtensionMap{
+  static const auto& map = qvbUntilUnload<TypeToExtensionMap>(TypeToExtensionMap{
       {"ProcessJob", "djf"},
       {"ArchitectJob", "dmc"},
       {"DataJob", "ddf"},
@@ -136,7 +136,7 @@ const TypeToExtensionMap& typeToExtension() {
       {"Dimension", "dim.ueo"},
       {"Dashboard", "rpg.ueo"},
       {"Threshold", "thd.ueo"},
-  };
+  });
   return map;
 }
 
@@ -205,14 +205,18 @@ bool getComponentsFromFilesystemPath(const QvbString& path, QvbString* extension
     return false;
   QvbString parsedFolder;
   QvbString file;
+  QvbString base;
+  QvbString parsedExtension;
   qvbParsePath(path, &parsedFolder, &file);
+  const bool isFile = !file.isEmpty(); // else a directory path
+  if (isFile)
+    base = parseFileExt(file, &parsedExtension, false);
+  if (isFile && parsedExtension.isEmpty())
+    base = parseFileExt(file, &parsedExtension, true);
   if (!parsedFolder.isEmpty())
     *folder = parsedFolder;
-  if (file.isEmpty()) // a directory path
-    return true;
-  QvbString base = parseFileExt(file, extension, false);
-  if (extension->isEmpty())
-    base = parseFileExt(file, extension, true);
+  if (isFile)
+    *extension = parsedExtension;
   if (!base.isEmpty())
     *name = base;
   return true;

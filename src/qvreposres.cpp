@@ -1,6 +1,8 @@
 #include "qvreposres/qvreposres.h"
 
+#include "allocation.h"
 #include "qvreposeventmgrimpl.h"
+#include "qvxbase/qvbunload.h"
 
 const char* const qvx_build_info = "Repository Resource Library version 2.1 (build 46)";
 const int qvx_build_number = 46;
@@ -10,9 +12,15 @@ namespace {
 
 QvReposEventManager* eventManager = nullptr;
 
+// For a host that unloads the library without a word.
+struct Shutdown {
+  ~Shutdown() { qvReposResShutdown(); }
+};
+
 } // namespace
 
 QvReposEventManager* getRepositoryEventManager() {
+  [[maybe_unused]] static Shutdown& shutdown = qvbUntilUnload<Shutdown>();
   if (!eventManager)
     eventManager = new QvReposEventMgrImpl;
   return eventManager;
@@ -20,7 +28,7 @@ QvReposEventManager* getRepositoryEventManager() {
 
 int qvReposResStartup(void* /*reserved*/, void** out) {
   *out = nullptr;
-  return getRepositoryEventManager() ? 0 : -1;
+  return madeOrNull(getRepositoryEventManager) ? 0 : -1;
 }
 
 void qvReposResShutdown() {

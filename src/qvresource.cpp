@@ -2,7 +2,7 @@
 
 #include "allocation.h"
 
-#include <algorithm>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -11,6 +11,43 @@ namespace {
 bool isColumn(unsigned long column, int columns) {
   const auto index = static_cast<int>(column);
   return index >= 0 && index < columns;
+}
+
+// The text that a row is found by.
+std::optional<QvbString> keyOf(QvResourceImpl& row) { return row.getResourceIdentity(); }
+std::optional<QvbString> keyOf(const std::vector<QvbString>& row) {
+  return row.empty() ? std::nullopt : std::optional(row.front());
+}
+
+// Appends a row of these values, and enters the one before it, which changes no more. False when memory is short.
+template<class Rows, class... Values>
+bool appendRow(Rows& rows, RowIndex& firstRows, const Values&... values) {
+  const auto count = rows.size();
+  const bool added = tryAllocate([&] {
+    rows.emplace_back(values...);
+    if (const auto key = count > 0 ? keyOf(rows[count - 1]) : std::nullopt)
+      firstRows.try_emplace(*key, count - 1);
+  });
+  if (!added && rows.size() > count)
+    rows.pop_back();
+  return added;
+}
+
+// The first row of this text, or the number of rows.
+template<class Rows>
+std::size_t findRow(Rows& rows, const RowIndex& firstRows, const QvbString& text) {
+  if (const auto found = firstRows.find(text); found != firstRows.end())
+    return found->second;
+  const auto last = rows.empty() ? std::nullopt : keyOf(rows.back());
+  return last && qvbEqualsIgnoreCase(last->view(), text.view()) ? rows.size() - 1 : rows.size();
+}
+
+// Whether there is such a row; the cursor is left on the one after it.
+template<class Rows>
+bool findAndPass(Rows& rows, const RowIndex& firstRows, const QvbString& text, ListCursor& cursor) {
+  const auto row = findRow(rows, firstRows, text);
+  cursor.place(row + 1, rows.size());
+  return row < rows.size();
 }
 
 } // namespace
@@ -35,17 +72,7 @@ void QvResourceImpl::copyFrom(QvResource& source) {
       m_properties->setLastRow(properties->getKey(), properties->getValue());
 }
 
-bool QvResourceListImpl::addRow() {
-  const auto rows = m_rows.size();
-  const bool added = tryAllocate([&] {
-    m_rows.emplace_back();
-    if (rows > 0)
-      m_firstRows.try_emplace(m_rows[rows - 1].getResourceIdentity(), rows - 1);
-  });
-  if (!added && m_rows.size() > rows)
-    m_rows.pop_back();
-  return added;
-}
+bool QvResourceListImpl::addRow() { return appendRow(m_rows, m_firstRows); }
 
 void QvResourceListImpl::setLastRowElement(unsigned long, QvResource* value) {
   if (value && !m_rows.empty())
@@ -56,31 +83,13 @@ QvResource* QvResourceListImpl::getValue(unsigned long column) {
   return m_cursor.onRow() && isColumn(column, 1) ? &m_rows[m_cursor.row()] : nullptr;
 }
 
-std::size_t QvResourceListImpl::findRow(const QvbString& identity) {
-  if (const auto found = m_firstRows.find(identity); found != m_firstRows.end())
-    return found->second;
-  const bool isLast =
-      !m_rows.empty() && qvbEqualsIgnoreCase(m_rows.back().getResourceIdentity().view(), identity.view());
-  return isLast ? m_rows.size() - 1 : m_rows.size();
-}
-
 bool QvResourceListImpl::contains(QvResource* resource) {
-  if (!resource)
-    return false;
-  const auto row = findRow(resource->getResourceIdentity());
-  m_cursor.place(row + 1, m_rows.size());
-  return row < m_rows.size();
+  return resource && findAndPass(m_rows, m_firstRows, resource->getResourceIdentity(), m_cursor);
 }
 
 bool QvResourceListImpl::copyList(QvResourceList* source) {
   source->reset();
-  while (source->next()) {
-    if (!addRow())
-      return false;
-    setLastRowElement(0, source->getValue());
-  }
-  m_cursor.restart();
-  return true;
+  return copyRows(*this, *source, m_cursor, m_rows.size(), [&] { setLastRowElement(0, source->getValue()); });
 }
 
 bool addUnlessListed(QvResourceList& list, QvResource& resource) {
@@ -91,11 +100,11 @@ bool addUnlessListed(QvResourceList& list, QvResource& resource) {
 }
 
 QvbString QvResourcePropertyListImpl::getKey() {
-  return m_cursor.onRow() ? m_rows[m_cursor.row()].key : QvbString();
+  return m_cursor.onRow() ? m_rows[m_cursor.row()].key : QvbString("");
 }
 
 QvbString QvResourcePropertyListImpl::getValue() {
-  return m_cursor.onRow() ? m_rows[m_cursor.row()].value : QvbString();
+  return m_cursor.onRow() ? m_rows[m_cursor.row()].value : QvbString("");
 }
 
 bool QvResourcePropertyListImpl::addRow() {
@@ -108,26 +117,21 @@ void QvResourcePropertyListImpl::setLastRow(const QvbString& key, const QvbStrin
 }
 
 bool QvResourcePropertyListImpl::copyList(QvResourcePropertyList* source) {
-  while (source->next()) {
-    if (!addRow())
-      return false;
-    setLastRow(source->getKey(), source->getValue());
-  }
-  m_cursor.restart();
-  return true;
+  return copyRows(*this, *source, m_cursor, m_rows.size(),
+                  [&] { setLastRow(source->getKey(), source->getValue()); });
 }
 
 QvbString QvStringListImpl::getValue(unsigned long column) {
   if (!m_cursor.onRow() || !isColumn(column, m_columns))
-    return {};
+    return "";
   // A row keeps the number of columns that the list had when the row was made.
   const auto& row = m_rows[m_cursor.row()];
   const auto index = static_cast<unsigned>(column);
-  return index < row.size() ? row[index] : QvbString();
+  return index < row.size() ? row[index] : QvbString("");
 }
 
 bool QvStringListImpl::addRow() {
-  return tryAllocate([&] { m_rows.emplace_back(static_cast<std::size_t>(m_columns)); });
+  return appendRow(m_rows, m_firstRows, static_cast<std::size_t>(m_columns), QvbString(""));
 }
 
 void QvStringListImpl::setLastRowElement(unsigned long column, const QvbString& value) {
@@ -135,23 +139,12 @@ void QvStringListImpl::setLastRowElement(unsigned long column, const QvbString& 
     m_rows.back()[column] = value;
 }
 
-bool QvStringListImpl::contains(QvbString& text) {
-  const auto matches = [&](const auto& row) {
-    return !row.empty() && qvbEqualsIgnoreCase(row.front().view(), text.view());
-  };
-  const auto found = std::find_if(m_rows.begin(), m_rows.end(), matches);
-  m_cursor.place(static_cast<std::size_t>(found - m_rows.begin()) + 1, m_rows.size());
-  return found != m_rows.end();
-}
+bool QvStringListImpl::contains(QvbString& text) { return findAndPass(m_rows, m_firstRows, text, m_cursor); }
 
 bool QvStringListImpl::copyList(QvStringListImpl* source) {
   m_columns = static_cast<int>(source->getNumCols());
-  while (source->next()) {
-    if (!addRow())
-      return false;
+  return copyRows(*this, *source, m_cursor, m_rows.size(), [&] {
     for (unsigned long column = 0; column < getNumCols(); ++column)
       setLastRowElement(column, source->getValue(column));
-  }
-  m_cursor.restart();
-  return true;
+  });
 }

@@ -41,27 +41,31 @@ public:
   // Refers to a list that stays its owner's and outlives the record's use of it.
   void setProperties(QvResourcePropertyList* properties) { m_properties = properties; }
   // The list becomes the record's own and ends with it.
-  void adoptProperties(Released<QvResourcePropertyList> properties);
+  QVREPOSRES_HIDDEN void adoptProperties(Released<QvResourcePropertyList> properties);
   void setResolved(bool resolved) { m_resolved = resolved; }
   void setIdentityIsMacroValue(bool isMacroValue) { m_identityIsMacroValue = isMacroValue; }
 
   // Takes over id, date, name, identity, type, location and the two flags. Properties are appended only where this
   // record has a list for them already; the source's list is read to its end in any case.
-  void copyFrom(QvResource& source);
+  QVREPOSRES_HIDDEN void copyFrom(QvResource& source);
 
 private:
-  QvbString m_type;
-  QvbString m_resourceIdentity;
-  QvbString m_location;
-  QvbString m_name;
-  QvbString m_id;
+  QvbString m_type{""};
+  QvbString m_resourceIdentity{""};
+  QvbString m_location{""};
+  QvbString m_name{""};
+  QvbString m_id{""};
   QvbDate m_analysisDate;
   int m_dependencyType = 0;
   QvResourcePropertyList* m_properties = nullptr;
-  Released<QvResourcePropertyList> m_ownProperties;
   bool m_resolved = true;
   bool m_identityIsMacroValue = false;
+  Released<QvResourcePropertyList> m_ownProperties;
 };
+
+// The first row of each text, without regard to case. The last row of a list, which may still change, is entered when
+// another one follows it.
+using RowIndex = std::unordered_map<QvbString, std::size_t, QvbHashIgnoreCase, QvbEqualIgnoreCase>;
 
 // The addresses of the rows are stable. A row's identity changes through setLastRowElement alone.
 class QVREPOSRES_API QvResourceListImpl final : public QvResourceList {
@@ -75,17 +79,15 @@ public:
   void reset() override { m_cursor.reset(); }
 
   QvResource* getValue(unsigned long column);
-  // Appends every row of the source, read from its first row; false when memory is short.
+  // Appends every row of the source, read from its first row; false when memory is short. The source may be this list: it
+  // then doubles.
   bool copyList(QvResourceList* source);
 
 private:
   ~QvResourceListImpl() = default;
-  // The first row with this identity, or the number of rows.
-  std::size_t findRow(const QvbString& identity);
 
   std::deque<QvResourceImpl> m_rows;
-  // The first row of each identity. The last row, which may still change, is entered when another one follows it.
-  std::unordered_map<QvbString, std::size_t, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_firstRows;
+  RowIndex m_firstRows; // by identity
   ListCursor m_cursor;
 };
 
@@ -101,13 +103,14 @@ public:
   bool addRow() override;
   void setLastRow(const QvbString& key, const QvbString& value) override;
 
-  // Appends the rows of the source from its cursor on; false when memory is short.
+  // Appends the rows of the source from its cursor on; false when memory is short. The source may be this list, whose
+  // rows so far are copied then.
   bool copyList(QvResourcePropertyList* source);
 
 private:
   struct Property {
-    QvbString key;
-    QvbString value;
+    QvbString key{""};
+    QvbString value{""};
   };
 
   ~QvResourcePropertyListImpl() override = default;
@@ -130,10 +133,11 @@ public:
   bool addRow();
   // Nothing on an empty list or off the row's columns.
   void setLastRowElement(unsigned long column, const QvbString& value);
-  // Whether a row's first column is this text, without regard to case. It leaves the cursor on the row after the match,
-  // or past the end.
+  // Whether a row's first column is this text, without regard to case: one hash lookup. It leaves the cursor on the row
+  // after the match, or past the end.
   bool contains(QvbString& text);
-  // Takes over the source's number of columns and appends its rows from its cursor on; false when memory is short.
+  // Takes over the source's number of columns and appends its rows from its cursor on; false when memory is short. The
+  // source may be this list, whose rows so far are copied then.
   bool copyList(QvStringListImpl* source);
 
 private:
@@ -141,5 +145,6 @@ private:
 
   int m_columns;
   std::vector<std::vector<QvbString>> m_rows;
+  RowIndex m_firstRows; // by the text in the first column
   ListCursor m_cursor;
 };

@@ -28,6 +28,14 @@ namespace {
 
 bool startsWith(const QvbString& text, std::string_view prefix) { return text.view().starts_with(prefix); }
 
+QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
+
+// What the factory gives for these texts, of which an absent one is passed on as an empty one.
+QvResource* makeResource(QvResourceFactory& factory, const QvbString& name, const QvbString& type,
+                         const QvbString& identity) {
+  return factory.getResource(orEmpty(name), orEmpty(type), orEmpty(identity));
+}
+
 // The resource that the resolver's reference for this object leads to; null when one of the steps gives nothing.
 Released<QvResource> findByReference(QvResourceFactory& factory, const QvbString& type, const QvbString& id,
                                      const QvbString& uuid) {
@@ -49,14 +57,34 @@ bool resolveInRepository(QvResourceFactory& factory, const QvbString& repository
          resolver->resolveResource(type, id, uuid, name, identity);
 }
 
+// The type that the identity of a data source carries: the caller's, and that only when the connection string names a
+// type itself.
+QvbString identityDsnType(QvResourceManager& manager, const QvbString& dsn, const QvbString& dsnType) {
+  QvbString named;
+  return manager.getDSNTypeFromDSN(dsn, &named) ? dsnType : "";
+}
+
+// The resource of a unified object, resolved in its repository where the resolver serves that one.
+QvResource* generateUnifiedResource(QvResourceManager& manager, QvResourceFactory& factory,
+                                    const QvbString& repository, const QvbString& type, const QvbString& id,
+                                    const QvbString& uuid) {
+  QvbString name;
+  QvbString identity;
+  if (resolveInRepository(factory, repository, type, id, uuid, &name, &identity))
+    return makeResource(factory, name, type, identity);
+  if (!manager.generateUnifiedObjectResourceId(repository, type, id, uuid, &identity))
+    return nullptr;
+  return makeResource(factory, "", type, identity);
+}
+
 QvResource* generateRuleByName(QvResourceFactory& factory, const QvbString& id, const QvbString& uuid,
                                const QvbString& ruleName) {
   const auto& type = QvResourceManagerImpl::IMPACT_RES_RULE_String;
-  auto* resolver = factory.getResourceResolver();
+  auto* resolver = ruleName.isEmpty() ? nullptr : factory.getResourceResolver();
   QvbString identity;
   if (!resolver || !resolver->resolveResource(type, id, ruleName, uuid, &identity))
     return nullptr;
-  return factory.getResource(ruleName, type, identity);
+  return makeResource(factory, ruleName, type, identity);
 }
 
 // The file by the reference that the resolver has for it; null when the resolver has none.
@@ -64,10 +92,9 @@ QvResource* resolveFile(QvResourceFactory& factory, const QvbString& type, const
   auto* resolver = factory.getResourceResolver();
   QvbString name;
   QvbString reference;
-  if (!resolver || !resolver->resolveResource(type, filename, QvbString(), &name, &reference) ||
-      reference.isEmpty())
+  if (!resolver || !resolver->resolveResource(type, filename, "", &name, &reference) || reference.isEmpty())
     return nullptr;
-  return factory.getResource(name, type, reference);
+  return makeResource(factory, name, type, reference);
 }
 
 // The parts of "folder/name (Type)". The name keeps the blank before the bracket.
@@ -98,18 +125,30 @@ QvbString serverReferenceURI(const QvbString& server, const QvbString& reference
   return uri->asString();
 }
 
-// The list that takes a new resource's properties. A record of this library that has none yet gets one of its own;
-// null for another factory's record without a list.
-QvResourcePropertyList* propertiesOf(QvResource& resource) {
+// Gives a record of this library that has no list for properties one of its own; false when memory is short. Another
+// factory's resource keeps what it has.
+bool ensureProperties(QvResource& resource) {
   auto* record = dynamic_cast<QvResourceImpl*>(&resource);
-  if (record && !record->getProperties())
-    record->adoptProperties(Released<QvResourcePropertyList>(newOrNull<QvResourcePropertyListImpl>()));
-  return resource.getProperties();
+  if (!record || record->getProperties())
+    return true;
+  record->adoptProperties(Released<QvResourcePropertyList>(newOrNull<QvResourcePropertyListImpl>()));
+  return record->getProperties();
 }
 
-void addProperty(QvResourcePropertyList* properties, const QvbString& key, const QvbString& value) {
-  if (properties && properties->addRow())
-    properties->setLastRow(key, value);
+bool addProperty(QvResourcePropertyList& properties, const QvbString& key, const QvbString& value) {
+  const bool added = properties.addRow();
+  if (added)
+    properties.setLastRow(key, value);
+  return added;
+}
+
+// Records what a server reference stands for, where the resource takes properties; false when memory is short.
+bool recordServerObject(QvResource& resource, const QvbString& service, const QvbString& objectType) {
+  if (!ensureProperties(resource))
+    return false;
+  auto* properties = resource.getProperties();
+  return !properties || (addProperty(*properties, "ServiceType", service) &&
+                         addProperty(*properties, "ObjectType", objectType));
 }
 
 // Adds what a generate operation gave; true when it gave something, whether or not it was listed already.
@@ -124,72 +163,54 @@ bool addGenerated(QvResourceList* list, QvResource* generated) {
 
 Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& resource) {
   return Released<QvResource>(
-      factory.getResource(resource.getName(), resource.getResourceType(), resource.getResourceIdentity()));
-}
-
-QvbString QvResourceManagerImpl::identityDsnType(const QvbString& dsn, const QvbString& dsnType) {
-  QvbString named;
-  return getDSNTypeFromDSN(dsn, &named) ? dsnType : QvbString();
+      makeResource(factory, resource.getName(), resource.getResourceType(), resource.getResourceIdentity()));
 }
 
 // The name shows the whole connection string, where it is one; the identity carries the short form.
 QvResource* QvResourceManagerImpl::generateDataSourceResource(QvResourceFactory* factory, QvbString& dsn,
                                                               QvbString& dsnType) {
   QvbString identity;
-  if (!generateDataSourceResourceId(dsn, identityDsnType(dsn, dsnType), &identity))
+  if (!generateDataSourceResourceId(dsn, identityDsnType(*this, dsn, dsnType), &identity))
     return nullptr;
   QvbString shortName;
-  const auto name = getNameFromDSN(dsn, &shortName) ? dsn : QvbString();
-  return factory->getResource(name, IMPACT_RES_DATASRC_String, identity);
+  return makeResource(*factory, getNameFromDSN(dsn, &shortName) ? dsn : "", IMPACT_RES_DATASRC_String,
+                      identity);
 }
 
 QvResource* QvResourceManagerImpl::generateTableResource(QvResourceFactory* factory, QvbString& dsn,
                                                          QvbString& dsnType, QvbString& catalog,
                                                          QvbString& schema, QvbString& table) {
   QvbString identity;
-  if (!generateTableDataSourceResourceId(dsn, identityDsnType(dsn, dsnType), catalog, schema, table,
+  if (!generateTableDataSourceResourceId(dsn, identityDsnType(*this, dsn, dsnType), catalog, schema, table,
                                          &identity))
     return nullptr;
-  return factory->getResource(table, IMPACT_RES_TABLE_String, identity);
-}
-
-QvResource* QvResourceManagerImpl::generateUnifiedResource(QvResourceFactory* factory,
-                                                           const QvbString& repository, const QvbString& type,
-                                                           const QvbString& id, const QvbString& uuid) {
-  QvbString name;
-  QvbString resolved;
-  if (resolveInRepository(*factory, repository, type, id, uuid, &name, &resolved))
-    return factory->getResource(name, type, resolved);
-  QvbString identity;
-  if (!generateUnifiedObjectResourceId(repository, type, id, uuid, &identity))
-    return nullptr;
-  return factory->getResource(QvbString(), type, identity);
+  return makeResource(*factory, table, IMPACT_RES_TABLE_String, identity);
 }
 
 QvResource* QvResourceManagerImpl::generateProfileResource(QvResourceFactory* factory, QvbString& repository,
                                                            QvbString& id, QvbString& uuid) {
   if (id.isEmpty() && uuid.isEmpty())
     return nullptr;
-  return generateUnifiedResource(factory, repository, IMPACT_RES_PROFILE_String, id, uuid);
+  return generateUnifiedResource(*this, *factory, repository, IMPACT_RES_PROFILE_String, id, uuid);
 }
 
 QvResource* QvResourceManagerImpl::generateRuleResource(QvResourceFactory* factory, QvbString& repository,
                                                         QvbString& id, QvbString& uuid, QvbString& ruleName) {
   if (id.isEmpty() && uuid.isEmpty())
     return generateRuleByName(*factory, id, uuid, ruleName);
-  return generateUnifiedResource(factory, repository, IMPACT_RES_RULE_String, id, uuid);
+  return generateUnifiedResource(*this, *factory, repository, IMPACT_RES_RULE_String, id, uuid);
 }
 
 QvResource* QvResourceManagerImpl::generateSourceResource(QvResourceFactory* factory, QvbString& repository,
                                                           QvbString& sourceId) {
   if (sourceId.isEmpty())
     return nullptr;
-  if (const auto found = findByReference(*factory, IMPACT_RES_SOURCE_String, sourceId, QvbString()))
+  if (const auto found = findByReference(*factory, IMPACT_RES_SOURCE_String, sourceId, ""))
     return copyThroughFactory(*factory, *found).release();
   QvbString identity;
-  if (!generateUnifiedObjectResourceId(repository, QvbString(), sourceId, QvbString(), &identity))
+  if (!generateUnifiedObjectResourceId(repository, "", sourceId, "", &identity))
     return nullptr;
-  return factory->getResource(UNRESOLVED_SOURCE_String, IMPACT_RES_SOURCE_String, identity);
+  return makeResource(*factory, UNRESOLVED_SOURCE_String, IMPACT_RES_SOURCE_String, identity);
 }
 
 QvResource* QvResourceManagerImpl::generateMonitorResource(QvResourceFactory* factory, QvbString& repository,
@@ -203,7 +224,7 @@ QvResource* QvResourceManagerImpl::generateMonitorResource(QvResourceFactory* fa
   if (!generateUnifiedObjectResourceId(repository, IMPACT_RES_TASK_String, id, uuid, &identity))
     return nullptr;
   const auto& name = taskName.isEmpty() ? UNRESOLVED_TASK_String : taskName;
-  return factory->getResource(name, IMPACT_RES_TASK_String, identity);
+  return makeResource(*factory, name, IMPACT_RES_TASK_String, identity);
 }
 
 QvResource* QvResourceManagerImpl::generateFileResource(QvbString& defaultType, QvResourceFactory* factory,
@@ -216,7 +237,7 @@ QvResource* QvResourceManagerImpl::generateFileResource(QvbString& defaultType, 
   if (type.isEmpty())
     type = defaultType;
   // The path itself is the identity of a file; the other forms are for factories that do not take it.
-  if (auto* resource = factory->getResource(name, type, filename))
+  if (auto* resource = makeResource(*factory, name, type, filename))
     return resource;
   if (auto* resource = resolveFile(*factory, type, filename))
     return resource;
@@ -224,7 +245,7 @@ QvResource* QvResourceManagerImpl::generateFileResource(QvbString& defaultType, 
   QvbString identity;
   if (!generateFileResourceId(filename, encodedName, &identity))
     return nullptr;
-  return factory->getResource(encodedName, type, identity);
+  return makeResource(*factory, encodedName, type, identity);
 }
 
 QvResource* QvResourceManagerImpl::generateOMRObjectByPathResource(QvResourceFactory* factory,
@@ -239,7 +260,7 @@ QvResource* QvResourceManagerImpl::generateOMRObjectByPathResource(QvResourceFac
   splitObjectPath(objectPath, &name, &type);
   auto uri = objectURI(objectPath);
   if (!qvbEqualsIgnoreCase(type.view(), IMPACT_RES_FILE_String.view()))
-    return factory->getResource(name, type, uri);
+    return makeResource(*factory, name, type, uri);
   auto fileType = IMPACT_RES_FILE_String;
   return generateFileResource(fileType, factory, uri);
 }
@@ -257,13 +278,8 @@ QvResource* QvResourceManagerImpl::generateDMSRefResource(QvResourceFactory* fac
   const auto identity = serverReferenceURI(server, objectPath, type, service);
   if (identity.isEmpty())
     return nullptr;
-  Released<QvResource> resource(factory->getResource(name.isEmpty() ? ownName : name, type, identity));
-  if (resource) {
-    auto* properties = propertiesOf(*resource);
-    addProperty(properties, "ServiceType", service);
-    addProperty(properties, "ObjectType", type);
-  }
-  return resource.release();
+  Released<QvResource> resource(makeResource(*factory, name.isEmpty() ? ownName : name, type, identity));
+  return resource && recordServerObject(*resource, service, type) ? resource.release() : nullptr;
 }
 
 bool QvResourceManagerImpl::addDataSourceResource(QvResourceFactory* factory, QvResourceList* list,
@@ -285,15 +301,15 @@ bool QvResourceManagerImpl::addMonitorResource(QvResourceFactory* factory, QvRes
 
 bool QvResourceManagerImpl::addRuleResourceByName(QvResourceFactory* factory, QvResourceList* list,
                                                   QvbString& repository, QvbString& ruleName) {
-  QvbString id;
-  QvbString uuid;
+  QvbString id("");
+  QvbString uuid("");
   return addGenerated(list, generateRuleResource(factory, repository, id, uuid, ruleName));
 }
 
 bool QvResourceManagerImpl::addProfileResourceById(QvResourceFactory* factory, QvResourceList* list,
                                                    QvbString& id) {
-  QvbString repository;
-  QvbString uuid;
+  QvbString repository("");
+  QvbString uuid("");
   return addProfileResource(factory, list, repository, id, uuid);
 }
 

@@ -109,12 +109,6 @@ public:
                                   QvbString& reserved4) override;
 
 private:
-  // The type that the identity of a data source carries: the caller's, and that only when the connection string names a
-  // type itself.
-  QvbString identityDsnType(const QvbString& dsn, const QvbString& dsnType);
-  // The resource of a unified object, resolved in its repository where the resolver serves that one.
-  QvResource* generateUnifiedResource(QvResourceFactory* factory, const QvbString& repository,
-                                      const QvbString& type, const QvbString& id, const QvbString& uuid);
   // What a reference that names a repository object stands for; null for every other reference.
   Released<QvResource> findRepositoryJob(QvResourceFactory* factory, QvbString& jobReference);
 };

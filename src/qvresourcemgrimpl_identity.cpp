@@ -5,7 +5,9 @@
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbpath.h"
 
+#include <array>
 #include <initializer_list>
+#include <new>
 
 namespace {
 
@@ -26,6 +28,8 @@ struct IdentityPart {
   const QvbString& value;
   Presence presence = Presence::Always;
 };
+
+constexpr std::size_t maxIdentityParts = 5;
 
 struct IdentityOutput {
   const char* attribute;
@@ -57,14 +61,24 @@ QvDomNode findKindElement(QvDomNode node, const IdentityKind& kind) {
 bool readIdentity(const QvbString& identity, const IdentityKind& kind,
                   std::initializer_list<IdentityOutput> outputs) {
   QvDom document;
-  if (identity.isEmpty() || !document.loadXML(identity))
+  if (identity.isEmpty())
     return false;
+  if (!document.loadXML(identity)) {
+    if (document.getErrorMessage().view() == "out of memory")
+      throw std::bad_alloc();
+    return false;
+  }
   const auto element = findKindElement(document.getRoot(), kind);
   if (element.null())
     return false;
-  for (const auto& output : outputs)
-    if (const auto value = element.getAttributeValue(output.attribute); !value.isEmpty())
-      *output.value = value;
+  // All are read before one is written: reading may meet short memory.
+  std::array<QvbString, maxIdentityParts> values;
+  const auto* output = outputs.begin();
+  for (std::size_t part = 0; part < outputs.size(); ++part)
+    values[part] = element.getAttributeValue(output[part].attribute);
+  for (std::size_t part = 0; part < outputs.size(); ++part)
+    if (!values[part].isEmpty())
+      *output[part].value = values[part];
   return true;
 }
 
@@ -94,11 +108,17 @@ bool QvResourceManagerImpl::generateFileResourceId(const QvbString& filename, Qv
                                                    QvbString* identity) {
   if (filename.isEmpty())
     return false;
-  if (name.isEmpty())
-    qvbParsePath(filename, nullptr, &name);
-  if (name.isEmpty())
-    name = filename;
-  return writeIdentity(fileKind, {{"filename", filename}, {"name", name}}, identity);
+  auto encodedName = name;
+  if (encodedName.isEmpty())
+    qvbParsePath(filename, nullptr, &encodedName);
+  if (encodedName.isEmpty())
+    encodedName = filename;
+  QvbString text;
+  if (!writeIdentity(fileKind, {{"filename", filename}, {"name", encodedName}}, &text))
+    return false;
+  name = encodedName;
+  *identity = text;
+  return true;
 }
 
 bool QvResourceManagerImpl::generateUnifiedObjectResourceId(const QvbString&, const QvbString& type,
@@ -170,10 +190,14 @@ bool QvResourceManagerImpl::getResourceTypeFromFilename(QvbString& filename, Qvb
                                                         QvbString* type) {
   QvbString extension;
   QvbString folder;
-  if (!getComponentsFromFilesystemPath(filename, &extension, &folder, name) ||
-      !getTypeForFileExtension(extension, type))
+  auto displayName = *name;
+  auto objectType = *type;
+  if (!getComponentsFromFilesystemPath(filename, &extension, &folder, &displayName) ||
+      !getTypeForFileExtension(extension, &objectType))
     return false;
-  if (qvbEqualsIgnoreCase(type->view(), "File") && !extension.isEmpty())
-    name->append(".").append(extension);
+  if (qvbEqualsIgnoreCase(objectType.view(), "File") && !extension.isEmpty())
+    displayName.append(".").append(extension);
+  *name = displayName;
+  *type = objectType;
   return true;
 }

@@ -9,6 +9,7 @@
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
 
+#include <algorithm>
 #include <optional>
 
 namespace {
@@ -45,10 +46,16 @@ std::optional<QvbString> pathBelow(const QvbString& folder, const QvbString& fil
   return isSeparator(rest.view().front()) ? std::optional(rest.mid(1)) : std::nullopt;
 }
 
-// The folder as a copy of the definition has it: a copy drops separators that a back slash before a slash has kept.
-QvbString vaultPathOf(QvReposConfiguration& definition) {
+// How often a definition has been copied when it comes out of a lookup by its name, and out of the list of all.
+constexpr int copiesOfLookup = 1;
+constexpr int copiesOfList = 2;
+
+// The folder as a definition that was copied so often has it: each copy drops separators that a back slash before a slash
+// has kept.
+QvbString vaultPathOf(QvReposConfiguration& definition, int copies) {
   auto path = definition.getVaultPath();
-  trimFileSeperators(&path);
+  for (int copy = 0; copy < copies; ++copy)
+    trimFileSeperators(&path);
   return path;
 }
 
@@ -62,7 +69,7 @@ std::optional<RepositoryPath> findRepositoryPath(const QvbString& filename) {
   std::optional<RepositoryPath> best;
   QvbString::Index bestLength = 0;
   QvReposConfigManagerImpl().forEachDefinition([&](QvReposConfiguration& definition) {
-    const auto vaultPath = vaultPathOf(definition);
+    const auto vaultPath = vaultPathOf(definition, copiesOfList);
     const auto path = pathBelow(vaultPath, filename);
     if (path && vaultPath.length() > bestLength) {
       bestLength = vaultPath.length();
@@ -95,26 +102,18 @@ bool writeURIText(QvURI* uri, QvbString* text) {
   return owned != nullptr;
 }
 
-// The path of a repository object with the extension of its type; without one for types that have none.
-QvbString objectFilename(const QvbString& root, const QvbString& path, const QvbString& type) {
-  auto filename = qvbConcatPath(root, path);
-  QvbString extension;
-  if (getFileExtensionForType(type, &extension) && !extension.isEmpty())
-    filename.append(".").append(extension);
-  return filename;
-}
-
 struct TypedPath {
   QvbString path;
   QvbString type;
 };
 
-// Splits "folder/name(Type)"; the path is the text before the bracket as it stands.
+// Splits "folder/name(Type)"; the path is the text before the bracket as it stands. Nothing for a path that names no type,
+// as one that goes on behind the bracket.
 std::optional<TypedPath> splitTypedPath(const QvbString& text) {
   const auto open = text.rfind("(");
-  const auto close = text.rfind(")");
-  if (open <= 0 || close <= open)
+  if (open <= 0 || !text.view().ends_with(')'))
     return std::nullopt;
+  const auto close = text.length() - 1;
   return TypedPath{text.mid(0, open), text.mid(open + 1, close - open - 1)};
 }
 
@@ -124,6 +123,55 @@ std::optional<TypedPath> typedPathOf(QvURI& uri) {
   auto* data = uri.getDataURI();
   const auto type = data ? data->getObjectType() : QvbString();
   return type.isEmpty() ? splitTypedPath(path) : TypedPath{path, type};
+}
+
+// The path of the object with the extension of its type; without one for types that have none.
+QvbString objectFilename(const TypedPath& object) {
+  auto filename = object.path;
+  QvbString extension;
+  if (getFileExtensionForType(object.type, &extension) && !extension.isEmpty())
+    filename.append(".").append(extension);
+  return withSlashes(filename);
+}
+
+// Whether the path leaves the folder that it begins in, at any of its steps.
+bool climbsOut(std::string_view path) {
+  std::ptrdiff_t depth = 0;
+  while (!path.empty() && depth >= 0) {
+    const auto step = path.substr(0, path.find('/'));
+    path.remove_prefix(std::min(step.size() + 1, path.size()));
+    if (step == "..")
+      --depth;
+    else if (!step.empty() && step != ".")
+      ++depth;
+  }
+  return depth < 0;
+}
+
+// Why an object names no file below its root, as the format of a message about its URI; null when nothing speaks against
+// it.
+const char* pathDefect(const QvbString& path, const QvbString& objectFile) {
+  if (path.view().find('\0') != std::string_view::npos)
+    return "The path of the URI %S holds a zero byte.";
+  return climbsOut(objectFile.view()) ? "The path of the URI %S leads out of the folder of the repository."
+                                      : nullptr;
+}
+
+// Writes the file below the root that a repository URI names. `message` tells what is wrong with the path of an object,
+// and stays as it is when the URI names none.
+bool findVaultFile(const QvbString& root, QvURI& uri, QvbString* filename, QvbString* message) {
+  const auto path = uri.getPath();
+  const auto object = path.isEmpty() ? std::nullopt : typedPathOf(uri);
+  if (!object)
+    return false;
+  const auto objectFile = objectFilename(*object);
+  if (const char* defect = pathDefect(path, objectFile)) {
+    const auto reference = uri.asString();
+    *message = qvbStringFormat(defect, &reference);
+    return false;
+  }
+  *filename = withSlashes(qvbConcatPath(root, objectFile));
+  return true;
 }
 
 // What a reference leads to, gathered apart from the caller's outputs: these may be the inputs.
@@ -147,7 +195,7 @@ bool convertFile(QvURI& uri, Conversion& result) {
 bool convertRepositoryObject(QvURI& uri, const QvbString& repository, Conversion& result) {
   QvbString root;
   if (getRepositoryFilesystemRoot(repository, &root))
-    return generateFilenameFromVaultPath(root, &uri, &result.filename);
+    return findVaultFile(root, uri, &result.filename, &result.message);
   if (!repository.isEmpty())
     return false;
   return result.fail("No repository name was supplied to output the filename from URI and repository.");
@@ -199,26 +247,25 @@ bool fixFilesystemStringSlashes(const QvbString& in, QvbString* out) {
 }
 
 bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* root) {
-  const auto commonRoot = qvbGetConfigOption(QvbOptions::RepositoryFileRoot);
-  if (!commonRoot.isEmpty()) {
-    *root = commonRoot;
+  const auto name = repositoryName; // which may be the output
+  *root = qvbGetConfigOption(QvbOptions::RepositoryFileRoot);
+  if (!root->isEmpty())
     return true;
-  }
+  root->setNull();
   QvbString vaultPath;
   QvReposConfigManagerImpl().forEachDefinition([&](QvReposConfiguration& definition) {
-    if (qvbEqualsIgnoreCase(definition.getName().view(), repositoryName.view()))
-      vaultPath = vaultPathOf(definition);
+    if (qvbEqualsIgnoreCase(definition.getName().view(), name.view()))
+      vaultPath = vaultPathOf(definition, copiesOfLookup);
   });
-  if (vaultPath.isEmpty())
-    return false;
-  *root = vaultPath;
-  return true;
+  if (!vaultPath.isEmpty())
+    *root = vaultPath;
+  return !root->isNull();
 }
 
 bool generateURIReferenceFromFilename(const QvbString& filename, QvbString* uriReference) {
   if (filename.isEmpty())
     return false;
-  if (filename.find("://") > 0 && Released<QvURI>(getURIFromURIString(filename))) {
+  if (isURIReference(filename)) {
     *uriReference = filename;
     return true;
   }
@@ -261,8 +308,6 @@ bool generateFilenameFromURIandRepository(ASSubject* subject, const QvbString& u
 // The root is a value, not a reference: its exported name carries that.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 bool generateFilenameFromVaultPath(QvbString root, QvURI* uri, QvbString* filename) {
-  const auto object = uri->getPath().isEmpty() ? std::nullopt : typedPathOf(*uri);
-  if (object)
-    *filename = withSlashes(objectFilename(root, object->path, object->type));
-  return object.has_value();
+  QvbString message;
+  return findVaultFile(root, *uri, filename, &message);
 }

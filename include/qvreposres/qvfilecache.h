@@ -1,10 +1,11 @@
 // The file access cache: local copies of remote files.
 //
-// A remote file is named by a URI ("http", "https" or "file") or a path. Integer results are 0 for success
-// and a small code otherwise. One cache serves the whole process; the functions below hand it out, and all of
-// them may be called from any thread. So may the operations of the cache, and of one that a host supplies; a
-// source provider is called by one thread at a time, under the lock of the cache that owns it. While it is
-// called it may ask that cache for other files, but neither flush it nor replace its source.
+// A remote file is named by a URI ("http", "https" or "file") or by the path of a regular file. Integer results
+// are 0 for success and a small code otherwise; short memory is a failure like any other, and no exception. One
+// cache serves the whole process; the functions below hand it out, and all of them may be called from any
+// thread. So may the operations of the cache, and of one that a host supplies; a source provider is called by
+// one thread at a time, under the lock of the cache that owns it. While it is called it may ask that cache for
+// other files, but neither flush it nor replace its source.
 #pragma once
 
 #include "qvreposres/export.h"

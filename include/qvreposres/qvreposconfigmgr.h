@@ -1,7 +1,8 @@
 // Repository definitions: the named repositories that applications can connect to.
 //
 // A definition lives in a file of its own, in the folder of option "BASE/REPOS_SYS_PATH" (system) or
-// "BASE/REPOS_USER_PATH" (user), a native path or a "file:" URI. Everything handed out is a copy: a change is
+// "BASE/REPOS_USER_PATH" (user), a native path or a "file:" URI; a relative path is made absolute when it is first read.
+// Everything handed out is a copy: a change is
 // kept when it is saved. A manager may be used from several threads at once; records and lists are for one
 // thread at a time. Managers know nothing of each other, in this process or another one: each reads the files
 // as they are, and of two that save the same definition the later one wins.
@@ -82,6 +83,23 @@ protected:
   ~QvReposConfigurationList() = default;
 };
 
+// What the definition folders hold that is not loaded, each with the reason. Read with the cursor that qvresource.h
+// describes; off the rows the texts are empty.
+class QVREPOSRES_API QvReposRefusalList {
+public:
+  virtual bool next() = 0;
+  // The file, or the folder that cannot be opened.
+  virtual QvbString getFilename() = 0;
+  // For people; it names the file, with line and column where that is malformed.
+  virtual QvbString getReason() = 0;
+  // Whether the file is a whole definition whose name another one took first.
+  virtual bool isDuplicate() = 0;
+  virtual void release() = 0;
+
+protected:
+  ~QvReposRefusalList() = default;
+};
+
 class QVREPOSRES_API QvReposConfigManager {
 public:
   virtual ~QvReposConfigManager() = default;
@@ -107,6 +125,13 @@ public:
   virtual bool saveConfiguration(QvReposConfiguration* definition, QvbString* error) = 0;
   // The name of the first loaded definition.
   virtual bool getDefaultConfiguration(QvbString* name) = 0;
+  // Why those definition files are not loaded that are not, as a new list: folders that cannot be opened, then files in
+  // load order.
+  virtual QvReposRefusalList* getRefusals() = 0;
+  // The file in which a definition of that name and type is saved. False, with `filename` null, while its folder's option
+  // is not set.
+  virtual bool getConfigurationFilename(const QvbString& name, QvReposConfigType type,
+                                        QvbString* filename) = 0;
 };
 
 // A new, independent manager; the caller releases it. Memory that cannot be had is std::bad_alloc.

@@ -35,12 +35,15 @@ public:
   virtual const QvbString& getObjectType() = 0;
   virtual void setObjectType(const QvbString& type) = 0;
   virtual void release() = 0;
-  // Writes attributes, contained objects, associations (by reference) and value into the element. An object that several
-  // parents in the tree contain is written with what it contains at its first place only, so that the text grows with the
-  // number of objects, not with the ways to them; what was read from a document reads back as the same graph.
+  // Writes attributes, contained objects, associations (by reference) and value into the element; the result is that of
+  // the last contained object. Each object is written in full wherever it is contained, so that a few of them can stand at
+  // any number of places. A document that would hold more than 16,777,216 objects or more than QvDom::MaxSize bytes is
+  // given up: false, with a part of it in the element.
   virtual bool toXML(QvDomNode* node) = 0;
   // The parent owns the object from then on. False, with nothing changed, for one that it contains already and for one
   // that contains the parent itself, at any depth. Objects of an application's own class are not looked into for that.
+  // Building a graph of m containments costs m steps where it grows at its top or bottom, and at most m * sqrt(m) in any
+  // other way; a refusal costs what it takes to find the circle.
   virtual bool addContainedObject(RepositoryMetadataObject* object) = 0;
   virtual RepositoryMetadataObjectList* getContainedObjects() = 0;
   // The element's text; always true.
@@ -97,13 +100,15 @@ public:
                                                                  const QvbString& attributeValue) = 0;
   virtual void release() = 0;
   // Appends the document of the object and of every other object of the context to `xml` (optional), each with all that
-  // it contains: an object of the context that stands below another is written there and beside it. `message` is not
-  // used. With `layout` each element stands on a line of its own. False for no object, and for one whose type is no name
-  // of XML.
+  // it contains: an object of the context that stands below another is written there and beside it. An object whose type
+  // is no name of XML is left out. `message` is not used. With `layout` each element stands on a line of its own. False,
+  // with nothing appended, for no object, for a root whose name XML does not allow, and for a document that toXML() gives
+  // up or that its reader would refuse (see qvdom.h).
   virtual bool serialize(RepositoryMetadataObject* object, QvbString* xml, QvbString* message,
                          bool layout) = 0;
   // Reads such a document; the first top-level object, owned by the context, or null. An element that would make an
-  // object contain itself is read, but not contained.
+  // object contain itself is read, but not contained: what is contained already, and what comes first within the objects
+  // of the document from the first one down, stays. When memory runs out the context is what it was.
   virtual RepositoryMetadataObject* deSerialize(const QvbString& xml, QvbString* message) = 0;
   // Properties beside the object, under the id that it has at the time of the call; they are not written. False for a
   // null object. The reads are true for every other object, and leave the output untouched when nothing is set.

@@ -1,8 +1,10 @@
 // The resource manager: identities, resources and the scanning of job files.
 //
 // A resource identity is a small XML text that is equal for two jobs that touch the same thing; compare identities as
-// texts. A connection string ("DSN string") is a run of key=value pairs, each ended by ";"; the keys read here are
-// "DSN=" (data source name) and "QVXTYPE=" (its type, "ODBC" or "GRVS").
+// texts. Bytes that XML cannot carry (controls, broken UTF-8) become U+FFFD in it: two names that differ in such bytes
+// alone share an identity, and a list takes them for the same thing. A connection string ("DSN string") is a run of
+// key=value pairs, each ended by ";"; the keys read here are "DSN=" (data source name) and "QVXTYPE=" (its type, "ODBC"
+// or "GRVS").
 //
 // A manager holds no state: one may serve any number of threads. Factories and lists are for one thread at a time.
 // Texts that are not const are inputs, except the `name` of generateFileResourceId.
@@ -49,7 +51,8 @@ public:
   virtual bool getResourceTypeFromFilename(QvbString& filename, QvbString* name, QvbString* type) = 0;
 
   // Resources: each a new one that the caller releases, null when a required part is empty or the factory gives none.
-  // The type of a data source counts only when its connection string names one.
+  // A name that is not known is handed to the factory as an empty text. The type of a data source counts only when its
+  // connection string names one.
   virtual QvResource* generateDataSourceResource(QvResourceFactory* factory, QvbString& dsn,
                                                  QvbString& dsnType) = 0;
   virtual QvResource* generateTableResource(QvResourceFactory* factory, QvbString& dsn, QvbString& dsnType,
@@ -58,6 +61,7 @@ public:
                                               QvbString& taskName, QvbString& id, QvbString& uuid) = 0;
   virtual QvResource* generateSourceResource(QvResourceFactory* factory, QvbString& repository,
                                              QvbString& sourceId) = 0;
+  // A rule without id and uuid is looked up by its name, which it needs then.
   virtual QvResource* generateRuleResource(QvResourceFactory* factory, QvbString& repository, QvbString& id,
                                            QvbString& uuid, QvbString& ruleName) = 0;
   virtual QvResource* generateProfileResource(QvResourceFactory* factory, QvbString& repository,
@@ -79,7 +83,8 @@ public:
   virtual bool addSQLResourcesFromString(const QvbString& xml, QvResourceFactory* factory,
                                          QvResourceList* list) = 0;
 
-  // The generate operations above, their result added to the list; true when a resource was generated.
+  // The generate operations above, their result added to the list unless it has that identity; true when a resource was
+  // generated, even where the list has no room for it.
   virtual bool addDataSourceResource(QvResourceFactory* factory, QvResourceList* list, QvbString& dsn,
                                      QvbString& dsnType) = 0;
   virtual bool addTableResource(QvResourceFactory* factory, QvResourceList* list, QvbString& dsn,

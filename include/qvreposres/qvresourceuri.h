@@ -32,9 +32,10 @@ QVREPOSRES_API bool generateFilenameFromURIandRepository(ASSubject* subject, con
 }
 
 // The folder below which a repository's files lie: option "BASE/REPOS_FILE_ROOT" for all of them, else the vault path of
-// the definition. False when neither is there.
+// the definition. False, with a null `root`, when neither is there.
 QVREPOSRES_API bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* root);
 
 // The file below `root` that a repository URI names: by its object type, or by a path that ends in "name(Type)",
-// whose name is the text before the bracket as it stands.
+// whose name is the text before the bracket as it stands. False for every other path, and for one that holds a zero byte
+// or climbs out of `root` with "..", at any of its steps.
 QVREPOSRES_API bool generateFilenameFromVaultPath(QvbString root, QvURI* uri, QvbString* filename);

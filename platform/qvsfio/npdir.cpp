@@ -9,19 +9,20 @@
 #include <unistd.h>
 
 using npfio::attempt;
+using npfio::codeOf;
 using npfio::Descriptor;
 using npfio::lastCode;
 using npfio::nativePath;
 
 struct NpDir {
+  QvbString path;
   Descriptor descriptor;
 };
 
 namespace {
 
-int createFolder(const std::string& path, mode_t permissions) {
-  const int result =
-      attempt(QvbFaultPoint::DirCreate, path, [&] { return ::mkdir(path.c_str(), permissions); });
+int createFolder(const char* path, mode_t permissions) {
+  const int result = attempt(QvbFaultPoint::DirCreate, path, [&] { return ::mkdir(path, permissions); });
   return result == 0 ? NP_FIO_OK : lastCode();
 }
 
@@ -39,6 +40,7 @@ bool isSingleName(std::string_view name) {
 
 int openNewFolder(const char* path, std::unique_ptr<NpDir>* directory) {
   auto opened = std::make_unique<NpDir>();
+  opened->path = path;
   if (const int code = createFolder(path, 0700))
     return code;
   opened->descriptor = Descriptor(attempt(QvbFaultPoint::DirOpen, path, [&] {
@@ -59,9 +61,9 @@ int np_dir_create(const QvbString& path, int mode) {
   constexpr int ReadableByAll = 8;
   if (mode != ReadableByAll)
     return NP_FIO_UNSUPPORTED;
-  std::string native;
-  const int code = nativePath(path, &native);
-  return code ? code : createFolder(native, 0755);
+  QvbString native;
+  const int code = codeOf([&] { return nativePath(path, &native); });
+  return code ? code : createFolder(native.asCstr(), 0755);
 }
 
 int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** directory) {
@@ -70,13 +72,14 @@ int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** dire
     *buffer = '\0';
   if (!name || !isSingleName(name))
     return NP_FIO_REFUSED;
-  std::string root;
-  int code = temporaryRoot(&root);
-  if (!code)
-    code = np_fio_pcat(root.c_str(), name, buffer, size);
   std::unique_ptr<NpDir> opened;
-  if (!code)
-    code = openNewFolder(buffer, &opened);
+  const int code = codeOf([&] {
+    std::string root;
+    int failed = temporaryRoot(&root);
+    if (!failed)
+      failed = np_fio_pcat(root.c_str(), name, buffer, size);
+    return failed ? failed : openNewFolder(buffer, &opened);
+  });
   if (code && size > 0)
     *buffer = '\0';
   *directory = opened.release();
@@ -85,10 +88,17 @@ int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** dire
 
 void np_dir_close(NpDir* directory) { delete directory; }
 
+void np_dir_discard(NpDir* directory) {
+  const std::unique_ptr<NpDir> ended(directory);
+  if (ended)
+    np_dir_unlink(ended->path);
+}
+
 int np_dir_unlink(const QvbString& path) {
-  std::string native;
-  if (const int code = nativePath(path, &native))
+  QvbString native;
+  if (const int code = codeOf([&] { return nativePath(path, &native); }))
     return code;
-  const int result = attempt(QvbFaultPoint::FileUnlink, native, [&] { return ::rmdir(native.c_str()); });
+  const char* const named = native.asCstr();
+  const int result = attempt(QvbFaultPoint::FileUnlink, named, [&] { return ::rmdir(named); });
   return result == 0 ? NP_FIO_OK : lastCode();
 }

@@ -19,27 +19,28 @@ using npfio::nativePath;
 using npfio::Replacement;
 
 struct NpFile {
-  std::string path;
+  QvbString path;
   Descriptor source;                        // of a file that is read
   std::unique_ptr<Replacement> replacement; // of a file that is written
 };
 
 namespace {
 
-// A directory opens like a file but cannot be read like one, so it is refused here and not at the first read.
-int openForReading(const std::string& path, Descriptor* source, struct stat* stat) {
+// Only a regular file has an end that is sure to come: a pipe may never tell, and a device may have none. Opening a pipe
+// does not wait for its writer either. For a regular file O_NONBLOCK changes nothing.
+int openForReading(const char* path, Descriptor* source, struct stat* stat) {
   Descriptor opened(attempt(QvbFaultPoint::FileOpen, path,
-                            [&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY); }));
+                            [&] { return ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY); }));
   if (!opened || ::fstat(opened.get(), stat) != 0)
     return lastCode();
-  if (S_ISDIR(stat->st_mode))
-    return np_fio_code(EISDIR);
+  if (!S_ISREG(stat->st_mode))
+    return NP_FIO_UNSUPPORTED;
   *source = std::move(opened);
   return NP_FIO_OK;
 }
 
 // Fewer bytes than asked for mean the end.
-std::int64_t readFully(const Descriptor& source, const std::string& path, char* buffer, std::size_t size) {
+std::int64_t readFully(const Descriptor& source, const char* path, char* buffer, std::size_t size) {
   std::size_t total = 0;
   while (total < size) {
     const auto count = attempt(QvbFaultPoint::FileRead, path,
@@ -54,7 +55,7 @@ std::int64_t readFully(const Descriptor& source, const std::string& path, char* 
 }
 
 // The size that the file had when it was opened is only a hint: it may grow, and some files tell none.
-int readToEnd(const Descriptor& source, const std::string& path, std::int64_t sizeHint, std::int64_t limit,
+int readToEnd(const Descriptor& source, const char* path, std::int64_t sizeHint, std::int64_t limit,
               std::string* bytes) {
   constexpr std::size_t MinStep = 4096;
   std::size_t total = 0;
@@ -85,7 +86,7 @@ NpFileKind kindOf(const struct stat& entry) {
 
 namespace npfio {
 
-int nativePath(const QvbString& path, std::string* native) {
+int nativePath(const QvbString& path, QvbString* native) {
   QvbString plain = path;
   if (qvbEqualsIgnoreCase(path.view().substr(0, 5), "file:")) {
     const auto release = [](QvURI* uri) { uri->release(); };
@@ -95,7 +96,7 @@ int nativePath(const QvbString& path, std::string* native) {
   }
   if (plain.view().find('\0') != std::string_view::npos)
     return NP_FIO_NOT_FOUND;
-  native->assign(plain.view());
+  *native = plain;
   return NP_FIO_OK;
 }
 
@@ -105,30 +106,31 @@ Descriptor::~Descriptor() {
 }
 
 // Not called again after EINTR: the descriptor is gone by then, and its number may be another thread's.
-int Descriptor::close(const std::string& subject) {
-  const int fault = qvbFault(QvbFaultPoint::FileClose, subject.c_str());
+int Descriptor::close(const char* subject) {
+  const int fault = qvbFault(QvbFaultPoint::FileClose, subject);
   const int failure = ::close(release()) == 0 ? 0 : errno;
   const int error = fault ? fault : failure;
   return error == EINTR ? NP_FIO_OK : np_fio_code(error);
 }
 
 int readAll(const QvbString& path, std::int64_t limit, std::string* bytes) {
-  std::string native;
+  QvbString native;
   if (const int code = nativePath(path, &native))
     return code;
   Descriptor source;
   struct stat opened {};
-  if (const int code = openForReading(native, &source, &opened))
+  if (const int code = openForReading(native.asCstr(), &source, &opened))
     return code;
-  return opened.st_size > limit ? NP_FIO_REFUSED : readToEnd(source, native, opened.st_size, limit, bytes);
+  return opened.st_size > limit ? NP_FIO_REFUSED
+                                : readToEnd(source, native.asCstr(), opened.st_size, limit, bytes);
 }
 
 int writeAll(const QvbString& path, std::string_view bytes) {
-  std::string native;
+  QvbString native;
   if (const int code = nativePath(path, &native))
     return code;
   std::unique_ptr<Replacement> replacement;
-  if (const int code = Replacement::open(native, Replacement::Permissions::Kept, &replacement))
+  if (const int code = Replacement::open(native, Replacement::Kind::Document, &replacement))
     return code;
   replacement->write(bytes.data(), bytes.size());
   return replacement->commit();
@@ -138,27 +140,27 @@ int writeAll(const QvbString& path, std::string_view bytes) {
 
 int np_fio_open(const QvbString& path, int mode, NpFile** file) {
   *file = nullptr;
-  auto opened = std::make_unique<NpFile>();
-  int code = nativePath(path, &opened->path);
-  if (code)
+  return npfio::codeOf([&] {
+    auto opened = std::make_unique<NpFile>();
+    int code = nativePath(path, &opened->path);
+    struct stat unused {};
+    if (!code && mode == NP_FIO_READ)
+      code = openForReading(opened->path.asCstr(), &opened->source, &unused);
+    else if (!code && mode == NP_FIO_REPLACE)
+      code = Replacement::open(opened->path, Replacement::Kind::PrivateCopy, &opened->replacement);
+    else if (!code)
+      code = NP_FIO_UNSUPPORTED;
+    if (!code)
+      *file = opened.release();
     return code;
-  struct stat unused {};
-  if (mode == NP_FIO_READ)
-    code = openForReading(opened->path, &opened->source, &unused);
-  else if (mode == NP_FIO_REPLACE)
-    code = Replacement::open(opened->path, Replacement::Permissions::Private, &opened->replacement);
-  else
-    code = NP_FIO_UNSUPPORTED;
-  if (!code)
-    *file = opened.release();
-  return code;
+  });
 }
 
 int np_fio_close(NpFile* file) {
   if (!file)
     return NP_FIO_OK;
   const std::unique_ptr<NpFile> ended(file);
-  return file->replacement ? file->replacement->commit() : file->source.close(file->path);
+  return file->replacement ? file->replacement->commit() : file->source.close(file->path.asCstr());
 }
 
 void np_fio_discard(NpFile* file) { const std::unique_ptr<NpFile> ended(file); }
@@ -166,7 +168,7 @@ void np_fio_discard(NpFile* file) { const std::unique_ptr<NpFile> ended(file); }
 std::int64_t np_fio_getb(NpFile* file, void* buffer, std::size_t size) {
   if (!file->source)
     return -NP_FIO_UNSUPPORTED;
-  return readFully(file->source, file->path, static_cast<char*>(buffer), size);
+  return readFully(file->source, file->path.asCstr(), static_cast<char*>(buffer), size);
 }
 
 std::int64_t np_fio_putb(NpFile* file, const void* bytes, std::size_t size) {
@@ -178,11 +180,12 @@ std::int64_t np_fio_puts(NpFile* file, const QvbString& text) {
 }
 
 int np_fio_stat(const QvbString& path, NpFileStat* stat) {
-  std::string native;
-  if (const int code = nativePath(path, &native))
+  QvbString native;
+  if (const int code = npfio::codeOf([&] { return nativePath(path, &native); }))
     return code;
+  const char* const named = native.asCstr();
   struct stat entry;
-  if (attempt(QvbFaultPoint::FileStat, native, [&] { return ::stat(native.c_str(), &entry); }) != 0)
+  if (attempt(QvbFaultPoint::FileStat, named, [&] { return ::stat(named, &entry); }) != 0)
     return lastCode();
   if (stat)
     *stat = {kindOf(entry),        entry.st_dev,          entry.st_ino,         entry.st_size,
@@ -191,10 +194,11 @@ int np_fio_stat(const QvbString& path, NpFileStat* stat) {
 }
 
 int np_fio_unlink(const QvbString& path) {
-  std::string native;
-  if (const int code = nativePath(path, &native))
+  QvbString native;
+  if (const int code = npfio::codeOf([&] { return nativePath(path, &native); }))
     return code;
-  const int result = attempt(QvbFaultPoint::FileUnlink, native, [&] { return ::unlink(native.c_str()); });
+  const char* const named = native.asCstr();
+  const int result = attempt(QvbFaultPoint::FileUnlink, named, [&] { return ::unlink(named); });
   return result == 0 ? NP_FIO_OK : lastCode();
 }
 
@@ -220,13 +224,15 @@ const char* np_fio_errdesc(int code) {
 }
 
 int np_fio_pcat(const char* directory, const char* name, char* buffer, std::size_t size) {
-  const QvbString joined = qvbConcatPath(directory, name);
-  const bool fits = joined.cStrSize() <= size;
-  if (fits)
-    std::memcpy(buffer, joined.asCstr(), joined.cStrSize());
-  else if (size > 0)
+  if (size > 0)
     *buffer = '\0';
-  return fits ? NP_FIO_OK : NP_FIO_ERROR;
+  return npfio::codeOf([&] {
+    const QvbString joined = qvbConcatPath(directory, name);
+    const bool fits = joined.cStrSize() <= size;
+    if (fits)
+      std::memcpy(buffer, joined.asCstr(), joined.cStrSize());
+    return fits ? NP_FIO_OK : NP_FIO_ERROR;
+  });
 }
 
 int np_fio_code(int errnoValue) {
@@ -235,6 +241,8 @@ int np_fio_code(int errnoValue) {
     return NP_FIO_OK;
   case ENOENT:
   case ENOTDIR:
+  case ELOOP:        // nothing is reached by following the links
+  case ENAMETOOLONG: // nothing can have the name
     return NP_FIO_NOT_FOUND;
   case EACCES:
   case EPERM:
@@ -244,6 +252,8 @@ int np_fio_code(int errnoValue) {
   case ENOTSUP:
   case ENOSYS:
   case EXDEV:
+  case ENXIO:
+  case ENODEV:
     return NP_FIO_UNSUPPORTED;
   case ENOSPC:
   case EDQUOT:
@@ -263,13 +273,15 @@ int np_fio_code(int errnoValue) {
 }
 
 int np_fio_readAll(const QvbString& path, std::int64_t limit, QvbString* content) {
-  std::string bytes;
-  if (const int code = npfio::readAll(path, limit, &bytes))
+  return npfio::codeOf([&] {
+    std::string bytes;
+    const int code = npfio::readAll(path, limit, &bytes);
+    if (!code)
+      *content = QvbString(std::string_view(bytes));
     return code;
-  *content = QvbString(std::string_view(bytes));
-  return NP_FIO_OK;
+  });
 }
 
 int np_fio_writeAll(const QvbString& path, const QvbString& content) {
-  return npfio::writeAll(path, content.view());
+  return npfio::codeOf([&] { return npfio::writeAll(path, content.view()); });
 }

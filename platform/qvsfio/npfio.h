@@ -12,18 +12,20 @@
 
 inline constexpr int NP_FIO_OK = 0;
 inline constexpr int NP_FIO_ERROR = 1;
-inline constexpr int NP_FIO_NOT_FOUND = 3;
+inline constexpr int NP_FIO_NOT_FOUND = 3; // nothing has the name, or (too long, a loop of links) can have it
 inline constexpr int NP_FIO_ACCESS = 4;
 inline constexpr int NP_FIO_PARTIAL = 6;
 inline constexpr int NP_FIO_UNSUPPORTED = 9;
-inline constexpr int NP_FIO_REFUSED = 12; // refused or temporary: no space, busy, too many files
+inline constexpr int NP_FIO_REFUSED = 12; // refused or temporary: no space, no memory, busy, too many files
 
 // Open modes.
+// A regular file: a directory, a pipe or a device is NP_FIO_UNSUPPORTED, at once.
 inline constexpr int NP_FIO_READ = 1;
-// A new file, 0600, that takes the name's place when it is closed without a failed write, having reached the
-// disk; until then the name keeps what it had, and whoever holds the old file open keeps reading it. Through a
-// symbolic link, the file that it points at is replaced. Only a regular file can be: a directory or a device
-// is NP_FIO_UNSUPPORTED. The permission that counts is the folder's, which must be readable and writable.
+// A private copy: a new file, 0600, that takes the name's place whole when it is closed without a failed write; until
+// then the name keeps what it had, and whoever holds the old file open keeps reading it. It is not flushed to disk, since
+// a copy can be made again; np_fio_writeAll() is for what has to survive a power cut. Through a symbolic link, the file
+// that it points at is replaced. Only a regular file can be: a directory or a device is NP_FIO_UNSUPPORTED. The
+// permission that counts is the folder's, which must be readable and writable.
 inline constexpr int NP_FIO_REPLACE = 86;
 
 struct NpFile;
@@ -45,11 +47,8 @@ struct NpFileStat {
 
 // `file` becomes the handle, null on failure.
 QVPLATFORM_API int np_fio_open(const QvbString& path, int mode, NpFile** file);
-// Ends the handle in every case. A file opened for replacement takes its name's place here; when that fails,
-// or a write failed before, the old file stays, the new one is gone and the result tells why. Only when the new
-// file has the name already and flushing the folder, the last step, fails, may the new file stay: on a file
-// system that cannot exchange two names, where the old file is gone by then, and when exchanging them back fails
-// too, which leaves the old file beside the new one as ".<name>.<unique>.tmp". Null does nothing.
+// Ends the handle in every case. A file opened for replacement takes its name's place here; when that fails, or a write
+// failed before, the old file stays, the new one is gone and the result tells why. Null does nothing.
 QVPLATFORM_API int np_fio_close(NpFile* file);
 // Ends the handle and gives up what was written: the old file stays, the new one is gone. Null does nothing.
 QVPLATFORM_API void np_fio_discard(NpFile* file);
@@ -70,10 +69,13 @@ QVPLATFORM_API int np_fio_pcat(const char* directory, const char* name, char* bu
 // The code of a value of errno.
 QVPLATFORM_API int np_fio_code(int errnoValue);
 
-// The whole file. `content` is untouched on failure; a file over `limit` bytes is NP_FIO_REFUSED.
+// The whole regular file. `content` is untouched on failure; a file over `limit` bytes is NP_FIO_REFUSED.
 QVPLATFORM_API int np_fio_readAll(const QvbString& path, std::int64_t limit, QvbString* content);
-// Replaces the file by the given bytes as NP_FIO_REPLACE does, with the permissions of the file that was
-// there, or 0644 less the umask.
+// Replaces the file by the given bytes as NP_FIO_REPLACE does, with the permissions of the file that was there, or 0644
+// less the umask, and with the bytes and their name on disk. On failure the old file stays and the new one is gone. Only
+// when the new file has the name already and flushing the folder, the last step, fails, may the new file stay: on a file
+// system that cannot exchange two names, where the old file is gone by then, and when exchanging them back fails too,
+// which leaves the old file beside the new one as ".<name>.<unique>.tmp".
 QVPLATFORM_API int np_fio_writeAll(const QvbString& path, const QvbString& content);
 
 // Mode 8 is 0755 less the umask; only the last level is made.
@@ -83,5 +85,7 @@ QVPLATFORM_API int np_dir_create(const QvbString& path, int mode);
 // there is no new folder, the buffer is empty and `directory` null.
 QVPLATFORM_API int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** directory);
 QVPLATFORM_API void np_dir_close(NpDir* directory);
+// Ends the handle and removes the new folder, which must be empty; it needs no memory. Null does nothing.
+QVPLATFORM_API void np_dir_discard(NpDir* directory);
 // Removes an empty folder.
 QVPLATFORM_API int np_dir_unlink(const QvbString& path);

@@ -42,20 +42,19 @@ std::string temporaryNameFor(const std::string& name) {
 
 } // namespace
 
-int Replacement::open(const std::string& path, Permissions permissions,
-                      std::unique_ptr<Replacement>* replacement) {
+int Replacement::open(const QvbString& path, Kind kind, std::unique_ptr<Replacement>* replacement) {
   replacement->reset();
-  std::string target = path;
+  std::string target(path.view());
   if (const int code = followLinks(&target))
     return code;
-  std::unique_ptr<Replacement> fresh(new Replacement(std::move(target)));
-  const int code = fresh->prepare(permissions);
+  std::unique_ptr<Replacement> fresh(new Replacement(std::move(target), kind));
+  const int code = fresh->prepare();
   if (!code)
     *replacement = std::move(fresh);
   return code;
 }
 
-Replacement::Replacement(std::string path) : m_path(std::move(path)) {
+Replacement::Replacement(std::string path, Kind kind) : m_kind(kind), m_path(std::move(path)) {
   const std::filesystem::path target = m_path;
   m_folderPath = target.has_parent_path() ? target.parent_path().string() : ".";
   m_name = target.filename().string();
@@ -66,10 +65,10 @@ Replacement::~Replacement() {
     ::unlinkat(m_folder.get(), m_temporaryName.c_str(), 0);
 }
 
-int Replacement::prepare(Permissions permissions) {
+int Replacement::prepare() {
   if (m_name.empty())
     return np_fio_code(m_path.empty() ? ENOENT : EISDIR);
-  m_folder = Descriptor(attempt(QvbFaultPoint::DirOpen, m_folderPath, [&] {
+  m_folder = Descriptor(attempt(QvbFaultPoint::DirOpen, m_folderPath.c_str(), [&] {
     return ::open(m_folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   }));
   if (!m_folder)
@@ -78,9 +77,9 @@ int Replacement::prepare(Permissions permissions) {
   bool exists = false;
   if (const int code = inspectOldFile(&mode, &exists))
     return code;
-  if (permissions == Permissions::Private)
+  if (m_kind == Kind::PrivateCopy)
     mode = 0600;
-  return createTemporary(mode, exists || permissions == Permissions::Private);
+  return createTemporary(mode, exists || m_kind == Kind::PrivateCopy);
 }
 
 int Replacement::inspectOldFile(mode_t* permissions, bool* exists) const {
@@ -97,7 +96,7 @@ int Replacement::inspectOldFile(mode_t* permissions, bool* exists) const {
 // Exact permissions are given only once the file is there, so that it never has more of them.
 int Replacement::createTemporary(mode_t permissions, bool exact) {
   m_temporaryName = temporaryNameFor(m_name);
-  m_file = Descriptor(attempt(QvbFaultPoint::FileOpen, m_path, [&] {
+  m_file = Descriptor(attempt(QvbFaultPoint::FileOpen, m_path.c_str(), [&] {
     return ::openat(m_folder.get(), m_temporaryName.c_str(),
                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, exact ? 0600 : permissions);
   }));
@@ -111,7 +110,7 @@ std::int64_t Replacement::write(const void* bytes, std::size_t size) {
   const char* next = static_cast<const char*>(bytes);
   for (std::size_t left = size; left > 0;) {
     const auto written =
-        attempt(QvbFaultPoint::FileWrite, m_path, [&] { return ::write(m_file.get(), next, left); });
+        attempt(QvbFaultPoint::FileWrite, m_path.c_str(), [&] { return ::write(m_file.get(), next, left); });
     if (written <= 0) {
       m_failure = written < 0 ? lastCode() : NP_FIO_PARTIAL;
       return -m_failure;
@@ -124,15 +123,25 @@ std::int64_t Replacement::write(const void* bytes, std::size_t size) {
 
 int Replacement::commit() {
   int code = m_failure;
-  if (!code && attempt(QvbFaultPoint::FileSync, m_path, [&] { return ::fsync(m_file.get()); }) != 0)
+  if (!code && m_kind == Kind::Document &&
+      attempt(QvbFaultPoint::FileSync, m_path.c_str(), [&] { return ::fsync(m_file.get()); }) != 0)
     code = lastCode();
-  const int closed = m_file.close(m_path);
+  const int closed = m_file.close(m_path.c_str());
   if (!code)
     code = closed;
   return code ? code : takePlace();
 }
 
 int Replacement::takePlace() {
+  if (m_kind == Kind::Document)
+    return exchange();
+  if (rename(0) != 0)
+    return lastCode();
+  m_state = State::Overwrote;
+  return NP_FIO_OK;
+}
+
+int Replacement::exchange() {
   if (rename(RENAME_EXCHANGE) == 0) {
     m_state = State::Exchanged;
   } else {
@@ -149,13 +158,14 @@ int Replacement::takePlace() {
 
 int Replacement::rename(unsigned flags) const {
   const int folder = m_folder.get();
-  return attempt(QvbFaultPoint::FileRename, m_path,
+  return attempt(QvbFaultPoint::FileRename, m_path.c_str(),
                  [&] { return ::renameat2(folder, m_temporaryName.c_str(), folder, m_name.c_str(), flags); });
 }
 
 // Some file systems have nothing to flush for a folder and say so with EINVAL.
 int Replacement::flushFolder() const {
-  const int result = attempt(QvbFaultPoint::FileSync, m_folderPath, [&] { return ::fsync(m_folder.get()); });
+  const int result =
+      attempt(QvbFaultPoint::FileSync, m_folderPath.c_str(), [&] { return ::fsync(m_folder.get()); });
   return result == 0 || errno == EINVAL ? NP_FIO_OK : lastCode();
 }
 

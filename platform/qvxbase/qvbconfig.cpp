@@ -1,14 +1,19 @@
 #include "qvxbase/qvbconfig.h"
 
 #include "qvsfio/npfio.h"
+#include "qvsfio/private/npnative.h"
+#include "qvxbase/qvbpath.h"
+#include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvbunload.h"
 #include "qvxlog/qvxlog.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
+#include <filesystem>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -47,9 +52,16 @@ public:
   OptionLines(std::string_view content, Options& options) noexcept : m_rest(content), m_options(options) {}
 
   // The number of the first malformed line, 0 when there is none.
-  int parse() { return ini_parse_stream(readLine, this, takeOption, this); }
+  int parse() {
+    const int line = ini_parse_stream(readLine, this, takeOption, this);
+    if (m_isOutOfMemory || line == ParserIsOutOfMemory)
+      throw std::bad_alloc();
+    return line;
+  }
 
 private:
+  static constexpr int ParserIsOutOfMemory = -2;
+
   static char* readLine(char* buffer, int size, void* self) {
     return static_cast<OptionLines*>(self)->readLine(buffer, static_cast<std::size_t>(size));
   }
@@ -74,18 +86,24 @@ private:
     return buffer;
   }
 
-  int takeOption(std::string_view section, std::string_view name, std::string_view value) {
-    QvbString key(section);
-    if (!section.empty())
-      key.append(std::string_view("/"));
-    key.append(name);
-    m_options[key] = QvbString(m_longValue.empty() ? value : m_longValue);
+  // No exception goes through the parser, which is C.
+  int takeOption(std::string_view section, std::string_view name, std::string_view value) noexcept {
+    try {
+      QvbString key(section);
+      if (!section.empty())
+        key.append(std::string_view("/"));
+      key.append(name);
+      m_options[key] = QvbString(m_longValue.empty() ? value : m_longValue);
+    } catch (const std::bad_alloc&) {
+      m_isOutOfMemory = true;
+    }
     return 1;
   }
 
   std::string_view m_rest;
   std::string_view m_longValue;
   Options& m_options;
+  bool m_isOutOfMemory = false;
 };
 
 // The option file as it was read.
@@ -124,6 +142,7 @@ public:
 
   void set(const QvbString& key, const QvbString& value) {
     const std::lock_guard guard(m_mutex);
+    m_relativeFolders.erase(key);
     if (value.isNull())
       m_hostOptions.erase(key);
     else
@@ -131,12 +150,33 @@ public:
   }
   void clear() {
     const std::lock_guard guard(m_mutex);
+    m_relativeFolders.clear();
     m_hostOptions.clear();
   }
   void setAvailable(bool available) noexcept { m_available = available; }
   bool isAvailable() const noexcept { return m_available; }
 
+  // The folder that an option names by this relative path. It stays the same, wherever the process goes, until the
+  // option names another one or is set anew.
+  QvbString absoluteFolder(const QvbString& key, const QvbString& path) {
+    const std::lock_guard guard(m_mutex);
+    auto& known = m_relativeFolders[key];
+    if (known.path != path || known.absolute.isNull()) {
+      std::error_code error;
+      const auto here = std::filesystem::current_path(error);
+      if (error)
+        return path;
+      known = {path, qvbConcatPath(QvbString(here.c_str()), path)};
+    }
+    return known.absolute;
+  }
+
 private:
+  struct RelativeFolder {
+    QvbString path;
+    QvbString absolute;
+  };
+
   QvbString lookup(const QvbString& key) {
     std::unique_lock guard(m_mutex);
     QvbString value = valueIn(m_hostOptions, key);
@@ -168,12 +208,12 @@ private:
   std::mutex m_mutex;
   Options m_hostOptions;
   std::shared_ptr<const OptionFile> m_file;
+  std::unordered_map<QvbString, RelativeFolder, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_relativeFolders;
   std::atomic<bool> m_available{true};
 };
 
-// Never destroyed: other objects read options while the process ends.
 ConfigStore& store() {
-  static ConfigStore& instance = *new ConfigStore;
+  static ConfigStore& instance = qvbUntilUnload<ConfigStore>();
   return instance;
 }
 
@@ -191,7 +231,15 @@ void qvbSetConfigAvailable(bool available) { store().setAvailable(available); }
 
 QvbString qvbGetConfigOption(const char* key) {
   QvbString value;
-  if (QvbConfigOptions* options = qvbGetConfigOptions(QvbString()))
+  if (const Released<QvbConfigOptions> options{qvbGetConfigOptions(QvbString())})
     options->getOption(key, &value, 0);
   return value;
+}
+
+QvbString qvbGetConfigFolder(const QvbOption& option) {
+  QvbString folder = qvbGetConfigOption(option);
+  QvbString path;
+  if (folder.isEmpty() || npfio::nativePath(folder, &path) != NP_FIO_OK)
+    return folder;
+  return path.view().starts_with('/') ? path : store().absoluteFolder(option.key, path);
 }

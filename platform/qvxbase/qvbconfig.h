@@ -38,3 +38,8 @@ QVPLATFORM_API void qvbSetConfigAvailable(bool available);
 // The value of one option, null when it is unset or the store is switched off.
 QVPLATFORM_API QvbString qvbGetConfigOption(const char* key);
 inline QvbString qvbGetConfigOption(const QvbOption& option) { return qvbGetConfigOption(option.key); }
+
+// The native path of the folder that an option names, which may be a "file:" URI. A relative path is made absolute when
+// it is first read: it goes on naming that folder when the process changes its working folder. Null or empty when the
+// option is; a URI of another host stays as it is.
+QVPLATFORM_API QvbString qvbGetConfigFolder(const QvbOption& option);

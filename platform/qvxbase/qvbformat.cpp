@@ -349,7 +349,48 @@ private:
   fmt::memory_buffer m_out;
 };
 
+constexpr bool isContinuation(unsigned char byte) noexcept { return (byte & 0xC0) == 0x80; }
+
+// The bytes of the UTF-8 character at the front of the text; 1 for what begins none.
+std::size_t characterLength(std::string_view text) noexcept {
+  const auto lead = static_cast<unsigned char>(text[0]);
+  const std::size_t length = lead < 0xC2 || lead > 0xF4 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  if (length > text.size() || !std::ranges::all_of(text.substr(1, length - 1), isContinuation))
+    return 1;
+  const auto second = length > 1 ? static_cast<unsigned char>(text[1]) : 0U;
+  const bool isOverlong = (lead == 0xE0 && second < 0xA0) || (lead == 0xF0 && second < 0x90);
+  return isOverlong ? 1 : length;
+}
+
+bool isControl(std::string_view character) noexcept {
+  const auto last = static_cast<unsigned char>(character.back());
+  if (character.size() == 1)
+    return last < 0x20 || (last >= 0x7F && last < 0xA0);
+  return character.size() == 2 && character.front() == '\xC2' && last < 0xA0;
+}
+
+void appendEscaped(std::string_view character, fmt::memory_buffer& out) {
+  if (character == "\n" || character == "\t")
+    out.append(std::string_view(character == "\n" ? "\\n" : "\\t"));
+  else
+    for (const char byte : character)
+      fmt::format_to(fmt::appender(out), "\\x{:02x}", static_cast<unsigned char>(byte));
+}
+
 } // namespace
+
+QvbString qvbEscapeControls(std::string_view text) {
+  fmt::memory_buffer out;
+  while (!text.empty()) {
+    const auto character = text.substr(0, characterLength(text));
+    if (isControl(character))
+      appendEscaped(character, out);
+    else
+      out.append(character);
+    text.remove_prefix(character.size());
+  }
+  return QvbString(std::string_view(out.data(), out.size()));
+}
 
 QvbString qvbStringFormatArgs(const char* format, std::span<const QvbFormatArg> args) {
   Formatter formatter(args);

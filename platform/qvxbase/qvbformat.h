@@ -67,3 +67,8 @@ QvbString qvbStringFormat(const char* format, const Args&... args) {
   const std::initializer_list<QvbFormatArg> list{QvbFormatArg(args)...};
   return qvbStringFormatArgs(format, {list.begin(), list.size()});
 }
+
+// The text on one line that tells a terminal nothing: line feed and tab as "\n" and "\t", every byte of another control
+// character (those of ISO 6429 from U+0080 to U+009F, and their bytes in text that is not UTF-8, included) as "\x1b". All
+// other bytes stay.
+QVPLATFORM_API QvbString qvbEscapeControls(std::string_view text);

@@ -27,9 +27,9 @@ public:
     return isOnEntry();
   }
   QvbString getName() override {
-    return isOnEntry() ? QvbString(std::string_view(m_names[m_reached - 1])) : QvbString();
+    return isOnEntry() ? QvbString(std::string_view(m_names[m_reached - 1])) : QvbString("");
   }
-  QvbString getPath() override { return isOnEntry() ? qvbConcatPath(m_path, getName()) : QvbString(); }
+  QvbString getPath() override { return isOnEntry() ? qvbConcatPath(m_path, getName()) : QvbString(""); }
   void release() override { delete this; }
 
 private:
@@ -43,17 +43,16 @@ private:
 
 using Stream = std::unique_ptr<DIR, decltype([](DIR* stream) { ::closedir(stream); })>;
 
-Stream openStream(const std::string& path) {
-  npfio::Descriptor folder(npfio::attempt(QvbFaultPoint::DirOpen, path, [&] {
-    return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  }));
+Stream openStream(const char* path) {
+  npfio::Descriptor folder(npfio::attempt(QvbFaultPoint::DirOpen, path,
+                                          [&] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   Stream stream(folder ? ::fdopendir(folder.get()) : nullptr);
   if (stream)
     folder.release();
   return stream;
 }
 
-int readNames(const std::string& path, std::vector<std::string>* names) {
+int readNames(const char* path, std::vector<std::string>* names) {
   const Stream stream = openStream(path);
   if (!stream)
     return npfio::lastCode();
@@ -106,13 +105,13 @@ QvbString qvbGetUUID() {
 }
 
 QvbDirectory* qvbDirectoryOpen(const QvbString& path, int /*flags*/, QvbString* error) {
-  std::string native;
+  QvbString native;
   std::vector<std::string> names;
   int code = npfio::nativePath(path, &native);
   if (!code)
-    code = readNames(native, &names);
+    code = readNames(native.asCstr(), &names);
   if (!code)
-    return new Directory(native, std::move(names));
+    return new Directory(native.view(), std::move(names));
   if (error)
     *error = qvbStringFormat("Error opening directory %S (%d): %s", &path, code, np_fio_errdesc(code));
   return nullptr;

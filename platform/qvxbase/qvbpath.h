@@ -19,6 +19,7 @@ QVPLATFORM_API QvbString qvbGetUUID();
 class QVPLATFORM_API QvbDirectory {
 public:
   virtual bool next() = 0;
+  // Empty off the entries.
   virtual QvbString getName() = 0;
   virtual QvbString getPath() = 0;
   virtual void release() = 0;

@@ -170,6 +170,10 @@ QvDataURIComponents componentsOf(const QvbString& scheme, QvDataURI& data) {
 
 } // namespace
 
+bool isURIReference(const QvbString& text) {
+  return !qvUriSchemeOf(text.view()).empty() && text.find("://") >= 0;
+}
+
 QvURI* getURIFromURIString(const QvbString& text) {
   auto parsed = QvUriText::parse(text.view());
   return parsed ? new UriRecord(std::move(*parsed)) : nullptr;

@@ -79,6 +79,9 @@ protected:
   ~QvURI() = default;
 };
 
+// Whether a text that may be a path or a URI counts as a URI: it begins with a scheme and holds "://". A file name with a
+// colon in it ("load:1.djf") is a path, though it would parse.
+QVPLATFORM_API bool isURIReference(const QvbString& text);
 // Null when the text is not a URI.
 QVPLATFORM_API QvURI* getURIFromURIString(const QvbString& text);
 // Null for a scheme that is not one (RFC 3986, section 3.1, two characters at least). A "file" URI with an

@@ -173,6 +173,12 @@ bool qvIsUriScheme(std::string_view text) {
   return text.size() > 1 && isLetter(text.front()) && std::ranges::all_of(text, continues);
 }
 
+std::string_view qvUriSchemeOf(std::string_view text) {
+  const auto colon = text.find(':');
+  const auto scheme = text.substr(0, colon);
+  return colon != std::string_view::npos && qvIsUriScheme(scheme) ? scheme : std::string_view();
+}
+
 std::string qvEncodeUriAuthority(std::string_view text, QvPercent percent) {
   std::string encoded = encode(text, AuthorityBytes, percent);
   if (isServerAuthority(encoded))
@@ -201,12 +207,11 @@ std::optional<QvUriText> QvUriText::parse(std::string_view text) {
   const auto isOfQuery = [](char c) { return c != '#'; };
   const auto isOfPath = [](char c) { return c != '?' && c != '#'; };
   const auto isOfAuthority = [](char c) { return c != '/' && c != '?' && c != '#'; };
-  const auto colon = text.find(':');
-  if (colon == std::string_view::npos || !qvIsUriScheme(text.substr(0, colon)))
-    return std::nullopt;
   QvUriText uri;
-  uri.scheme = text.substr(0, colon);
-  std::string_view rest = text.substr(colon + 1);
+  uri.scheme = qvUriSchemeOf(text);
+  if (uri.scheme.empty())
+    return std::nullopt;
+  std::string_view rest = text.substr(uri.scheme.size() + 1);
   if (rest.starts_with("//")) {
     rest.remove_prefix(2);
     uri.authority = qvEncodeUriAuthority(takeWhile(rest, isOfAuthority), QvPercent::Encoding);

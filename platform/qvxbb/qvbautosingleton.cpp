@@ -1,45 +1,77 @@
 #include "qvxbb/qvbautosingleton.h"
 
-#include <map>
+#include "qvxbase/qvbunload.h"
+
+#include <atomic>
 #include <mutex>
 #include <string>
-#include <string_view>
-#include <utility>
+#include <type_traits>
 
 namespace {
 
-// Identifiers stay once they were used, without an object: the registry's operations may nest (an object's
-// maker may ask for another one), and what one of them holds on to must not go away.
-struct Registry {
-  std::recursive_mutex mutex;
-  std::map<std::string, void*, std::less<>> objects;
+// The place of an object, empty while there is none. Places stay once they were made: the registry's operations may nest
+// (an object's maker may ask for another one), and what one of them holds on to must not go away.
+struct Place {
+  explicit Place(const char* identifier) : id(identifier) {}
+
+  const std::string id;
+  std::atomic<void*> object = nullptr;
+  Place* next = nullptr;
 };
 
-// Never destroyed, so that static destructors may still use it.
-Registry& registry() {
-  static Registry* const instance = new Registry;
-  return *instance;
+struct Registry {
+  std::recursive_mutex mutex;
+  std::atomic<Place*> first = nullptr; // there are few
+};
+
+// Neither made nor destroyed at run time: static constructors and destructors may use it, too.
+constinit Registry registry;
+static_assert(std::is_trivially_destructible_v<Registry>);
+
+// Needs no lock. Null for an identifier without a place.
+Place* findPlace(const char* id) {
+  Place* place = registry.first.load(std::memory_order_acquire);
+  while (place && place->id != id)
+    place = place->next;
+  return place;
 }
 
-// The place of the object of this identifier, null while there is none. The registry's lock is held.
-void*& objectOf(const char* id) {
-  auto& objects = registry().objects;
-  const auto known = objects.find(std::string_view(id));
-  return known != objects.end() ? known->second : objects.emplace(id, nullptr).first->second;
+// The registry's lock is held.
+Place& placeOf(const char* id) {
+  if (Place* const known = findPlace(id))
+    return *known;
+  auto* const made = &qvbUntilUnload<Place>(id);
+  made->next = registry.first.load();
+  registry.first.store(made, std::memory_order_release);
+  return *made;
 }
 
 } // namespace
 
 bool QvbAutoSingleton::initialize(bool* created) {
-  const std::lock_guard guard(registry().mutex);
-  void*& object = objectOf(getId());
-  const bool isNew = !object;
-  if (isNew)
-    object = createObject();
+  const char* const id = getId();
+  const Place* const known = findPlace(id);
+  m_object = known ? known->object.load(std::memory_order_acquire) : nullptr;
+  const bool isNew = !m_object && makeUnlessRegistered(id);
   if (created)
-    *created = isNew && object;
-  m_object = object;
-  return object != nullptr;
+    *created = isNew;
+  return m_object != nullptr;
+}
+
+// Whether this call made the object; m_object is null when there is none.
+bool QvbAutoSingleton::makeUnlessRegistered(const char* id) {
+  const std::lock_guard guard(registry.mutex);
+  try {
+    Place& place = placeOf(id);
+    m_object = place.object.load();
+    if (m_object)
+      return false;
+    m_object = createObject();
+    place.object.store(m_object, std::memory_order_release);
+    return m_object != nullptr;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 void QvbAutoSingleton::terminate() {
@@ -49,7 +81,8 @@ void QvbAutoSingleton::terminate() {
 
 // Forgotten before it is destroyed: nobody can find it while it goes.
 void QvbAutoSingleton::cleanupOnly() {
-  const std::lock_guard guard(registry().mutex);
-  if (void* const object = std::exchange(objectOf(getId()), nullptr))
+  const std::lock_guard guard(registry.mutex);
+  Place* const place = findPlace(getId());
+  if (void* const object = place ? place->object.exchange(nullptr) : nullptr)
     deleteObject(object);
 }

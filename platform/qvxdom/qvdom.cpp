@@ -9,6 +9,12 @@
 #include <new>
 #include <type_traits>
 
+namespace {
+
+constexpr std::uint32_t longestSearched = 16; // of the attributes of an element, without an index
+
+} // namespace
+
 const QvbString& QvDomName::asString() const {
   if (m_shared.isNull())
     m_shared = QvbString(m_text);
@@ -60,10 +66,21 @@ QvDomNodeData* QvDomDocument::addElement(QvDomNodeData* parent, std::string_view
   return element;
 }
 
-void QvDomDocument::insertText(QvDomNodeData* parent, QvDomNodeData* previous, std::string_view text) {
+QvDomNodeData* QvDomDocument::makeText(std::string_view text) {
   auto* run = new (allocate<QvDomNodeData>()) QvDomNodeData;
   run->text = store(text);
-  link(parent, previous, run);
+  return run;
+}
+
+void QvDomDocument::insertText(QvDomNodeData* parent, QvDomNodeData* previous, std::string_view text) {
+  link(parent, previous, makeText(text));
+}
+
+void QvDomDocument::replaceTexts(QvDomNodeData* element, std::string_view text) {
+  auto* run = text.empty() ? nullptr : makeText(text);
+  removeTexts(element);
+  if (run)
+    link(element, element->lastChild, run);
 }
 
 void QvDomDocument::removeTexts(QvDomNodeData* element) noexcept {
@@ -98,6 +115,26 @@ void QvDomDocument::addAttribute(QvDomNodeData* element, std::string_view name, 
   ++element->attributeCount;
 }
 
+QvDomAttribute* QvDomDocument::findAttribute(const QvDomNodeData* element, std::string_view name) {
+  if (element->attributeCount > longestSearched)
+    return findIndexedAttribute(element, name);
+  const auto end = element->attributes + element->attributeCount;
+  const auto found = std::find_if(element->attributes, end,
+                                  [&](const auto& attribute) { return attribute.name->view() == name; });
+  return found == end ? nullptr : found;
+}
+
+QvDomAttribute* QvDomDocument::findIndexedAttribute(const QvDomNodeData* element, std::string_view name) {
+  const auto known = m_names.find(name);
+  if (known == m_names.end())
+    return nullptr;
+  auto& index = m_attributeIndexes[element];
+  for (auto i = static_cast<std::uint32_t>(index.size()); i < element->attributeCount; ++i)
+    index.emplace(element->attributes[i].name, i);
+  const auto found = index.find(&*known);
+  return found == index.end() ? nullptr : element->attributes + found->second;
+}
+
 namespace {
 
 bool isElement(const QvDomNodeData* node) { return node && !node->isText(); }
@@ -106,13 +143,6 @@ QvDomNodeData* firstOf(QvDomNodeData* node, bool withText) {
   while (node && node->isText() && !withText)
     node = node->next;
   return node;
-}
-
-QvDomAttribute* findAttribute(const QvDomNodeData* node, std::string_view name) {
-  const auto end = node->attributes + node->attributeCount;
-  const auto found = std::find_if(node->attributes, end,
-                                  [&](const auto& attribute) { return attribute.name->view() == name; });
-  return found == end ? nullptr : found;
 }
 
 // The node after this one in document order, below the given top.
@@ -139,9 +169,7 @@ QvbString QvDomNode::getValue(bool deep) const {
 void QvDomNode::setValue(const QvbString& text) {
   if (!isElement(m_data))
     return;
-  QvDomDocument::removeTexts(m_data);
-  if (!text.isEmpty())
-    m_document->insertText(m_data, m_data->lastChild, text.view());
+  m_document->replaceTexts(m_data, text.view());
 }
 
 QvDomNode QvDomNode::addChild(const QvbString& name) {
@@ -159,14 +187,14 @@ QvDomNode QvDomNode::getNextSibling(bool withText) const {
 }
 
 QvbString QvDomNode::getAttributeValue(const QvbString& name) const {
-  const auto* attribute = m_data ? findAttribute(m_data, name.view()) : nullptr;
+  const auto* attribute = m_data ? m_document->findAttribute(m_data, name.view()) : nullptr;
   return attribute ? QvbString(attribute->value) : QvbString();
 }
 
 void QvDomNode::setAttributeValue(const QvbString& name, const QvbString& value) {
   if (!isElement(m_data))
     return;
-  if (auto* attribute = findAttribute(m_data, name.view()))
+  if (auto* attribute = m_document->findAttribute(m_data, name.view()))
     attribute->value = m_document->store(value.view());
   else if (qvDomIsName(name.view()))
     m_document->addAttribute(m_data, name.view(), value.view());
@@ -191,12 +219,10 @@ namespace {
 
 constexpr const char* declaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 
-std::string oversized() { return "the document is over " + std::to_string(qvDomMaxSize >> 20) + " MiB"; }
-
 // Makes the text's tree; the result is empty, or "<line>:<column>: <reason>" without a tree.
 std::string parse(std::string_view text, std::unique_ptr<QvDomDocument>& document) {
-  if (text.size() > qvDomMaxSize)
-    return "1:1: " + oversized();
+  if (text.size() > QvDom::MaxSize)
+    return "1:1: " + qvDomTooLarge();
   auto made = std::make_unique<QvDomDocument>();
   auto failure = qvDomRead(text, *made);
   if (failure.empty())
@@ -208,12 +234,12 @@ std::string parse(std::string_view text, std::unique_ptr<QvDomDocument>& documen
 std::string readFailure(const QvbString& path, int code) {
   NpFileStat stat{};
   const bool tooLarge = code == NP_FIO_REFUSED && np_fio_stat(path, &stat) == NP_FIO_OK &&
-                        stat.size > static_cast<std::int64_t>(qvDomMaxSize);
-  return tooLarge ? oversized() : np_fio_errdesc(code);
+                        stat.size > static_cast<std::int64_t>(QvDom::MaxSize);
+  return tooLarge ? qvDomTooLarge() : np_fio_errdesc(code);
 }
 
-// Made while there is memory, and never destroyed: documents are read while the process ends.
-const QvbString& outOfMemory = *new QvbString("out of memory");
+// Made while there is memory.
+const QvbString outOfMemory("out of memory");
 
 QvbString textOf(const std::string& failure) {
   return failure.empty() ? QvbString() : QvbString(std::string_view(failure));
@@ -258,7 +284,7 @@ bool QvDom::loadFile(const QvbString& path) {
   m_document.reset();
   m_error = failureOf([&] {
     std::string content;
-    if (const int code = npfio::readAll(path, static_cast<std::int64_t>(qvDomMaxSize), &content))
+    if (const int code = npfio::readAll(path, static_cast<std::int64_t>(QvDom::MaxSize), &content))
       return textOf(path, ": ", readFailure(path, code));
     return textOf(path, ":", parse(content, m_document));
   });
@@ -275,12 +301,11 @@ QvDomNode QvDom::getRoot() const noexcept {
   return m_document ? QvDomNode(m_document.get(), m_document->root()) : QvDomNode();
 }
 
-QvbString QvDom::createXML(bool layout, const QvDomNode& node, std::string_view prolog) const {
+QvbString QvDom::createXML(bool layout, const QvDomNode& node, const QvbString& prolog) const {
   if (node.null())
     return {};
-  std::string xml(prolog);
-  qvDomWrite(*node.m_data, layout, xml);
-  return QvbString(std::string_view(xml));
+  std::string xml(prolog.view());
+  return qvDomWrite(*node.m_data, layout, xml).empty() ? QvbString(std::string_view(xml)) : QvbString();
 }
 
 bool QvDom::createFile(const QvbString& path, bool layout, const QvDomNode& node) {
@@ -290,7 +315,8 @@ bool QvDom::createFile(const QvbString& path, bool layout, const QvDomNode& node
     std::string xml = declaration;
     if (layout)
       xml += '\n';
-    qvDomWrite(*node.m_data, layout, xml);
+    if (const auto failure = qvDomWrite(*node.m_data, layout, xml); !failure.empty())
+      return textOf(path, ": ", failure);
     const int code = npfio::writeAll(path, xml);
     return code == NP_FIO_OK ? QvbString() : textOf(path, ": ", np_fio_errdesc(code));
   });

@@ -3,8 +3,8 @@
 // Text is UTF-8 throughout, whatever encoding a document was read in. Documents come from memory only:
 // nothing in a document can make the reader open a path or a URL. Refused, each with a message: a document
 // type declaration, XML 1.1, an encoding in which a byte of ASCII may mean something else (the Unicode ones aside),
-// element depth over 1,000, an element with over 10,000 attributes, a document over 512 MiB. No operation
-// recurses over siblings or levels.
+// element depth over 1,000, an element with over 10,000 attributes, a document over 512 MiB; nor is such a document
+// written. No operation recurses over siblings or levels.
 //
 // Reading keeps text and its order; comments and processing instructions are dropped, and so is white space in
 // an element that holds child elements and no other text.
@@ -15,8 +15,8 @@
 
 #include "qvxbase/qvbstring.h"
 
+#include <cstddef>
 #include <memory>
-#include <string_view>
 
 struct QvDomNodeData;
 struct QvDomDocument;
@@ -63,6 +63,11 @@ private:
 
 class QVPLATFORM_API QvDom {
 public:
+  // What a document may have at most, where it is read and where it is written.
+  static constexpr std::size_t MaxDepth = 1000;                  // levels of elements
+  static constexpr std::size_t MaxAttributes = 10000;            // of one element
+  static constexpr std::size_t MaxSize = std::size_t{512} << 20; // bytes
+
   QvDom();
   ~QvDom();
   QvDom(QvDom&& other) noexcept;
@@ -84,10 +89,12 @@ public:
   // stand in the order they were set, in double quotes; an empty element closes itself. Line feed, carriage
   // return and tab in attributes (and carriage return in text) become character references, so that any value
   // reads back as it was. What XML cannot carry (controls, U+FFFE and U+FFFF, each byte of broken UTF-8)
-  // becomes U+FFFD. The prolog stands before it all as it is. Null for a missing node.
-  QvbString createXML(bool layout, const QvDomNode& node, std::string_view prolog = {}) const;
+  // becomes U+FFFD. The prolog stands before it all as it is. Null for a missing node, and for one that the
+  // reader would refuse for its depth, size or attributes.
+  QvbString createXML(bool layout, const QvDomNode& node, const QvbString& prolog = {}) const;
   // Replaces the file atomically by an XML declaration (UTF-8) and the text of the node. False with
-  // getErrorMessage() on failure: the old file is then what np_fio_close() promises.
+  // getErrorMessage() on failure, also for what the reader would refuse: the old file is then what np_fio_close()
+  // promises.
   bool createFile(const QvbString& path, bool layout, const QvDomNode& node);
 
   // Why the last start, load or createFile failed: "<file>:<line>:<column>: <reason>" for a malformed file,

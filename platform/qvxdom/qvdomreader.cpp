@@ -1,5 +1,8 @@
+#include "qvxbase/private/qvbperthread.h"
+#include "qvxbase/qvbunload.h"
 #include "qvxdom/private/qvdomscan.h"
 #include "qvxdom/private/qvdomtree.h"
+#include "qvxdom/qvdom.h"
 
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/framework/MemoryManager.hpp>
@@ -20,7 +23,6 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <utility>
 #include <vector>
@@ -29,8 +31,6 @@ namespace {
 
 namespace xc = xercesc;
 using Utf16 = std::basic_string_view<XMLCh>;
-
-constexpr std::size_t maxDepth = 1000;
 
 bool isHighSurrogate(XMLCh unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool isLowSurrogate(XMLCh unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
@@ -131,9 +131,8 @@ public:
 
   void startElement(const XMLCh*, const XMLCh*, const XMLCh* name,
                     const xc::Attributes& attributes) override {
-    if (m_levels.size() == maxDepth)
-      throw Refusal{located(m_locator->getLineNumber(), m_locator->getColumnNumber(),
-                            "elements are nested deeper than " + std::to_string(maxDepth) + " levels")};
+    if (m_levels.size() == QvDom::MaxDepth)
+      throw Refusal{located(m_locator->getLineNumber(), m_locator->getColumnNumber(), qvDomTooDeep())};
     if (!m_levels.empty())
       endRun();
     auto* parent = m_levels.empty() ? nullptr : m_levels.back().element;
@@ -246,11 +245,12 @@ private:
   std::string m_value;
 };
 
-// Once per process, and for good: readers that threads keep outlive every place to undo it.
-void initializeParser() {
-  static std::once_flag once;
-  std::call_once(once, [] { xc::XMLPlatformUtils::Initialize(); });
-}
+struct ParserLibrary {
+  ParserLibrary() { xc::XMLPlatformUtils::Initialize(); }
+  ~ParserLibrary() { xc::XMLPlatformUtils::Terminate(); }
+  ParserLibrary(const ParserLibrary&) = delete;
+  ParserLibrary& operator=(const ParserLibrary&) = delete;
+};
 
 // The memory of one reader. The parser forgets parts of it when an allocation fails; here they end with the
 // reader.
@@ -303,7 +303,6 @@ private:
 
 // The well-formedness scanner is a safety rule: the others open external entities whatever the features say.
 std::unique_ptr<xc::SAX2XMLReader> makeParser(ReaderMemory& memory) {
-  initializeParser();
   std::unique_ptr<xc::SAX2XMLReader> parser(xc::XMLReaderFactory::createXMLReader(&memory));
   parser->setProperty(xc::XMLUni::fgXercesScannerName, const_cast<XMLCh*>(xc::XMLUni::fgWFXMLScanner));
   parser->setFeature(xc::XMLUni::fgSAX2CoreNameSpaces, false);
@@ -352,29 +351,20 @@ private:
   std::size_t m_bytes = 0;
 };
 
-// A thread's own objects end one after the other, and those that end after its reader may still read documents, as
-// static destructors may: each of these has a reader of its own. The flag itself never ends.
-struct KeptReader {
-  static constinit thread_local bool hasEnded;
-  std::unique_ptr<Reader> reader;
-
-  ~KeptReader() { hasEnded = true; }
-  static std::unique_ptr<Reader>* ofThisThread() {
-    if (hasEnded)
-      return nullptr;
-    thread_local KeptReader kept;
-    return &kept.reader;
-  }
-};
-constinit thread_local bool KeptReader::hasEnded = false;
+// Each thread's own, which ends before the parser's library does.
+std::unique_ptr<Reader>& keptReader() {
+  [[maybe_unused]] static ParserLibrary& library = qvbUntilUnload<ParserLibrary>();
+  static auto& readers = qvbUntilUnload<QvbPerThread<std::unique_ptr<Reader>>>();
+  return readers.get();
+}
 
 // The reader is out of its place while it reads: one that an exception leaves in whatever state is thrown away.
 std::string readWithKeptReader(std::string_view text, const QvDomScan& scan, QvDomDocument& document) {
-  auto* const kept = KeptReader::ofThisThread();
-  auto reader = kept && *kept ? std::move(*kept) : std::make_unique<Reader>();
+  auto& kept = keptReader();
+  auto reader = kept ? std::move(kept) : std::make_unique<Reader>();
   auto failure = reader->read(text, scan, document);
-  if (kept && !reader->isWornOut())
-    *kept = std::move(reader);
+  if (!reader->isWornOut())
+    kept = std::move(reader);
   return failure;
 }
 

@@ -1,9 +1,12 @@
 #include "qvxdom/private/qvdomscan.h"
 
 #include "qvxdom/private/qvdomtree.h"
+#include "qvxdom/qvdom.h"
 
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <utility>
 
 namespace {
 
@@ -12,7 +15,7 @@ using namespace std::string_view_literals;
 constexpr std::size_t npos = std::string_view::npos;
 
 // The parser compares each attribute with every one before it.
-constexpr std::size_t maxAttributes = 10000;
+constexpr std::size_t maxAttributes = QvDom::MaxAttributes;
 
 struct Form {
   std::string_view signature;
@@ -47,13 +50,43 @@ bool isAsciiSuperset(std::string_view encoding) {
          std::find(asciiSupersets.begin(), asciiSupersets.end(), encoding) != asciiSupersets.end();
 }
 
-// The declared encoding by the name the parser is given, or empty when it is not admitted.
-std::string admitted(std::string encoding) {
-  std::transform(encoding.begin(), encoding.end(), encoding.begin(),
+std::string upper(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
                  [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+  return text;
+}
+
+// The declared encoding by the name the parser is given, or empty when it is not admitted.
+std::string admitted(const std::string& declared) {
+  auto encoding = upper(declared);
   if (encoding == "UTF8")
     return "UTF-8";
   return isAsciiSuperset(encoding) ? encoding : "";
+}
+
+struct EncodingName {
+  std::string_view name;
+  std::size_t width; // the bytes of its code units
+};
+
+// Which of the two orders the bytes have is for the first ones to tell, unless the name ends with it.
+constexpr std::array unicodeNames{EncodingName{"UTF-8", 1},           EncodingName{"UTF8", 1},
+                                  EncodingName{"UTF-16", 2},          EncodingName{"UTF16", 2},
+                                  EncodingName{"ISO-10646-UCS-2", 2}, EncodingName{"UCS-2", 2},
+                                  EncodingName{"UTF-32", 4},          EncodingName{"UTF32", 4},
+                                  EncodingName{"ISO-10646-UCS-4", 4}, EncodingName{"UCS-4", 4}};
+
+// Whether a document whose first bytes have the form may declare the encoding.
+bool agrees(const std::string& declared, const Form& form) {
+  if (form.signature.empty())
+    return true;
+  const auto encoding = upper(declared);
+  std::string_view name = encoding;
+  if (form.width > 1 && name.ends_with(form.bigEndian ? "BE" : "LE"))
+    name.remove_suffix(2);
+  return std::any_of(unicodeNames.begin(), unicodeNames.end(), [&](const EncodingName& known) {
+    return known.width == form.width && known.name == name;
+  });
 }
 
 // The code units of a document.
@@ -124,10 +157,10 @@ std::string positionOf(const Units& units, std::size_t index, bool utf8) {
   return std::to_string(line) + ':' + std::to_string(column);
 }
 
-// The values of a declaration. One that is malformed may be misread here, but the parser refuses it.
+// The values of a declaration, where it has them. One that is malformed may be misread here, but the parser refuses it.
 struct Declaration {
-  std::string version;
-  std::string encoding;
+  std::optional<std::string> version;
+  std::optional<std::string> encoding;
 };
 
 // Takes the next name="value" off the front of the text and answers the value.
@@ -143,13 +176,20 @@ std::string takeValue(std::string_view& text, std::string_view& name) {
 }
 
 Declaration parseDeclaration(std::string_view text) {
-  std::string_view name;
   Declaration declaration;
-  declaration.version = takeValue(text, name);
-  auto second = takeValue(text, name);
+  std::string_view name;
+  auto value = takeValue(text, name);
+  if (name.find("version") != npos)
+    declaration.version = std::exchange(value, takeValue(text, name));
   if (name.find("encoding") != npos)
-    declaration.encoding = std::move(second);
+    declaration.encoding = std::move(value);
   return declaration;
+}
+
+// The parser looks at no more of it than the beginning.
+bool isVersion(std::string_view version) {
+  return version.size() > 2 && version.starts_with("1.") &&
+         version.find_first_not_of("0123456789", 2) == npos;
 }
 
 // Past the comment, instruction or white space at the index; the index itself when there is none of them.
@@ -233,19 +273,23 @@ bool mayBeCrowded(std::string_view document, const Units& units) {
 }
 
 // Why the document is refused, if it is.
-std::string refusal(std::string_view document, const Units& units, const Declaration& declaration,
-                    const std::string& encoding) {
+std::string refusal(std::string_view document, const Form& form, const Units& units,
+                    const Declaration& declaration, const std::string& encoding) {
   if (declaration.version == "1.1")
     return "1:1: XML version 1.1 is not supported";
+  if (declaration.version && !isVersion(*declaration.version))
+    return "1:1: \"" + *declaration.version + "\" is not a version of XML";
   if (encoding.empty())
-    return "1:1: the encoding \"" + declaration.encoding + "\" is not supported";
+    return "1:1: the encoding \"" + declaration.encoding.value_or("") + "\" is not supported";
+  if (declaration.encoding && !agrees(*declaration.encoding, form))
+    return "1:1: the encoding \"" + *declaration.encoding + "\" is not that of the first bytes, " +
+           std::string(form.encoding);
   const bool utf8 = encoding == "UTF-8";
   if (const auto index = endOfMisc(units); units.holdsAt(index, "<!DOCTYPE"))
     return positionOf(units, index, utf8) + ": a document type declaration is not allowed";
   const auto crowded = mayBeCrowded(document, units) ? findCrowdedElement(units) : npos;
   if (crowded != npos)
-    return positionOf(units, crowded, utf8) + ": an element has more than " + std::to_string(maxAttributes) +
-           " attributes";
+    return positionOf(units, crowded, utf8) + ": " + qvDomTooManyAttributes();
   return {};
 }
 
@@ -259,9 +303,9 @@ QvDomScan qvDomScan(std::string_view document) {
   const auto declaration = declarationOf(units);
 
   std::string encoding(form.encoding);
-  if (form.signature.empty() && !declaration.encoding.empty())
-    encoding = admitted(declaration.encoding);
-  auto failure = refusal(document, units, declaration, encoding);
+  if (form.signature.empty() && declaration.encoding)
+    encoding = admitted(*declaration.encoding);
+  auto failure = refusal(document, form, units, declaration, encoding);
   return {std::move(encoding), byteOrderMark, std::move(failure)};
 }
 

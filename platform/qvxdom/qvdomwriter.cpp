@@ -1,4 +1,5 @@
 #include "qvxdom/private/qvdomtree.h"
+#include "qvxdom/qvdom.h"
 
 #include <array>
 
@@ -108,13 +109,28 @@ public:
   Writer(const QvDomNodeData& top, bool layout, std::string& out)
       : m_top(top), m_layout(layout), m_out(out) {}
 
-  void write() {
+  // Empty, or why the reader would refuse the text.
+  std::string write() {
     const auto* node = &m_top;
-    while (node)
+    while (node) {
+      if (auto excess = excessAt(*node); !excess.empty())
+        return excess;
       node = enter(*node) ? node->firstChild : leave(node);
+    }
+    return m_out.size() > QvDom::MaxSize ? qvDomTooLarge() : std::string();
   }
 
 private:
+  std::string excessAt(const QvDomNodeData& node) const {
+    if (m_out.size() > QvDom::MaxSize)
+      return qvDomTooLarge();
+    if (!node.isText() && m_level >= QvDom::MaxDepth)
+      return qvDomTooDeep();
+    if (node.attributeCount > QvDom::MaxAttributes)
+      return qvDomTooManyAttributes();
+    return {};
+  }
+
   bool laidOut() const { return m_layout && !m_oneLine; }
   void indent() {
     if (laidOut())
@@ -204,6 +220,18 @@ char32_t qvDomTakeUtf8(std::string_view& bytes) noexcept {
   return sound ? character : qvDomBroken;
 }
 
-void qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out) {
-  Writer(node, layout, out).write();
+std::string qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out) {
+  return Writer(node, layout, out).write();
+}
+
+std::string qvDomTooDeep() {
+  return "elements are nested deeper than " + std::to_string(QvDom::MaxDepth) + " levels";
+}
+
+std::string qvDomTooManyAttributes() {
+  return "an element has more than " + std::to_string(QvDom::MaxAttributes) + " attributes";
+}
+
+std::string qvDomTooLarge() {
+  return "the document is over " + std::to_string(QvDom::MaxSize >> 20) + " MiB";
 }

@@ -4,9 +4,11 @@
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvbunload.h"
 #include "qvxhttp/private/qvhttpurl.h"
 #include "qvxhttp/qvxhttp.h"
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <map>
@@ -236,13 +238,23 @@ struct HostFactory {
   void* data = nullptr;
 };
 
-// Never destroyed: other objects get contexts while the process ends.
 HostFactory& hostFactory() {
-  static HostFactory& factory = *new HostFactory;
+  static HostFactory& factory = qvbUntilUnload<HostFactory>();
   return factory;
 }
 
 } // namespace
+
+QvbString qvbUrlWithTicket(const QvbString& url, char separator, const QvbString& ticket) {
+  const std::string_view whole = url.view();
+  const std::size_t end = std::min(whole.find('#'), whole.size());
+  std::string admitted(whole.substr(0, end));
+  admitted += separator;
+  admitted += "ticket=";
+  admitted += qvEncodeUriName(ticket.view());
+  admitted += whole.substr(end);
+  return QvbString(std::string_view(admitted));
+}
 
 QvSecurityContext* getSecurityContext() {
   HostFactory& host = hostFactory();

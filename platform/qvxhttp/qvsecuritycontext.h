@@ -30,6 +30,10 @@ protected:
 // A new context; the caller releases it. Null only when the host's factory gives null.
 QVPLATFORM_API QvSecurityContext* getSecurityContext();
 
+// The URL with "ticket=" and the ticket behind the separator ('?' or '&') in its query, which is before a fragment. The
+// ticket is percent-encoded: a host's own may be any text.
+QVPLATFORM_API QvbString qvbUrlWithTicket(const QvbString& url, char separator, const QvbString& ticket);
+
 using QvbSecurityContextFactory = QvSecurityContext* (*)(void* data);
 // Installs the host's factory, or (null) none. `data` is passed to it; it may be called from any thread.
 QVPLATFORM_API void qvbSetSecurityContextFactory(QvbSecurityContextFactory factory, void* data);

@@ -1,6 +1,8 @@
 #include "qvxhttp/qvxhttp.h"
 
+#include "qvxbase/private/qvbperthread.h"
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbunload.h"
 #include "qvxhttp/private/qvhttpurl.h"
 #include "qvxlog/qvxlog.h"
 
@@ -30,10 +32,13 @@ constexpr int MaxSeconds = INT_MAX / 1000;
 
 // Whether the text was not there yet.
 bool isNews(const QvbString& text) {
-  static std::mutex mutex;
-  static std::set<QvbString> told;
-  const std::lock_guard guard(mutex);
-  return told.insert(text).second;
+  struct Told {
+    std::mutex mutex;
+    std::set<QvbString> texts;
+  };
+  static Told& told = qvbUntilUnload<Told>();
+  const std::lock_guard guard(told.mutex);
+  return told.texts.insert(text).second;
 }
 
 int valueOf(const QvbOption& option, int largest) {
@@ -237,11 +242,23 @@ struct TextCleaner {
   void operator()(char* text) const { curl_free(text); }
 };
 
+// The client library with the handles of all threads, which end before it does.
+struct Client {
+  Client() : ready(curl_global_init(CURL_GLOBAL_DEFAULT)) {}
+  ~Client() { curl_global_cleanup(); }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  const CURLcode ready;
+};
+using Handle = std::unique_ptr<CURL, HandleCleaner>;
+
 // The thread's own handle, which keeps connections open for the next request.
 CURL* threadHandle() {
-  static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
-  thread_local std::unique_ptr<CURL, HandleCleaner> handle;
-  if (ready == CURLE_OK && !handle)
+  static Client& client = qvbUntilUnload<Client>();
+  static auto& handles = qvbUntilUnload<QvbPerThread<Handle>>();
+  auto& handle = handles.get();
+  if (client.ready == CURLE_OK && !handle)
     handle.reset(curl_easy_init());
   if (!handle)
     throw std::bad_alloc();
@@ -449,6 +466,9 @@ httpResponse* send(const httpGet& request, const QvbString* body, QvbString* err
   }
   const QvbString origin = fault.isNull() ? QvbString() : originOf(request.url);
   *error = origin.isNull() ? fault : qvbStringFormat("%S: %S", &origin, &fault);
+  if (!response)
+    qvlogGetLogger("QV.Base.Http")
+        ->logEvent(QvLoggingLevel::Error, Source, __LINE__, "No response: %S", error);
   return response.release();
 }
 

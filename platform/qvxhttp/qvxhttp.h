@@ -9,7 +9,8 @@
 //   HTTP/MAX_BODY          bytes of the largest body taken (1 to 2147483647, default 1073741824)
 //   HTTP/CA_FILE           certificates to trust instead of the system's, a PEM file
 //   HTTP/PROXY             the proxy's URL (default: none)
-// A number out of range is logged at level 5 under "QV.Base.Http", once per value, and the default counts.
+// A number out of range is logged at level 5 under "QV.Base.Http", once per value, and the default counts. So is why a
+// request had no response, each time.
 #pragma once
 
 #include "qvxbase/qvbstring.h"

@@ -1,10 +1,12 @@
 #include "qvxlog/qvxlog.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbunload.h"
 
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -109,9 +111,8 @@ private:
 } // namespace
 
 struct QvLogRegistry {
-  // Never destroyed: other objects log while the process ends.
   static QvLogRegistry& instance() {
-    static QvLogRegistry& registry = *new QvLogRegistry;
+    static QvLogRegistry& registry = qvbUntilUnload<QvLogRegistry>();
     return registry;
   }
 
@@ -195,8 +196,13 @@ private:
 
 QvLogger::QvLogger(const QvbString& category) : m_category(category), m_threshold(DefaultLevel) {}
 
-void QvLogger::write(QvLoggingLevel level, const char* source, int line, const QvbString& text) {
-  QvLogRegistry::instance().write({m_category, level, source, line, text});
+void QvLogger::write(QvLoggingLevel level, const char* source, int line, const char* format,
+                     std::span<const QvbFormatArg> args) noexcept {
+  try {
+    QvLogRegistry::instance().write({m_category, level, source, line, qvbStringFormatArgs(format, args)});
+  } catch (const std::bad_alloc&) {
+    // As with a full disk, only the record is lost.
+  }
 }
 
 QvLogger* qvlogGetLogger(const char* category) {

@@ -40,17 +40,22 @@ public:
   bool isEnabled(QvLoggingLevel level) const noexcept {
     return static_cast<int>(level) >= m_threshold.load(std::memory_order_relaxed);
   }
-  // Formats as qvbStringFormat does and writes one record when the level is enabled.
+  // Formats as qvbStringFormat does and writes one record when the level is enabled. A record that there is no memory
+  // for is lost, and what logs goes on.
   template<class... Args>
-  void logEvent(QvLoggingLevel level, const char* source, int line, const char* format, const Args&... args) {
-    if (isEnabled(level))
-      write(level, source, line, qvbStringFormat(format, args...));
+  void logEvent(QvLoggingLevel level, const char* source, int line, const char* format,
+                const Args&... args) noexcept {
+    if (!isEnabled(level))
+      return;
+    const std::initializer_list<QvbFormatArg> list{QvbFormatArg(args)...};
+    write(level, source, line, format, {list.begin(), list.size()});
   }
 
 private:
   friend struct QvLogRegistry;
   explicit QvLogger(const QvbString& category);
-  void write(QvLoggingLevel level, const char* source, int line, const QvbString& text);
+  void write(QvLoggingLevel level, const char* source, int line, const char* format,
+             std::span<const QvbFormatArg> args) noexcept;
 
   QvbString m_category;
   std::atomic<int> m_threshold;

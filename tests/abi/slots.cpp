@@ -114,7 +114,14 @@ TEST(Slots, QvReposConfigManager) {
                OPERATION(M, getConfigurationsByType), OPERATION(M, refresh), OPERATION(M, getConfigurations),
                OPERATION(M, createConfiguration), OPERATION(M, configurationExists),
                OPERATION(M, deleteConfiguration), OPERATION(M, saveConfiguration),
-               OPERATION(M, getDefaultConfiguration)});
+               OPERATION(M, getDefaultConfiguration), OPERATION(M, getRefusals),
+               OPERATION(M, getConfigurationFilename)});
+}
+
+TEST(Slots, QvReposRefusalList) {
+  using L = QvReposRefusalList;
+  expectSlots(noDestructor, {OPERATION(L, next), OPERATION(L, getFilename), OPERATION(L, getReason),
+                             OPERATION(L, isDuplicate), OPERATION(L, release)});
 }
 
 TEST(Slots, RepositoryObjectChange) {

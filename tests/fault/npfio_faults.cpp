@@ -1,6 +1,7 @@
 // Every operation of the disk fails in turn, and what was there before is still there afterwards.
 #include "qvsfio/npfio.h"
 
+#include "support/allocations.h"
 #include "support/descriptors.h"
 #include "support/faults.h"
 #include "support/tempdir.h"
@@ -27,13 +28,15 @@ namespace {
 
 using Point = QvbFaultPoint;
 
-int writeWhole(const QvbString& path) { return np_fio_writeAll(path, "new"); }
+const QvbString NewText = "new";
+
+int writeWhole(const QvbString& path) { return np_fio_writeAll(path, NewText); }
 
 int writeThroughAHandle(const QvbString& path) {
   NpFile* file = nullptr;
   if (const int code = np_fio_open(path, NP_FIO_REPLACE, &file))
     return code;
-  const auto written = np_fio_puts(file, "new");
+  const auto written = np_fio_puts(file, NewText);
   const int code = np_fio_close(file);
   if (written < 0) {
     EXPECT_EQ(-written, code) << "closing reports what writing did";
@@ -68,8 +71,12 @@ const std::vector<Point> ReplacementPoints = {Point::DirOpen,  Point::FileOpen, 
                                               Point::FileSync, Point::FileClose, Point::FileRename,
                                               Point::FileSync};
 
-const Operation Replacements[] = {{"whole", writeWhole, ReplacementPoints},
-                                  {"handle", writeThroughAHandle, ReplacementPoints}};
+// What is a private copy is not flushed, and needs no exchange of names.
+const Operation Replacements[] = {
+    {"whole", writeWhole, ReplacementPoints},
+    {"handle",
+     writeThroughAHandle,
+     {Point::DirOpen, Point::FileOpen, Point::FileWrite, Point::FileClose, Point::FileRename}}};
 
 const Operation Others[] = {
     // once for the bytes, once for the end
@@ -168,10 +175,10 @@ TEST_F(Disk, KeepsTheOldFileWhicheverStepOfAReplacementFails) {
 }
 
 TEST_F(Disk, KeepsNoNewFileWhicheverStepOfMakingItFails) {
-  for (auto operation : Replacements) {
-    operation.points.insert(operation.points.end() - 1, Point::FileRename);
-    failEveryStep(operation);
-  }
+  Operation whole = Replacements[0];
+  whole.points.insert(whole.points.end() - 1, Point::FileRename);
+  failEveryStep(whole);
+  failEveryStep(Replacements[1]);
   EXPECT_TRUE(fs::is_empty(m_folder.path()));
 }
 
@@ -289,6 +296,68 @@ TEST_F(Disk, ThatEndsAWriteShortKeepsTheOldFile) {
   EXPECT_EQ(written, -NP_FIO_REFUSED);
   EXPECT_EQ(code, NP_FIO_REFUSED);
   EXPECT_EQ(state(), before);
+}
+
+TEST_F(Disk, RefusesWhatThereIsNoMemoryFor) {
+  const QvbString target = path();
+  const QvbString uri = text("file://" + m_folder / "a");
+  const QvbString folder = text(m_folder / "folder");
+  std::array<char, 4096> made{};
+  NpDir* directory = nullptr;
+  const std::pair<const char*, std::function<int()>> operations[] = {
+      {"whole", [&] { return writeWhole(target); }},
+      {"handle", [&] { return writeThroughAHandle(target); }},
+      {"read whole", [&] { return readWhole(target); }},
+      {"read handle", [&] { return readThroughAHandle(target); }},
+      {"stat", [&] { return np_fio_stat(target, nullptr); }},
+      {"stat of a URI", [&] { return np_fio_stat(uri, nullptr); }},
+      {"folder",
+       [&] {
+         const int code = np_dir_create(folder, 8);
+         return code ? code : np_dir_unlink(folder);
+       }},
+      {"temporary folder",
+       [&] {
+         const int code = np_dir_tmpdir("npfio-faults-folder", made.data(), made.size(), &directory);
+         np_dir_discard(directory);
+         return code;
+       }},
+      {"join", [&] { return np_fio_pcat("/a", "b", made.data(), made.size()); }},
+  };
+  m_folder.write("a", "old");
+  for (const auto& [name, operation] : operations) {
+    const auto descriptors = openDescriptors();
+    int code = NP_FIO_OK;
+    Allocations::failEach([&] { code = operation(); },
+                          [&](long n) {
+                            EXPECT_EQ(code, Allocations::failed ? NP_FIO_REFUSED : NP_FIO_OK)
+                                << name << ", allocation " << n;
+                            EXPECT_EQ(state().size(), 1U) << name << ", allocation " << n;
+                            EXPECT_EQ(openDescriptors(), descriptors) << name << ", allocation " << n;
+                          });
+    EXPECT_EQ(code, NP_FIO_OK) << name;
+  }
+  EXPECT_EQ(m_folder.read("a"), "new");
+  EXPECT_FALSE(fs::exists(fs::temp_directory_path() / "npfio-faults-folder"));
+}
+
+// What has to be cleaned up when memory has run out can be.
+TEST_F(Disk, RemovesWithoutMemory) {
+  m_folder.write("a", "old");
+  fs::create_directory(m_folder / "folder");
+  const QvbString file = path();
+  const QvbString folder = text(m_folder / "folder");
+  std::array<char, 4096> made{};
+  NpDir* directory = nullptr;
+  ASSERT_EQ(np_dir_tmpdir("npfio-faults-discarded", made.data(), made.size(), &directory), NP_FIO_OK);
+  Allocations::left = 0;
+  const int removed = np_fio_unlink(file) + np_dir_unlink(folder);
+  np_dir_discard(directory);
+  Allocations::left = -1;
+  EXPECT_EQ(removed, NP_FIO_OK);
+  EXPECT_TRUE(fs::is_empty(m_folder.path()));
+  EXPECT_FALSE(fs::exists(made.data()));
+  np_dir_discard(nullptr);
 }
 
 TEST_F(Disk, RefusesAHandleWhenDescriptorsRunOut) {

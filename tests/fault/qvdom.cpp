@@ -11,6 +11,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -40,6 +41,17 @@ void* allocate(std::size_t size) {
 
 void* operator new(std::size_t size) { return allocate(size); }
 void* operator new[](std::size_t size) { return allocate(size); }
+// The arena of a document asks for it so.
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  if (isRefused())
+    throw std::bad_alloc();
+  const auto boundary = static_cast<std::size_t>(alignment);
+  if (void* memory = std::aligned_alloc(boundary, (size + boundary - 1) / boundary * boundary))
+    return memory;
+  throw std::bad_alloc();
+}
+void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
@@ -121,6 +133,52 @@ TEST(QvDomMemory, AStartThatMemoryFailsLeavesNoDocument) {
   EXPECT_FALSE(outcome.done);
   EXPECT_TRUE(dom.getRoot().null());
   EXPECT_EQ(dom.getErrorMessage(), "out of memory");
+}
+
+// Builds a document step by step, each of which may lack memory and is then taken again.
+TEST(QvDomMemory, AChangeThatMemoryFailsIsMadeOrNotAndCanBeMadeAgain) {
+  const QvbString element("element-of-some-length");
+  const QvbString value(text(std::string(5000, 'v')));
+  std::vector<QvbString> names;
+  for (int i = 0; i < 60; ++i)
+    names.push_back(text("attribute-of-some-length-" + std::to_string(i)));
+  QvDom dom;
+  ASSERT_TRUE(dom.startNewDocument("r"));
+  long failures = 0;
+  const auto untilDone = [&](const QvDomNode& node, const auto& change) {
+    const auto before = dom.createXML(false, node);
+    for (long n = 0;; ++n) {
+      const auto outcome = withFailure(n, [&] {
+        try {
+          change();
+          return true;
+        } catch (const std::bad_alloc&) {
+          return false;
+        }
+      });
+      if (outcome.done)
+        return;
+      ++failures;
+      ASSERT_EQ(dom.createXML(false, node), before);
+    }
+  };
+  auto root = dom.getRoot();
+  for (int i = 0; i < 20; ++i)
+    untilDone(root, [&] { root.addChild(element); });
+  for (const auto& name : names)
+    untilDone(root, [&] { root.setAttributeValue(name, value); });
+  for (const auto& name : names)
+    untilDone(root, [&] { root.setAttributeValue(name, element); });
+  untilDone(root, [&] { root.setValue(element); });
+  untilDone(root, [&] { root.setValue(value); });
+  std::string expected = "<r";
+  for (const auto& name : names)
+    expected += " " + str(name) + "=\"" + str(element) + "\"";
+  expected += ">";
+  for (int i = 0; i < 20; ++i)
+    expected += "<" + str(element) + "/>";
+  EXPECT_EQ(str(dom.createXML(false, root)), expected + str(value) + "</r>");
+  EXPECT_GT(failures, 5);
 }
 
 // Every operation that may fail, on its own document, while no memory is to be had from the n-th allocation on.

@@ -148,8 +148,8 @@ TEST(Selecting, NamesTheNearestWhenNothingMatches) {
 TEST(Selecting, RefusesWhatIsNoExpression) {
   const Graph graph = chain();
   const View view(graph);
-  for (const char* text : {"", "+", "2+", "++", "+2", "type:", "type:Tables", "99999999999999999999+a",
-                           "a+99999999999999999999"})
+  for (const char* text :
+       {"", "+", "2+", "++", "type:", "type:Tables", "99999999999999999999+a", "a+99999999999999999999"})
     EXPECT_EQ(refusal(view, {{text}, {}}).kind, ErrorKind::Malformed) << text;
   EXPECT_EQ(refusal(view, {{}, {"+"}}).kind, ErrorKind::Malformed);
 }

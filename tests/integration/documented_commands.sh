@@ -59,7 +59,7 @@ for document in $(grep -lx '```console' "$source"/docs/*.md); do
 done
 # Each command prints JSON there.
 shown=$(grep '^\$ ' "$source/docs/command-line.md" | grep -e --json)
-for name in lineage resources 'definitions show' 'definitions default' 'definitions rename' 'definitions check' \
+for name in lineage resources 'definitions show' 'definitions default' 'definitions set' 'definitions rename' 'definitions check' \
   'identity make' 'identity parse' path types 'cache get' version; do
   grep -q "qvrepos $name " <<<"$shown" || refuse "docs/command-line.md does not show the JSON of $name"
 done

@@ -183,7 +183,7 @@ TEST(Qvrepos, LogLevelShowsTheLibrarysRecords) {
 
 TEST(Qvrepos, EverySubcommandHasHelpWithAnExampleAndPrintsJson) {
   const auto commands = leafCommands();
-  EXPECT_EQ(commands.size(), 19U);
+  EXPECT_EQ(commands.size(), 20U);
   for (const auto& command : commands) {
     const auto help = runProcess({"bash", "-c", toolPath + " " + command + " --help"});
     EXPECT_EQ(help.status, 0) << command;
@@ -204,23 +204,32 @@ TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
       {{"lineage", "x", "-o", ""}, "qvrepos lineage: --output: must not be empty\n"},
       {{"cache", "get", ""}, "qvrepos cache get: URI: must not be empty\n"},
       {{"definitions", "create", "a\x01"},
-       "qvrepos definitions create: NAME: holds a byte that is no text: a\\x01\n"},
+       "qvrepos definitions create: NAME: holds what XML cannot carry: a\\x01\n"},
       {{"definitions", "create", "a", "--connect", "\xff"},
-       "qvrepos definitions create: --connect: holds a byte that is no text: \xff\n"},
+       "qvrepos definitions create: --connect: holds what XML cannot carry: \xff\n"},
       {{"identity", "make", "unified", "--id", "\x1b"},
-       "qvrepos identity make unified: --id: holds a byte that is no text: \\x1b\n"},
+       "qvrepos identity make unified: --id: holds what XML cannot carry: \\x1b\n"},
       {{"lineage", "x", "-o"}, "qvrepos lineage: --output: 1 required FILE missing\n"},
       {{"uri", "a", "b", "c"}, "qvrepos uri: not expected: b c\n"},
       {{"version", "--jsn"}, "qvrepos version: not expected: --jsn\n"},
       {{"definitions"},
        "qvrepos definitions: a subcommand is missing; choose from list, show, default, check, create, "
-       "rename, "
-       "delete\n"},
+       "set, rename, delete\n"},
       {{"definitions", "shw"},
        "qvrepos definitions: there is no subcommand shw; choose from list, show, default, check, create, "
-       "rename, delete\n"},
+       "set, rename, delete\n"},
       {{"definitions", "create", "x", "--type", "y"},
        "qvrepos definitions create: --type: y not in {user,system}\n"},
+      {{"definitions", "create", "a", "--connect", "\xef\xbf\xbe"},
+       "qvrepos definitions create: --connect: holds what XML cannot carry: \xef\xbf\xbe\n"},
+      {{"identity", "make", "table", "--table", "a\xef\xbf\xbf"},
+       "qvrepos identity make table: --table: holds what XML cannot carry: a\xef\xbf\xbf\n"},
+      {{"definitions", "delete", ""}, "qvrepos definitions delete: NAME: must not be empty\n"},
+      {{"definitions", "set", "", "--activate"}, "qvrepos definitions set: NAME: must not be empty\n"},
+      {{"definitions", "set", "Sales"},
+       "qvrepos definitions set: an option that says what to change is required\n"},
+      {{"definitions", "set", "Sales", "--activate", "--deactivate"},
+       "qvrepos definitions set: --activate excludes --deactivate\n"},
       {{"identity", "make", "tble"},
        "qvrepos identity make: there is no subcommand tble; choose from file, unified, table, datasource\n"},
       {{"version", "--set", "novalue"}, "qvrepos version: --set: write it as KEY=VALUE: novalue\n"},

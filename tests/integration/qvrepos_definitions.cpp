@@ -1,7 +1,6 @@
-#include "support/tool.h"
+#include "support/tooldefinitions.h"
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 
@@ -12,110 +11,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 namespace {
-
-// A system folder and a user folder of the test's own.
-class Definitions : public testing::Test {
-protected:
-  Definitions() {
-    std::filesystem::create_directory(m_folder.path() / "system");
-    std::filesystem::create_directory(m_folder.path() / "user");
-  }
-  ProcessResult run(std::vector<std::string> words) const {
-    words.insert(words.begin(), "definitions");
-    for (const char* setting : {"SYS", "USER"}) {
-      words.emplace_back("--set");
-      words.push_back("BASE/REPOS_" + std::string(setting) +
-                      "_PATH=" + (m_folder / (setting == std::string("SYS") ? "system" : "user")));
-    }
-    return runTool(words);
-  }
-  nlohmann::json show(const std::string& name) const {
-    return nlohmann::json::parse(run({"show", name, "--json"}).out);
-  }
-  std::string definition(const std::string& name) const {
-    return "<VaultRepositoryInfo Name=\"" + name + "\"/>";
-  }
-
-  const TempDir m_folder;
-};
-
-TEST_F(Definitions, CreatedOnesAreSavedAsTheyWereGiven) {
-  const auto created =
-      run({"create", "Größe & \"Co\"", "--vault", "/srv/größe/", "--connect", "DSN=A;QVXTYPE=GRVS;",
-           "--connection", "GRVS", "--prefix", "dbo.P_", "--log", "/var/log/x.log", "--inactive"});
-  EXPECT_EQ(created.status, 0) << created.err;
-  EXPECT_EQ(created.out, (m_folder / "user/Größe & \"Co\".rcf") + "\n");
-  const auto shown = show("größe & \"co\""); // ASCII letters alone fold, so the name is found as it is
-  EXPECT_EQ(shown["type"], "user");
-  EXPECT_EQ(shown["active"], false);
-  EXPECT_EQ(shown["vaultPath"], "/srv/größe");
-  EXPECT_EQ(shown["connection"], "GRVS");
-  EXPECT_EQ(shown["schema"], "dbo");
-  EXPECT_EQ(shown["prefix"], "P_");
-  EXPECT_EQ(shown["vaultLogFile"], "/var/log/x.log");
-}
-
-TEST_F(Definitions, CreatedOfTypeSystemGoToTheSystemFolder) {
-  EXPECT_EQ(run({"create", "Sales", "--type", "system"}).out, (m_folder / "system/Sales.rcf") + "\n");
-  EXPECT_EQ(show("Sales")["connection"], "File");
-}
-
-TEST_F(Definitions, NamesAreUniqueInAnyCase) {
-  run({"create", "Sales", "--type", "system"});
-  const auto again = run({"create", "SALES"});
-  EXPECT_EQ(again.status, 1);
-  EXPECT_EQ(again.err, "qvrepos: SALES: there is a definition of that name already\n");
-}
-
-TEST_F(Definitions, NamesThatWouldLeaveTheFolderAreRefused) {
-  for (const char* name : {"../Sales", "a/b", "", "a:b"}) {
-    const auto run = this->run({"create", name});
-    EXPECT_EQ(run.status, 1) << name;
-    EXPECT_THAT(run.err, HasSubstr("a definition's name is not empty and holds none of /\\:;,?*<>|"));
-  }
-}
-
-TEST_F(Definitions, SavingWithoutAFolderShowsTheLibrarysMessageAndWhatToSet) {
-  const auto run = runTool({"definitions", "create", "Sales"});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err,
-            "qvrepos: Sales: A valid filename could not be created to save the definition\n"
-            "qvrepos: BASE/REPOS_USER_PATH is not set: name the folder of the user's definitions with --set "
-            "BASE/REPOS_USER_PATH=FOLDER or in the file of --config\n");
-  EXPECT_THAT(runTool({"definitions", "create", "Sales", "--type", "system", "--set",
-                       "BASE/REPOS_USER_PATH=" + (m_folder / "user")})
-                  .err,
-              HasSubstr("BASE/REPOS_SYS_PATH is not set: name the folder of the system's definitions"));
-}
-
-TEST_F(Definitions, RenamedOnesMoveTheirFile) {
-  run({"create", "Old", "--vault", "/srv/old"});
-  const auto renamed = run({"rename", "OLD", "New"});
-  EXPECT_EQ(renamed.status, 0) << renamed.err;
-  EXPECT_EQ(renamed.out, (m_folder / "user/New.rcf") + "\n");
-  EXPECT_FALSE(std::filesystem::exists(m_folder / "user/Old.rcf"));
-  EXPECT_EQ(show("New")["vaultPath"], "/srv/old");
-}
-
-TEST_F(Definitions, RenamingOntoAnotherOneChangesNothing) {
-  run({"create", "One"});
-  run({"create", "Two", "--vault", "/srv/two"});
-  const auto renamed = run({"rename", "One", "two"});
-  EXPECT_EQ(renamed.status, 1);
-  EXPECT_EQ(renamed.err, "qvrepos: two: there is a definition of that name already\n");
-  EXPECT_EQ(show("Two")["vaultPath"], "/srv/two");
-  EXPECT_EQ(show("One")["name"], "One");
-}
-
-TEST_F(Definitions, DeletedOnesAreGone) {
-  run({"create", "Sales"});
-  EXPECT_EQ(run({"delete", "sales"}).status, 0);
-  EXPECT_FALSE(std::filesystem::exists(m_folder / "user/Sales.rcf"));
-  const auto again = run({"delete", "sales"});
-  EXPECT_EQ(again.status, 1);
-  EXPECT_EQ(again.err,
-            "qvrepos: no repository definition is named \"sales\"; `qvrepos definitions list` shows all\n");
-}
 
 TEST_F(Definitions, CheckIsSilentAboutFilesThatLoad) {
   m_folder.write("system/a.rcf", definition("A"));
@@ -189,26 +84,6 @@ TEST_F(Definitions, CheckTakesFoldersAsUris) {
       runTool({"definitions", "check", "--set", "BASE/REPOS_USER_PATH=file://" + (m_folder / "user")});
   EXPECT_EQ(check.out, "1 definition loaded\n");
   EXPECT_THAT(check.err, HasSubstr(m_folder / "user/b.rcf"));
-}
-
-TEST_F(Definitions, ChangesAsJsonPrintTheRecordOfTheDefinition) {
-  const auto record = [this](std::vector<std::string> words) {
-    words.emplace_back("--json");
-    return nlohmann::json::parse(run(words).out);
-  };
-  const auto created = record({"create", "Old", "--vault", "/srv/old"});
-  EXPECT_EQ(created, show("Old"));
-  const auto renamed = record({"rename", "Old", "New"});
-  EXPECT_EQ(renamed, show("New"));
-  EXPECT_EQ(record({"default"}), nlohmann::json({{"name", "New"}}));
-  EXPECT_EQ(record({"delete", "New"}), renamed);
-}
-
-TEST_F(Definitions, PathsAreKeptAsAbsoluteOnes) {
-  run({"create", "Sales", "--vault", "srv/sales", "--log", "sales.log"});
-  const auto shown = show("Sales");
-  EXPECT_EQ(shown["vaultPath"], "/srv/sales"); // the tests run in /
-  EXPECT_EQ(shown["vaultLogFile"], "/sales.log");
 }
 
 TEST_F(Definitions, CheckReportsAFolderThatCannotBeRead) {

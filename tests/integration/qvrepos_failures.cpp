@@ -41,6 +41,7 @@ std::vector<Words> printingCommands(const TempDir& folder) {
       {"definitions", "show", "Sales"},
       {"definitions", "default"},
       {"definitions", "check"},
+      {"definitions", "set", "Sales", "--deactivate"},
       {"definitions", "rename", "Sales", "Orders"},
       {"definitions", "delete", "Orders", "--json"},
       {"identity", "make", "file", "--filename", "/x"},

@@ -139,6 +139,7 @@ TEST_P(OddName, OfADefinitionIsKeptThroughItsLife) {
   EXPECT_EQ(shown["file"], file);
   EXPECT_EQ(printed(words({"default"}, {})), definition + "\n");
   EXPECT_EQ(printed(words({"check"}, {})), "1 definition loaded\n");
+  EXPECT_EQ(printed(words({"set", "--connect=/" + name()}, {definition})), file + "\n");
   EXPECT_EQ(printed(words({"rename"}, {definition, renamed})), newFile + "\n");
   EXPECT_FALSE(std::filesystem::exists(file));
   EXPECT_EQ(printed(words({"delete"}, {renamed})), "");
@@ -173,6 +174,37 @@ TEST_P(OddName, IsNamedOnOneLineWhereNothingIsFound) {
     EXPECT_THAT(run.err, HasSubstr(m_folder.path().string())) << words[0];
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
   }
+}
+
+// The library writes U+FFFD for what XML cannot carry.
+TEST(LossyName, OfAJobComesWithAHint) {
+  const TempDir folder;
+  for (const char* name : {"a\x01", "a\xff", "a\xef\xbf\xbe", "a\xef\xbf\xbf"}) {
+    const auto file = folder.write(std::string(name) + ".djf", job);
+    for (const char* command : {"lineage", "resources"}) {
+      const auto run = runTool({command, file});
+      EXPECT_EQ(run.status, 0);
+      EXPECT_THAT(run.err, HasSubstr(": the name holds what XML cannot carry, shown as U+FFFD; names that "
+                                     "differ in nothing else look the same\n"))
+          << command;
+      EXPECT_THAT(run.err, HasSubstr(folder / "a")) << command;
+      EXPECT_EQ(runTool({command, file, "-q"}).err, "");
+    }
+    std::filesystem::remove(file);
+  }
+}
+
+TEST(WideCell, DoesNotWidenTheOtherRows) {
+  const TempDir folder;
+  const std::string wide(5000, 'x');
+  folder.write("a.rcf", "<VaultRepositoryInfo Name=\"" + wide + "\"/>");
+  for (int i = 0; i < 20; ++i)
+    folder.write("b" + std::to_string(i) + ".rcf",
+                 "<VaultRepositoryInfo Name=\"" + std::to_string(i) + "\"/>");
+  const auto run =
+      runTool({"definitions", "list", "--set", "BASE/REPOS_USER_PATH=" + folder.path().string()});
+  EXPECT_THAT(run.out, HasSubstr(wide + "  user"));
+  EXPECT_LT(run.out.size(), wide.size() + 21 * 300);
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, OddName,

@@ -103,6 +103,8 @@ protected:
             line(1, "Writing file cache entry contents: " + str(local)),
             line(1, "Closing file cache entry: " + str(local))};
   }
+  // What the latest ticket made of a content's URL.
+  std::string latestTicket() const { return "?ticket=T-" + std::to_string(tickets.calls.size()); }
   // The context gives one more ticket, and then none.
   void runOutOfTickets() {
     tickets.ticketFor = [this](QvbString* ticket, QvbString*) {

@@ -69,6 +69,7 @@ struct RecordingResolver : QvResourceResolver {
   bool resolveResource(const QvbString& type, const QvbString& id, const QvbString& uuid, QvbString* name,
                        QvbString* reference) override {
     calls.push_back("resolve(" + str(type) + ", " + str(id) + ", " + str(uuid) + ")");
+    gotNull = gotNull || type.isNull() || id.isNull() || uuid.isNull();
     if (!resolves)
       return false;
     *name = foundName;
@@ -79,11 +80,11 @@ struct RecordingResolver : QvResourceResolver {
     calls.push_back("fromURI(" + str(uri) + ")");
     if (!givesResource)
       return nullptr;
-    auto* resource = new HostResource(live);
+    Released<HostResource> resource(new HostResource(live));
     resource->name = "found name";
     resource->type = "found type";
     resource->identity = "found identity";
-    return resource;
+    return resource.release();
   }
   bool getResourceLocation(const QvbString&, const QvbString&, const QvbString&, QvbString*,
                            QvbString*) override {
@@ -100,6 +101,7 @@ struct RecordingResolver : QvResourceResolver {
                        const QvbString& uuid, QvbString* identity) override {
     calls.push_back("resolveByName(" + str(type) + ", " + str(id) + ", " + str(name) + ", " + str(uuid) +
                     ")");
+    gotNull = gotNull || type.isNull() || id.isNull() || name.isNull() || uuid.isNull();
     if (!resolves)
       return false;
     *identity = foundReference;
@@ -107,6 +109,7 @@ struct RecordingResolver : QvResourceResolver {
   }
 
   std::vector<std::string> calls;
+  bool gotNull = false; // a null text in place of an empty one
   bool resolves = false;
   bool givesResource = false;
   bool servesNullName = false;
@@ -122,6 +125,7 @@ struct RecordingFactory : QvResourceFactory {
   QvbString getErrorMessage() override { return {}; }
   QvResource* getResource(const QvbString& name, const QvbString& type, const QvbString& identity) override {
     requests.push_back({str(name), str(type), str(identity)});
+    gotNull = gotNull || name.isNull() || type.isNull() || identity.isNull();
     if (refuses && refuses(requests.back()))
       return nullptr;
     return makesRecords ? record(name, type, identity) : hostResource(name, type, identity);
@@ -148,6 +152,7 @@ struct RecordingFactory : QvResourceFactory {
   }
 
   std::vector<ResourceFields> requests;
+  bool gotNull = false; // a null text in place of an empty one
   std::function<bool(const ResourceFields&)> refuses;
   bool makesRecords = false; // the library's own records in place of the host's
   QvResourcePropertyList* properties = nullptr;

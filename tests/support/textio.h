@@ -12,3 +12,6 @@ inline std::ostream& operator<<(std::ostream& out, const QvbString& text) {
 
 inline std::string str(const QvbString& text) { return std::string(text.view()); }
 inline QvbString text(const std::string& bytes) { return QvbString(std::string_view(bytes)); }
+
+// Empty, and not null.
+inline bool isEmptyText(const QvbString& text) { return text.isEmpty() && !text.isNull(); }

@@ -187,4 +187,18 @@ TEST_F(Folders, ForTemporaryFilesLeaveNothingWhenTheyFail) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
+TEST_F(Folders, ThatAreDiscardedAreGone) {
+  const TemporaryRoot root(m_folder.path().c_str());
+  const auto before = openDescriptors();
+  ASSERT_EQ(makeTemporary("name"), NP_FIO_OK);
+  np_dir_discard(m_directory);
+  EXPECT_TRUE(fs::is_empty(m_folder.path()));
+  ASSERT_EQ(makeTemporary("name"), NP_FIO_OK);
+  m_folder.write("name/file", "x");
+  np_dir_discard(m_directory);
+  EXPECT_EQ(m_folder.read("name/file"), "x") << "only an empty folder goes";
+  EXPECT_EQ(openDescriptors(), before);
+  np_dir_discard(nullptr);
+}
+
 } // namespace

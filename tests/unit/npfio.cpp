@@ -11,19 +11,21 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <limits>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <fcntl.h>
-#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 namespace {
 
@@ -41,6 +43,8 @@ TEST(FileCodes, FollowFromErrno) {
       {0, NP_FIO_OK},
       {ENOENT, NP_FIO_NOT_FOUND},
       {ENOTDIR, NP_FIO_NOT_FOUND},
+      {ELOOP, NP_FIO_NOT_FOUND},
+      {ENAMETOOLONG, NP_FIO_NOT_FOUND},
       {EACCES, NP_FIO_ACCESS},
       {EPERM, NP_FIO_ACCESS},
       {EROFS, NP_FIO_ACCESS},
@@ -48,6 +52,8 @@ TEST(FileCodes, FollowFromErrno) {
       {ENOTSUP, NP_FIO_UNSUPPORTED},
       {ENOSYS, NP_FIO_UNSUPPORTED},
       {EXDEV, NP_FIO_UNSUPPORTED},
+      {ENXIO, NP_FIO_UNSUPPORTED},
+      {ENODEV, NP_FIO_UNSUPPORTED},
       {ENOSPC, NP_FIO_REFUSED},
       {EDQUOT, NP_FIO_REFUSED},
       {EFBIG, NP_FIO_REFUSED},
@@ -61,8 +67,6 @@ TEST(FileCodes, FollowFromErrno) {
       {ENOTEMPTY, NP_FIO_REFUSED},
       {EIO, NP_FIO_ERROR},
       {EINVAL, NP_FIO_ERROR},
-      {ELOOP, NP_FIO_ERROR},
-      {ENAMETOOLONG, NP_FIO_ERROR},
       {-1, NP_FIO_ERROR},
   };
   for (const auto& c : cases)
@@ -128,23 +132,68 @@ TEST_F(Files, AreReadInBlocksUntilTheEnd) {
   EXPECT_EQ(np_fio_close(file), NP_FIO_OK);
 }
 
+// The system gives the memory map of a process in pieces.
 TEST_F(Files, BlocksAreFilledThoughTheSystemGivesLess) {
-  const std::string fifo = m_folder / "fifo";
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  std::thread writer([&] {
-    const int fd = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
-    EXPECT_EQ(::write(fd, "abc", 3), 3);
-    for (int unread = 1; unread > 0; std::this_thread::yield())
-      ::ioctl(fd, FIONREAD, &unread);
-    EXPECT_EQ(::write(fd, "def", 3), 3);
-    ::close(fd);
-  });
-  NpFile* file = open("fifo");
-  std::array<char, 6> block{};
-  EXPECT_EQ(np_fio_getb(file, block.data(), block.size()), 6);
-  EXPECT_EQ(std::string(block.data(), 6), "abcdef");
+  constexpr const char* Map = "/proc/self/smaps";
+  std::array<char, 16384> block{};
+  const int fd = ::open(Map, O_RDONLY | O_CLOEXEC);
+  const auto piece = ::read(fd, block.data(), block.size());
+  ::close(fd);
+  ASSERT_GT(piece, 0);
+  ASSERT_LT(piece, static_cast<ssize_t>(block.size()));
+  NpFile* file = nullptr;
+  ASSERT_EQ(np_fio_open(Map, NP_FIO_READ, &file), NP_FIO_OK);
+  EXPECT_EQ(np_fio_getb(file, block.data(), block.size()), static_cast<std::int64_t>(block.size()));
   EXPECT_EQ(np_fio_close(file), NP_FIO_OK);
-  writer.join();
+}
+
+// Nobody holds the other end of the pipe: whoever waited for it would wait for ever.
+TEST_F(Files, ThatAreNotRegularAreRefusedAtOnce) {
+  ASSERT_EQ(mkfifo((m_folder / "pipe").c_str(), 0600), 0);
+  fs::create_symlink("pipe", m_folder / "link");
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  std::strcpy(address.sun_path, "socket");
+  const fs::path before = fs::current_path();
+  fs::current_path(m_folder.path()); // its own path may be too long for the address
+  ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  fs::current_path(before);
+  const auto descriptors = openDescriptors();
+  for (const auto& name : {m_folder / "pipe", m_folder / "link", m_folder / "socket",
+                           m_folder.path().string(), std::string("/dev/zero"), std::string("/dev/null")}) {
+    NpFile* file = nullptr;
+    QvbString content("untouched");
+    EXPECT_EQ(np_fio_open(text(name), NP_FIO_READ, &file), NP_FIO_UNSUPPORTED) << name;
+    EXPECT_EQ(file, nullptr) << name;
+    EXPECT_EQ(np_fio_readAll(text(name), NoLimit, &content), NP_FIO_UNSUPPORTED) << name;
+    EXPECT_EQ(content, QvbString("untouched"));
+    EXPECT_EQ(np_fio_stat(text(name), nullptr), NP_FIO_OK) << name;
+  }
+  EXPECT_EQ(openDescriptors(), descriptors);
+  ::close(socket);
+}
+
+TEST_F(Files, ThatNoNameLeadsToAreNotFound) {
+  fs::create_symlink("loop", m_folder / "loop");
+  fs::create_symlink("missing", m_folder / "dangling");
+  const std::string longest(255, 'n');
+  m_folder.write(longest, "x");
+  EXPECT_EQ(np_fio_stat(path(longest), nullptr), NP_FIO_OK);
+  std::string deep = "x";
+  while (deep.size() < 5000)
+    deep += "/x";
+  for (const std::string& name : {"loop"s, "loop/below"s, longest + 'n', "missing/file"s, deep}) {
+    NpFile* file = nullptr;
+    EXPECT_EQ(np_fio_stat(path(name), nullptr), NP_FIO_NOT_FOUND) << name;
+    EXPECT_EQ(np_fio_open(path(name), NP_FIO_READ, &file), NP_FIO_NOT_FOUND) << name;
+    EXPECT_EQ(np_fio_open(path(name), NP_FIO_REPLACE, &file), NP_FIO_NOT_FOUND) << name;
+    EXPECT_EQ(np_fio_writeAll(path(name), "x"), NP_FIO_NOT_FOUND) << name;
+    EXPECT_EQ(np_dir_create(path(name + "/below"), 8), NP_FIO_NOT_FOUND) << name;
+    EXPECT_STREQ(np_fio_errdesc(np_fio_stat(path(name), nullptr)), "not found");
+  }
+  EXPECT_EQ(open("dangling"), nullptr);
+  EXPECT_EQ(code, NP_FIO_NOT_FOUND);
 }
 
 TEST_F(Files, ThatCannotBeOpenedGiveNoHandle) {
@@ -343,17 +392,15 @@ TEST_F(Files, ThatTellNoSizeAreReadWholeAndLimitedToo) {
   ASSERT_EQ(np_fio_readAll("/proc/self/status", NoLimit, &content), NP_FIO_OK);
   EXPECT_EQ(content.find("Name:"), 0);
   EXPECT_EQ(np_fio_readAll("/proc/self/status", 10, &content), NP_FIO_REFUSED);
-  // more than the first step takes
-  std::string large(20000, 'x');
-  const std::string fifo = m_folder / "fifo";
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  std::thread writer([&] {
-    const int fd = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
-    EXPECT_EQ(::write(fd, large.data(), large.size()), static_cast<ssize_t>(large.size()));
-    ::close(fd);
+  // one that grows as it is read, to more than the first step takes
+  const std::string large(20000, 'x');
+  m_folder.write("growing", "x");
+  const Faults growing([&](QvbFaultPoint point, const std::string&) {
+    if (point == QvbFaultPoint::FileRead)
+      m_folder.write("growing", large);
+    return 0;
   });
-  EXPECT_EQ(np_fio_readAll(path("fifo"), NoLimit, &content), NP_FIO_OK);
-  writer.join();
+  EXPECT_EQ(np_fio_readAll(path("growing"), NoLimit, &content), NP_FIO_OK);
   EXPECT_EQ(content.view(), large);
 }
 

@@ -1,5 +1,6 @@
 #include "qvsfio/npfio.h"
 
+#include "support/faults.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
 
@@ -145,7 +146,7 @@ TEST_F(Replacing, TakesNamesOfEveryLength) {
     EXPECT_EQ(names(), std::vector<std::string>{name});
     fs::remove(m_folder / name);
   }
-  EXPECT_EQ(np_fio_writeAll(path(std::string(256, 'n')), "x"), NP_FIO_ERROR);
+  EXPECT_EQ(np_fio_writeAll(path(std::string(256, 'n')), "x"), NP_FIO_NOT_FOUND);
   EXPECT_TRUE(names().empty());
 }
 
@@ -206,7 +207,7 @@ TEST_F(Replacing, RefusesWhatIsNoRegularFile) {
   const std::pair<const char*, int> cases[] = {
       {"folder", NP_FIO_UNSUPPORTED},     {"folder/", NP_FIO_UNSUPPORTED},  {"folder/.", NP_FIO_UNSUPPORTED},
       {"folder/..", NP_FIO_UNSUPPORTED},  {"link", NP_FIO_UNSUPPORTED},     {"fifo", NP_FIO_UNSUPPORTED},
-      {"missing/file", NP_FIO_NOT_FOUND}, {"fifo/below", NP_FIO_NOT_FOUND}, {"loop", NP_FIO_ERROR},
+      {"missing/file", NP_FIO_NOT_FOUND}, {"fifo/below", NP_FIO_NOT_FOUND}, {"loop", NP_FIO_NOT_FOUND},
   };
   for (const auto& [name, code] : cases) {
     NpFile* file = nullptr;
@@ -216,6 +217,26 @@ TEST_F(Replacing, RefusesWhatIsNoRegularFile) {
   }
   EXPECT_EQ(names(), before);
   EXPECT_EQ(np_fio_writeAll("/dev/null", "x"), NP_FIO_UNSUPPORTED);
+}
+
+// A copy can be made again; a document is on disk, with its name, before anybody is told that it was written.
+TEST_F(Replacing, FlushesADocumentButNoPrivateCopy) {
+  std::vector<std::string> flushed;
+  const Faults watching([&](QvbFaultPoint point, const std::string& subject) {
+    if (point == QvbFaultPoint::FileSync)
+      flushed.push_back(subject);
+    return 0;
+  });
+  for (int i = 0; i < 2; ++i) { // a new name, then one that has a file
+    NpFile* file = open("copy");
+    EXPECT_EQ(np_fio_puts(file, "copied"), 6);
+    EXPECT_EQ(np_fio_close(file), NP_FIO_OK);
+    EXPECT_TRUE(flushed.empty());
+    EXPECT_EQ(np_fio_writeAll(path("document"), "written"), NP_FIO_OK);
+    EXPECT_EQ(flushed, (std::vector{m_folder / "document", m_folder.path().string()}));
+    flushed.clear();
+  }
+  EXPECT_EQ(names(), (std::vector<std::string>{"copy", "document"}));
 }
 
 TEST_F(Replacing, TakesRelativePaths) {

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <barrier>
 #include <functional>
+#include <new>
 #include <set>
 #include <string>
 #include <thread>
@@ -113,6 +114,33 @@ TEST_F(Singleton, IsAbsentWhenItsObjectCannotBeMade) {
   holder.canCreate = true;
   EXPECT_TRUE(holder.initialize(&created));
   EXPECT_TRUE(created);
+  holder.cleanupOnly();
+}
+
+TEST_F(Singleton, IsAbsentWhenMemoryForItIsShort) {
+  Holder holder("test.one");
+  holder.onCreate = [] { throw std::bad_alloc(); };
+  bool created = true;
+  EXPECT_FALSE(holder.initialize(&created));
+  EXPECT_FALSE(created);
+  EXPECT_EQ(holder.getObject(), nullptr);
+
+  holder.onCreate = nullptr;
+  EXPECT_TRUE(holder.initialize(&created));
+  EXPECT_TRUE(created);
+  holder.cleanupOnly();
+}
+
+TEST_F(Singleton, IsFoundWhileAnotherOneIsMade) {
+  Holder holder("test.one");
+  ASSERT_TRUE(holder.initialize(nullptr));
+  Holder slow("test.slow");
+  bool found = false;
+  // the registry's lock is held, and would keep the thread waiting
+  slow.onCreate = [&] { std::thread([&] { found = Holder("test.one").initialize(nullptr); }).join(); };
+  ASSERT_TRUE(slow.initialize(nullptr));
+  EXPECT_TRUE(found);
+  slow.cleanupOnly();
   holder.cleanupOnly();
 }
 

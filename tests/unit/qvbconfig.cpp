@@ -3,6 +3,7 @@
 #include "qvsfio/npfio.h"
 
 #include "qvxbase/qvbformat.h"
+#include "support/allocations.h"
 #include "support/logcapture.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
@@ -12,6 +13,8 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
+#include <new>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -183,6 +186,84 @@ TEST_F(Config, LogsAFileThatCannotBeReadOnce) {
   EXPECT_EQ(option("QVTEST_OPTION"), QvbString("environment"));
   EXPECT_THAT(faults(), ElementsAre(fault(
                             path + ": cannot read the option file: " + np_fio_errdesc(NP_FIO_NOT_FOUND))));
+}
+
+// The nth allocation fails; the file is read when there is memory again.
+TEST_F(Config, AFileThatShortMemoryKeptFromBeingReadIsReadTheNextTime) {
+  const std::string value(500, 'x');
+  for (long allocations = 0;; ++allocations) {
+    useFile("[BASE]\nA=" + value + "\nAN/OTHER/KEY/THAT/IS/LONG=1\n");
+    Allocations::left = allocations;
+    try {
+      option("BASE/A");
+    } catch (const std::bad_alloc&) {
+      Allocations::left = 0;
+    }
+    const bool enough = Allocations::left > 0;
+    Allocations::left = -1;
+    ASSERT_EQ(str(option("BASE/A")), value) << allocations;
+    ASSERT_THAT(faults(), IsEmpty()) << allocations;
+    if (enough)
+      break;
+  }
+}
+
+class FolderOption : public Config {
+protected:
+  ~FolderOption() override { std::filesystem::current_path(m_before); }
+
+  static constexpr const QvbOption& Folder = QvbOptions::UserDefinitions;
+  std::string folder(const char* value) const {
+    qvbSetConfigOption(Folder.key, value);
+    return str(qvbGetConfigFolder(Folder));
+  }
+  void go(const std::string& name) const {
+    std::filesystem::create_directories(dir.path() / name);
+    std::filesystem::current_path(dir.path() / name);
+  }
+
+private:
+  const std::filesystem::path m_before = std::filesystem::current_path();
+};
+
+TEST_F(FolderOption, IsANativePath) {
+  EXPECT_EQ(folder("/srv/a"), "/srv/a");
+  EXPECT_EQ(folder("file:///srv/a%20b"), "/srv/a b");
+  EXPECT_EQ(folder("file://host/srv"), "file://host/srv");
+}
+
+TEST_F(FolderOption, IsNullOrEmptyWhereTheOptionIs) {
+  EXPECT_TRUE(qvbGetConfigFolder(Folder).isNull());
+  EXPECT_EQ(folder(""), "");
+  EXPECT_FALSE(qvbGetConfigFolder(Folder).isNull());
+}
+
+TEST_F(FolderOption, IsMadeAbsoluteWhenItIsFirstRead) {
+  go("one");
+  EXPECT_EQ(folder("defs"), dir / "one/defs");
+  go("two");
+  EXPECT_EQ(str(qvbGetConfigFolder(Folder)), dir / "one/defs");
+  EXPECT_EQ(folder("defs"), dir / "two/defs") << "set anew";
+  EXPECT_EQ(folder("other"), dir / "two/other");
+  EXPECT_EQ(folder("file:defs"), dir / "two/defs");
+}
+
+TEST_F(FolderOption, OfAFileIsMadeAbsoluteWhenItIsFirstRead) {
+  useFile(std::string("[BASE]\nREPOS_USER_PATH=defs\n"));
+  go("one");
+  EXPECT_EQ(str(qvbGetConfigFolder(Folder)), dir / "one/defs");
+  go("two");
+  EXPECT_EQ(str(qvbGetConfigFolder(Folder)), dir / "one/defs");
+  useFile(std::string("[BASE]\nREPOS_USER_PATH=other\n"));
+  EXPECT_EQ(str(qvbGetConfigFolder(Folder)), dir / "two/other");
+}
+
+TEST_F(FolderOption, OfAnotherNameIsItsOwn) {
+  go("one");
+  EXPECT_EQ(folder("defs"), dir / "one/defs");
+  go("two");
+  qvbSetConfigOption(QvbOptions::SystemDefinitions.key, "defs");
+  EXPECT_EQ(str(qvbGetConfigFolder(QvbOptions::SystemDefinitions)), dir / "two/defs");
 }
 
 TEST_F(Config, IsReadByManyThreadsWhileTheHostChangesIt) {

@@ -269,4 +269,28 @@ TEST(Format, SurvivesEveryFormat) {
   }));
 }
 
+TEST(EscapeControls, LeavesNothingThatATerminalTakesForAnInstruction) {
+  const struct {
+    std::string_view text;
+    std::string_view shown;
+  } cases[] = {
+      {"", ""},
+      {"plain text", "plain text"},
+      {"a\nb\tc", "a\\nb\\tc"},
+      {std::string_view("\0\r\x1b[2J\x7f", 7), "\\x00\\x0d\\x1b[2J\\x7f"},
+      {"\xc2\x80 \xc2\x9b \xc2\x9f", "\\xc2\\x80 \\xc2\\x9b \\xc2\\x9f"},
+      {"\xc2\xa0\xc3\xa9", "\xc2\xa0\xc3\xa9"},
+      {"\xe5\x90\x8d \xe2\x80\x93 \xf0\x9f\x98\x80", "\xe5\x90\x8d \xe2\x80\x93 \xf0\x9f\x98\x80"},
+      {"\x9b", "\\x9b"},
+      {"\xff\xfe", "\xff\xfe"},
+      {"\xc2", "\xc2"},
+      {"\xe5\x90", "\xe5\\x90"},
+      {"\xe0\x82\x9b", "\xe0\\x82\\x9b"},
+      {"\xc1\x9b", "\xc1\\x9b"},
+      {"\xf0\x80\x82\x9b", "\xf0\\x80\\x82\\x9b"},
+  };
+  for (const auto& [given, shown] : cases)
+    EXPECT_EQ(qvbEscapeControls(given).view(), shown);
+}
+
 } // namespace

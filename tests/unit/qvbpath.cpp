@@ -147,15 +147,15 @@ TEST(Directories, GiveNameAndPathOfTheEntryTheyStandOn) {
   for (const auto& path : {folder.path().string(), folder.path().string() + "/"}) {
     const Iterator entries(qvbDirectoryOpen(text(path), 0, nullptr));
     ASSERT_TRUE(entries);
-    EXPECT_TRUE(entries->getName().isNull());
-    EXPECT_TRUE(entries->getPath().isNull());
+    EXPECT_TRUE(isEmptyText(entries->getName()));
+    EXPECT_TRUE(isEmptyText(entries->getPath()));
     EXPECT_TRUE(entries->next());
     EXPECT_EQ(str(entries->getName()), "a");
     EXPECT_EQ(str(entries->getPath()), folder / "a");
     for (int i = 0; i < 3; ++i) {
       EXPECT_FALSE(entries->next());
-      EXPECT_TRUE(entries->getName().isNull());
-      EXPECT_TRUE(entries->getPath().isNull());
+      EXPECT_TRUE(isEmptyText(entries->getName()));
+      EXPECT_TRUE(isEmptyText(entries->getPath()));
     }
   }
 }

@@ -221,6 +221,40 @@ TEST(QvDom, AttributesAreReadByTheirIndex) {
   EXPECT_TRUE(dom.getRoot().getAttributeNameValue(0, nullptr, nullptr));
 }
 
+TEST(QvDom, ManyAttributesAreEachFoundAndReplacedInPlace) {
+  constexpr int count = 50'000;
+  const auto name = [](int i) { return text("a" + std::to_string(i)); };
+  auto dom = started("r");
+  auto root = dom.getRoot();
+  for (int round = 0; round < 2; ++round)
+    for (int i = 0; i < count; ++i)
+      root.setAttributeValue(name(i), text(std::to_string(round * i)));
+  ASSERT_EQ(root.getAttributeCount(), count);
+  EXPECT_TRUE(root.getAttributeValue(name(count)).isNull());
+  for (int i = 0; i < count; ++i) {
+    QvbString found;
+    ASSERT_TRUE(root.getAttributeNameValue(i, &found, nullptr));
+    ASSERT_EQ(found, name(i));
+    ASSERT_EQ(str(root.getAttributeValue(name(i))), std::to_string(i));
+  }
+}
+
+TEST(QvDom, AttributesThatWereReadAreFoundHoweverManyTheyAre) {
+  std::string xml = "<r";
+  for (int i = 0; i < 40; ++i)
+    xml += " a" + std::to_string(i) + "='" + std::to_string(i) + "'";
+  auto dom = loaded("<d>" + xml + "/>" + xml + "/></d>");
+  auto first = dom.getRoot().getFirstChild(false);
+  auto second = first.getNextSibling(false);
+  first.setAttributeValue("a20", "changed");
+  first.setAttributeValue("more", "yes");
+  EXPECT_EQ(first.getAttributeValue("a20"), "changed");
+  EXPECT_EQ(first.getAttributeValue("more"), "yes");
+  EXPECT_EQ(first.getAttributeCount(), 41);
+  EXPECT_EQ(second.getAttributeValue("a20"), "20") << "each element has its own";
+  EXPECT_TRUE(second.getAttributeValue("more").isNull());
+}
+
 TEST(QvDom, AnIndexOutOfRangeWritesNothing) {
   const auto dom = loaded(R"(<r one="1"/>)");
   QvbString name("before");

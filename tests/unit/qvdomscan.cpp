@@ -124,9 +124,54 @@ TEST(QvDomScan, TextIsUtf8WhateverTheDocumentsEncoding) {
   EXPECT_EQ(valueOf("\xFE\xFF\0<\0r\0>\x20\xAC\0<\0/\0r\0>"s), "\xE2\x82\xAC");
 }
 
-TEST(QvDomScan, AByteOrderMarkCountsForMoreThanTheDeclaration) {
-  EXPECT_EQ(valueOf("\xEF\xBB\xBF<?xml version='1.0' encoding='ISO-8859-1'?><r>\xC3\xA9</r>"), "\xC3\xA9");
+// A document in each form that its first bytes tell, with an encoding declared.
+std::string declaring(const std::string& encoding, const std::string& mark, std::size_t width, Order order) {
+  return mark + widened("<?xml version='1.0' encoding='" + encoding + "'?><r>x</r>", width, order);
 }
+
+TEST(QvDomScan, ADeclaredEncodingAgreesWithTheFirstBytes) {
+  for (const char* name : {"UTF-8", "utf-8", "UTF8"})
+    EXPECT_EQ(valueOf(declaring(name, "\xEF\xBB\xBF", 1, Order::Big)), "x") << name;
+  for (const auto order : {Order::Big, Order::Little}) {
+    const std::string end = order == Order::Big ? "BE" : "LE";
+    const auto mark2 = order == Order::Big ? "\xFE\xFF"s : "\xFF\xFE"s;
+    const auto mark4 = order == Order::Big ? "\0\0\xFE\xFF"s : "\xFF\xFE\0\0"s;
+    for (const auto& name : {"UTF-16"s, "utf-16"s, "UTF-16" + end, "ISO-10646-UCS-2"s, "ucs-2"s})
+      for (const auto& mark : {mark2, ""s})
+        EXPECT_EQ(valueOf(declaring(name, mark, 2, order)), "x") << name;
+    for (const auto& name : {"UTF-32"s, "UTF-32" + end, "ISO-10646-UCS-4"s, "UCS-4" + end})
+      for (const auto& mark : {mark4, ""s})
+        EXPECT_EQ(valueOf(declaring(name, mark, 4, order)), "x") << name;
+  }
+}
+
+TEST(QvDomScan, ADeclaredEncodingThatContradictsTheFirstBytesIsRefused) {
+  struct Contradiction {
+    const char* name;
+    std::string mark;
+    std::size_t width;
+    const char* form;
+  };
+  const Contradiction cases[] = {
+      {"ISO-8859-1", "\xEF\xBB\xBF", 1, "UTF-8"}, {"UTF-16", "\xEF\xBB\xBF", 1, "UTF-8"},
+      {"utf-8", "\xFE\xFF", 2, "UTF-16BE"},       {"UTF-8", "", 2, "UTF-16BE"},
+      {"UTF-16LE", "\xFE\xFF", 2, "UTF-16BE"},    {"UTF-32", "\xFE\xFF", 2, "UTF-16BE"},
+      {"UTF-16", "\0\0\xFE\xFF"s, 4, "UCS-4BE"},  {"ASCII", "", 4, "UCS-4BE"},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(messageOf(declaring(c.name, c.mark, c.width, Order::Big)),
+              "1:1: the encoding \""s + c.name + "\" is not that of the first bytes, " + c.form);
+}
+
+TEST(QvDomScan, AVersionIsAOneAndDigits) {
+  EXPECT_EQ(valueOf("<?xml version='1.0'?><r>x</r>"), "x");
+  for (const char* version : {"1.0?", "1.0^", "1.0 ", " 1.0", "1.", "1", "10", "2.0", "1.0.1", "1.x", ""})
+    EXPECT_EQ(messageOf("<?xml version='"s + version + "'?><r/>"),
+              "1:1: \""s + version + "\" is not a version of XML");
+  EXPECT_EQ(messageOf("<?xml version='1.1'?><r/>"), "1:1: XML version 1.1 is not supported");
+}
+
+TEST(QvDomScan, ALaterVersionIsReadAsThisOne) { EXPECT_EQ(valueOf("<?xml version='1.2'?><r>x</r>"), "x"); }
 
 TEST(QvDomScan, AnEncodingThatCouldHideMarkupIsRefused) {
   for (const char* name : {"UTF-7", "ISO-2022-JP", "HZ-GB-2312", "SCSU", "BOCU-1", "IBM037", "ibm-1047",

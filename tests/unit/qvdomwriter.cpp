@@ -1,6 +1,7 @@
 // Documents as text: layout, escapes, and that every value reads back.
 #include "qvxdom/qvdom.h"
 
+#include "support/tempdir.h"
 #include "support/textio.h"
 
 #include <gtest/gtest.h>
@@ -235,18 +236,70 @@ TEST(QvDomWriter, EveryTreeThatWasReadReadsBackFromBothLayouts) {
   }));
 }
 
-TEST(QvDomWriter, ATreeOfAnyDepthIsWrittenAndReadThrough) {
-  constexpr int depth = 200'000;
+// A chain of elements, the innermost of which holds a text.
+QvDom nested(std::size_t depth) {
   QvDom dom;
-  ASSERT_TRUE(dom.startNewDocument("r"));
+  EXPECT_TRUE(dom.startNewDocument("e"));
   auto node = dom.getRoot();
-  for (int i = 1; i < depth; ++i)
+  for (std::size_t i = 1; i < depth; ++i)
     node = node.addChild("e");
   node.setValue("x");
-  const auto xml = written(dom, false);
-  EXPECT_EQ(xml.size(), 2u * std::string_view("<r></r>").size() / 2 +
-                            (depth - 1) * std::string_view("<e></e>").size() + 1);
-  EXPECT_EQ(dom.getRoot().getValue(true), "x");
+  return dom;
 }
+
+QvDom withAttributes(std::size_t count) {
+  QvDom dom;
+  EXPECT_TRUE(dom.startNewDocument("r"));
+  auto node = dom.getRoot().addChild("e");
+  for (std::size_t i = 0; i < count; ++i)
+    node.setAttributeValue(text("a" + std::to_string(i)), "v");
+  return dom;
+}
+
+// The text that stands in the document so many times.
+QvDom withTexts(std::size_t count, const QvbString& value) {
+  QvDom dom;
+  EXPECT_TRUE(dom.startNewDocument("r"));
+  for (std::size_t i = 0; i < count; ++i)
+    dom.getRoot().addChild("e").setValue(value);
+  return dom;
+}
+
+TEST(QvDomWriter, WhatItsReaderTakesIsWritten) {
+  for (const auto& dom : {nested(QvDom::MaxDepth), withAttributes(QvDom::MaxAttributes)}) {
+    QvDom again;
+    EXPECT_TRUE(again.loadXML(dom.createXML(true, dom.getRoot()))) << again.getErrorMessage();
+  }
+}
+
+TEST(QvDomWriter, WhatItsReaderWouldRefuseIsNotWritten) {
+  const TempDir folder;
+  struct Excess {
+    QvDom dom;
+    const char* reason;
+  };
+  const QvbString megabyte(text(std::string(std::size_t{1} << 20, 'x')));
+  Excess cases[] = {
+      {nested(QvDom::MaxDepth + 1), "elements are nested deeper than 1000 levels"},
+      {withAttributes(QvDom::MaxAttributes + 1), "an element has more than 10000 attributes"},
+      {withTexts(512, megabyte), "the document is over 512 MiB"},
+  };
+  const auto path = text(folder.write("old.xml", "<old/>"));
+  for (auto& [dom, reason] : cases) {
+    for (const bool layout : {false, true})
+      EXPECT_TRUE(dom.createXML(layout, dom.getRoot()).isNull()) << reason;
+    EXPECT_FALSE(dom.createFile(path, true, dom.getRoot()));
+    EXPECT_EQ(str(dom.getErrorMessage()), str(path) + ": " + reason);
+    EXPECT_EQ(folder.read("old.xml"), "<old/>");
+  }
+}
+
+TEST(QvDomWriter, ThePrologCountsForTheSize) {
+  const auto dom = nested(1);
+  const QvbString prolog(text(std::string(QvDom::MaxSize, ' ')));
+  EXPECT_TRUE(dom.createXML(false, dom.getRoot(), prolog).isNull());
+}
+
+TEST(QvDomWriter, ATreeOfAnyDepthIsReadThrough) { EXPECT_EQ(nested(200'000).getRoot().getValue(true), "x"); }
 
 } // namespace

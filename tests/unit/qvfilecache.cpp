@@ -3,13 +3,20 @@
 #include "qvfilecacheimpl.h"
 #include "qvfilecachesingleton.h"
 #include "support/allocations.h"
+#include "support/descriptors.h"
 #include "support/logcapture.h"
+#include "support/tempdir.h"
 #include "support/textio.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <functional>
+#include <latch>
+#include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -36,6 +43,11 @@ public:
 
   int released = 0;
   std::function<void()> thenRelease = [] {};
+};
+
+// Takes records and keeps none.
+class QuietSink final : public QvLogSink {
+  void record(const QvLogRecord&) override {}
 };
 
 const LogLine idLine{"QV.FileAccessCache.Singleton", 2, "src/qvfilecache", "getId: Returning id"};
@@ -187,6 +199,133 @@ TEST_F(FileCacheHolder, HasNoCacheWhenMemoryForTheDefaultOneIsShort) {
   EXPECT_EQ(setFileCacheManager(nullptr), -1);
   EXPECT_EQ(x.released, 1);
   EXPECT_EQ(Allocations::failingNothrowSize, 0U);
+}
+
+namespace {
+
+// A temporary folder of the test's own, and no sink: what is not enabled is not formatted.
+class FileCacheMemory : public testing::Test {
+protected:
+  FileCacheMemory() {
+    if (const char* before = std::getenv("TMPDIR"))
+      m_before = before;
+    ::setenv("TMPDIR", temporary.path().c_str(), 1);
+    // what is filled on first use, for the life of the process, is no leak
+    for (int i = 0; i < 2; ++i) {
+      getFileCache();
+      qvFileCacheShutdown();
+    }
+  }
+  ~FileCacheMemory() override {
+    qvFileCacheShutdown();
+    m_before ? ::setenv("TMPDIR", m_before->c_str(), 1) : ::unsetenv("TMPDIR");
+  }
+  // Nothing is left of a cache that could not be made, and nothing stays of one that was, once it has ended.
+  void expectNothingLeftAfter(const std::function<bool()>& makeCache) {
+    const auto descriptors = openDescriptors();
+    bool made = false;
+    long before = Allocations::alive, after = 0;
+    Allocations::failEach(
+        [&] {
+          made = makeCache();
+          if (made)
+            qvFileCacheShutdown();
+        },
+        [&](long n) {
+          after = Allocations::alive;
+          EXPECT_EQ(after, before) << "allocation " << n;
+          EXPECT_TRUE(std::filesystem::is_empty(temporary.path())) << "allocation " << n;
+          EXPECT_EQ(openDescriptors(), descriptors) << "allocation " << n;
+          before = Allocations::alive;
+        });
+    EXPECT_TRUE(made);
+    EXPECT_NE(getFileCache(), nullptr);
+  }
+
+  TempDir temporary;
+
+private:
+  std::optional<std::string> m_before;
+};
+
+} // namespace
+
+TEST_F(FileCacheMemory, LeavesNothingWhenItIsShortAtStartup) {
+  int result = 0;
+  expectNothingLeftAfter([&] {
+    void* out = &result;
+    result = qvFileCacheStartup(nullptr, &out);
+    return result == 0;
+  });
+  EXPECT_EQ(result, 0);
+}
+
+TEST_F(FileCacheMemory, LeavesNothingWhenItIsShortForTheDefaultCache) {
+  expectNothingLeftAfter([] { return getFileCache() != nullptr; });
+}
+
+TEST_F(FileCacheMemory, LeavesNothingWhenItIsShortAtEveryLogLevel) {
+  qvlogSetSink(std::make_shared<QuietSink>());
+  expectNothingLeftAfter([] { return getFileCache() != nullptr; });
+  qvlogSetSink(nullptr);
+}
+
+TEST_F(FileCacheMemory, IsNotNeededToFindACacheOrToEndIt) {
+  HostCache host;
+  ASSERT_EQ(setFileCacheManager(&host), 0);
+  void* out = &host;
+  Allocations::left = 0;
+  FileAccessCache* const found = getFileCache();
+  const int started = qvFileCacheStartup(nullptr, &out);
+  qvFileCacheShutdown();
+  Allocations::left = -1;
+  EXPECT_EQ(found, &host);
+  EXPECT_EQ(started, 0);
+  EXPECT_EQ(host.released, 1);
+}
+
+namespace {
+
+// Holds the registry's lock from its making until it is let go.
+class BusyRegistry {
+public:
+  BusyRegistry() { m_entered.wait(); }
+  ~BusyRegistry() { m_leave.count_down(); }
+  BusyRegistry(const BusyRegistry&) = delete;
+  BusyRegistry& operator=(const BusyRegistry&) = delete;
+
+private:
+  class Slow final : public QvbAutoSingleton {
+  public:
+    explicit Slow(BusyRegistry* owner) : m_owner(owner) {}
+    const char* getId() override { return "test.slow"; }
+    void* createObject() override {
+      m_owner->m_entered.count_down();
+      m_owner->m_leave.wait();
+      return nullptr;
+    }
+    void deleteObject(void*) override {}
+
+  private:
+    BusyRegistry* m_owner;
+  };
+
+  std::latch m_entered{1};
+  std::latch m_leave{1};
+  std::jthread m_maker{[this] { Slow(this).initialize(nullptr); }};
+};
+
+} // namespace
+
+// Somebody else may be making or ending an object for as long as it takes.
+TEST_F(FileCacheHolder, IsFoundWithoutTheRegistrysLock) {
+  setFileCacheManager(&x);
+  logged();
+  const BusyRegistry busy;
+  EXPECT_EQ(getFileCache(), &x);
+  void* out = &x;
+  EXPECT_EQ(qvFileCacheStartup(nullptr, &out), 0);
+  EXPECT_THAT(log.lines(), ElementsAre(idLine, line(with("getCache: Returning ", &x)), idLine));
 }
 
 TEST_F(FileCacheHolder, IsKnownToTheRegistryByItsName) {

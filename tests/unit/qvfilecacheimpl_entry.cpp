@@ -7,9 +7,12 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <vector>
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -131,10 +134,46 @@ TEST(FileCacheEntry, BeginsEmpty) {
   const Released<FileAccessCacheEntry> entry(new FileAccessCacheEntry);
   EXPECT_TRUE(entry->modifiedDate.isNull());
   EXPECT_TRUE(entry->cacheUpdatedDate.isNull());
-  EXPECT_TRUE(entry->remoteFilename.isNull());
-  EXPECT_TRUE(entry->localFilename.isNull());
+  for (const QvbString& name : {entry->remoteFilename, entry->localFilename}) {
+    EXPECT_TRUE(name.isEmpty());
+    EXPECT_FALSE(name.isNull());
+  }
   EXPECT_THAT(entry->authorizedUsers, IsEmpty());
   EXPECT_EQ(entry->sourceProvider, nullptr);
+}
+
+TEST(FileCacheEntry, HasItsFieldsInTheirOrder) {
+  const FileAccessCacheEntry entry;
+  const std::vector<const void*> fields{&entry.modifiedDate,    &entry.remoteFilename,
+                                        &entry.localFilename,   &entry.cacheUpdatedDate,
+                                        &entry.authorizedUsers, &entry.sourceProvider};
+  EXPECT_TRUE(std::ranges::is_sorted(fields, std::less<>()));
+}
+
+TEST(FileCacheEntry, HasNothingToReleaseInANull) {
+  FileAccessCacheEntry::release(nullptr);
+  const auto before = Allocations::alive.load();
+  auto* const entry = new FileAccessCacheEntry;
+  entry->authorizedUsers.add("alice");
+  FileAccessCacheEntry::release(entry);
+  EXPECT_EQ(Allocations::alive, before);
+}
+
+TEST(FileCacheEntry, IsAsItWasWhenMemoryForAUserIsShort) {
+  const ReleasedSubject alice(qvbSubjectCreate("alice", QvbString()));
+  FileAccessCacheEntry entry;
+  bool added = true;
+  Allocations::failEach(
+      [&] {
+        entry.authorizedUsers = UserList();
+        added = entry.addAuthorizedUser(alice.get(), nullptr);
+      },
+      [&](long n) {
+        EXPECT_EQ(added, Allocations::failed == 0) << n;
+        EXPECT_EQ(entry.isUserAuthorized(alice.get(), nullptr), added) << n;
+        EXPECT_EQ(entry.authorizedUsers.size(), added ? 1U : 0U) << n;
+      });
+  EXPECT_TRUE(added);
 }
 
 TEST(FileCacheEntry, ListsEachUserOnceInOrder) {

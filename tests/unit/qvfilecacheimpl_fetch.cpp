@@ -157,6 +157,30 @@ TEST_F(FileCache, KnowsAUserInAnyCase) {
   EXPECT_THAT(provider.calls, IsEmpty());
 }
 
+// However many users the source has let through, one of them is found without a look at the others.
+TEST_F(FileCache, FindsOneUserAmongMany) {
+  FileAccessCacheEntry entry;
+  std::vector<ReleasedSubject> subjects;
+  for (int i = 0; i < 1000; ++i) {
+    subjects.emplace_back(qvbSubjectCreate(text("user" + std::to_string(i)), QvbString()));
+    ASSERT_TRUE(entry.addAuthorizedUser(subjects.back().get(), nullptr));
+  }
+  EXPECT_EQ(entry.authorizedUsers.size(), 1000U);
+  for (const ReleasedSubject& subject : subjects)
+    EXPECT_TRUE(entry.isUserAuthorized(subject.get(), nullptr));
+  EXPECT_FALSE(entry.isUserAuthorized(alice.get(), nullptr));
+  EXPECT_EQ(*entry.authorizedUsers.begin(), "user0");
+
+  get(source);
+  cache->setSourceProvider(&provider);
+  for (const ReleasedSubject& subject : subjects)
+    EXPECT_EQ(get(source, subject.get()).result, 0);
+  provider.takeCalls();
+  for (const ReleasedSubject& subject : subjects)
+    EXPECT_EQ(get(source, subject.get()).result, 0);
+  EXPECT_THAT(provider.calls, IsEmpty());
+}
+
 TEST_F(FileCache, RefreshesTwiceWhenTheCopyIsOldAndTheUserNew) {
   remake("-1");
   get(source);
@@ -281,6 +305,29 @@ TEST_F(FileCache, TellsThatMemoryForAnEntryIsShort) {
   EXPECT_FALSE(cache->setFileCacheLocalName("name", "local"));
   ASSERT_EQ(Allocations::failingNothrowSize, 0U);
   EXPECT_EQ(logged().back(), line(5, "setFileCacheLocalName: Error creating cache entry for name"));
+}
+
+TEST_F(FileCache, WaitsForNoPipe) {
+  const std::string pipe = sources / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const Got got = get(pipe);
+  EXPECT_EQ(got.result, 1);
+  EXPECT_FALSE(fs::exists(got.local));
+  EXPECT_EQ(get("/dev/zero").result, 1);
+  EXPECT_TRUE(fs::is_empty(cacheFolder()));
+}
+
+TEST_F(FileCache, FlushesNoCopyToDisk) {
+  int flushes = 0;
+  const Faults watching([&](QvbFaultPoint point, const std::string&) {
+    flushes += point == QvbFaultPoint::FileSync;
+    return 0;
+  });
+  remake("-1");
+  get(source);
+  TestClock::pass(1);
+  EXPECT_EQ(readFile(get(source).local), "first");
+  EXPECT_EQ(flushes, 0);
 }
 
 // Whoever listens to the log can take an entry away between its making and its use.

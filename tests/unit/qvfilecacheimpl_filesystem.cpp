@@ -210,8 +210,7 @@ TEST_F(FilesystemSource, KeepsTheOldCopyWhenEveryWriteFails) {
 }
 
 TEST_F(FilesystemSource, KeepsTheOldCopyWhenTheNewOneCannotTakeItsPlace) {
-  for (const QvbFaultPoint point :
-       {QvbFaultPoint::FileSync, QvbFaultPoint::FileClose, QvbFaultPoint::FileRename}) {
+  for (const QvbFaultPoint point : {QvbFaultPoint::FileClose, QvbFaultPoint::FileRename}) {
     {
       const Faults faults([&](QvbFaultPoint at, const std::string& subject) {
         return at == point && subject == local ? EIO : 0;
@@ -236,6 +235,27 @@ TEST_F(FilesystemSource, KeepsTheOldCopyWhenTheSourceCannotBeReadToItsEnd) {
   EXPECT_THAT(logged(), ElementsAre(line(1, summary(source, "4096", "4096"))));
   EXPECT_EQ(folder.read("copies/copy"), "old copy");
   EXPECT_EQ(copies(), 1U);
+}
+
+TEST_F(FilesystemSource, CopiesNothingButRegularFiles) {
+  const std::string pipe = folder / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::string& name : {pipe, std::string("/dev/zero"), folder.path().string()}) {
+    EXPECT_TRUE(provider.exists(nullptr, text(name), nullptr));
+    logged();
+    EXPECT_EQ(copy(name), 1);
+    EXPECT_THAT(logged(), ElementsAre(line(1, summary(name, "0", "0"))));
+    EXPECT_EQ(folder.read("copies/copy"), "old copy");
+  }
+}
+
+TEST_F(FilesystemSource, HasNoFileThatNoNameLeadsTo) {
+  std::filesystem::create_symlink("loop", folder / "loop");
+  QvbDate date;
+  for (const std::string& name : {folder / "loop", folder / std::string(256, 'n')}) {
+    EXPECT_FALSE(provider.exists(nullptr, text(name), nullptr));
+    EXPECT_EQ(provider.getModifiedDate(nullptr, text(name), &date, nullptr, true), 3);
+  }
 }
 
 TEST_F(FilesystemSource, HasNothingToFlush) {

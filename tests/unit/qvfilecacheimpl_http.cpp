@@ -6,10 +6,14 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <string>
+#include <vector>
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -140,6 +144,21 @@ TEST(JobDescription, ChangesNothingWhenItIsNone) {
   }
 }
 
+TEST(JobDescription, HasEmptyTextsForWhatItDoesNotSay) {
+  HTTPRemoteFileInfo record;
+  for (int i = 0; i < 2; ++i) {
+    for (const QvbString& field : {record.reserved, record.contentLink, record.modifiedDate, record.path}) {
+      EXPECT_TRUE(field.isEmpty());
+      EXPECT_FALSE(field.isNull());
+    }
+    RemoteHttpFileProvider::populateFileInfo(&record,
+                                             "<processjob><links><link rel=\"self\"/></links></processjob>");
+  }
+  const std::vector<const void*> fields{&record.reserved, &record.contentLink, &record.modifiedDate,
+                                        &record.path};
+  EXPECT_TRUE(std::ranges::is_sorted(fields, std::less<>()));
+}
+
 TEST(JobDescription, IsSearchedByNameAndAttribute) {
   QvDom document;
   ASSERT_TRUE(document.loadXML(R"(<r><a k="1"/><b/><A k="2"/><a k="2" n="3"/></r>)"));
@@ -232,6 +251,44 @@ TEST_F(HttpSource, TakesALeadingQuestionMarkForAName) {
   EXPECT_EQ(logged().back(), line(1, "HTTP (GET) for: a?&ticket=T-2"));
 }
 
+// A fragment stays with the client: behind one, the ticket would reach nobody.
+TEST_F(HttpSource, PutsTheTicketBeforeAFragment) {
+  struct Case {
+    const char* name;
+    const char* target;
+    const char* shown;
+  };
+  for (const auto& [name, target, shown] :
+       {Case{"/job#part", "/job?ticket=T-1", "/job?ticket=T-1#part"},
+        Case{"/job?a=b#part", "/job?a=b&ticket=T-1", "/job?a=b&ticket=T-1#part"},
+        Case{"/job#part?c", "/job?ticket=T-1", "/job?ticket=T-1#part?c"}}) {
+    tickets.calls.clear();
+    server.clearRequests();
+    EXPECT_TRUE(exists(name));
+    EXPECT_EQ(server.requests().front().target, target);
+    EXPECT_EQ(logged().back(), line(1, "HTTP (GET) for: " + job(shown)));
+  }
+  server.serveJob("/job", firstDate, "jobs/load", job("/content#part"));
+  getDate();
+  EXPECT_EQ(fetch(), (Answer{0, ""}));
+  EXPECT_EQ(server.requests("/content").back().target, "/content" + latestTicket());
+  EXPECT_THAT(logged(),
+              Contains(line(1, "HTTP (GET) of content: " + job("/content" + latestTicket() + "#part"))));
+}
+
+// A host's ticket may be any text, and is one value of the query all the same.
+TEST_F(HttpSource, EncodesATicket) {
+  tickets.ticketFor = [](QvbString* ticket, QvbString*) {
+    *ticket = "a b&c=d#e/\xC3\xA9~-._";
+    return true;
+  };
+  EXPECT_TRUE(exists());
+  EXPECT_EQ(server.requests().front().target, "/job?ticket=a%20b%26c%3Dd%23e%2F%C3%A9~-._");
+  EXPECT_THAT(logged(), Contains(line(1, "Obtained service ticket for: a b&c=d#e/\xC3\xA9~-._")));
+  EXPECT_EQ(fetch(), (Answer{0, ""}));
+  EXPECT_EQ(server.requests("/content").front().target, "/content?ticket=a%20b%26c%3Dd%23e%2F%C3%A9~-._");
+}
+
 TEST_F(HttpSource, GivesAContentLinkAlwaysAQueryOfItsOwn) {
   FaultServer simple;
   const std::string link = simple.urlAnswering("HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc") + "?a=b";
@@ -243,14 +300,21 @@ TEST_F(HttpSource, GivesAContentLinkAlwaysAQueryOfItsOwn) {
 }
 
 TEST_F(HttpSource, KeepsADescriptionThatIsAskedForAgain) {
-  const auto first = provider.populateObjectEntry(alice.get(), url("/job"), &unread, nullptr, false);
-  ASSERT_TRUE(first);
+  const HTTPRemoteFileInfo* const first =
+      provider.populateObjectEntry(alice.get(), url("/job"), &unread, nullptr, false);
+  ASSERT_NE(first, nullptr);
   EXPECT_EQ(first->path, "jobs/load");
   EXPECT_EQ(first->contentLink, url("/content"));
   logged();
-  ASSERT_TRUE(provider.populateObjectEntry(alice.get(), url("/job"), &unread, nullptr, false));
+  EXPECT_EQ(provider.populateObjectEntry(alice.get(), url("/job"), &unread, nullptr, false), first);
   EXPECT_THAT(logged(), ElementsAre(line(1, "Updating cached HTTPInfo for: " + job())));
   EXPECT_EQ(requests(), 1U);
+  server.serveJob("/job", firstDate, "jobs/moved", job("/content"));
+  EXPECT_EQ(provider.populateObjectEntry(alice.get(), url("/job"), &unread, nullptr, true), first);
+  EXPECT_EQ(first->path, "jobs/moved");
+  int code = 0;
+  EXPECT_EQ(provider.populateObjectEntry(alice.get(), url("/nothing"), &unread, &code, false), nullptr);
+  EXPECT_EQ(code, 3);
 }
 
 TEST_F(HttpSource, ReadsADescriptionWithBlanksAroundIt) {

@@ -101,6 +101,10 @@ TEST_F(HttpSource, TellsThatTheContentDidNotCome) {
   const ClosedPort closed;
   server.serveJob("/job", firstDate, "jobs/load", closed.url("/content"));
   EXPECT_EQ(fetch(), (Answer{1, "Unavlid response from HTTP get"}));
+  // the client's own word for it names the server alone
+  const auto reasons = log.lines("QV.Base.Http");
+  ASSERT_THAT(reasons, SizeIs(1));
+  EXPECT_THAT(reasons[0].text, testing::StartsWith("No response: " + closed.url("") + ": "));
   EXPECT_EQ(logged().back(), line(5, "updateLocalFileContent: Unavlid response from HTTP get"));
   EXPECT_EQ(readFile(local), "old copy");
 }

@@ -53,8 +53,9 @@ TEST_F(HttpSource, MapsARefusalOfTheContent) {
     server.answer("/content", {status});
     const Answer answer = fetch();
     EXPECT_EQ(answer.result, result) << status;
-    EXPECT_THAT(answer.error, testing::MatchesRegex("http error " + std::to_string(status) +
-                                                    ": [A-Za-z ]+, requesting " + job("/content")));
+    EXPECT_THAT(answer.error,
+                testing::MatchesRegex("http error " + std::to_string(status) + ": [A-Za-z ]+, requesting " +
+                                      job("/content") + "\\?ticket=T-[0-9]+"));
     const auto lines = logged();
     ASSERT_THAT(lines, SizeIs(5));
     EXPECT_EQ(lines[3], line(2, std::to_string(status) + " http error code, 0 retries"));
@@ -97,7 +98,8 @@ TEST_F(HttpSource, TellsTheCallerHowARepeatedRequestFailed) {
   tickets.ticketFor = nullptr;
   getDate();
   server.answer("/content", {401, 410});
-  EXPECT_EQ(fetch(), (Answer{3, "http error 410: Gone, requesting " + job("/content")}));
+  const Answer gone = fetch();
+  EXPECT_EQ(gone, (Answer{3, "http error 410: Gone, requesting " + job("/content") + latestTicket()}));
   server.answer("/content", {401});
   runOutOfTickets();
   EXPECT_EQ(fetch(), (Answer{1, "the vault is locked"}));
@@ -145,7 +147,7 @@ TEST_F(HttpSource, GivesUpOnTheContentAfterFour401s) {
   server.clearRequests();
   tickets.calls.clear();
   server.answer("/content", {401, 401, 401, 401, 200});
-  const std::string refusal = "http error 401: Unauthorized, requesting " + job("/content");
+  const std::string refusal = "http error 401: Unauthorized, requesting " + job("/content") + "?ticket=T-7";
   EXPECT_EQ(fetch(), (Answer{4, refusal}));
   EXPECT_EQ(requests(), 4U);
   const std::string ticket = "ticket " + job("/content"), renewal = "renew " + job("/content");
@@ -215,7 +217,8 @@ TEST_F(HttpSource, ReplacesAnErrorTextOnlyByWhatItKnowsBetter) {
 
   getDate();
   server.answer("/content", {404});
-  EXPECT_EQ(fetch("/job", "before").error, "http error 404: Not Found, requesting " + job("/content"));
+  const Answer missing = fetch("/job", "before");
+  EXPECT_EQ(missing.error, "http error 404: Not Found, requesting " + job("/content") + latestTicket());
   {
     const Faults full(QvbFaultPoint::FileOpen, ENOSPC);
     EXPECT_THAT(fetch("/job", "before").error, StartsWith("Error writing contents to local cache file ("));

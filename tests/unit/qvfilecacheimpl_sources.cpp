@@ -2,7 +2,9 @@
 
 #include "qvfilecacheimpl_filesystem.h"
 #include "qvfilecacheimpl_http.h"
+#include "qvxbase/qvuri.h"
 #include "support/faults.h"
+#include "support/faultserver.h"
 #include "support/filecachefixture.h"
 
 #include <gmock/gmock.h>
@@ -15,6 +17,7 @@
 #include <vector>
 
 using testing::AllOf;
+using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -108,8 +111,33 @@ TEST_F(FileCache, ComparesDatesToTellAChange) {
                                     line(1, "isModifed: modified date returned 0 for file://" + source)));
   // the same file by another spelling
   EXPECT_FALSE(isModified("FILE://" + source));
+  const auto lines = logged();
+  EXPECT_EQ(lines.back(), line(1, "isModifed: modified date returned 0 for FILE://" + source));
   fs::last_write_time(source, fs::last_write_time(source) - std::chrono::hours(1));
   EXPECT_TRUE(isModified("file://" + source));
+}
+
+// Whatever the caller writes, the source hears one name for one file, and remembers what it knows under that.
+TEST_F(FileCache, AsksForADateByTheNameOfTheCopy) {
+  const ClosedPort closed;
+  const std::string web = shown(sourceOf("http://h/"));
+  const std::string spelled = "HTTP" + closed.url("/./jobs/../%6Cob").substr(4);
+  const std::string normal = closed.url("/lob");
+  ASSERT_EQ(str(Released<QvURI>(getURIFromURIString(text(spelled)))->getNormalizedString()), normal);
+  const std::string asksFor = "getModifiedDate forcing cache ignore for: ";
+  bool modified = false;
+  QvbDate unread;
+  log.clear();
+  cache->isModified(alice.get(), text(spelled), &modified, &error);
+  EXPECT_THAT(textsOf(log.lines()),
+              AllOf(Contains(asksFor + normal), Contains("getCacheSourceProviderForFileType: Using HTTP "
+                                                         "provider for " +
+                                                         spelled)));
+  log.clear();
+  cache->getModifiedDate(alice.get(), text(spelled), &unread, &error);
+  EXPECT_THAT(textsOf(log.lines()), Contains(asksFor + normal));
+  EXPECT_EQ(logged().back(),
+            line(1, "getModifiedDate: Retrieved NULL date for '" + spelled + "', provider " + web));
 }
 
 TEST_F(FileCache, TakesWhatItNeverCopiedForModified) { EXPECT_TRUE(isModified(source)); }

@@ -3,6 +3,7 @@
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbfault.h"
 #include "qvxbase/qvbformat.h"
+#include "support/allocations.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
 
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <new>
 #include <sys/stat.h>
 #include <thread>
 #include <utility>
@@ -65,11 +67,19 @@ protected:
     filesOpened = 0;
     return readDefinitionFolder(folder(QvReposConfigTypeSystem, names), m_now);
   }
-  // The names of the definitions read.
+  // The names of the definitions in the files that could be read.
   Names read(const Names& names) const {
     Names result;
     for (const auto& file : readFiles(names))
-      result.push_back(str(file->definition.getName()));
+      if (file->content != DefinitionFile::Content::Unreadable)
+        result.push_back(str(file->definition.getName()));
+    return result;
+  }
+  // Why the files hold no definition.
+  Names reasons(const Names& names) const {
+    Names result;
+    for (const auto& file : readFiles(names))
+      result.push_back(str(file->reason));
     return result;
   }
 
@@ -78,7 +88,7 @@ protected:
     foldersOpened = 0;
     Names result;
     const auto files = listDefinitionFolder(text(name.empty() ? m_dir.path().string() : m_dir / name), m_now);
-    for (const auto& path : *files)
+    for (const auto& path : files ? *files : DefinitionPaths())
       result.push_back(str(path));
     return result;
   }
@@ -203,6 +213,74 @@ TEST_F(DefinitionCache, AFileThatCannotBeReadIsTriedAgain) {
   EXPECT_EQ(read({"a.rcf", "b.rcf"}), (Names{"A", "B"}));
 }
 
+TEST_F(DefinitionCache, SaysWhyAFileHoldsNoDefinition) {
+  write("a.rcf", xmlNamed("A"));
+  write("b.rcf", "<VaultRepositoryInfo\n  Name=>");
+  write("c.rcf", "<other/>");
+  std::filesystem::create_directory(m_dir / "d.rcf");
+  std::filesystem::create_symlink("nowhere", m_dir / "e.rcf");
+  const auto told = reasons({"a.rcf", "b.rcf", "c.rcf", "d.rcf", "e.rcf"});
+  EXPECT_EQ(told[0], "");
+  EXPECT_TRUE(told[1].starts_with(m_dir / "b.rcf:2:")) << told[1];
+  EXPECT_EQ(told[2], "The file \"" + m_dir / "c.rcf" + "\" is not a valid definition file.");
+  EXPECT_EQ(told[3], (m_dir / "d.rcf") + ": not a regular file");
+  EXPECT_EQ(told[4], (m_dir / "e.rcf") + ": not a regular file");
+  EXPECT_EQ(reasons({"b.rcf", "c.rcf"}), (Names{told[1], told[2]})) << "of what is known, too";
+  mayOpen = false;
+  write("b.rcf", "changed");
+  EXPECT_EQ(reasons({"b.rcf"}), Names{(m_dir / "b.rcf") + ": access denied"});
+  mayLookAt = false;
+  EXPECT_EQ(reasons({"b.rcf"}), Names{(m_dir / "b.rcf") + ": access denied"});
+}
+
+// Each time memory is short at another moment of reading a file that nobody read before.
+TEST_F(DefinitionCache, WhatShortMemoryKeptFromBeingReadIsReadTheNextTime) {
+  const auto definitions = folder(QvReposConfigTypeSystem, {"a.rcf"});
+  int failures = 0;
+  for (long allocations = 0;; ++allocations) {
+    // Without a type, whose text is found out by one more allocation.
+    write("a.rcf", "<VaultRepositoryInfo Name='A" + std::to_string(allocations) +
+                       "'><UnifiedRepositoryConnect>DSN=a long name of a source;QVXTYPE=GRVS;"
+                       "</UnifiedRepositoryConnect></VaultRepositoryInfo>");
+    bool failed = false;
+    Allocations::left = allocations;
+    try {
+      readDefinitionFolder(definitions, m_now);
+    } catch (const std::bad_alloc&) {
+      failed = true;
+    }
+    Allocations::left = -1;
+    const auto files = readFiles({"a.rcf"});
+    ASSERT_EQ(files.size(), 1U);
+    ASSERT_EQ(files[0]->content, DefinitionFile::Content::Definition) << allocations;
+    ASSERT_EQ(str(files[0]->definition.getName()), "A" + std::to_string(allocations));
+    ASSERT_EQ(files[0]->definition.getUnifiedRepositoryConnectType(), "GRVS") << allocations;
+    if (!failed)
+      break;
+    ++failures;
+  }
+  EXPECT_GT(failures, 10);
+}
+
+TEST_F(DefinitionCache, ShortMemoryIsNoEmptyFolder) {
+  write("a.rcf", xmlNamed("A"));
+  const auto path = text(m_dir.path().string());
+  for (long allocations = 0;; ++allocations) {
+    Allocations::left = allocations;
+    try {
+      listDefinitionFolder(path, m_now);
+    } catch (const std::bad_alloc&) {
+      Allocations::left = 0;
+    }
+    const bool enough = Allocations::left > 0;
+    Allocations::left = -1;
+    ASSERT_EQ(list(), Names{m_dir / "a.rcf"}) << allocations;
+    if (enough)
+      break;
+    std::filesystem::remove(write("b", "")); // another state of the folder
+  }
+}
+
 TEST_F(DefinitionCache, AFileThatIsGoneIsLeftOutAndForgotten) {
   const auto path = write("a.rcf", xmlNamed("A"));
   write("b.rcf", xmlNamed("B"));
@@ -325,7 +403,7 @@ TEST_F(DefinitionCache, AFolderThatCannotBeOpenedHasNoFilesAndIsTriedAgain) {
   EXPECT_EQ(list(), Names{m_dir / "a.rcf"});
   EXPECT_EQ(list("missing"), Names{});
   EXPECT_EQ(list("a.rcf"), Names{});
-  EXPECT_TRUE(listDefinitionFolder(QvbString())->empty());
+  EXPECT_EQ(listDefinitionFolder(QvbString()), nullptr);
 }
 
 TEST_F(DefinitionCache, AFolderThatCannotBeLookedAtIsListedEachTime) {

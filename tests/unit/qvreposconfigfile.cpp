@@ -229,9 +229,13 @@ TEST_F(DefinitionFormat, ATextThatIsNotXmlIsMalformed) {
     EXPECT_EQ(read(xml)->content, Content::Malformed) << xml;
 }
 
-TEST_F(DefinitionFormat, AFileThatCannotBeReadIsNothing) {
-  EXPECT_FALSE(readDefinitionFile(text(m_dir / "missing.rcf"), QvReposConfigTypeSystem));
-  EXPECT_FALSE(readDefinitionFile(text(m_dir.path().string()), QvReposConfigTypeSystem)) << "a folder";
+TEST_F(DefinitionFormat, AFileThatCannotBeReadSaysWhy) {
+  const auto missing = readDefinitionFile(text(m_dir / "missing.rcf"), QvReposConfigTypeSystem);
+  EXPECT_EQ(missing->content, Content::Unreadable);
+  EXPECT_EQ(str(missing->reason), m_dir / "missing.rcf" + ": not found");
+  const auto folder = readDefinitionFile(text(m_dir.path().string()), QvReposConfigTypeSystem);
+  EXPECT_EQ(folder->content, Content::Unreadable);
+  EXPECT_EQ(str(folder->reason), m_dir.path().string() + ": not supported");
 }
 
 TEST_F(DefinitionFormat, TheConnectionTypeFollowsItsText) {

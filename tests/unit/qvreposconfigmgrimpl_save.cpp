@@ -1,6 +1,7 @@
 // Definitions that are made, saved, renamed and deleted.
 #include "qvreposconfigmgrimpl.h"
 
+#include "support/allocations.h"
 #include "support/definitionfixture.h"
 #include "support/faults.h"
 
@@ -8,6 +9,7 @@
 #include <rapidcheck.h>
 
 #include <cerrno>
+#include <new>
 
 namespace {
 
@@ -180,6 +182,69 @@ TEST_F(DefinitionManager, AnOldFileThatCannotBeDeletedNeedsNoOutputForItsMessage
   definition->setName("Orders");
   const Faults fault(QvbFaultPoint::FileUnlink, "Sales.rcf", EACCES);
   EXPECT_TRUE(m_manager->saveConfiguration(definition.get(), nullptr));
+}
+
+// Each time memory is short at another moment of a rename. Either nothing happened and a retry works, or it is done, with
+// word of the old file if that stays.
+TEST_F(DefinitionManager, ASaveThatShortMemoryStoppedCanBeTakenUpAgain) {
+  int stays = 0;
+  int failures = 0;
+  for (long allocations = 0;; ++allocations) {
+    const auto definition = create("Sales");
+    ASSERT_TRUE(m_manager->saveConfiguration(definition.get(), nullptr));
+    const auto oldFile = definition->getFilename();
+    definition->setName("Orders");
+    QvbString error;
+    bool saved = false;
+    Allocations::left = allocations;
+    try {
+      saved = m_manager->saveConfiguration(definition.get(), &error);
+    } catch (const std::bad_alloc&) {
+      Allocations::left = 0;
+    }
+    const bool enough = Allocations::left > 0;
+    Allocations::left = -1;
+    const bool oldFileStays = fs::exists(str(oldFile));
+    if (saved) {
+      EXPECT_EQ(filesIn(m_system), oldFileStays ? (Names{"Orders.rcf", "Sales.rcf"}) : Names{"Orders.rcf"});
+      EXPECT_EQ(str(error), oldFileStays ? "There was an error deleting the definition" : "");
+      stays += oldFileStays;
+    } else {
+      EXPECT_EQ(definition->getFilename(), oldFile) << allocations;
+      EXPECT_EQ(filesIn(m_system), Names{"Sales.rcf"}) << allocations;
+      ++failures;
+    }
+    EXPECT_EQ(save(definition, true), "(none)") << allocations;
+    EXPECT_EQ(str(definition->getFilename()), m_system + "/Orders.rcf");
+    for (const auto& name : filesIn(m_system))
+      fs::remove(m_system + "/" + name);
+    if (enough)
+      break;
+  }
+  EXPECT_GT(failures, 10);
+  EXPECT_GT(stays, 0) << "memory was short after the new file had its name";
+}
+
+TEST_F(DefinitionManager, TellsWhereADefinitionIsSaved) {
+  QvbString file;
+  EXPECT_TRUE(m_manager->getConfigurationFilename("Sales", QvReposConfigTypeSystem, &file));
+  EXPECT_EQ(str(file), m_system + "/Sales.rcf");
+  EXPECT_TRUE(m_manager->getConfigurationFilename("Sales", QvReposConfigTypeUser, &file));
+  EXPECT_EQ(str(file), m_user + "/Sales.rcf");
+  EXPECT_FALSE(m_manager->getConfigurationFilename("Sales", static_cast<QvReposConfigType>(2), &file));
+  EXPECT_TRUE(file.isNull());
+  qvbSetConfigOption(systemPath, "");
+  EXPECT_FALSE(m_manager->getConfigurationFilename("Sales", QvReposConfigTypeSystem, &file));
+}
+
+TEST_F(DefinitionManager, ARelativeFolderStaysWhereItWasFirstRead) {
+  const auto before = fs::current_path();
+  qvbSetConfigOption(userPath, "relative");
+  fs::current_path(m_dir.path());
+  EXPECT_EQ(save(create("A", QvReposConfigTypeUser), true), "(none)");
+  fs::current_path(before);
+  ASSERT_TRUE(find("A"));
+  EXPECT_EQ(str(find("A")->getFilename()), m_dir / "relative/A.rcf");
 }
 
 TEST_F(DefinitionManager, NoDefinitionCannotBeSavedOrDeleted) {

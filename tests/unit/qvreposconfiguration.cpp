@@ -406,6 +406,16 @@ TEST(DefinitionList, CopiesFromWhereTheCursorOfTheSourceStands) {
   EXPECT_EQ(readOn(*list), Names{"c"});
 }
 
+TEST(DefinitionList, CopiedIntoItselfHasTheRowsThatWereThereTwice) {
+  const auto list = listOf({"a", "b"});
+  EXPECT_TRUE(list->copyList(list.get()));
+  EXPECT_EQ(readOn(*list), (Names{"a", "b", "a", "b"}));
+  const auto rest = listOf({"a", "b", "c"});
+  ASSERT_TRUE(rest->next());
+  EXPECT_TRUE(rest->copyList(rest.get()));
+  EXPECT_EQ(readOn(*rest), (Names{"a", "b", "c", "b", "c"}));
+}
+
 TEST(DefinitionList, StartsAgainAfterCopyingIntoIt) {
   const auto list = listOf({"a"});
   EXPECT_EQ(readOn(*list), Names{"a"});

@@ -140,6 +140,43 @@ TEST(SerializationContext, DocumentThatCannotBeStartedFailsWithNothingAppended) 
   EXPECT_EQ(xml, QvbString("before"));
 }
 
+TEST(SerializationContext, AnObjectWhoseTypeIsNoNameLeavesTheRestOfTheDocument) {
+  const Context context = make();
+  context->getMetadataObject("Table", "2");
+  RepositoryMetadataObject* nameless = context->getMetadataObject("not a name", "1");
+  EXPECT_EQ(serialized(*context, nameless), declaration + document(R"(<Table Id="2"/>)"));
+  EXPECT_EQ(serialized(*context, context->getMetadataObject("Table", "2")),
+            declaration + document(R"(<Table Id="2"/>)"));
+}
+
+TEST(SerializationContext, WhatItsReaderWouldRefuseIsNotWritten) {
+  const Context context = make();
+  RepositoryMetadataObject* wide = context->getMetadataObject("Job", "1");
+  for (int i = 0; i < 9999; ++i) // beside its id
+    wide->addAttribute(text("a" + std::to_string(i)), "v");
+  QvbString xml;
+  EXPECT_TRUE(context->serialize(wide, &xml, nullptr, false));
+  EXPECT_NE(make()->deSerialize(xml, nullptr), nullptr);
+  wide->addAttribute("one-more", "v");
+  xml = "before";
+  EXPECT_FALSE(context->serialize(wide, &xml, nullptr, false));
+  EXPECT_EQ(xml, "before");
+
+  const Context deepContext = make();
+  const Object top(deepContext->createMetadataObject("L"));
+  RepositoryMetadataObject* bottom = top.get();
+  for (int i = 2; i < 1000; ++i) { // below the root of the document
+    RepositoryMetadataObject* next = deepContext->createMetadataObject("L");
+    bottom->addContainedObject(next);
+    bottom = next;
+  }
+  EXPECT_TRUE(deepContext->serialize(top.get(), &xml, nullptr, false));
+  bottom->addContainedObject(deepContext->createMetadataObject("L"));
+  xml = "before";
+  EXPECT_FALSE(deepContext->serialize(top.get(), &xml, nullptr, true));
+  EXPECT_EQ(xml, "before");
+}
+
 TEST(SerializationContext, TellsWhetherTheLayoutOfRelationshipsChanged) {
   const Context context = make();
   EXPECT_FALSE(context->setSerializationOfRelationships(false));
@@ -221,6 +258,7 @@ TEST(SerializationContext, NoObjectHasNoImportProperties) {
 struct Listener : RepositoryActionEvent {
   int actionLogged(RepositoryActionLogStatus status, const QvbString& objectInfo,
                    const QvbString& message) override {
+    EXPECT_FALSE(objectInfo.isNull());
     calls.emplace_back(status, str(objectInfo), str(message));
     return 17;
   }

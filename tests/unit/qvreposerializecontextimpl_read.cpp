@@ -233,23 +233,37 @@ std::string element(const std::string& id, const std::string& content = "") {
   return "<L Id=\"" + id + "\">" + content + "</L>";
 }
 
-TEST(SerializationContext, IdsUnderTwoParentsAtEveryLevelAreWrittenAsOftenAsTheyAreNested) {
-  constexpr int levels = 60;
+// Two objects at each level, each contained by both of the level above.
+std::string sharedLevels(int levels) {
   std::string content;
   for (int i = 0; i < levels; ++i) {
     const std::string next = std::to_string(i + 1);
     for (const char* side : {"a", "b"})
       content += element(side + std::to_string(i), element("a" + next) + element("b" + next));
   }
+  return content;
+}
+
+TEST(SerializationContext, ObjectsUnderTwoParentsAtEveryLevelAreWrittenInFullAndReadBack) {
+  constexpr int levels = 8;
   const Context context = make();
-  const std::string xml = serialized(*context, read(*context, content));
-  EXPECT_LT(xml.size(), static_cast<std::size_t>(levels) * levels * 4 * element("a00").size() * 2);
+  const std::string xml = serialized(*context, read(*context, sharedLevels(levels)));
   const Context reader = make();
   ASSERT_NE(reader->deSerialize(text(xml), nullptr), nullptr);
   for (int i = 0; i < levels; ++i)
     for (const char* side : {"a", "b"})
       EXPECT_THAT(containedIn(reader->getMetadataObject("L", text(side + std::to_string(i)))),
                   ElementsAre("a" + std::to_string(i + 1), "b" + std::to_string(i + 1)));
+  EXPECT_EQ(serialized(*reader, reader->getMetadataObject("L", "a0")), xml);
+}
+
+TEST(SerializationContext, AShortDocumentCannotMakeEndlessText) {
+  const Context context = make();
+  RepositoryMetadataObject* root = read(*context, sharedLevels(60));
+  QvbString xml = "before";
+  EXPECT_FALSE(context->serialize(root, &xml, nullptr, false));
+  EXPECT_FALSE(context->serialize(root, nullptr, nullptr, false));
+  EXPECT_EQ(xml, "before");
 }
 
 TEST(SerializationContext, WhatIsAssociatedMayContainWhatItIsAssociatedWith) {
@@ -270,8 +284,89 @@ TEST(SerializationContext, NothingIsContainedInItselfByWayOfAnAssociation) {
                               R"(<A Id="a"><Uses><B Id="b"><A Id="a"/></B></Uses><B Id="b"/></A>)"}) {
     const Context context = make();
     ASSERT_NE(read(*context, content), nullptr) << content;
-    EXPECT_THAT(containedIn(context->getMetadataObject("B", "b")), ElementsAre("a")) << content;
-    EXPECT_THAT(containedIn(context->getMetadataObject("A", "a")), IsEmpty()) << content;
+    EXPECT_THAT(containedIn(context->getMetadataObject("A", "a")), ElementsAre("b")) << content;
+    EXPECT_THAT(containedIn(context->getMetadataObject("B", "b")), IsEmpty()) << content;
+  }
+}
+
+TEST(SerializationContext, ACircleThroughAnEarlierDocumentIsLeftOutOfTheLaterOne) {
+  const Context context = make();
+  ASSERT_NE(read(*context, R"(<A Id="a"><B Id="b"/></A>)"), nullptr);
+  ASSERT_NE(read(*context, R"(<B Id="b"><C Id="c"><A Id="a"/></C><D Id="d"/></B>)"), nullptr);
+  EXPECT_THAT(containedIn(context->getMetadataObject("A", "a")), ElementsAre("b"));
+  EXPECT_THAT(containedIn(context->getMetadataObject("C", "c")), ElementsAre("a"));
+  EXPECT_THAT(containedIn(context->getMetadataObject("B", "b")), ElementsAre("d"));
+}
+
+struct DocumentShape {
+  const char* name;
+  // The objects of a document of so many.
+  std::string (*content)(int count);
+};
+
+std::string reference(int id) { return "<L ObjRef=\"" + std::to_string(id) + "\"/>"; }
+std::string unit(int id, const std::string& content) { return element(std::to_string(id), content); }
+
+const DocumentShape documentShapes[] = {
+    {"a chain from the top",
+     [](int count) {
+       std::string content;
+       for (int i = 0; i < count; ++i)
+         content += unit(i, reference(i + 1));
+       return content;
+     }},
+    {"a chain from the bottom",
+     [](int count) {
+       std::string content;
+       for (int i = count; i > 0; --i)
+         content += unit(i, reference(i + 1));
+       return content;
+     }},
+    {"a large object that all take",
+     [](int count) {
+       std::string content;
+       for (int i = 0; i < count / 2; ++i)
+         content += unit(i, reference(i + 1));
+       for (int i = count / 2 + 1; i < count; ++i)
+         content += unit(i, reference(0));
+       return content;
+     }},
+    {"what hangs from a chain takes a chain",
+     [](int count) {
+       std::string content;
+       const int third = count / 3;
+       for (int i = 0; i < third; ++i)
+         content += unit(i, reference(i + 1)) + unit(count + i, reference(count + i + 1));
+       for (int i = 0; i < third; ++i)
+         content += unit(third, unit(3 * count + i, reference(count)));
+       return content;
+     }},
+    {"diamonds",
+     [](int count) {
+       std::string content;
+       for (int i = 0; i < count / 2; ++i)
+         for (const int side : {2 * i, 2 * i + 1})
+           content += unit(side, reference(2 * i + 2) + reference(2 * i + 3));
+       return content;
+     }},
+    {"a chain whose every member would contain its first",
+     [](int count) {
+       std::string content;
+       for (int i = 0; i < count; ++i)
+         content += unit(i, reference(i + 1));
+       for (int i = 0; i < count; ++i)
+         content += unit(i, reference(i / 2));
+       return content;
+     }},
+};
+
+TEST(SerializationContext, TheContainmentsOfAnyDocumentCostNoMoreThanTheyAreMany) {
+  constexpr int count = 3000;
+  for (const auto& shape : documentShapes) {
+    const Context context = make();
+    const auto before = ContainmentNode::stepsSoFar();
+    ASSERT_NE(read(*context, shape.content(count)), nullptr);
+    EXPECT_LE(ContainmentNode::stepsSoFar() - before, 4u * count) << shape.name;
   }
 }
 

@@ -104,8 +104,30 @@ struct ForeignObject final : RepositoryMetadataObject {
 TEST(MetadataObject, StartsWithItsTypeAlone) {
   const Object object = make("Job");
   EXPECT_EQ(object->getObjectType(), QvbString("Job"));
-  EXPECT_TRUE(object->getId().isEmpty());
   EXPECT_EQ(write(*object).xml, "<Job/>");
+}
+
+TEST(MetadataObject, StartsWithEmptyTextsThatAreNotNull) {
+  const Object object = make("Job");
+  EXPECT_TRUE(object->getId().isEmpty());
+  EXPECT_FALSE(object->getId().isNull());
+  const Object untyped = make(nullptr);
+  EXPECT_TRUE(untyped->getObjectType().isEmpty());
+  EXPECT_FALSE(untyped->getObjectType().isNull());
+  const Released<RepositoryMetadataObjectImpl> plain(new RepositoryMetadataObjectImpl);
+  EXPECT_FALSE(plain->getId().isNull());
+}
+
+TEST(MetadataObject, AnEmptyAttributeReadsBackAsAnEmptyText) {
+  const Object object = make("Job");
+  object->addAttribute("a", "");
+  object->setId("");
+  for (const char* name : {"a", "Id"}) {
+    QvbString value;
+    EXPECT_TRUE(object->getAttribute(name, &value));
+    EXPECT_TRUE(value.isEmpty());
+    EXPECT_FALSE(value.isNull());
+  }
 }
 
 TEST(MetadataObject, IsAFileWhenNoTypeIsGiven) {
@@ -459,7 +481,7 @@ TEST(MetadataObject, ContainsAnObjectOnceAmongMany) {
   EXPECT_EQ(contained(*job), steps);
 }
 
-TEST(MetadataObject, WritesWhatASharedObjectContainsAtItsFirstPlace) {
+TEST(MetadataObject, WritesASharedObjectInFullAtEachOfItsPlaces) {
   const Object root = make("R");
   RepositoryMetadataObject* shared = createRepositoryMetadataObject("S");
   shared->addAttribute("a", "1");
@@ -472,23 +494,202 @@ TEST(MetadataObject, WritesWhatASharedObjectContainsAtItsFirstPlace) {
     parent->addContainedObject(shared);
   }
   EXPECT_EQ(write(*root).xml, R"(<R><P><S a="1"><T/><Uses><R ObjRef=""/></Uses>v</S></P>)"
-                              R"(<Q><S a="1"><Uses><R ObjRef=""/></Uses>v</S></Q></R>)");
+                              R"(<Q><S a="1"><T/><Uses><R ObjRef=""/></Uses>v</S></Q></R>)");
 }
 
-TEST(MetadataObject, SharedObjectsAtEveryLevelMakeNoLongerTextThanTheyAreMany) {
-  const Object root = make("L");
-  std::vector<RepositoryMetadataObject*> parents{root.get()};
-  for (int level = 0; level < 100; ++level) {
-    const std::vector<RepositoryMetadataObject*> pair{createRepositoryMetadataObject("L"),
-                                                      createRepositoryMetadataObject("L")};
+// Levels of two objects, each of which is contained by both of the level above: 2 ** levels places in the last one.
+void addSharedLevels(RepositoryMetadataObject& root, int levels, const auto& makeOne) {
+  std::vector<RepositoryMetadataObject*> parents{&root};
+  for (int level = 0; level < levels; ++level) {
+    const std::vector<RepositoryMetadataObject*> pair{makeOne(), makeOne()};
     for (RepositoryMetadataObject* parent : parents)
       for (RepositoryMetadataObject* object : pair)
         parent->addContainedObject(object);
     parents = pair;
   }
+}
+
+std::size_t elementsBelow(const QvDomNode& root) {
+  std::size_t count = 0;
+  std::vector<QvDomNode> pending{root.getFirstChild(false)};
+  while (!pending.empty()) {
+    const QvDomNode node = pending.back();
+    pending.pop_back();
+    if (node.null())
+      continue;
+    ++count;
+    pending.push_back(node.getNextSibling(false));
+    pending.push_back(node.getFirstChild(false));
+  }
+  return count;
+}
+
+TEST(MetadataObject, ADocumentTakesSixteenMillionObjectsAndNoMore) {
+  const Object root = make("L");
+  addSharedLevels(*root, 3, [] { return createRepositoryMetadataObject("L"); }); // 14 places below the root
+  for (const std::size_t others : {14, 13}) {
+    MetadataWriting document; // with the root and others written already
+    document.countObjects(16777216 - others);
+    const Written written = write(*root);
+    EXPECT_EQ(written.result, others == 14);
+    document.countObjects();
+    EXPECT_FALSE(write(*root).result) << "once too large, it stays so";
+  }
+  EXPECT_TRUE(write(*root).result);
+}
+
+TEST(MetadataObject, ADocumentTakesAsManyBytesAsAReader) {
+  const Object root = make("L");
+  root->addAttribute("a", "12"); //  a="12"
+  root->addContainedObject(createRepositoryMetadataObject("L"));
+  root->addAssociatedObject("U", root.get());
+  root->setValue("x");
+  // Counted are, beside the root's own tag: an attribute, an object, an association, its reference and a character.
+  const std::size_t size = 7 + 4 + 4 + (4 + 10) + 1;
+  for (const std::size_t left : {size, size - 1}) {
+    MetadataWriting document;
+    document.countBytes(QvDom::MaxSize - left);
+    EXPECT_EQ(write(*root).result, left == size);
+  }
+}
+
+// 2 ** 60 places: that they are too many is known after some ten thousand.
+TEST(MetadataObject, AFewObjectsCannotMakeEndlessText) {
+  const Object root = make("L");
+  addSharedLevels(*root, 60, [] { return createRepositoryMetadataObject("L"); });
+  QvDom document;
+  ASSERT_TRUE(document.startNewDocument("L"));
+  QvDomNode node = document.getRoot();
+  EXPECT_FALSE(root->toXML(&node));
+  EXPECT_LT(elementsBelow(node), 100000u);
+}
+
+TEST(MetadataObject, ManyPlacesOfAFewObjectsAreWritten) {
+  const Object root = make("L");
+  addSharedLevels(*root, 16, [] { return createRepositoryMetadataObject("L"); });
+  QvDom document;
+  ASSERT_TRUE(document.startNewDocument("L"));
+  QvDomNode node = document.getRoot();
+  EXPECT_TRUE(root->toXML(&node));
+  EXPECT_EQ(elementsBelow(node), (std::size_t{1} << 17) - 2);
+}
+
+// Each of them writes itself, and what it contains, by a call.
+TEST(MetadataObject, ObjectsOfAnApplicationsClassCannotMakeEndlessTextEither) {
+  const Object root = make("L");
+  addSharedLevels(*root, 60,
+                  [] { return static_cast<RepositoryMetadataObject*>(new HostObject(nullptr, "")); });
+  MetadataWriting document;
+  document.countObjects(MetadataWriting::maxObjects - 1000);
+  EXPECT_FALSE(write(*root).result);
+}
+
+TEST(MetadataObject, WhatHasNoElementIsNotGoneInto) {
+  const Object root = make("L");
+  RepositoryMetadataObject* nameless = createRepositoryMetadataObject("no name");
+  addSharedLevels(*nameless, 60, [] { return createRepositoryMetadataObject("L"); });
+  root->addContainedObject(nameless);
   const Written written = write(*root);
   EXPECT_TRUE(written.result);
-  EXPECT_LT(written.xml.size(), 100u * 4 * std::string("<L></L>").size());
+  EXPECT_EQ(written.xml, "<L/>");
+}
+
+// The change with memory running out at each of its allocations in turn; it answers how often it failed.
+template<typename Change, typename Check>
+std::size_t failuresOf(const Change& change, const Check& checkUnchanged) {
+  for (long limit = 0;; ++limit) {
+    Allocations::left = limit;
+    bool failed = false;
+    try {
+      change();
+    } catch (const std::bad_alloc&) {
+      failed = true;
+    }
+    Allocations::left = -1;
+    if (!failed)
+      return static_cast<std::size_t>(limit);
+    checkUnchanged();
+  }
+}
+
+TEST(MetadataObject, AnIdThatThereIsNoMemoryForIsNotSet) {
+  const Object object = make("Job");
+  const QvbString id = "an id of more than sixteen bytes";
+  const auto failures = failuresOf([&] { object->setId(id); },
+                                   [&] {
+                                     EXPECT_TRUE(object->getId().isEmpty());
+                                     EXPECT_EQ(write(*object).xml, "<Job/>");
+                                   });
+  EXPECT_GT(failures, 0u);
+  EXPECT_EQ(object->getId(), id);
+  EXPECT_EQ(write(*object).xml, "<Job Id=\"" + str(id) + "\"/>");
+}
+
+TEST(MetadataObject, AnIdIsKnownBeforeItsAttributeIsAdded) {
+  struct Watching : RepositoryMetadataObjectImpl {
+    bool addAttribute(const QvbString& name, const QvbString& value) override {
+      seen = str(name) + str(value) + str(getId());
+      return RepositoryMetadataObjectImpl::addAttribute(name, value);
+    }
+    std::string seen;
+  };
+  const Released<Watching> object(new Watching);
+  object->setId("1");
+  EXPECT_EQ(object->seen, "Id11");
+}
+
+TEST(MetadataObject, AnAssociationThatThereIsNoMemoryForIsNotMade) {
+  const QvbString name = "an association of more than sixteen bytes";
+  const Object first = make("Table");
+  const Object second = make("Table");
+  const Object object = make("Job");
+  bool result = true;
+  const auto written = [&] { return write(*object).xml; };
+  EXPECT_GT(failuresOf([&] { result = object->addAssociatedObject(name, first.get()); },
+                       [&] { EXPECT_EQ(written(), "<Job/>"); }),
+            1u);
+  EXPECT_FALSE(result) << "it is the first one, however often it was tried";
+  for (int i = 0; i < 40; ++i) {
+    const auto before = associated(*object, name.asCstr());
+    RepositoryMetadataObject* further = createRepositoryMetadataObject("Table");
+    failuresOf([&] { result = object->addAssociatedObject(name, further); },
+               [&] { EXPECT_EQ(associated(*object, name.asCstr()), before); });
+    EXPECT_TRUE(result) << i;
+    EXPECT_EQ(associated(*object, name.asCstr()).size(), before.size() + 1);
+  }
+  for (RepositoryMetadataObject* table : associated(*object, name.asCstr()))
+    if (table != first.get())
+      table->release();
+}
+
+TEST(MetadataObject, AnAttributeThatThereIsNoMemoryForIsNotAdded) {
+  const Object object = make("Job");
+  const QvbString name = "a";
+  EXPECT_GT(
+      failuresOf([&] { object->addAttribute(name, name); }, [&] { EXPECT_EQ(write(*object).xml, "<Job/>"); }),
+      0u);
+  EXPECT_EQ(write(*object).xml, R"(<Job a="a"/>)");
+}
+
+TEST(MetadataObject, WritingThatMemoryFailsCanBeTakenAgain) {
+  const Object root = make("Job");
+  root->setId("J1");
+  addSharedLevels(*root, 4, [] { return createRepositoryMetadataObject("Step"); });
+  const std::string expected = write(*root).xml;
+  const QvbString type = root->getObjectType();
+  std::string xml;
+  const auto failures = failuresOf(
+      [&] {
+        QvDom document;
+        if (!document.startNewDocument(type))
+          throw std::bad_alloc();
+        QvDomNode node = document.getRoot();
+        root->toXML(&node);
+        xml = str(document.createXML(false, node));
+      },
+      [&] { EXPECT_EQ(write(*root).xml, expected); });
+  EXPECT_GT(failures, 3u);
+  EXPECT_EQ(xml, expected);
 }
 
 TEST(MetadataObject, AnObjectThatThereIsNoMemoryToContainIsNotContained) {
@@ -525,8 +726,28 @@ TEST(MetadataObject, NoDepthIsTooDeepToWriteAndToEnd) {
     parent->addContainedObject(child);
     parent = child;
   }
-  EXPECT_EQ(write(*root).xml.size(),
-            std::string("<L></L>").size() * (depth - 1) + std::string("<L/>").size());
+  QvDom document;
+  ASSERT_TRUE(document.startNewDocument("L"));
+  QvDomNode node = document.getRoot();
+  EXPECT_TRUE(root->toXML(&node));
+  EXPECT_EQ(elementsBelow(node), depth - 1);
+}
+
+TEST(MetadataObject, AGraphMayBeBuiltFromBelowAndTakenIntoAnother) {
+  RepositoryMetadataObject* top = createRepositoryMetadataObject("L");
+  for (int i = 0; i < 1000; ++i) {
+    RepositoryMetadataObject* above = createRepositoryMetadataObject("L");
+    ASSERT_TRUE(above->addContainedObject(top));
+    top = above;
+  }
+  RepositoryMetadataObject* bottom = top;
+  while (!contained(*bottom).empty())
+    bottom = contained(*bottom).front();
+  const Object root = make("R");
+  EXPECT_TRUE(root->addContainedObject(top));
+  EXPECT_FALSE(bottom->addContainedObject(root.get()));
+  EXPECT_FALSE(bottom->addContainedObject(top));
+  EXPECT_TRUE(root->addContainedObject(bottom));
 }
 
 TEST(MetadataObject, AttributesReadBackForAnyValues) {
@@ -635,6 +856,13 @@ TEST(MetadataObjectList, CopiesTheRestOfAnotherListAndStartsAfresh) {
   copy->next();
   EXPECT_TRUE(copy->copyList(three.list.get()));
   EXPECT_THAT(rest(copy.get()), ElementsAre(first.get(), three.objects[1].get(), three.objects[2].get()));
+}
+
+TEST(MetadataObjectList, CopiedIntoItselfCopiesTheRowsThatWereThere) {
+  const Object object = make("Table");
+  const Released<RepositoryMetadataObjectListImpl> list(new RepositoryMetadataObjectListImpl({object.get()}));
+  EXPECT_TRUE(list->copyList(list.get()));
+  EXPECT_THAT(rest(list.get()), ElementsAre(object.get(), object.get()));
 }
 
 TEST(MetadataObjectList, ReleasingItLeavesTheObjects) {

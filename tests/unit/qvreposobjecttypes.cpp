@@ -1,6 +1,7 @@
 #include "qvreposres/qvreposobjecttypes.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "support/allocations.h"
 #include "support/textio.h"
 
 #include <gtest/gtest.h>
@@ -459,6 +460,20 @@ TEST(PathComponents, AreRefusedForAnEmptyPathAndLeaveTheOutputs) {
     EXPECT_EQ(parts.folder, "f");
     EXPECT_EQ(parts.name, "n");
   }
+}
+
+TEST(PathComponents, LeaveTheOutputsWhenMemoryIsShort) {
+  const QvbString path = "/a folder/with a name that is long/customers.chp.qkb";
+  Parts parts{"extension before", "folder before", "name before"};
+  withEverMoreMemory(
+      [&] { return getComponentsFromFilesystemPath(path, &parts.extension, &parts.folder, &parts.name); },
+      [&] {
+        EXPECT_EQ(str(parts.extension) + str(parts.folder) + str(parts.name),
+                  "extension beforefolder beforename before");
+      });
+  EXPECT_EQ(parts.extension, "chp.qkb");
+  EXPECT_EQ(parts.folder, "/a folder/with a name that is long");
+  EXPECT_EQ(parts.name, "customers");
 }
 
 TEST(PathComponents, MayReplaceThePath) {

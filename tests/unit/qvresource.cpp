@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
+#include <algorithm>
 #include <cctype>
+#include <functional>
 #include <type_traits>
 
 namespace {
@@ -73,11 +75,11 @@ void fill(HostResource& resource) {
 
 TEST(ResourceRecord, StartsEmptyResolvedAndWithoutMacro) {
   QvResourceImpl record;
-  EXPECT_TRUE(record.getId().isEmpty());
-  EXPECT_TRUE(record.getName().isEmpty());
-  EXPECT_TRUE(record.getResourceType().isEmpty());
-  EXPECT_TRUE(record.getResourceIdentity().isEmpty());
-  EXPECT_TRUE(record.getResourceLocation().isEmpty());
+  EXPECT_TRUE(isEmptyText(record.getId()));
+  EXPECT_TRUE(isEmptyText(record.getName()));
+  EXPECT_TRUE(isEmptyText(record.getResourceType()));
+  EXPECT_TRUE(isEmptyText(record.getResourceIdentity()));
+  EXPECT_TRUE(isEmptyText(record.getResourceLocation()));
   EXPECT_TRUE(record.getAnalysisDate().isNull());
   EXPECT_EQ(record.getDependencyType(), 0);
   EXPECT_EQ(record.getProperties(), nullptr);
@@ -108,6 +110,35 @@ TEST(ResourceRecord, ReadsBackWhatWasSet) {
   EXPECT_EQ(record.getProperties(), properties.get());
   EXPECT_FALSE(record.IsResolved());
   EXPECT_TRUE(record.IsResourceIdentityMacroValue());
+}
+
+TEST(ResourceRecord, HasItsFieldsInTheDeclaredOrder) {
+  QvResourceImpl record;
+  const auto properties = propertyList();
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
+  const auto snapshot = [&] { return std::vector<unsigned char>(bytes, bytes + sizeof record); };
+  const std::vector<std::function<void()>> settersInOrder{
+      [&] { record.setType("type"); },
+      [&] { record.setResourceIdentity("identity"); },
+      [&] { record.setResourceLocation("location"); },
+      [&] { record.setName("name"); },
+      [&] { record.setId("id"); },
+      [&] { record.setAnalysisDate(someDate()); },
+      [&] { record.setDependencyType(7); },
+      [&] { record.setProperties(properties.get()); },
+      [&] { record.setResolved(false); },
+      [&] { record.setIdentityIsMacroValue(true); },
+  };
+  std::ptrdiff_t last = 0;
+  for (const auto& set : settersInOrder) {
+    const auto before = snapshot();
+    set();
+    const auto after = snapshot();
+    const auto changed = std::ranges::mismatch(before, after).in1 - before.begin();
+    EXPECT_GT(changed, last);
+    EXPECT_LT(changed, static_cast<std::ptrdiff_t>(sizeof record));
+    last = changed;
+  }
 }
 
 TEST(ResourceRecord, LeavesAListThatItOnlyRefersToAlone) {
@@ -146,9 +177,9 @@ TEST(Cursor, FindsNothingInAnEmptyList) {
   const auto properties = propertyList();
   for (int pass = 0; pass < 3; ++pass) {
     EXPECT_EQ(resources->getValue(), nullptr);
-    EXPECT_TRUE(strings->getValue().isEmpty());
-    EXPECT_TRUE(properties->getKey().isEmpty());
-    EXPECT_TRUE(properties->getValue().isEmpty());
+    EXPECT_TRUE(isEmptyText(strings->getValue()));
+    EXPECT_TRUE(isEmptyText(properties->getKey()));
+    EXPECT_TRUE(isEmptyText(properties->getValue()));
     EXPECT_FALSE(resources->next());
     EXPECT_FALSE(strings->next());
     EXPECT_FALSE(properties->next());
@@ -178,9 +209,9 @@ TEST(Cursor, VisitsEachRowOnceAndStaysPastTheLast) {
     EXPECT_FALSE(strings->next());
     EXPECT_FALSE(properties->next());
     EXPECT_EQ(resources->getValue(), nullptr);
-    EXPECT_TRUE(strings->getValue().isEmpty());
-    EXPECT_TRUE(properties->getKey().isEmpty());
-    EXPECT_TRUE(properties->getValue().isEmpty());
+    EXPECT_TRUE(isEmptyText(strings->getValue()));
+    EXPECT_TRUE(isEmptyText(properties->getKey()));
+    EXPECT_TRUE(isEmptyText(properties->getValue()));
   }
 }
 
@@ -194,6 +225,20 @@ TEST(Cursor, IsNotMovedByANewRow) {
   EXPECT_FALSE(list->next());
   append(*list, "c");
   EXPECT_FALSE(list->next());
+}
+
+TEST(Cursor, FindsEmptyTextsInANewRow) {
+  const auto resources = resourceList();
+  const auto strings = stringList(2);
+  const auto properties = propertyList();
+  ASSERT_TRUE(resources->addRow() && resources->next());
+  ASSERT_TRUE(strings->addRow() && strings->next());
+  ASSERT_TRUE(properties->addRow() && properties->next());
+  EXPECT_TRUE(isEmptyText(resources->getValue()->getResourceIdentity()));
+  EXPECT_TRUE(isEmptyText(strings->getValue(0)));
+  EXPECT_TRUE(isEmptyText(strings->getValue(1)));
+  EXPECT_TRUE(isEmptyText(properties->getKey()));
+  EXPECT_TRUE(isEmptyText(properties->getValue()));
 }
 
 TEST(Cursor, StartsAgainAfterAReset) {
@@ -410,6 +455,41 @@ TEST(ResourceListCopy, ResetsTheSourceAndCopiesFromItsFirstRow) {
   EXPECT_EQ(source->getValue(), nullptr);
 }
 
+TEST(ResourceListCopy, OfItselfCopiesTheRowsThatWereThere) {
+  const auto list = resourceList();
+  append(*list, "a");
+  append(*list, "b");
+  ASSERT_TRUE(list->next());
+  EXPECT_TRUE(list->copyList(list.get()));
+  EXPECT_EQ(identitiesFromCursor(*list), (std::vector<std::string>{"a", "b", "a", "b"}));
+  const auto empty = resourceList();
+  EXPECT_TRUE(empty->copyList(empty.get()));
+  EXPECT_FALSE(empty->next());
+}
+
+TEST(StringListCopy, OfItselfCopiesTheRowsThatWereThereFromItsCursorOn) {
+  const auto list = stringList(1);
+  for (const char* text : {"a", "b", "c"})
+    append(*list, {text});
+  ASSERT_TRUE(list->next());
+  EXPECT_TRUE(list->copyList(list.get()));
+  std::vector<std::string> texts;
+  while (list->next())
+    texts.push_back(str(list->getValue()));
+  EXPECT_EQ(texts, (std::vector<std::string>{"a", "b", "c", "b", "c"}));
+}
+
+TEST(PropertyListCopy, OfItselfCopiesTheRowsThatWereThereFromItsCursorOn) {
+  const auto list = propertyList();
+  append(*list, "a", "1");
+  append(*list, "b", "2");
+  EXPECT_TRUE(list->copyList(list.get()));
+  std::string keys;
+  while (list->next())
+    keys += str(list->getKey());
+  EXPECT_EQ(keys, "abab");
+}
+
 TEST(StringListCopy, CopiesFromTheSourcesCursorOn) {
   const auto source = stringList(2);
   for (const char* text : {"a", "b", "c"})
@@ -514,6 +594,48 @@ TEST(StringListContains, ComparesTheFirstColumnWithoutCase) {
   EXPECT_FALSE(list->next());
 }
 
+TEST(StringListContains, FindsTheFirstOfEqualRows) {
+  const auto list = stringList(1);
+  for (const char* text : {"a", "A", "b"})
+    append(*list, {text});
+  QvbString wanted = "A";
+  EXPECT_TRUE(list->contains(wanted));
+  EXPECT_EQ(list->getValue(), "A") << "the row after the first match";
+}
+
+TEST(StringListContains, FollowsTheLastRowThroughItsChanges) {
+  const auto list = stringList(1);
+  append(*list, {"first"});
+  QvbString first = "first", second = "second";
+  EXPECT_TRUE(list->contains(first));
+  list->setLastRowElement(0, second);
+  EXPECT_FALSE(list->contains(first));
+  append(*list, {"third"});
+  EXPECT_FALSE(list->contains(first));
+  EXPECT_TRUE(list->contains(second));
+}
+
+TEST(StringListContains, FindsNothingInRowsWithoutColumns) {
+  const auto list = stringList(0);
+  ASSERT_TRUE(list->addRow());
+  ASSERT_TRUE(list->addRow());
+  QvbString none("");
+  EXPECT_FALSE(list->contains(none));
+}
+
+// A search that walked the rows would take hours.
+TEST(StringListContains, TakesAMillionUniqueRows) {
+  constexpr int rows = 1000000;
+  const auto list = stringList(1);
+  for (int row = 0; row < rows; ++row) {
+    auto text = QvbString().assign(row);
+    ASSERT_FALSE(list->contains(text));
+    ASSERT_TRUE(list->addRow());
+    list->setLastRowElement(0, text);
+  }
+  EXPECT_EQ(list->length(), static_cast<unsigned long>(rows));
+}
+
 namespace {
 
 // Adds rows without memory until one is refused; the rows that were added.
@@ -546,6 +668,21 @@ TEST(ShortMemory, RefusesARowAndKeepsTheOthers) {
   const auto properties = propertyList();
   EXPECT_EQ(addRowsWithoutMemory(*properties), 0);
   EXPECT_FALSE(properties->next());
+}
+
+TEST(ShortMemory, LeavesAListOfTextsAsItWasWhicheverAllocationFails) {
+  const auto list = stringList(1);
+  append(*list, {"a"});
+  QvbString a = "a", none = "";
+  const auto isAsBefore = [&] {
+    EXPECT_EQ(list->length(), 1U);
+    EXPECT_TRUE(list->contains(a));
+    EXPECT_FALSE(list->contains(none));
+  };
+  EXPECT_GE(withEverMoreMemory([&] { return list->addRow(); }, isAsBefore), 2);
+  EXPECT_EQ(list->length(), 2U);
+  EXPECT_TRUE(list->contains(a));
+  EXPECT_TRUE(list->contains(none));
 }
 
 namespace {

@@ -1,5 +1,6 @@
 #include "qvresourcemgrimpl.h"
 
+#include "support/allocations.h"
 #include "support/recordingfactory.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@ using Requests = std::vector<ResourceFields>;
 class Manager : public testing::Test {
 protected:
   ~Manager() override {
+    EXPECT_FALSE(m_factory.gotNull) << "an unknown name is an empty text";
     EXPECT_EQ(*m_factory.live, 0) << "every resource is released";
     EXPECT_EQ(*m_resolver.live, 0);
   }
@@ -190,6 +192,31 @@ TEST_F(Manager, HasNoRuleWhoseNameCannotBeLookedUp) {
   useResolver();
   EXPECT_FALSE(rule("Main", "", "", "Valid zip"));
   EXPECT_TRUE(m_factory.requests.empty());
+}
+
+TEST_F(Manager, HasNoRuleWithoutIdUuidAndName) {
+  useResolver();
+  m_resolver.resolves = true;
+  EXPECT_FALSE(rule("Main", "", "", ""));
+  QvbString repository = "Main", none, empty("");
+  EXPECT_FALSE(m_manager->addRuleResourceByName(&m_factory, m_list.get(), repository, none));
+  EXPECT_FALSE(m_manager->addRuleResourceByName(&m_factory, m_list.get(), repository, empty));
+  EXPECT_EQ(m_resolver.calls, Calls{});
+  EXPECT_FALSE(m_list->next());
+}
+
+TEST_F(Manager, HandsAbsentTextsOnAsEmptyOnes) {
+  useResolver();
+  m_resolver.resolves = true;
+  m_resolver.servedRepository = "Main";
+  m_resolver.foundName.setNull();
+  QvbString repository = "Main", name = "n", id = "7";
+  ASSERT_TRUE(m_manager->addRuleResourceByName(&m_factory, m_list.get(), repository, name));
+  ASSERT_TRUE(m_manager->addProfileResourceById(&m_factory, m_list.get(), id));
+  ASSERT_TRUE(source("Main", "7"));
+  EXPECT_FALSE(m_resolver.gotNull);
+  ASSERT_TRUE(profile("Main", "7", "")); // the resolver finds it without a name
+  EXPECT_EQ(m_factory.requests.back(), (ResourceFields{"", "ProfileJob", "resolved reference"}));
 }
 
 TEST_F(Manager, CopiesTheSourceAndTaskThatTheirReferenceLeadsTo) {
@@ -383,6 +410,37 @@ TEST_F(Manager, RecordsNothingInAHostsResourceWithoutAList) {
   const auto resource = serverReference("dms1", "load.djf", "Batch", "", "");
   ASSERT_TRUE(resource);
   EXPECT_EQ(resource->getProperties(), nullptr);
+}
+
+TEST_F(Manager, HasNoServerReferenceWhosePropertiesFindNoMemory) {
+  m_factory.makesRecords = true;
+  Released<QvResource> resource;
+  const auto make = [&] {
+    resource = serverReference("dms1", "load.djf", "Batch", "", "");
+    return resource != nullptr;
+  };
+  EXPECT_GT(withEverMoreMemory(make, [] {}), 10);
+  expectServerProperties(resource->getProperties());
+}
+
+// The fixture's end checks that no resource is left behind.
+TEST_F(Manager, AddsOnceAfterMemoryHadRunShort) {
+  useResolver();
+  m_resolver.resolves = true;
+  m_resolver.givesResource = true;
+  auto& m = *m_manager;
+  auto* list = m_list.get();
+  QvbString none, dsn = "DSN=Sales;QVXTYPE=ODBC;", type = "GRVS", table = "orders", id = "1", main = "Main",
+                  name = "n", path = "Load(ProcessJob)";
+  const std::vector<std::function<bool()>> additions{
+      [&] { return m.addTableResource(&m_factory, list, dsn, type, none, none, table); },
+      [&] { return m.addMonitorResource(&m_factory, list, main, name, id, none); },
+      [&] { return m.addOMRObjectByPathResource(&m_factory, list, path, none, none, none, none); }};
+  for (std::size_t rows = 0; rows < additions.size(); ++rows) {
+    const auto addsOneMore = [&] { return additions[rows]() && rowsOf(*list).size() == rows + 1; };
+    EXPECT_GT(withEverMoreMemory(addsOneMore, [&] { EXPECT_LE(rowsOf(*list).size(), rows + 1); }), 5);
+    EXPECT_EQ(rowsOf(*list).size(), rows + 1);
+  }
 }
 
 TEST_F(Manager, AddsEachIdentityOnce) {

@@ -1,5 +1,6 @@
 #include "qvresourcemgrimpl.h"
 
+#include "support/allocations.h"
 #include "support/textio.h"
 
 #include <gtest/gtest.h>
@@ -280,6 +281,43 @@ TEST_F(Identity, CountsAsFoundWithoutAnyAttribute) {
   QvbString type = "t", id = "i", uuid = "u";
   EXPECT_TRUE(m_manager->getUnifiedObjectFromResourceId("<unified/>", nullptr, &type, &id, &uuid));
   EXPECT_EQ(str(type) + str(id) + str(uuid), "tiu");
+}
+
+TEST_F(Identity, SharesBytesThatXmlCannotCarry) {
+  QvbString first, second, third;
+  ASSERT_TRUE(m_manager->generateTableDataSourceResourceId("Sales", "", "", "", "t\x01", &first));
+  ASSERT_TRUE(m_manager->generateTableDataSourceResourceId("Sales", "", "", "", "t\xFF", &second));
+  ASSERT_TRUE(m_manager->generateTableDataSourceResourceId("Sales", "", "", "", "t", &third));
+  EXPECT_EQ(first, second);
+  EXPECT_NE(str(first), str(third));
+}
+
+TEST_F(Identity, WritesNothingWhenMemoryIsShort) {
+  const QvbString filename = "/data/in/customers with a long name.txt";
+  QvbString name;
+  withEverMoreMemory([&] { return m_manager->generateFileResourceId(filename, name, &m_identity); },
+                     [&] {
+                       EXPECT_TRUE(name.isNull());
+                       EXPECT_EQ(m_identity, "untouched");
+                     });
+  EXPECT_EQ(name, "customers with a long name.txt");
+  QvbString readFilename, readName;
+  withEverMoreMemory(
+      [&] { return m_manager->getFilenameFromResourceId(m_identity, &readFilename, &readName); },
+      [&] {
+        EXPECT_TRUE(readFilename.isNull());
+        EXPECT_TRUE(readName.isNull());
+      });
+  EXPECT_EQ(readFilename, filename);
+  EXPECT_EQ(readName, name);
+  QvbString path = filename, displayName, type;
+  withEverMoreMemory([&] { return m_manager->getResourceTypeFromFilename(path, &displayName, &type); },
+                     [&] {
+                       EXPECT_TRUE(displayName.isNull());
+                       EXPECT_TRUE(type.isNull());
+                     });
+  EXPECT_EQ(displayName, name);
+  EXPECT_EQ(type, "File");
 }
 
 TEST(ConnectionString, GivesNameAndType) {

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -136,6 +137,35 @@ TEST_F(Conversion, FindsTheRootOfADefinedRepository) {
   EXPECT_FALSE(getRepositoryFilesystemRoot(QvbString(), &root));
 }
 
+TEST_F(Conversion, LeavesNoRootBehindAFailure) {
+  define("Rootless", "");
+  for (const char* name : {"Rootless", "Unknown", ""}) {
+    QvbString root = "before";
+    EXPECT_FALSE(getRepositoryFilesystemRoot(name, &root));
+    EXPECT_TRUE(root.isNull()) << name;
+    qvbSetConfigOption("BASE/REPOS_FILE_ROOT", "");
+  }
+}
+
+// Each copy of a definition drops some more of the separators at the end of its folder: there is one copy in a lookup by
+// name, and two are on the way through the list of all.
+TEST_F(Conversion, SeesTheFolderOfADefinitionAsTheLookupsHandItOut) {
+  m_folder.write("sys/Deep.rcf", "<VaultRepositoryInfo Name='Deep'>"
+                                 "<VaultPath>D:\\repo\\/\\/</VaultPath></VaultRepositoryInfo>");
+  const Released<QvReposConfigManager> manager(getRepositoryConfigurationManager());
+  const auto folderOf = [](QvReposConfiguration* definition) {
+    return Released<QvReposConfiguration>(definition)->getVaultPath();
+  };
+  QvbString root;
+  ASSERT_TRUE(getRepositoryFilesystemRoot("Deep", &root));
+  EXPECT_EQ(root, folderOf(manager->getConfigurationByName("Deep")));
+  const Released<QvReposConfigurationList> list(manager->getConfigurations());
+  ASSERT_TRUE(list->next());
+  const auto listed = folderOf(list->getValue());
+  EXPECT_NE(str(listed), str(root));
+  EXPECT_EQ(toURI(text(str(listed) + "/load.djf")), "qvr://Deep/load?type=ProcessJob");
+}
+
 TEST_F(Conversion, PutsTheCommonRootBeforeEveryDefinition) {
   define("Main", "/srv/main");
   qvbSetConfigOption("BASE/REPOS_FILE_ROOT", "/srv/repo");
@@ -205,6 +235,9 @@ TEST_F(Conversion, MakesTheReferenceOfAFile) {
       {"http://host/in.txt", "http://host/in.txt"},
       {"qvr://Other/jobs/load?type=ProcessJob", "qvr://Other/jobs/load?type=ProcessJob"},
       {"://host/in.txt", "file:://host/in.txt"},
+      {"a:b://host/in.txt", "file:a:b://host/in.txt"}, // "a" is a drive
+      {"ab:c://host/in.txt", "ab:c://host/in.txt"},
+      {"ab:c.txt", "file:ab:c.txt"},
   };
   for (const auto& [filename, reference] : cases)
     EXPECT_EQ(toURI(filename), reference) << filename;
@@ -421,10 +454,72 @@ TEST_F(Conversion, FindsAnObjectBelowTheRootByItsType) {
       {"qvr://Main/(ProcessJob)", "(none)"},
       {"qvr://Main/load(ProcessJob", "(none)"},
       {"qvr://Main/load)ProcessJob(", "(none)"},
+      {"qvr://Main/load(ProcessJob).txt", "(none)"}, // a plain path
+      {"qvr://Main/load(ProcessJob)%20", "(none)"},
+      {"qvr://Main/load(ProcessJob)/", "(none)"},
+      {"qvr://Main/load(ProcessJob).txt?type=File", "/srv/load(ProcessJob).txt"},
       {"qvr://Main", "(none)"},
   };
   for (const auto& [reference, filename] : cases)
     EXPECT_EQ(vaultFile("/srv", reference), filename) << reference;
+}
+
+TEST_F(Conversion, FindsNoFileOutsideTheRoot) {
+  struct Case {
+    const char* reference;
+    const char* filename;
+  };
+  const Case cases[] = {
+      {"qvr://Main/../x?type=ProcessJob", "(none)"},
+      {"qvr://Main/..?type=Folder", "(none)"},
+      {"qvr://Main/a/../../x?type=ProcessJob", "(none)"},
+      {"qvr://Main/../srv/x?type=ProcessJob", "(none)"},  // on its way back
+      {"qvr://Main/a%2F..%2F..%2Fx?type=File", "(none)"}, // encoded
+      {"qvr://Main/a%5C..%5C..%5Cx?type=File", "(none)"}, // back slashes
+      {"qvr://Main/.//./../x(ProcessJob)", "(none)"},     // steps to nowhere
+      {"qvr://Main/x/..(Folder)", "/srv/x/.."},           // not above the root
+      {"qvr://Main/a/../x?type=ProcessJob", "/srv/a/../x.djf"},
+      {"qvr://Main/..?type=ProcessJob", "/srv/...djf"}, // a name
+      {"qvr://Main/..x/y..?type=File", "/srv/..x/y.."},
+      {"qvr://Main/a%00b?type=ProcessJob", "(none)"},
+      {"qvr://Main/a%00b(ProcessJob)", "(none)"},
+      {"qvr://Main/ab(Process%00Job)", "(none)"},
+  };
+  for (const auto& [reference, filename] : cases)
+    EXPECT_EQ(vaultFile("/srv", reference), filename) << reference;
+}
+
+TEST_F(Conversion, ReportsAPathThatNamesNoFileOfTheRepository) {
+  define("Main", "/srv/main");
+  EXPECT_EQ(
+      convert("qvr://Main/../x?type=File", "Main"),
+      (Report{false, "", false,
+              "The path of the URI qvr://Main/../x?type=File leads out of the folder of the repository."}));
+  EXPECT_EQ(convert("qvr://Main/a%00b?type=File", "Main"),
+            (Report{false, "", false, "The path of the URI qvr://Main/a%00b?type=File holds a zero byte."}));
+  EXPECT_EQ(toFile("qvr://Main/../x?type=File"), "(none)");
+  EXPECT_EQ(toFile("qvr://Main/a%00b?type=File"), "(none)");
+}
+
+TEST_F(Conversion, WritesNothingWhenMemoryIsShort) {
+  define("Main", "/srv/main");
+  struct Case {
+    std::function<bool(QvbString*)> convert;
+    const char* expected;
+  };
+  const std::vector<Case> cases{
+      {[](QvbString* out) { return generateURIReferenceFromFilename("/srv/main/a/load.djf", out); },
+       "qvr://Main/a/load?type=ProcessJob"},
+      {[](QvbString* out) {
+         return generateFilenameFromURIReference(nullptr, "qvr://Main/a/load?type=ProcessJob", out);
+       },
+       "/srv/main/a/load.djf"},
+  };
+  for (const auto& [convert, expected] : cases) {
+    QvbString out = "before";
+    withEverMoreMemory([&] { return convert(&out); }, [&] { EXPECT_EQ(out, "before"); });
+    EXPECT_EQ(out, expected);
+  }
 }
 
 namespace {

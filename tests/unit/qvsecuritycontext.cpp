@@ -105,6 +105,15 @@ protected:
 
 // --- Which context there is
 
+TEST(TicketUrl, HasTheTicketInItsQuery) {
+  EXPECT_EQ(qvbUrlWithTicket("http://h/a", '?', "ST-1"), "http://h/a?ticket=ST-1");
+  EXPECT_EQ(qvbUrlWithTicket("http://h/a?b=c", '&', "ST-1"), "http://h/a?b=c&ticket=ST-1");
+  EXPECT_EQ(qvbUrlWithTicket("http://h/a#b?c#d", '?', "ST-1"), "http://h/a?ticket=ST-1#b?c#d");
+  EXPECT_EQ(qvbUrlWithTicket("#b", '?', "ST-1"), "?ticket=ST-1#b");
+  EXPECT_EQ(qvbUrlWithTicket("", '?', ""), "?ticket=");
+  EXPECT_EQ(qvbUrlWithTicket("http://h/a", '?', "a&b c%/?#"), "http://h/a?ticket=a%26b%20c%25%2F%3F%23");
+}
+
 TEST_F(QvSecurity, SaysWhichOptionIsMissing) {
   const Context context(getSecurityContext());
   const ReleasedSubject someone = subject("someone", "secret");

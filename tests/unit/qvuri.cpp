@@ -86,6 +86,15 @@ TEST(Uri, SingleLetterBeforeTheColonIsADrive) {
   EXPECT_EQ(build("C", "", "/dir"), nullptr);
 }
 
+TEST(Uri, ReferenceBeginsWithASchemeAndHoldsAnAuthority) {
+  for (const char* reference : {"http://host", "qvr:///a", "file:///a", "x+y-1.0://a", "ab:c://d"})
+    EXPECT_TRUE(isURIReference(reference)) << reference;
+  for (const char* path :
+       {"", "a", "/a://b", "://a", "c://a", "load:1.djf", "mailto:a@b", "1a://b", "a b://c", "-a://b"})
+    EXPECT_FALSE(isURIReference(path)) << path;
+  EXPECT_FALSE(isURIReference(QvbString()));
+}
+
 TEST(Uri, SchemeHoldsLettersDigitsAndThreeMarks) {
   for (const char* scheme : {"ab", "x+y", "x-y", "x.y", "h2", "VELK"})
     EXPECT_EQ(str(parse(std::string(scheme) + ":a")->getScheme()), scheme);

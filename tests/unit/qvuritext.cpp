@@ -96,6 +96,14 @@ TEST(UriText, SchemeBeginsWithALetterAndHasTwoCharacters) {
 
 // Encoding
 
+TEST(UriText, SchemeStandsBeforeTheFirstColon) {
+  EXPECT_EQ(qvUriSchemeOf("http://host"), "http");
+  EXPECT_EQ(qvUriSchemeOf("ab:cd:ef"), "ab");
+  EXPECT_EQ(qvUriSchemeOf("ab:"), "ab");
+  for (const char* text : {"", "ab", ":ab", "a:b", "a/b:c", "1b:c"})
+    EXPECT_EQ(qvUriSchemeOf(text), "") << text;
+}
+
 TEST(UriText, EachPlaceKeepsTheBytesThatItAllows) {
   EXPECT_EQ(keptBy([](std::string_view text) { return qvEncodeUriName(text); }), "-." + digitsAndLetters);
   EXPECT_EQ(keptBy([](std::string_view text) { return qvEncodeUriPath(text, QvPercent::Literal); }),

@@ -342,6 +342,22 @@ TEST_F(QvxHttpFaults, GivesNoResponseWhenThereIsNoServer) {
   EXPECT_THAT(reasonOf("http://no-such-host.invalid" + std::string(Secrets)), Not(IsEmpty()));
 }
 
+TEST_F(QvxHttpFaults, LogsWhyThereIsNoResponse) {
+  const ClosedPort closed;
+  const LogCapture log;
+  httpClient client;
+  httpGet request;
+  for (const std::string& url : {closed.url("/a?ticket=T-1"), std::string("/a?ticket=T-1")}) {
+    request.url = text(url);
+    EXPECT_EQ(client.execute(request), nullptr);
+    EXPECT_FALSE(client.getErrorText().isEmpty());
+    EXPECT_EQ(log.lines("QV.Base.Http").back(), (LogLine{"QV.Base.Http", 5, "platform/qvxhttp/qvxhttp",
+                                                         "No response: " + str(client.getErrorText())}));
+  }
+  EXPECT_THAT(log.lines().front().text, testing::Not(testing::HasSubstr("T-1")));
+  EXPECT_THAT(log.lines("QV.Base.Http"), testing::SizeIs(2));
+}
+
 TEST_F(QvxHttpFaults, StopsABodyAtTheLimit) {
   FaultServer server;
   for (const HttpFault fault : {HttpFault::EndlessBody, HttpFault::HugeLength})

@@ -1,6 +1,7 @@
 #include "qvxlog/qvxlog.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "support/allocations.h"
 #include "support/logcapture.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
@@ -101,6 +102,21 @@ TEST(Log, FormatsNothingForALevelThatIsOff) {
   const LogCapture log;
   logger->logEvent(QvLoggingLevel::Trace, "src/tester", 1, "%s", Costly{&reads});
   EXPECT_EQ(reads, 1);
+}
+
+TEST(Log, LosesARecordThatMemoryIsShortForAndNothingElse) {
+  const LogCapture log;
+  QvLogger* logger = qvlogGetLogger("QV.Test.Short");
+  const std::string text(1000, 'x');
+  int lost = 0;
+  for (long allocations = 0; log.lines("QV.Test.Short").empty(); ++allocations) {
+    Allocations::left = allocations;
+    EXPECT_NO_THROW(logger->logEvent(QvLoggingLevel::Trace, "src/tester", 1, "%s", text.c_str()));
+    Allocations::left = -1;
+    ++lost;
+  }
+  EXPECT_GT(lost, 1);
+  EXPECT_THAT(log.lines("QV.Test.Short"), ElementsAre(LogLine{"QV.Test.Short", 1, "src/tester", text}));
 }
 
 TEST(Log, EndsTheFormerSinkWhenItIsReplaced) {
@@ -277,11 +293,12 @@ TEST_F(LogOutput, EscapesWhatCouldPassForAnotherRecord) {
   EXPECT_EXIT(
       {
         qvlogGetLogger("QV.\nTest")
-            ->logEvent(QvLoggingLevel::Error, "src/\ntester", 12, "%s", "a\nb\r\t\x1b[2J\x7f \xc3\xa9");
+            ->logEvent(QvLoggingLevel::Error, "src/\ntester", 12, "%s",
+                       "a\nb\r\t\x1b[2J\x7f\xc2\x9b \xc3\xa9");
         std::exit(0);
       },
       succeeds(),
-      MatchesRegex(line("error", R"(\[QV.\\nTest\] src/\\ntester:12 a\\nb\\x0d\\x09\\x1b\[2J\\x7f )"
+      MatchesRegex(line("error", R"(\[QV.\\nTest\] src/\\ntester:12 a\\nb\\x0d\\t\\x1b\[2J\\x7f\\xc2\\x9b )"
                                  "\xc3\xa9")));
 }
 

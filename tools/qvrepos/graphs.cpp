@@ -101,6 +101,4 @@ void failLines(Host& host, std::string_view message) {
   }
 }
 
-void refuseUsage(const std::string& message) {
-  throw CLI::ValidationError(message);
-}
+void refuseUsage(const std::string& message) { throw CLI::ValidationError(message); }

@@ -3,10 +3,10 @@
 
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbformat.h"
 #include "qvxbase/qvuri.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -82,11 +82,15 @@ void addOutputOption(CLI::App& command, std::string& output) {
       ->check(notEmpty());
 }
 
+std::string visible(std::string_view bytes) { return str(qvbEscapeControls(bytes)); }
+
 bool isXmlText(const std::string& bytes) {
   const bool hasControl = std::ranges::any_of(bytes, [](char byte) {
     return static_cast<unsigned char>(byte) < 0x20 && byte != '\t' && byte != '\n' && byte != '\r';
   });
-  if (hasControl)
+  const bool hasNoncharacter =
+      bytes.find("\xEF\xBF\xBE") != std::string::npos || bytes.find("\xEF\xBF\xBF") != std::string::npos;
+  if (hasControl || hasNoncharacter)
     return false;
   try {
     return !nlohmann::json(bytes).dump().empty(); // throws for what is not UTF-8
@@ -97,7 +101,7 @@ bool isXmlText(const std::string& bytes) {
 
 CLI::Validator xmlText() {
   return {[](const std::string& value) {
-            return isXmlText(value) ? "" : "holds a byte that is no text: " + visible(value);
+            return isXmlText(value) ? "" : "holds what XML cannot carry: " + visible(value);
           },
           ""};
 }
@@ -120,15 +124,6 @@ std::string whyNotWritable(const std::string& path) {
   return "";
 }
 
-// RFC 3986, section 3.1, with the two slashes of an authority.
-static bool beginsWithScheme(std::string_view text) {
-  const auto scheme = text.substr(0, text.find("://"));
-  return scheme.size() < text.size() && !scheme.empty() &&
-         std::isalpha(static_cast<unsigned char>(scheme[0])) &&
-         std::ranges::all_of(
-             scheme, [](unsigned char c) { return std::isalnum(c) || c == '+' || c == '.' || c == '-'; });
-}
-
 std::string nativePath(const std::string& given) {
   QvbString path = text(given);
   const Released<QvURI> uri(getURIFromURIString(path));
@@ -139,7 +134,7 @@ std::string nativePath(const std::string& given) {
 std::string absolutePath(const std::string& path) {
   if (path.empty())
     throw std::runtime_error("a file name must not be empty");
-  if (beginsWithScheme(path))
+  if (isURIReference(text(path)))
     return path;
   return std::filesystem::absolute(path).lexically_normal().string();
 }

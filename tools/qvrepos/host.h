@@ -44,7 +44,7 @@ public:
   void printJson(const nlohmann::ordered_json& value) { print(jsonText(value)); }
   // The result as a file, or printed where no file is named.
   void write(std::string_view result, const std::string& output);
-  // Columns of equal width with a heading. Control characters are shown as escapes, so that a row stays on its line.
+  // Columns as qvlineagegraph::writeColumns() has them.
   void printTable(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows);
 
   // A failure, to standard error: "qvrepos: <message>". The run ends with status 1.
@@ -69,10 +69,11 @@ private:
 void addJsonFlag(CLI::App& command, Host& host, const std::string& shape, CLI::Option* format = nullptr);
 void addOutputOption(CLI::App& command, std::string& output);
 
-using qvlineagegraph::visible;
+// Text with control characters as escapes ("\n", "\x1b"), as qvbEscapeControls() has it.
+std::string visible(std::string_view bytes);
 
-// Whether the bytes are UTF-8 without control characters other than tab, line feed and carriage return, so that XML can
-// carry them.
+// Whether the bytes are UTF-8 without control characters other than tab, line feed and carriage return, U+FFFE and
+// U+FFFF, so that XML can carry them.
 bool isXmlText(const std::string& bytes);
 // For options whose value goes into XML, and for those that name a file: refuse what would be lost.
 CLI::Validator xmlText();

@@ -19,6 +19,14 @@ public:
 
 } // namespace
 
+void noteLossyNames(Host& host, const std::vector<std::string>& names) {
+  for (const auto& name : names)
+    if (!isXmlText(name))
+      host.note(name +
+                ": the name holds what XML cannot carry, shown as U+FFFD; names that differ in nothing else "
+                "look the same");
+}
+
 JobScanner::JobScanner() : m_store(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {
   if (!m_store)
     throw std::bad_alloc();

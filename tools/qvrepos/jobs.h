@@ -13,6 +13,10 @@ struct ScannedJob {
   std::string unknownRoot; // the root element of a file that is no step that is known
 };
 
+// Says which names hold what XML cannot carry: the library writes U+FFFD for it, so that names which differ in nothing else
+// look the same.
+void noteLossyNames(Host& host, const std::vector<std::string>& names);
+
 // The lineage of job files, gathered in a store.
 class JobScanner {
 public:

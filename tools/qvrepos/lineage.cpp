@@ -87,6 +87,10 @@ void runLineage(Host& host, const LineageOptions& options) {
 
   JobScanner scanner;
   recordJobs(host, scanner, found.files, options.strict);
+  std::vector<std::string> paths;
+  for (const auto& file : found.files)
+    paths.push_back(file.path);
+  noteLossyNames(host, paths);
 
   QvbString xml, message;
   if (!scanner.store()->getLineageAsString(&xml, &message, !options.compact))

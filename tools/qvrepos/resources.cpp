@@ -41,6 +41,14 @@ void printRows(Host& host, const std::vector<ResourceRow>& rows) {
   host.printTable({"TYPE", "NAME", "LOCATION"}, cells);
 }
 
+// Of each resource, what tells it apart.
+std::vector<std::string> identitiesOf(const std::vector<ResourceRow>& rows) {
+  std::vector<std::string> identities;
+  for (const auto& row : rows)
+    identities.push_back(row.identity);
+  return identities;
+}
+
 void runResources(Host& host, const std::string& file, bool strict) {
   JobScanner scanner;
   const auto job = scanner.newList();
@@ -52,6 +60,7 @@ void runResources(Host& host, const std::string& file, bool strict) {
   collect(scanner.store(), job.get(), rows);
   collect(scanner.store(), used.get(), rows);
   printRows(host, rows);
+  noteLossyNames(host, identitiesOf(rows));
   if (!scanned.unknownRoot.empty())
     reportUnknownStep(host, absolutePath(file), scanned.unknownRoot, strict);
 }

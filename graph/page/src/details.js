@@ -105,7 +105,7 @@ export class Details {
       field,
       button('+', () => this.act.expand(node, direction, complete + 1), { disabled: complete === all, title: `Expand a level (${key})`, 'aria-label': `Expand a level ${title.toLowerCase()}` }),
       button('All', () => this.act.expand(node, direction, Infinity), { disabled: complete === all, 'aria-label': `Expand all levels ${title.toLowerCase()}` }),
-      element('span', { className: 'quiet' }, all === 0 ? 'nothing' : `${plural(nodes, 'node')}, ${plural(all, 'level')}`));
+      element('span', { className: 'quiet' }, all === 0 ? 'none' : `of ${count(all)}; ${plural(nodes, 'node')}`));
   }
 
   relation(node, shown, { direction, access, title }) {

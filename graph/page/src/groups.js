@@ -5,6 +5,7 @@ import { DOWN, TYPE, TYPES, UP } from './graph.js';
 import { partsOf, wellFormed } from './text.js';
 
 const FOLDERS_SHOWN = 40;
+const byName = new Intl.Collator('en', { numeric: true });
 const NOT_GIVEN = '(no data source)';
 
 const keyOf = (kind, path, exact) => `${kind}:${exact ? '=' : ''}${path.map((part) => encodeURIComponent(wellFormed(part))).join('/')}`;
@@ -96,27 +97,31 @@ export class Groups {
     const inner = within ? this.depthWithin(within) : null;
     const groups = new Map();
     const groupOf = new Array(graph.size).fill(null);
-    for (let node = 0; node < graph.size; ++node) {
-      const kind = TYPES[graph.types[node]];
-      const group = kind === 'datasource' ? this.take(groups, 'table', [graph.names[node]], false)
-        : this.groupAt(groups, node, kind, within, inner);
-      if (kind !== 'datasource') ++group.count;
-      groupOf[node] = group;
-    }
-    return { groups: [...groups.values()], edges: this.edgesBetween(groupOf) };
+    for (let node = 0; node < graph.size; ++node) groupOf[node] = this.groupAt(groups, node, within, inner);
+    const ordered = [...groups.values()].sort((a, b) => a.kind.localeCompare(b.kind) || byName.compare(a.path.join('/'), b.path.join('/')));
+    ordered.forEach((group, index) => { group.index = index; });
+    return { groups: ordered, edges: this.edgesBetween(groupOf) };
   }
 
-  groupAt(groups, node, kind, within, inner) {
+  // A data source without tables is a group, too.
+  groupAt(groups, node, within, inner) {
+    const kind = TYPES[this.graph.types[node]];
+    if (kind === 'datasource') {
+      const path = [this.graph.names[node]];
+      return inner !== null && startsWith(within.path, path) && within.kind === 'table' ? null : this.take(groups, 'table', path, false);
+    }
     const path = this.pathOf(node);
     const isInner = inner !== null && kind === within.kind && startsWith(path, within.path);
     const depth = isInner ? inner : this.depthOf(kind);
-    return this.take(groups, kind, path.slice(0, depth), isInner && path.length < depth);
+    const group = this.take(groups, kind, path.slice(0, depth), isInner && path.length < depth);
+    ++group.count;
+    return group;
   }
 
   take(groups, kind, path, exact) {
     const key = keyOf(kind, path, exact);
     let group = groups.get(key);
-    if (!group) groups.set(key, (group = { key, kind, path, exact, count: 0, index: groups.size }));
+    if (!group) groups.set(key, (group = { key, kind, path, exact, count: 0, index: 0 }));
     return group;
   }
 
@@ -126,7 +131,7 @@ export class Groups {
     for (let edge = 0; edge < graph.edgeCount; ++edge) {
       const from = groupOf[graph.from[edge]];
       const to = groupOf[graph.to[edge]];
-      if (from === to) continue;
+      if (from === to || !from || !to) continue;
       const key = (from.index * graph.size + to.index) * 3 + graph.access[edge];
       const found = edges.get(key);
       if (found) ++found.count;

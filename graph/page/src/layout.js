@@ -115,7 +115,7 @@ function byRank(nodes, edges, joined, ranks) {
   }
   const widest = Math.max(...nodes.map((node) => node.width));
   const column = new Map(used.map((layer, i) => [ranks[layer[0]], i]));
-  const spread = LAYER_GAP + Math.min(160, Math.max(...used.map((layer) => layer.length)) * 3);
+  const spread = LAYER_GAP + Math.min(220, Math.max(...used.map((layer) => layer.length)) * 3);
   const positions = nodes.map((_, i) => (joined[i] ? { x: column.get(ranks[i]) * (widest + spread), y: y[i] } : null));
   return { positions, points: new Map() };
 }

@@ -44,11 +44,12 @@ class Page {
     addEventListener('beforeprint', () => byId('print').replaceChildren(svgOf(this.view, palette(byId('print')), this.graph.title)));
     this.trimLegend();
     if (!this.follow()) this.openFirst();
+    globalThis.requestIdleCallback?.(() => this.graph.fingerprint); // what the first link needs, before it is asked for
   }
 
   get actions() {
     return {
-      home: () => this.showOverview(), fit: () => this.view.fit(), png: () => this.save(this.view.png(), 'png'),
+      skip: () => byId('graph').focus(), home: () => this.showOverview(), fit: () => this.view.fit(), png: () => this.save(this.view.png(), 'png'),
       svg: () => this.save(new Blob([new XMLSerializer().serializeToString(svgOf(this.view, palette(), this.graph.title))], { type: 'image/svg+xml' }), 'svg'),
       help: () => byId('help-text').showModal(), 'help-close': () => byId('help-text').close(),
     };

@@ -30,8 +30,6 @@ function boxOf(...texts) {
   return { lines: lines.map((line) => line.text), width: Math.min(BOX.most, Math.max(BOX.least, Math.ceil(widest))), height: BOX.height };
 }
 
-const COUNTED = { job: ['job'], table: ['table'], file: ['file'] };
-
 export function groupTitle(group) {
   const path = group.path.join(group.kind === 'table' ? '.' : '/');
   if (path === '') return group.kind === 'job' ? 'Jobs outside folders' : 'Files outside folders';
@@ -41,7 +39,7 @@ export function groupTitle(group) {
 // A data source as one; a schema within it, or a folder, as what it holds.
 export const groupType = (group) => (group.kind === 'table' && group.path.length === 1 && !group.exact ? 'datasource' : group.kind);
 
-export const groupCount = (group) => plural(group.count, ...COUNTED[group.kind]);
+export const groupCount = (group) => plural(group.count, group.kind);
 
 // Of more edges than can be told apart, those of the group that is picked.
 export function sceneOfGroups({ groups, edges }, pick) {

@@ -34,7 +34,13 @@ export function styleOf(colours, font, size) {
       },
     })),
     { selector: 'node.group', style: { 'border-width': 4, 'border-style': 'double', 'font-weight': 600 } },
-    { selector: 'node.focus', style: { 'border-width': 3, 'border-style': 'solid', 'border-color': colours.focus, 'underlay-color': colours.focus, 'underlay-opacity': 0.22, 'underlay-padding': 6, 'z-index': 5 } },
+    {
+      selector: 'node.focus',
+      style: {
+        'border-width': 3, 'border-style': 'solid', 'border-color': colours.focus, 'underlay-color': colours.focus, 'underlay-opacity': 0.22,
+        'underlay-padding': 6, 'z-index': 5,
+      },
+    },
     {
       selector: 'node.badge',
       style: {

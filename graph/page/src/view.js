@@ -83,10 +83,6 @@ export class View {
     this.zoomTo(this.cy.zoom() * factor);
   }
 
-  pan(x, y) {
-    this.cy.panBy({ x, y });
-  }
-
   mark(id) {
     this.cy.batch(() => {
       this.cy.elements('.focus, .near').removeClass('focus near');

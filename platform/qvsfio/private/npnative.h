@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,8 +15,9 @@
 namespace npfio {
 
 // The native path of a path or "file:" URI. NP_FIO_UNSUPPORTED for a "file:" URI that has none;
-// NP_FIO_NOT_FOUND for a path with a zero byte in it, since the system would silently cut it there.
-int nativePath(const QvbString& path, std::string* native);
+// NP_FIO_NOT_FOUND for a path with a zero byte in it, since the system would silently cut it there. A path that is
+// native already is shared, so that files can be removed when memory is short.
+int nativePath(const QvbString& path, QvbString* native);
 
 // np_fio_readAll() and np_fio_writeAll() for those who have their bytes elsewhere than in a QvbString.
 int readAll(const QvbString& path, std::int64_t limit, std::string* bytes);
@@ -23,12 +25,22 @@ int writeAll(const QvbString& path, std::string_view bytes);
 
 inline int lastCode() { return np_fio_code(errno); }
 
+// The code of an operation, which may run out of memory.
+template<class Operation>
+int codeOf(const Operation& operation) {
+  try {
+    return operation();
+  } catch (const std::bad_alloc&) {
+    return np_fio_code(ENOMEM);
+  }
+}
+
 // The result of a system call that answers -1 for a failure, called again while a signal interrupts it. The
 // fault hook is asked before each call.
 template<class Call>
-auto attempt(QvbFaultPoint point, const std::string& subject, Call call) -> decltype(call()) {
+auto attempt(QvbFaultPoint point, const char* subject, Call call) -> decltype(call()) {
   for (;;) {
-    const int fault = qvbFault(point, subject.c_str());
+    const int fault = qvbFault(point, subject);
     const auto result = fault ? -1 : call();
     if (fault)
       errno = fault;
@@ -52,7 +64,7 @@ public:
   int get() const noexcept { return m_fd; }
   int release() noexcept { return std::exchange(m_fd, -1); }
   // The code of closing it, for those whose data depends on it. It is closed in every case.
-  int close(const std::string& subject);
+  int close(const char* subject);
 
 private:
   int m_fd;

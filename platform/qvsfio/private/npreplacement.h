@@ -11,19 +11,20 @@
 
 namespace npfio {
 
-// The bytes go into a temporary file beside the target. commit() flushes it to disk and swaps the two names,
-// so that the old file can be put back when the folder cannot be flushed. A target that is a symbolic link is
-// followed: the file that it points at is replaced, not the link.
+// The bytes go into a temporary file beside the target, which commit() gives the target's name. A target that is a
+// symbolic link is followed: the file that it points at is replaced, not the link.
 class Replacement {
 public:
-  enum class Permissions {
-    Private, // 0600
-    Kept     // those of the old file, or 0644 less the umask
+  enum class Kind {
+    // 0600, and whole when it takes its place. What can be made again need not survive a power cut.
+    PrivateCopy,
+    // With the permissions of the old file, or 0644 less the umask, and on disk when it takes its place. The two names
+    // are exchanged, so that the old file can be put back when the folder cannot be flushed.
+    Document
   };
 
   // Null in `replacement` on failure. Only a regular file can be replaced.
-  static int open(const std::string& path, Permissions permissions,
-                  std::unique_ptr<Replacement>* replacement);
+  static int open(const QvbString& path, Kind kind, std::unique_ptr<Replacement>* replacement);
   // Without a successful commit() the old file is what it was, or, where it could not be put back or exchanged,
   // what np_fio_close() says.
   ~Replacement();
@@ -35,12 +36,13 @@ public:
   int commit();
 
 private:
-  explicit Replacement(std::string path);
+  Replacement(std::string path, Kind kind);
 
-  int prepare(Permissions permissions);
+  int prepare();
   int inspectOldFile(mode_t* permissions, bool* exists) const;
   int createTemporary(mode_t permissions, bool exact);
   int takePlace();
+  int exchange();
   int flushFolder() const;
   void putBack();
   int rename(unsigned flags) const;
@@ -51,9 +53,10 @@ private:
     Exchanged, // the temporary name has the old file
     SetAside,  // it keeps the old file, which could not be put back
     Created,   // there was no old file
-    Overwrote  // the file system cannot exchange names: the old file is gone
+    Overwrote  // the old file is gone: it is no document, or the file system cannot exchange names
   };
 
+  const Kind m_kind;
   std::string m_path; // the target, symbolic links followed
   std::string m_folderPath;
   std::string m_name;

@@ -37,6 +37,8 @@ private:
 };
 
 bool qvIsUriScheme(std::string_view text);
+// The scheme that the text begins with, before a colon; empty when it begins with none.
+std::string_view qvUriSchemeOf(std::string_view text);
 
 std::string qvEncodeUriAuthority(std::string_view text, QvPercent percent);
 // "/" separates segments and stands for itself.

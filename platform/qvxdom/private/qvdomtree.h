@@ -11,6 +11,7 @@
 #include <memory_resource>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 
 // The name of an element or attribute, one per spelling and document.
@@ -50,7 +51,7 @@ struct QvDomNodeData {
 
 struct QvDomDocument {
 public:
-  QvDomDocument() : m_names(&m_arena) {}
+  QvDomDocument() : m_names(&m_arena), m_attributeIndexes(&m_arena) {}
   QvDomDocument(const QvDomDocument&) = delete;
   QvDomDocument& operator=(const QvDomDocument&) = delete;
 
@@ -60,10 +61,13 @@ public:
   QvDomNodeData* addElement(QvDomNodeData* parent, std::string_view name);
   // A run of text after the given child; the first child when that is null.
   void insertText(QvDomNodeData* parent, QvDomNodeData* previous, std::string_view text);
-  static void removeTexts(QvDomNodeData* element) noexcept;
+  // By one run of text after the element's children, or by none.
+  void replaceTexts(QvDomNodeData* element, std::string_view text);
 
   void reserveAttributes(QvDomNodeData* element, std::size_t count);
   void addAttribute(QvDomNodeData* element, std::string_view name, std::string_view value);
+  // Null when the element has no such attribute.
+  QvDomAttribute* findAttribute(const QvDomNodeData* element, std::string_view name);
   std::string_view store(std::string_view text);
 
 private:
@@ -81,27 +85,39 @@ private:
     bool operator()(const auto& a, const auto& b) const noexcept { return view(a) == view(b); }
   };
 
+  // The places of an element's first attributes: of as many as it had when it was last searched.
+  using AttributeIndex = std::pmr::unordered_map<const QvDomName*, std::uint32_t>;
+
   const QvDomName* intern(std::string_view name);
+  QvDomAttribute* findIndexedAttribute(const QvDomNodeData* element, std::string_view name);
   template<typename T>
   T* allocate(std::size_t count = 1);
+  QvDomNodeData* makeText(std::string_view text);
+  static void removeTexts(QvDomNodeData* element) noexcept;
   static void link(QvDomNodeData* parent, QvDomNodeData* previous, QvDomNodeData* node) noexcept;
 
   // Small documents stay within this block and allocate nothing else.
   alignas(std::max_align_t) std::array<std::byte, 3072> m_block;
   std::pmr::monotonic_buffer_resource m_arena{m_block.data(), m_block.size()};
   std::pmr::unordered_set<QvDomName, NameHash, NameEqual> m_names;
+  // Of the elements with too many attributes to be searched one by one.
+  std::pmr::unordered_map<const QvDomNodeData*, AttributeIndex> m_attributeIndexes;
   QvDomNodeData* m_root = nullptr;
 };
-
-inline constexpr std::size_t qvDomMaxSize = std::size_t{512} << 20;
 
 // Whether the text is a name that the reader takes.
 bool qvDomIsName(std::string_view text);
 // Reads the text into an empty document. The result is empty, or "<line>:<column>: <reason>". Memory that
 // cannot be had is std::bad_alloc; nothing else is thrown.
 std::string qvDomRead(std::string_view text, QvDomDocument& document);
-// Appends the node and all below it.
-void qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out);
+// Appends the node and all below it. The result is empty, or why the reader would refuse the text: then some part of it
+// is appended.
+std::string qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out);
+
+// Why a document is too much, in the words of reader and writer.
+std::string qvDomTooDeep();
+std::string qvDomTooManyAttributes();
+std::string qvDomTooLarge();
 
 // No character: a byte that begins no well-formed UTF-8 sequence.
 inline constexpr char32_t qvDomBroken = 0xFFFFFFFF;
