@@ -17,8 +17,8 @@ bool isSpace(char character) {
 // Bytes that mean something to where a value ends, outside of texts.
 constexpr auto special = [] {
   std::array<bool, 256> bytes{};
-  for (const unsigned char byte : {'"', '[', ']', '{', '}', ',', ':'})
-    bytes[byte] = true;
+  for (const char byte : {'"', '[', ']', '{', '}', ',', ':'})
+    bytes[static_cast<unsigned char>(byte)] = true;
   return bytes;
 }();
 

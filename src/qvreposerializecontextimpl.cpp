@@ -50,7 +50,7 @@ QvLoggingLevel levelOf(RepositoryActionLogStatus status) {
 }
 
 void writeObject(QvDomNode& node, RepositoryMetadataObject& object, MetadataWriting& writing) {
-  writing.outermost().countObjects();
+  writing.countObjects();
   if (!node.null())
     object.toXML(&node);
 }
@@ -352,14 +352,14 @@ bool RepositorySerializationContextImpl::writeObjects(QvDomNode& root,
   }
   writeObject(main, object, writing);
   for (const auto& [id, other] : m_objects) {
-    if (writing.outermost().isTooLarge())
+    if (writing.isTooLarge())
       break;
     if (qvbEqualsIgnoreCase(other->getId().view(), object.getId().view()))
       continue;
     QvDomNode node = root.addChild(other->getObjectType());
     writeObject(node, *other, writing);
   }
-  return !writing.outermost().isTooLarge();
+  return !writing.isTooLarge();
 }
 
 RepositoryMetadataObject* RepositorySerializationContextImpl::deSerialize(const QvbString& xml,

@@ -1,5 +1,6 @@
 #include "qvreposeventmgrimpl.h"
 
+#include "allocation.h"
 #include "qvxbase/qvbpath.h"
 
 #include <algorithm>
@@ -113,7 +114,8 @@ bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChan
   if (!listener)
     return false;
   const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
-  m_listeners.push_back(listener);
+  if (!tryAllocate([&] { m_listeners.push_back(listener); }))
+    return false;
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Adding listener");
   return true;
 }

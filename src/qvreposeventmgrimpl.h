@@ -28,9 +28,9 @@ public:
   bool getClientGUID(QvbString* out) override;
 
 private:
-  class Walk;
+  class QVREPOSRES_HIDDEN Walk;
   template<class Notification>
-  void notifyListeners(Notification notify);
+  QVREPOSRES_HIDDEN void notifyListeners(Notification notify);
 
   // In registration order. While listeners are being notified, a removed one leaves a null in its place, so
   // that the positions of the others stay what they are.

@@ -284,9 +284,8 @@ void RepositoryMetadataObjectImpl::writeAssociationsAndValue(QvDomNode& node,
 bool RepositoryMetadataObjectImpl::toXML(QvDomNode* node) {
   if (!node)
     return false;
-  MetadataWriting own;
-  MetadataWriting& writing = own.outermost();
-  if (own.isOutermost())
+  MetadataWriting writing;
+  if (writing.isOutermost())
     writing.countObjects();
   writeAttributes(*node, writing);
   std::vector<WrittenLevel> levels{{this, *node}};

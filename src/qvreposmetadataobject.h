@@ -34,43 +34,43 @@ private:
   std::unique_ptr<std::unordered_set<RepositoryMetadataObject*>> m_index;
 };
 
-// One document that is being written, from the outermost toXML() on, or from the start of whoever writes several objects
-// into it. It bounds what is written, and with it the work: a few objects that are contained at many places would fill
-// any memory.
+// A document that this thread is writing: what lives within another one, as the writing of an object within that of the
+// document does, counts for the outermost. It bounds what is written, and with it the work: a few objects that are
+// contained at many places would fill any memory.
 class MetadataWriting {
 public:
   static constexpr std::size_t maxObjects = std::size_t{1} << 24;
 
-  MetadataWriting() noexcept : m_outermost(current() ? current() : this) { current() = m_outermost; }
-  ~MetadataWriting() {
-    if (isOutermost())
-      current() = nullptr;
+  MetadataWriting() noexcept {
+    if (state().depth++ == 0)
+      state() = {.depth = 1};
   }
+  ~MetadataWriting() { --state().depth; }
   MetadataWriting(const MetadataWriting&) = delete;
   MetadataWriting& operator=(const MetadataWriting&) = delete;
 
-  bool isOutermost() const noexcept { return m_outermost == this; }
-  // Which everything counts for.
-  MetadataWriting& outermost() noexcept { return *m_outermost; }
+  bool isOutermost() const noexcept { return state().depth == 1; }
   // So many objects more, or text that takes so many bytes.
-  void countObjects(std::size_t count = 1) noexcept { m_objects += count; }
-  void countBytes(std::size_t count) noexcept { m_bytes += count; }
+  void countObjects(std::size_t count = 1) noexcept { state().objects += count; }
+  void countBytes(std::size_t count) noexcept { state().bytes += count; }
   // So many objects are to come.
-  void expectObjects(std::size_t count) noexcept { m_areTooMany = m_areTooMany || count > maxObjects; }
+  void expectObjects(std::size_t count) noexcept { state().areTooMany |= count > maxObjects; }
   bool isTooLarge() const noexcept {
-    return m_areTooMany || m_objects > maxObjects || m_bytes > QvDom::MaxSize;
+    return state().areTooMany || state().objects > maxObjects || state().bytes > QvDom::MaxSize;
   }
 
 private:
-  static MetadataWriting*& current() noexcept {
-    thread_local MetadataWriting* writing = nullptr;
-    return writing;
-  }
+  struct State {
+    std::size_t depth = 0;
+    std::size_t objects = 0;
+    std::size_t bytes = 0;
+    bool areTooMany = false;
+  };
 
-  MetadataWriting* m_outermost;
-  std::size_t m_objects = 0;
-  std::size_t m_bytes = 0;
-  bool m_areTooMany = false;
+  static State& state() noexcept {
+    thread_local constinit State ofThisThread;
+    return ofThisThread;
+  }
 };
 
 // An object may be held by several owners at once: by parents, and by the context that made it. release() destroys it

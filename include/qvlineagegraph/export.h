@@ -12,3 +12,5 @@
 
 // Marks the functions and classes that stay visible outside the shared library; all else is hidden.
 #define QVLINEAGEGRAPH_API __attribute__((visibility("default")))
+// Marks what an exported class keeps to itself.
+#define QVLINEAGEGRAPH_HIDDEN __attribute__((visibility("hidden")))

@@ -223,7 +223,7 @@ public:
   Graph build();
 
 private:
-  struct Parts;
+  struct QVLINEAGEGRAPH_HIDDEN Parts;
   std::unique_ptr<Parts> m_parts;
 };
 

@@ -36,7 +36,8 @@ public:
   View induced(std::span<const NodeIndex> nodes) const;
 
 private:
-  View(const Graph& graph, ViewKind kind, std::vector<NodeIndex> nodes, std::vector<Edge> edges);
+  QVLINEAGEGRAPH_HIDDEN View(const Graph& graph, ViewKind kind, std::vector<NodeIndex> nodes,
+                             std::vector<Edge> edges);
 
   const Graph* m_graph;
   ViewKind m_kind;

@@ -7,7 +7,7 @@
 #include "qvreposres/qvresource.h"
 #include "qvreposres/qvresourcefactory.h"
 
-// Every list returned is a new one that the caller releases; null when memory is short.
+// Every list returned is a new one that the caller releases; null when memory is short. Nothing here throws.
 class QVREPOSRES_API QvImpactAnalysis {
 public:
   virtual ~QvImpactAnalysis() = default;
@@ -27,12 +27,12 @@ public:
   // A new resource named by its identity.
   virtual QvResource* getResource(const QvbString& resourceType, const QvbString& resourceIdentity) = 0;
   // Adds what the resource depends on to what is known already, read from the list's cursor on. The store keeps copies.
-  // False for a null argument.
+  // False for a null argument. What memory is short for goes unrecorded, and the result is true.
   virtual bool addDependentResources(QvResource* resource, QvResourceList* dependents) = 0;
   virtual QvResourceList* createResourceList() = 0;
   virtual QvResource* createResource(const QvbString& name, const QvbString& resourceType,
                                      const QvbString& resourceIdentity) = 0;
-  // Forgets what the resource depends on. False when nothing is known of it.
+  // Forgets what the resource depends on. False when nothing is known of it, or memory is short.
   virtual bool deleteResource(QvResource* resource) = 0;
   // The resource must be one that this library made.
   virtual bool setAnalysisDate(QvResource* resource, const QvbDate& date) = 0;
@@ -40,8 +40,9 @@ public:
   virtual QvResourceList* getAllUniqueUsedResources() = 0;
   // One row: "ProcessJob".
   virtual QvStringList* getResourceTypes() = 0;
-  // Appends the graph as lineage XML to `xml`; on failure `message` tells why. With `layout` each element stands on a
-  // line of its own.
+  // Appends the graph as lineage XML to `xml`: all of it, or nothing and false, with a `message` when the document could
+  // not be started. With `layout` each element stands on a line of its own. Where resources live is told by the store's
+  // own resolver, whichever one a host registered with the factory: that one is for the resource manager.
   virtual bool getLineageAsString(QvbString* xml, QvbString* message, bool layout) = 0;
   // The store's own factory, not to be released.
   virtual QvResourceFactory* getDefaultResourceFactory() = 0;

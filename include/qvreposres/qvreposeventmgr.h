@@ -48,7 +48,7 @@ public:
   virtual void fireObjectRenamed(const QvbString& repository, const QvbString& object, int id,
                                  const QvbString& uuid, const QvbString& oldName,
                                  const QvbString& newName) = 0;
-  // False for null alone: a listener that is added twice is called twice.
+  // False for null, and when memory is short: a listener that is added twice is called twice.
   virtual bool addRepositoryObjectChangeListener(RepositoryObjectChange* listener) = 0;
   // Removes every occurrence. The result is always false and says nothing.
   virtual bool removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) = 0;

@@ -7,7 +7,8 @@
 
 // Finds names, identities and places of resources. A host that keeps its objects elsewhere supplies one; that of the
 // lineage store knows no repository of its own. `id` and `uuid` are the object's identifiers in its repository, either of
-// which may be empty. Outputs may be written when the result is false, too.
+// which may be empty. Outputs may be written when the result is false, too. The lineage
+// store's own throws nothing: a lookup that memory is short for is false or null.
 class QVREPOSRES_API QvResourceResolver {
 public:
   virtual ~QvResourceResolver() = default;
@@ -45,7 +46,8 @@ public:
   // Where extensions of the factory lie; empty for the lineage store's.
   virtual QvbString getPluginPath() = 0;
   // The factory owns the resolver from then on. Null is ignored. A resolver registered before is not released: it stays
-  // with who registered it, as the lineage store's own does with the store, which ends it when it ends itself.
+  // with who registered it, as the lineage store's own does with the store, which ends it when it ends itself, and whose
+  // export asks it as before. The resource manager asks the one that is registered.
   virtual void registerResourceResolver(QvResourceResolver* resolver) = 0;
   // The registered resolver, not to be released; null when there is none.
   virtual QvResourceResolver* getResourceResolver() = 0;

@@ -125,6 +125,25 @@ TEST(SavedGraph, IsReadByAnotherProgram) {
   EXPECT_EQ(run.out, "<t a=\"\"/> 1\n") << run.err;
 }
 
+TEST(SavedGraph, KeepsToItsSchema) {
+  const TempDir folder;
+  const auto check = [&](const std::string& text) {
+    return runProcess(
+        {"python3", "-c",
+         "import json,sys,jsonschema; jsonschema.Draft202012Validator(json.load(open(sys.argv[1])))"
+         ".validate(json.load(open(sys.argv[2])))",
+         QV_SOURCE_DIR "/docs/schemas/lineage-graph.schema.json", folder.write("graph.json", text)});
+  };
+  for (const auto& text :
+       {saved(sample()), saved(Graph()), saved(graphOf(healthModels()), ViewKind::Tables)}) {
+    const auto run = check(text);
+    EXPECT_EQ(run.status, 0) << run.err;
+  }
+  std::string odd = saved(sample());
+  odd.replace(odd.find("\"read\""), 6, "\"eats\"");
+  EXPECT_NE(check(odd).status, 0);
+}
+
 TEST(SavedGraph, MayHaveItsMembersInAnyOrder) {
   EXPECT_THAT(
       edgeTexts(restored(R"( { "notes" : [ ] , "edges" : [ {"inferred":true, "more":[1,{"x":"]"}], "to":0,

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The arrows of the layout: tools -> include -> platform; src -> include, platform; nothing in platform knows src, and
+# The arrows of the layout: tools -> graph -> include -> platform; src -> include, platform; nothing in platform knows src, and
 # nothing in src reaches the operating system, the XML parser, the HTTP client or the standard file streams directly.
 set -euo pipefail
 cd "$1"
@@ -32,8 +32,12 @@ refuse "a public header knows the library's sources" '#include *"(lineage|guards
 refuse "the host tool knows the library's sources" \
   '#include *"(guards|listcursor|allocation|domchildren|lineage(factory|serialization)|qvresourcemgrimpl|qvreposconfigmgrimpl)' \
   tools examples
-refuse "the platform's own headers are used outside it" '#include *["<][^">]*private/' src include tools examples
-for folder in src platform include tools; do
+refuse "the lineage graph knows the library's or the tool's sources" \
+  '#include *"(\.\.|guards|listcursor|allocation|domchildren|sqlstepwalk|lineage(factory|serialization)|qvresourcemgrimpl|host|jobs\.h)' graph
+refuse "the library knows the lineage graph" '#include *["<]qvlineagegraph/' src platform include/qvreposres
+refuse "the tool knows the lineage graph's sources" '#include *["<](joiner|jobfacts|wildcard|textpool|nodetable|jsonsplit)' tools
+refuse "the platform's own headers are used outside it" '#include *["<][^">]*private/' src include graph tools examples
+for folder in src platform include graph tools; do
   [[ -n $(find "$folder" -name '*.cpp' -o -name '*.h') ]] || { echo "nothing was found in $folder" >&2; bad=1; }
 done
 exit "$bad"

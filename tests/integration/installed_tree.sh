@@ -19,7 +19,7 @@ for compiler in g++ clang++; do
   done < <(cd "$includes" && find . -name '*.h' -printf '%P\n')
 done
 ((compiled > 40)) || { echo "only $compiled headers were compiled" >&2; exit 1; }
-if grep -rlE '#include +[<"](xercesc|curl|fmt|spdlog|uriparser|uuid|ini\.h)' "$includes"; then
+if grep -rlE '#include +[<"](xercesc|curl|fmt|spdlog|uriparser|uuid|simdjson|nlohmann|ini\.h)' "$includes"; then
   echo "an installed header includes a third-party one" >&2
   exit 1
 fi
@@ -45,6 +45,22 @@ cmake -G Ninja -S "$work/app" -B "$work/app/build" -DCMAKE_PREFIX_PATH="$prefix"
 ninja -C "$work/app/build" --quiet
 "$work/app/build/app" "$job" | expect find_package
 
+cat >"$work/app/graph.cpp" <<EOF
+#include "qvlineagegraph/scan.h"
+#include <cstdio>
+int main(int, char** arguments) {
+  const std::string path = arguments[1];
+  const auto graph = qvlineagegraph::scan(std::span(&path, 1));
+  std::printf("%zu jobs\\n", graph->counts().jobs);
+}
+EOF
+cat >>"$work/app/CMakeLists.txt" <<EOF
+add_executable(graph graph.cpp)
+target_link_libraries(graph PRIVATE QvReposRes::qvlineagegraph)
+EOF
+ninja -C "$work/app/build" --quiet
+[[ $("$work/app/build/graph" "$job") == "1 jobs" ]] || { echo "the lineage graph found no job" >&2; exit 1; }
+
 export PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name qvreposres.pc)")
 libdir=$(pkg-config --variable=libdir qvreposres)
 for compiler in g++ clang++; do
@@ -52,4 +68,7 @@ for compiler in g++ clang++; do
   # shellcheck disable=SC2046,SC2086
   "$compiler" -std=c++20 ${CXXFLAGS:-} "$program" $(pkg-config --cflags --libs qvreposres) -o "$work/app/$compiler"
   LD_LIBRARY_PATH=$libdir "$work/app/$compiler" "$job" | expect "pkg-config with $compiler"
+  # shellcheck disable=SC2046,SC2086
+  "$compiler" -std=c++20 ${CXXFLAGS:-} "$work/app/graph.cpp" $(pkg-config --cflags --libs qvlineagegraph) -o "$work/app/graph"
+  [[ $(LD_LIBRARY_PATH=$libdir "$work/app/graph" "$job") == "1 jobs" ]] || { echo "$compiler: no job" >&2; exit 1; }
 done

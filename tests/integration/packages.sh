@@ -61,19 +61,20 @@ done
 says "$runtime" Section libs
 says libqvreposres-dev Section libdevel
 says qvrepos Section utils
-for library in libc6 libxerces-c3 libcurl libfmt libspdlog libinih liburiparser libuuid libstdc++6; do
+for library in libc6 libxerces-c3 libcurl libfmt libspdlog libinih liburiparser libuuid libsimdjson libstdc++6; do
   grep -q -- "$library" <<<"$(field "$runtime" Depends)" || fail "$runtime does not depend on $library"
 done
 says libqvreposres-dev Depends "$runtime \(= $version\)"
 says qvrepos Depends "(.*, )?$runtime \(= $version\)(, .*)?"
 grep -q libc6 <<<"$(field qvrepos Depends)" || fail "qvrepos does not depend on libc6"
 
-for library in libqvreposres libqvplatform; do
+for library in libqvreposres libqvplatform libqvlineagegraph; do
   holds "$runtime" "-rw-r--r-- $lib/$library.so.$version" "lrwxrwxrwx $lib/$library.so.$major -> $library.so.$version"
   holds libqvreposres-dev "lrwxrwxrwx $lib/$library.so -> $library.so.$major"
 done
 headers=usr/include/qvreposres-${version%.*}
 holds libqvreposres-dev "-rw-r--r-- $headers/qvreposres/qvreposres.h" "-rw-r--r-- $headers/qvxbase/qvbstring.h" \
+  "-rw-r--r-- $headers/qvlineagegraph/graph.h" "-rw-r--r-- $lib/pkgconfig/qvlineagegraph.pc" \
   "-rw-r--r-- $lib/pkgconfig/qvreposres.pc" "-rw-r--r-- $lib/cmake/QvReposRes/QvReposResConfig.cmake" \
   "-rw-r--r-- usr/share/doc/libqvreposres-dev/examples/programs/job_lineage.cpp"
 holds qvrepos "-rwxr-xr-x usr/bin/qvrepos" "-rw-r--r-- usr/share/man/man1/qvrepos.1" \

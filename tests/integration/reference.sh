@@ -7,10 +7,10 @@ trap 'rm -rf "$work"' EXIT
 fail() { echo "$1" >&2; exit 1; }
 
 scripts/docs "$work"
-for header in include/qvreposres/*.h; do
+for header in include/*/*.h; do
   name=$(basename "$header" .h)
-  [[ -f $work/html/${name}_8h.html ]] || fail "$header is not in the reference"
-  grep -qF "qvreposres/$name.h" docs/mainpage.md || [[ $name == export ]] || fail "docs/mainpage.md leaves out $header"
+  [[ -n $(find "$work/html" -name "*${name}_8h.html") ]] || fail "$header is not in the reference"
+  grep -qF "${header#include/}" docs/mainpage.md || [[ $name == export ]] || fail "docs/mainpage.md leaves out $header"
 done
 says() { grep -rqF "$1" "$work/html" --include='*.html' || fail "the reference does not say: $1"; }
 says "Repository events: who changed which object."             # of a file

@@ -355,6 +355,40 @@ TEST(LineageResolver, MakesNothingOfAnyOtherURI) {
   }
 }
 
+TEST(LineageResolver, NamesADatabaseOfADataURIByAnEmptyText) {
+  const URI uri(getDataURIFromComponents("qvd", "", "Sales", "ODBC", "", "", "", ""));
+  const Resource found(makeResolver()->getResourceFromURI(uri->asString()));
+  ASSERT_TRUE(found);
+  EXPECT_TRUE(isEmptyText(found->getName()));
+  const Resource made(Factory(new LineageImpactFactoryImpl)->getDataResource(uri->getDataURI()));
+  ASSERT_TRUE(made);
+  EXPECT_TRUE(isEmptyText(made->getName()));
+}
+
+// In place of a path that is null, and of parts that an identity does not have.
+TEST_F(LineageLocation, OfNothingIsAnEmptyText) {
+  const QvbString none;
+  for (const char* type : {"File", "Folder", "ProcessJob"}) {
+    QvbString name;
+    QvbString uri;
+    EXPECT_FALSE(makeResolver()->getResourceLocation(none, none, type, &name, &uri));
+    EXPECT_TRUE(isEmptyText(uri)) << type;
+  }
+  const struct {
+    const char* type;
+    const char* element;
+  } withoutParts[] = {{"Table", "tabledatasource"}, {"File", "file"}};
+  for (const auto& [type, element] : withoutParts) {
+    QvbString name;
+    QvbString uri("before");
+    const std::string identity =
+        std::string("<morvaxeldocument><resource><") + element + "/></resource></morvaxeldocument>";
+    EXPECT_FALSE(makeResolver()->getResourceLocation(none, text(identity), type, &name, &uri));
+    EXPECT_TRUE(isEmptyText(name)) << type;
+    EXPECT_FALSE(uri.isNull()) << type;
+  }
+}
+
 TEST_F(LineageLocation, OfATableIsItsDataURI) {
   struct Case {
     const char* dsn;

@@ -329,6 +329,17 @@ TEST_F(LineageExport, NamesATableByItsDataURIAndPath) {
                           line(1, "Setting " + str(identity) + " identity as: " + uri)));
 }
 
+TEST_F(LineageExport, AsksTheStoresOwnResolverWhicheverOneAHostRegistered) {
+  RecordingResolver registered;
+  const Store store(new LineageSerializationImpl);
+  store->getDefaultResourceFactory()->registerResourceResolver(&registered);
+  const QvbString identity = tableIdentity("Sales", "dbo", "CUSTOMERS");
+  const Resource table = resource("label", "Table", identity);
+  ASSERT_TRUE(store->addDependentResources(table.get(), listOf({table.get()}).get()));
+  EXPECT_THAT(exported(*store), ::testing::HasSubstr("Sales.dbo.CUSTOMERS"));
+  EXPECT_THAT(registered.calls, ::testing::IsEmpty());
+}
+
 TEST_F(LineageExport, NamesAResourceWithoutLocationByItsIdentity) {
   const LogCapture log;
   EXPECT_EQ(element(resource("label", "Table", "no identity").get()),

@@ -503,6 +503,7 @@ TEST_F(Conversion, ReportsAPathThatNamesNoFileOfTheRepository) {
 
 TEST_F(Conversion, WritesNothingWhenMemoryIsShort) {
   define("Main", "/srv/main");
+  EXPECT_EQ(toURI("/srv/main/a"), "qvr://Main/a?type=File"); // reads the definition
   struct Case {
     std::function<bool(QvbString*)> convert;
     const char* expected;

@@ -10,7 +10,8 @@ struct ResourceRow {
   std::string identity;
 };
 
-// The place of a resource as the store's resolver knows it; the identity when it knows none.
+// The place of a resource as the export gives it: here the registered resolver is the store's own. The identity when it
+// knows none.
 std::string locate(QvImpactAnalysis* store, QvResource* resource) {
   QvbString name, uri;
   store->getDefaultResourceFactory()->getResourceResolver()->getResourceLocation(

@@ -140,13 +140,13 @@ export class Groups {
     return [...edges.values()];
   }
 
-  // The group's members with what they touch when that is no more than `fits` takes, else the members alone.
-  around(members, fits) {
+  // Nodes with what they touch.
+  around(members) {
     const shown = new Set(members);
     for (const node of members) {
       for (const edge of this.graph.edgesOf(node, DOWN)) shown.add(this.graph.to[edge]);
       for (const edge of this.graph.edgesOf(node, UP)) shown.add(this.graph.from[edge]);
     }
-    return fits(shown) ? shown : new Set(members);
+    return shown;
   }
 }

@@ -196,15 +196,15 @@ class Page {
     this.keep(false);
   }
 
+  // What is in the group with what it touches, where that can be drawn; else the groups in it; else what is in it alone.
   openGroup(group) {
-    const members = this.groups.members(group);
-    if (members.length <= MOST_ELEMENTS) {
-      const shown = this.groups.around(members, (nodes) => this.selection.fits(nodes));
+    const members = new Set(this.groups.members(group));
+    for (const shown of [this.groups.around(members), members]) {
       if (this.selection.fits(shown)) return this.show({ mode: 'nodes', shown, focus: null });
+      if (this.groups.depthWithin(group) !== null) return this.show({ mode: 'groups', within: group.key, pick: null });
     }
-    if (this.groups.depthWithin(group) !== null) return this.show({ mode: 'groups', within: group.key, pick: null });
     this.pickGroup(group.key);
-    return this.refuse(members.length, 'Pick from the list beside, or search.');
+    return this.refuse(members.size, 'Pick from the list beside, or search.');
   }
 
   showOverview() {

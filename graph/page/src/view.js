@@ -9,6 +9,7 @@ import { palette, styleOf } from './style.js';
 const READABLE = 0.62; // the least zoom at which labels can be read
 const LEAST = 0.5; // of a drawing without a middle
 const LARGEST = 1.15;
+const MARGIN = 40;
 
 export class View {
   constructor(container, on) {
@@ -58,20 +59,27 @@ export class View {
     this.mark(anchor);
   }
 
-  // The whole where its labels can be read so, else the surroundings of the anchor.
+  // The whole where its labels can be read so, else the surroundings of the anchor, or where the drawing begins.
   frame(anchor) {
     const { cy } = this;
     if (cy.elements().empty()) return;
-    const zoom = cy.zoom();
-    cy.fit(cy.nodes(), 40);
-    if (cy.zoom() > LARGEST) this.zoomTo(LARGEST);
+    const before = cy.zoom();
+    this.fit();
     if (cy.zoom() >= (anchor ? READABLE : LEAST)) return;
-    this.zoomTo(Math.min(1, Math.max(READABLE, zoom)));
-    cy.center(anchor ? cy.getElementById(anchor) : cy.nodes('.box').first());
+    cy.zoom(Math.min(1, Math.max(READABLE, before)));
+    if (anchor) {
+      cy.center(cy.getElementById(anchor));
+      return;
+    }
+    const { x1, y1, w, h } = cy.nodes().boundingBox();
+    const zoom = cy.zoom();
+    const start = (room, size) => Math.max(MARGIN, (room - size * zoom) / 2);
+    const middle = cy.edges().nonempty() ? (cy.height() - h * zoom) / 2 : start(cy.height(), h);
+    cy.pan({ x: start(cy.width(), w) - x1 * zoom, y: middle - y1 * zoom });
   }
 
   fit() {
-    this.cy.fit(this.cy.nodes(), 40);
+    this.cy.fit(this.cy.nodes(), MARGIN);
     if (this.cy.zoom() > LARGEST) this.zoomTo(LARGEST);
   }
 
