@@ -16,16 +16,18 @@
 
 namespace qvlineagegraph {
 
-// A row a job with what it reads and writes; in a view without jobs, a row an edge.
+// A row a job with what it reads and writes, and below it the tables that no job there does; in a view of jobs or tables
+// alone, a row a node with what is upstream and downstream next to it.
 QVLINEAGEGRAPH_API void writeTable(const View& view, std::string& out);
 
 struct TreeOptions {
-  std::vector<NodeIndex> roots; // what the tree starts at; none: the nodes that nothing leads to
+  std::vector<NodeIndex> roots{}; // what the tree starts at; none: the nodes that nothing leads to
   bool upstream = true;
   bool downstream = true;
-  Depth depth;
+  Depth depth{};
 };
-// What lies upstream and downstream of each root, drawn with lines; a node that was drawn before is marked.
+// What lies upstream and downstream of each root, drawn with lines; a node that was drawn before on that side is marked. What the
+// roots do not reach follows.
 QVLINEAGEGRAPH_API void writeTree(const View& view, const TreeOptions& options, std::string& out);
 
 // A row an edge: from_type, from_name, from_identity, to_type, to_name, to_identity, access, inferred.
@@ -36,7 +38,8 @@ QVLINEAGEGRAPH_API void writeMermaid(const View& view, std::string& out);
 
 enum class PictureFormat { Svg, Png };
 inline constexpr std::size_t mostNodesInAPicture = 2000;
-// Refused above that number of nodes.
+// Drawn by Graphviz. Refused above that number of nodes. A picture of vectors does not depend on the fonts of the machine.
+// May be called from several threads, which then wait for each other.
 QVLINEAGEGRAPH_API Result<void> writePicture(const View& view, PictureFormat format, std::string& out);
 
 struct HtmlOptions {
@@ -47,10 +50,11 @@ struct HtmlOptions {
 QVLINEAGEGRAPH_API Result<void> writeHtml(const View& view, const HtmlOptions& options, std::string& out);
 
 struct OpenLineageOptions {
-  // From the name of a data source to the namespace of its tables, "postgres://db:5432/dwh".
-  std::map<std::string, std::string> namespaces;
-  std::string jobNamespace; // empty: the writer's own
-  std::string eventTime;    // ISO 8601 with a zone; empty: now
+  // From the name of a data source to its server and, if the standard's names of tables begin with one, its database:
+  // "postgres://db:5432/dwh" gives the namespace "postgres://db:5432" and the name "dwh.schema.table".
+  std::map<std::string, std::string> namespaces{};
+  std::string jobNamespace{}; // empty: the writer's own
+  std::string eventTime{};    // ISO 8601 with a zone; empty: now
 };
 // One JobEvent a job, each a line of JSON.
 QVLINEAGEGRAPH_API Result<void> writeOpenLineage(const View& view, const OpenLineageOptions& options,

@@ -1,5 +1,7 @@
 #include "host.h"
+#include "interrupt.h"
 
+#include "qvsfio/npfio.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvuri.h"
@@ -25,34 +27,22 @@ std::string jsonText(const nlohmann::ordered_json& value) {
   return value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-// A cell that is wider moves the rest of its own row alone: padding cannot outgrow what there is to show.
-static constexpr std::size_t widestColumn = 100;
-
 void Host::printTable(const std::vector<std::string>& heading,
                       const std::vector<std::vector<std::string>>& rows) {
-  std::vector<std::vector<std::string>> cells{heading};
-  for (const auto& row : rows)
-    std::transform(row.begin(), row.end(), std::back_inserter(cells.emplace_back()), visible);
+  std::string table;
+  qvlineagegraph::writeColumns(heading, rows, table);
+  print(table);
+}
 
-  // Continuation bytes of UTF-8 take no column.
-  const auto width = [](const std::string& cell) {
-    return static_cast<std::size_t>(
-        std::count_if(cell.begin(), cell.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
-  };
-  std::vector<std::size_t> widths(heading.size());
-  for (const auto& row : cells)
-    for (std::size_t column = 0; column < row.size(); ++column)
-      widths[column] = std::min(std::max(widths[column], width(row[column])), widestColumn);
-
-  for (const auto& row : cells) {
-    std::string line;
-    for (std::size_t column = 0; column < row.size(); ++column) {
-      line += row[column];
-      if (column + 1 < row.size())
-        line.append(std::max(widths[column], width(row[column])) - width(row[column]) + 2, ' ');
-    }
-    printLine(line);
-  }
+void Host::write(std::string_view result, const std::string& output) {
+  if (output.empty())
+    return print(result);
+  const std::string path = absolutePath(nativePath(output));
+  if (const auto reason = whyNotWritable(path); !reason.empty())
+    return fail("cannot write " + output + ": " + reason);
+  const Interrupts::Hold hold;
+  if (const int code = np_fio_writeAll(text(path), text(result)))
+    fail("cannot write " + output + ": " + np_fio_errdesc(code));
 }
 
 void Host::flush() {
@@ -80,8 +70,16 @@ int Host::finish() {
   return m_status;
 }
 
-void addJsonFlag(CLI::App& command, Host& host, const std::string& shape) {
-  command.add_flag("--json", host.json, "Print JSON: " + shape);
+void addJsonFlag(CLI::App& command, Host& host, const std::string& shape, CLI::Option* format) {
+  auto* flag = command.add_flag("--json", host.json, "Print JSON: " + shape);
+  if (format)
+    flag->excludes(format);
+}
+
+void addOutputOption(CLI::App& command, std::string& output) {
+  command.add_option("-o,--output", output, "Write to this file instead of standard output")
+      ->type_name("FILE")
+      ->check(notEmpty());
 }
 
 std::string visible(std::string_view bytes) { return str(qvbEscapeControls(bytes)); }

@@ -1,6 +1,7 @@
 // What the subcommands of the host tool share: options, output, messages and the exit status.
 #pragma once
 
+#include "qvlineagegraph/columns.h"
 #include "qvxbase/qvbreleased.h"
 #include "qvxbase/qvbstring.h"
 #include "qvxlog/qvxlog.h"
@@ -41,11 +42,15 @@ public:
     print("\n");
   }
   void printJson(const nlohmann::ordered_json& value) { print(jsonText(value)); }
-  // Columns of equal width, up to a limit, with a heading. Control characters are shown as escapes, so that a row stays on its line.
+  // The result as a file, or printed where no file is named.
+  void write(std::string_view result, const std::string& output);
+  // Columns as qvlineagegraph::writeColumns() has them.
   void printTable(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows);
 
   // A failure, to standard error: "qvrepos: <message>". The run ends with status 1.
   void fail(std::string_view message);
+  // Status 1 for a result that says itself what is amiss.
+  void endFailed() { m_status = ExitFailed; }
   // A hint about a result that may surprise, to standard error; the status stays. Silent with --quiet.
   void note(std::string_view message);
   // Flushes the results; what could not be written is a failure.
@@ -59,8 +64,10 @@ private:
   int m_outputError = 0;
 };
 
-// The flag --json of a command; the shape reads like "an array of records: type, extension".
-void addJsonFlag(CLI::App& command, Host& host, const std::string& shape);
+// The flag --json of a command; the shape reads like "an array of records: type, extension". `format` is the option that
+// it would contradict.
+void addJsonFlag(CLI::App& command, Host& host, const std::string& shape, CLI::Option* format = nullptr);
+void addOutputOption(CLI::App& command, std::string& output);
 
 // Text with control characters as escapes ("\n", "\x1b"), as qvbEscapeControls() has it.
 std::string visible(std::string_view bytes);
@@ -90,4 +97,7 @@ void addUriCommands(CLI::App& app, Host& host);
 void addTypesCommand(CLI::App& app, Host& host);
 void addCacheCommand(CLI::App& app, Host& host);
 void addVersionCommand(CLI::App& app, Host& host);
+void addGraphCommands(CLI::App& app, Host& host);
+void addDiffCommand(CLI::App& app, Host& host);
+void addAuditCommand(CLI::App& app, Host& host);
 void addGenerateCommand(CLI::App& app, Host& host);

@@ -1,9 +1,7 @@
 // qvrepos lineage: the lineage of job files as XML.
-#include "interrupt.h"
 #include "jobs.h"
 #include "progress.h"
 
-#include "qvsfio/npfio.h"
 #include "qvxdom/qvdom.h"
 
 #include <stdexcept>
@@ -16,26 +14,34 @@ struct LineageOptions {
   std::vector<std::string> paths;
   std::string output;
   bool compact = false;
+  bool strict = false;
 };
 
-// Records what each job uses; files that cannot be read are reported and left out.
-void recordJobs(Host& host, JobScanner& scanner, const std::vector<std::string>& files) {
+// Records what each job uses; files that cannot be read are reported and left out, those that are no step that is known
+// are named.
+void recordJobs(Host& host, JobScanner& scanner, const std::vector<qvlineagegraph::JobFile>& files,
+                bool strict) {
   std::vector<std::string> failures;
+  std::vector<std::pair<std::string, std::string>> unknown;
   {
     ProgressBar bar(host, files.size(), shownFrom);
-    for (const auto& file : files) {
+    for (const auto& [file, name] : files) {
       const auto job = scanner.newList();
       const auto used = scanner.newList();
-      const std::string reason = scanner.scan(file, job.get(), used.get());
-      if (!reason.empty())
-        failures.push_back(reason);
+      const auto scanned = scanner.scan(file, job.get(), used.get());
+      if (!scanned.failure.empty())
+        failures.push_back(scanned.failure);
       else if (job->next())
         scanner.store()->addDependentResources(job->getValue(), used.get());
+      if (!scanned.unknownRoot.empty())
+        unknown.emplace_back(file, scanned.unknownRoot);
       bar.step();
     }
   }
   for (const auto& reason : failures)
     host.fail(reason);
+  for (const auto& [file, root] : unknown)
+    reportUnknownStep(host, file, root, strict);
 }
 
 // A resource element's attributes, and the data path below it where there is one.
@@ -71,35 +77,27 @@ std::string jsonLineage(const QvbString& xml) {
   return jsonText(models);
 }
 
-void writeResult(Host& host, std::string_view result, const std::string& output) {
-  if (output.empty())
-    return host.print(result);
-  const std::string path = absolutePath(nativePath(output));
-  if (const auto reason = whyNotWritable(path); !reason.empty())
-    return host.fail("cannot write " + output + ": " + reason);
-  const Interrupts::Hold hold;
-  if (const int code = np_fio_writeAll(text(path), text(result)))
-    host.fail("cannot write " + output + ": " + np_fio_errdesc(code));
-}
-
 void runLineage(Host& host, const LineageOptions& options) {
-  const JobFiles found = findJobFiles(options.paths);
-  for (const auto& reason : found.failures)
-    host.fail(reason);
+  const auto found = qvlineagegraph::findJobFiles(options.paths);
+  for (const auto& failure : found.failures)
+    host.fail(failure.text);
 
   if (found.files.empty() && found.failures.empty())
-    host.note("no job files were found: " + jobFileExtensions());
+    host.note("no job files were found: " + qvlineagegraph::jobFileExtensions());
 
   JobScanner scanner;
-  recordJobs(host, scanner, found.files);
-  noteLossyNames(host, found.files);
+  recordJobs(host, scanner, found.files, options.strict);
+  std::vector<std::string> paths;
+  for (const auto& file : found.files)
+    paths.push_back(file.path);
+  noteLossyNames(host, paths);
 
   QvbString xml, message;
   if (!scanner.store()->getLineageAsString(&xml, &message, !options.compact))
     return host.fail("no lineage: " + str(message));
   if (options.compact)
     xml.append("\n");
-  writeResult(host, host.json ? jsonLineage(xml) : str(xml), options.output);
+  host.write(host.json ? jsonLineage(xml) : str(xml), options.output);
 }
 
 } // namespace
@@ -111,9 +109,8 @@ void addLineageCommand(CLI::App& app, Host& host) {
       ->add_option("PATH", options->paths,
                    "Job files, and folders that are searched for job files to any depth")
       ->required();
-  command->add_option("-o,--output", options->output, "Write to this file instead of standard output")
-      ->type_name("FILE")
-      ->check(notEmpty());
+  addOutputOption(*command, options->output);
+  addStrictFlag(*command, options->strict);
   command->add_flag("--compact", options->compact, "Write XML without white space between elements");
   addJsonFlag(
       *command, host,

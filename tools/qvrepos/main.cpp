@@ -157,6 +157,9 @@ int run(int argc, char** argv) {
   addTypesCommand(app, host);
   addCacheCommand(app, host);
   addVersionCommand(app, host);
+  addGraphCommands(app, host);
+  addDiffCommand(app, host);
+  addAuditCommand(app, host);
   addGenerateCommand(app, host);
 
   try {

@@ -50,18 +50,20 @@ std::vector<std::string> identitiesOf(const std::vector<ResourceRow>& rows) {
   return identities;
 }
 
-void runResources(Host& host, const std::string& file) {
+void runResources(Host& host, const std::string& file, bool strict) {
   JobScanner scanner;
   const auto job = scanner.newList();
   const auto used = scanner.newList();
-  const std::string reason = scanner.scan(absolutePath(file), job.get(), used.get());
-  if (!reason.empty())
-    return host.fail(reason);
+  const auto scanned = scanner.scan(absolutePath(file), job.get(), used.get());
+  if (!scanned.failure.empty())
+    return host.fail(scanned.failure);
   std::vector<ResourceRow> rows;
   collect(scanner.store(), job.get(), rows);
   collect(scanner.store(), used.get(), rows);
   printRows(host, rows);
   noteLossyNames(host, identitiesOf(rows));
+  if (!scanned.unknownRoot.empty())
+    reportUnknownStep(host, absolutePath(file), scanned.unknownRoot, strict);
 }
 
 } // namespace
@@ -71,7 +73,9 @@ void addResourcesCommand(CLI::App& app, Host& host) {
       app.add_subcommand("resources", "List the resources that one job touches, the job itself first");
   auto file = std::make_shared<std::string>();
   command->add_option("FILE", *file, "A job file")->required();
+  auto strict = std::make_shared<bool>();
+  addStrictFlag(*command, *strict);
   addJsonFlag(*command, host, "an array of records: type, name, location, identity");
   command->footer("Example: qvrepos resources examples/repository/batch_jobs/clean_customers.djf");
-  command->callback([&host, file] { runResources(host, *file); });
+  command->callback([&host, file, strict] { runResources(host, *file, *strict); });
 }

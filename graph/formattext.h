@@ -1,0 +1,27 @@
+// What the writers of formats share.
+#pragma once
+
+#include "qvlineagegraph/graph.h"
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <string_view>
+
+namespace qvlineagegraph {
+
+// The bytes as text that XML can carry: what is not UTF-8, and control characters other than tab, line feed and
+// carriage return, become U+FFFD.
+std::string cleanText(std::string_view bytes);
+
+// The text in which every character that means something somewhere is its number: "&#124;" between the prefix "&#" and a
+// semicolon. What stays as it is: letters, digits, "/", all that is not ASCII, single blanks, and ".", "_" and "-" within a word.
+std::string codedText(std::string_view bytes, std::string_view prefix);
+
+// " (inferred)" behind the name of what an inferred edge leads to.
+std::string_view inferredMark(const Edge& edge);
+
+// One line of JSON, or, with an indentation, several; U+FFFD for bytes that are not UTF-8.
+std::string jsonText(const nlohmann::ordered_json& value, int indentation = -1);
+
+} // namespace qvlineagegraph

@@ -1,0 +1,179 @@
+#include "events.h"
+#include "graphs.h"
+#include "progress.h"
+
+#include "qvlineagegraph/emit.h"
+#include "qvsfio/npfio.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+using namespace qvlineagegraph;
+
+namespace {
+
+constexpr const char* keyVariable = "OPENLINEAGE_API_KEY";
+constexpr std::size_t eventsShownFrom = 2; // each request may take its time
+constexpr std::size_t mostReasons = 10;
+
+// Where "<data source>=<namespace>" is divided: a data source may have a "=" in its name, and a URI may, too.
+std::size_t divisionOf(const std::string& mapping) { return mapping.rfind('=', mapping.find("://")); }
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  for (std::size_t from = 0; from < text.size();) {
+    const auto end = std::min(text.find('\n', from), text.size());
+    lines.push_back(text.substr(from, end - from));
+    from = end + 1;
+  }
+  return lines;
+}
+
+// How far a run came, in a file, so that the next run with the same events goes on there.
+class Progress {
+public:
+  Progress(const std::string& path, const std::string& url, const std::vector<std::string>& events)
+      : m_path(path.empty() ? "" : absolutePath(nativePath(path))), m_mark(url + " " + markOf(events)) {}
+
+  std::size_t read() const {
+    QvbString content;
+    if (m_path.empty() || np_fio_readAll(text(m_path), std::int64_t{1} << 20, &content) != NP_FIO_OK)
+      return 0;
+    const auto saved = nlohmann::json::parse(str(content), nullptr, false);
+    if (!saved.is_object() || saved.value("mark", "") != m_mark)
+      return 0;
+    return saved.value("done", std::size_t{0});
+  }
+
+  // Empty when it was kept.
+  std::string keep(std::size_t done) const {
+    if (m_path.empty())
+      return {};
+    const Interrupts::Hold hold;
+    const int failed = np_fio_writeAll(text(m_path), text(::jsonText({{"mark", m_mark}, {"done", done}})));
+    return failed == NP_FIO_OK ? "" : "cannot write " + m_path + ": " + np_fio_errdesc(failed);
+  }
+
+  void end() const {
+    std::error_code ignored;
+    if (!m_path.empty())
+      std::filesystem::remove(m_path, ignored);
+  }
+
+private:
+  // What tells these events from others: all of them but their times, as a number (FNV-1a).
+  static std::string markOf(const std::vector<std::string>& events) {
+    std::uint64_t hash = 14695981039346656037U;
+    for (const auto& event : events) {
+      for (const char byte : std::string_view(event).substr(event.find("\"producer\"")))
+        hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211U;
+    }
+    return std::to_string(events.size()) + " " + std::to_string(hash);
+  }
+
+  std::string m_path;
+  std::string m_mark;
+};
+
+void reportRefusals(Host& host, const std::vector<std::string>& events, const EmitReport& report) {
+  for (std::size_t i = 0; i < std::min(report.refused.size(), mostReasons); ++i) {
+    const auto& refused = report.refused[i];
+    const auto event = nlohmann::json::parse(events[refused.index]);
+    host.fail(event["job"]["name"].get<std::string>() + ": refused: " + refused.reason);
+  }
+  if (!report.refused.empty())
+    host.fail(counted(report.refused.size(), "event") + " of " + std::to_string(events.size()) +
+              (report.refused.size() == 1 ? " was refused" : " were refused"));
+}
+
+} // namespace
+
+void addEventOptions(CLI::App& command, EventOptions& options) {
+  const std::string group = "OpenLineage";
+  addListOption(command, "--namespace", options.namespaces,
+                "The standard's name of a data source, for example Warehouse=postgres://db:5432/dwh",
+                "NAME=URI")
+      ->check([](const std::string& mapping) {
+        const auto at = divisionOf(mapping);
+        return at == std::string::npos || at == 0 || at + 1 == mapping.size()
+                   ? "write it as NAME=URI: " + mapping
+                   : std::string();
+      });
+  command
+      .add_option("--job-namespace", options.jobNamespace,
+                  "The namespace of the jobs in events (default: qvrepos)")
+      ->type_name("NAME")
+      ->check(notEmpty());
+  command
+      .add_option("--event-time", options.time,
+                  "The time of the events, for example 2026-11-21T10:15:30Z; now, if none")
+      ->type_name("TIME")
+      ->check(notEmpty());
+  command
+      .add_option("--emit", options.url,
+                  "Post the events to this backend; a key for it comes from OPENLINEAGE_API_KEY")
+      ->type_name("URL")
+      ->check([](const std::string& url) {
+        return url.starts_with("http://") || url.starts_with("https://")
+                   ? std::string()
+                   : "write it as http://... or https://...: " + url;
+      });
+  command
+      .add_option("--resume", options.resume,
+                  "Keep in this file how far the posting came, and go on there after a run that ended early")
+      ->type_name("FILE")
+      ->check(notEmpty());
+}
+
+bool isGiven(const EventOptions& options) {
+  return !(options.namespaces.empty() && options.jobNamespace.empty() && options.time.empty() &&
+           options.url.empty() && options.resume.empty());
+}
+
+void checkEventTime(const EventOptions& options) {
+  std::string none;
+  const Graph graph;
+  if (const auto tried = writeOpenLineage(View(graph), lineageOptions(options), none); !tried)
+    refuseUsage("--event-time: " + tried.error().message);
+}
+
+OpenLineageOptions lineageOptions(const EventOptions& options) {
+  OpenLineageOptions made;
+  for (const auto& mapping : options.namespaces)
+    made.namespaces[mapping.substr(0, divisionOf(mapping))] = mapping.substr(divisionOf(mapping) + 1);
+  made.jobNamespace = options.jobNamespace;
+  made.eventTime = options.time;
+  return made;
+}
+
+void postEvents(Host& host, const std::string& lines, const EventOptions& options) {
+  const auto events = linesOf(lines);
+  const Progress progress(options.resume, options.url, events);
+  EmitOptions emit;
+  emit.url = options.url;
+  if (const char* key = std::getenv(keyVariable))
+    emit.apiKey = key;
+  emit.first = std::min(progress.read(), events.size());
+  if (emit.first > 0)
+    host.note("going on after " + counted(emit.first, "event") + " that were dealt with before");
+  std::string unkept;
+  EmitReport report;
+  {
+    ProgressBar bar(host, events.size(), eventsShownFrom, "events");
+    emit.progress = [&](std::size_t done) {
+      bar.advanceTo(done);
+      unkept = progress.keep(done);
+      return unkept.empty();
+    };
+    report = emitEvents(events, emit);
+  }
+  reportRefusals(host, events, report);
+  if (!unkept.empty())
+    return host.fail(unkept);
+  if (!report.stopped.empty())
+    host.fail("stopped after " + std::to_string(report.done) + " of " + counted(events.size(), "event") +
+              ": " + report.stopped);
+  else
+    progress.end();
+  host.note(counted(report.accepted, "event") + " accepted");
+}

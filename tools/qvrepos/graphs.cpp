@@ -1,0 +1,104 @@
+#include "graphs.h"
+#include "jobs.h"
+#include "progress.h"
+
+#include <iostream>
+#include <iterator>
+
+using namespace qvlineagegraph;
+
+namespace {
+
+constexpr std::size_t scanShownFrom = 20; // fewer files are read before a bar is
+constexpr unsigned mostThreads = 256;
+
+std::string standardInput() { return {std::istreambuf_iterator<char>(std::cin), {}}; }
+
+void report(Host& host, const Graph& graph, bool strict) {
+  for (const Note& note : graph.notes())
+    if (note.kind == NoteKind::Failed)
+      host.fail(note.text);
+    else if (note.kind == NoteKind::NotUnderstood)
+      reportUnknownStep(host, note.file, note.text, strict);
+}
+
+} // namespace
+
+CLI::Option* addListOption(CLI::App& command, const std::string& names, std::vector<std::string>& values,
+                           const std::string& help, const std::string& valueName) {
+  return command.add_option(names, values, help)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->allow_extra_args(false)
+      ->type_name(valueName)
+      ->expected(1);
+}
+
+void addPathOperands(CLI::App& command, ScanArguments& arguments) {
+  command
+      .add_option(
+          "PATH", arguments.paths,
+          "Job files, saved graphs (JSON), folders that are searched for job files to any depth, and - "
+          "for a job file on standard input")
+      ->required();
+}
+
+void addScanOptions(CLI::App& command, ScanArguments& arguments) {
+  auto& options = arguments.options;
+  addListOption(command, "--include", options.patterns.include,
+                "Take only files of a folder whose path below it, or name, matches this pattern", "GLOB")
+      ->check(notEmpty());
+  addListOption(command, "--exclude-path", options.patterns.exclude,
+                "Leave out files and folders whose path or name matches this pattern", "GLOB")
+      ->check(notEmpty());
+  command
+      .add_option("--threads", options.threads, "Scan with this many threads, one for each core unless given")
+      ->type_name("N")
+      ->check(CLI::Validator(CLI::Range(1U, mostThreads)).description(""));
+  command.add_flag("--exact", options.exact,
+                   "Leave a bare table name alone, even where exactly one table of the name is known");
+  addStrictFlag(command, arguments.strict);
+}
+
+Graph scanned(Host& host, const ScanArguments& arguments, const std::vector<std::string>& paths) {
+  ScanOptions options = arguments.options;
+  if (std::ranges::find(paths, "-") != paths.end())
+    options.input = standardInput();
+  std::optional<ProgressBar> bar;
+  options.progress = [&](std::size_t done, std::size_t total) {
+    if (!bar)
+      bar.emplace(host, total, scanShownFrom);
+    bar->advanceTo(done);
+    return true;
+  };
+  auto graph = scan(paths, options);
+  bar.reset();
+  if (!graph)
+    throw std::runtime_error(graph.error().message);
+  report(host, *graph, arguments.strict);
+  return std::move(*graph);
+}
+
+std::string counted(std::size_t number, const std::string& one, const std::string& several) {
+  return std::to_string(number) + " " + (number == 1 ? one : several.empty() ? one + "s" : several);
+}
+
+void noteCounts(Host& host, const Graph& graph) {
+  const Counts counts = graph.counts();
+  std::string line = counted(counts.jobs, "job") + ", " + counted(counts.tables, "table") + ", " +
+                     counted(counts.reads, "read") + ", " + counted(counts.writes, "write");
+  if (counts.failed > 0)
+    line += "; " + counted(counts.failed, "file") + " failed";
+  if (counts.notUnderstood > 0)
+    line += (counts.failed > 0 ? ", " : "; ") + std::to_string(counts.notUnderstood) + " not understood";
+  host.note(line);
+}
+
+void failLines(Host& host, std::string_view message) {
+  for (std::size_t from = 0; from <= message.size();) {
+    const auto end = std::min(message.find('\n', from), message.size());
+    host.fail(message.substr(from, end - from));
+    from = end + 1;
+  }
+}
+
+void refuseUsage(const std::string& message) { throw CLI::ValidationError(message); }
