@@ -82,3 +82,7 @@ struct Allocations {
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept { Allocations::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { Allocations::free(memory); }
+// For what a constructor left that threw.
+[[gnu::noinline]] void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  Allocations::free(memory);
+}
