@@ -100,3 +100,7 @@ long withEverMoreMemory(const Step& succeeds, const Check& checkFailure) {
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept { Allocations::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { Allocations::free(memory); }
+// For what a constructor left that threw.
+[[gnu::noinline]] void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  Allocations::free(memory);
+}
