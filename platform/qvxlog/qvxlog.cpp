@@ -9,9 +9,7 @@
 #include <new>
 #include <optional>
 #include <string>
-#include <string_view>
 
-#include <fmt/format.h>
 #include <spdlog/details/log_msg.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
@@ -41,37 +39,18 @@ Output fileOutput(const QvbString& path) {
   }
 }
 
-bool isControl(char character) noexcept {
-  const auto code = static_cast<unsigned char>(character);
-  return code < 0x20 || code == 0x7f;
-}
-
-// One record is one line: a text cannot pass for another record.
-std::string escaped(std::string_view text) {
-  std::string line;
-  line.reserve(text.size());
-  for (const char character : text) {
-    if (character == '\n')
-      line += "\\n";
-    else if (isControl(character))
-      line += fmt::format("\\x{:02x}", static_cast<unsigned char>(character));
-    else
-      line += character;
-  }
-  return line;
-}
-
 spdlog::level::level_enum spdlogLevel(QvLoggingLevel level) noexcept {
   return static_cast<spdlog::level::level_enum>(std::clamp(static_cast<int>(level), 1, 6) - 1);
 }
 
 void writeTo(spdlog::sinks::sink& output, const QvLogRecord& record) {
-  const std::string category = escaped(record.category.view());
-  const std::string source = escaped(record.source.view());
-  const std::string text = escaped(record.text.view());
+  // One record is one line: a text cannot pass for another record.
+  const QvbString category = qvbEscapeControls(record.category.view());
+  const QvbString source = qvbEscapeControls(record.source.view());
+  const QvbString text = qvbEscapeControls(record.text.view());
   try {
-    output.log(spdlog::details::log_msg({source.c_str(), record.line, ""}, category,
-                                        spdlogLevel(record.level), text));
+    output.log(spdlog::details::log_msg({source.asCstr(), record.line, ""}, category.view(),
+                                        spdlogLevel(record.level), text.view()));
     output.flush();
   } catch (const spdlog::spdlog_ex&) {
     // A full disk costs the record, not the operation that wanted to tell of it.

@@ -28,6 +28,11 @@ if find "$includes" -path '*private*' | grep .; then
   exit 1
 fi
 
+# The tool starts where it was put.
+mv "$prefix" "$work/elsewhere"
+"$work/elsewhere/bin/qvrepos" version >/dev/null || { echo "the installed tool does not start" >&2; exit 1; }
+mv "$work/elsewhere" "$prefix"
+
 program=$source/examples/programs/job_lineage.cpp
 job=$source/examples/repository/batch_jobs/clean_orders.djf
 expect() { grep 'label="clean_orders"' >/dev/null || { echo "$1: no lineage was printed" >&2; exit 1; }; }
