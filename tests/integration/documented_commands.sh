@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Every command of the host tool that README.md, the documents and the examples of its help show does what it should: it
 # ends with status 0 in a copy of the project's examples. The name of a command alone is a mention, and has to be one.
-# What a command of a console block in docs prints is what stands there below it; QV_REGENERATE_GOLDENS=1 writes that anew.
+# What a command of a console block prints is what stands there below it; QV_REGENERATE_GOLDENS=1 writes that anew.
 set -euo pipefail
 source=$1 build=$2
 work=$(mktemp -d)
@@ -52,10 +52,10 @@ rendered() {
     esac
   done
 }
-for document in $(grep -lx '```console' "$source"/docs/*.md); do
+for document in $(grep -lx '```console' "$source/README.md" "$source"/docs/*.md); do
   rendered <"$document" >"$work/rendered"
   [[ -z ${QV_REGENERATE_GOLDENS:-} ]] || cp "$work/rendered" "$document"
-  diff "$document" "$work/rendered" >&2 || refuse "docs/$(basename "$document") says what the tool does not print"
+  diff "$document" "$work/rendered" >&2 || refuse "$(basename "$document") says what the tool does not print"
 done
 # Each command prints JSON there.
 shown=$(grep '^\$ ' "$source/docs/command-line.md" | grep -e --json)
