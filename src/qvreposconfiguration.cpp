@@ -95,8 +95,15 @@ QvReposConfiguration* QvReposConfigurationListImpl::getValue(unsigned long colum
 }
 
 bool QvReposConfigurationListImpl::copyList(QvReposConfigurationList* source) {
-  return copyRows(*this, *source, m_cursor, m_rows.size(),
-                  [&] { setLastRowElement(Released<QvReposConfiguration>(source->getValue()).get()); });
+  const auto setRow = [&] {
+    try {
+      setLastRowElement(Released<QvReposConfiguration>(source->getValue()).get());
+    } catch (const std::bad_alloc&) {
+      m_rows.pop_back(); // no row is left half copied
+      throw;
+    }
+  };
+  return resultOr(false, [&] { return copyRows(*this, *source, m_cursor, m_rows.size(), setRow); });
 }
 
 void QvReposConfigurationListImpl::append(QvReposConfiguration* definition) {

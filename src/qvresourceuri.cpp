@@ -248,7 +248,7 @@ bool fixFilesystemStringSlashes(const QvbString& in, QvbString* out) {
 
 bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* root) {
   const auto name = repositoryName; // which may be the output
-  *root = qvbGetConfigOption(QvbOptions::RepositoryFileRoot);
+  *root = qvbGetConfigFolder(QvbOptions::RepositoryFileRoot);
   if (!root->isEmpty())
     return true;
   root->setNull();

@@ -32,7 +32,8 @@ QVREPOSRES_API bool generateFilenameFromURIandRepository(ASSubject* subject, con
 }
 
 // The folder below which a repository's files lie: option "BASE/REPOS_FILE_ROOT" for all of them, else the vault path of
-// the definition. False, with a null `root`, when neither is there.
+// the definition. The option may be a "file:" URI, and a relative path is made absolute when it is first read. False, with
+// a null `root`, when neither is there.
 QVREPOSRES_API bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* root);
 
 // The file below `root` that a repository URI names: by its object type, or by a path that ends in "name(Type)",

@@ -102,12 +102,12 @@ struct QvLogRegistry {
       readOptions();
       guard.lock();
     }
-    auto& logger = m_loggers[category];
-    if (!logger) {
-      logger.reset(new QvLogger(category));
-      logger->m_threshold = threshold();
-    }
-    return logger.get();
+    const auto known = m_loggers.find(category);
+    if (known != m_loggers.end())
+      return known->second.get();
+    std::unique_ptr<QvLogger> made(new QvLogger(category));
+    made->m_threshold = threshold();
+    return m_loggers.emplace(category, std::move(made)).first->second.get();
   }
 
   void setSink(std::shared_ptr<QvLogSink> sink) {

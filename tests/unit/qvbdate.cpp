@@ -97,6 +97,11 @@ TEST(QvbDate, CountsSecondsOfTheElementsAsTheyStand) {
   EXPECT_EQ(date({2026, 11, 21, 10, 15, 30, 250}).asDouble(), 1795256130.25);
 }
 
+TEST(QvbDate, CountsTheSecondsOfTheFirstAndTheLastYear) {
+  EXPECT_EQ(date({INT_MAX, 12, 31, 23, 59, 59, 999}).asDouble(), 67767976233532799.0);
+  EXPECT_LT(date({INT_MIN, 1, 1, 0, 0, 0, 0}).asDouble(), -67767976233532799.0);
+}
+
 TEST(QvbDate, ComparesNullAsEarliest) {
   const QvbDate null;
   const QvbDate ancient = date({-5000, 1, 1, 0, 0, 0, 0});

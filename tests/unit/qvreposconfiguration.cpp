@@ -471,4 +471,18 @@ TEST(DefinitionList, KeepsTheRowsCopiedBeforeMemoryRanShort) {
   EXPECT_GE(readOn(*list).size(), 10U);
 }
 
+TEST(DefinitionList, HasWholeRowsAloneWhereverMemoryRunsShortInACopy) {
+  const Names names{"a", "b", "c"};
+  bool copied = false;
+  for (long allocations = 0; !copied; ++allocations) {
+    const auto source = listOf({"a", "b", "c"});
+    const auto list = newList();
+    Allocations::left = allocations;
+    EXPECT_NO_THROW(copied = list->copyList(source.get()));
+    Allocations::left = -1;
+    const auto rows = readOn(*list);
+    EXPECT_EQ(rows, Names(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(rows.size())));
+  }
+}
+
 } // namespace

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -174,6 +175,18 @@ TEST_F(Conversion, PutsTheCommonRootBeforeEveryDefinition) {
     ASSERT_TRUE(getRepositoryFilesystemRoot(name, &root)) << name;
     EXPECT_EQ(root, "/srv/repo");
   }
+}
+
+TEST_F(Conversion, GoesOnWithTheFolderThatARelativeCommonRootNamedFirst) {
+  const auto here = std::filesystem::current_path();
+  const ScopeExit goBack([&] { std::filesystem::current_path(here); });
+  qvbSetConfigOption("BASE/REPOS_FILE_ROOT", "repo");
+  QvbString root;
+  ASSERT_TRUE(getRepositoryFilesystemRoot("Main", &root));
+  EXPECT_EQ(str(root), (here / "repo").string());
+  std::filesystem::current_path(m_folder / "sys");
+  ASSERT_TRUE(getRepositoryFilesystemRoot("Main", &root));
+  EXPECT_EQ(str(root), (here / "repo").string());
 }
 
 TEST_F(Conversion, TakesAnEmptyCommonRootForNone) {

@@ -119,6 +119,12 @@ TEST(Log, LosesARecordThatMemoryIsShortForAndNothingElse) {
   EXPECT_THAT(log.lines("QV.Test.Short"), ElementsAre(LogLine{"QV.Test.Short", 1, "src/tester", text}));
 }
 
+TEST(Log, GoesOnAfterALoggerThatMemoryWasShortFor) {
+  const auto makeLogger = [] { return qvlogGetLogger("QV.Test.Unmade") != nullptr; };
+  const auto reachEveryLogger = [] { qvlogSetLevel(QvLoggingLevel::Critical); };
+  EXPECT_GE(withEverMoreMemory(makeLogger, reachEveryLogger), 3);
+}
+
 TEST(Log, EndsTheFormerSinkWhenItIsReplaced) {
   struct Speaker : QvLogSink {
     ~Speaker() override {
