@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace {
 
@@ -23,8 +24,8 @@ constexpr ConnectionType connectionTypes[] = {
 
 // What a copy takes over: neither the repository id nor the connection type.
 void copyFields(QvReposConfiguration& from, QvReposConfiguration& to) {
+  to.setVaultPath(from.getVaultPath()); // first: it alone may lack memory
   to.setName(from.getName());
-  to.setVaultPath(from.getVaultPath());
   to.setUnifiedRepositoryConnect(from.getUnifiedRepositoryConnect());
   to.setUnifiedRepositoryPrefix(from.getUnifiedRepositoryPrefix());
   to.setType(from.getType());
@@ -54,9 +55,10 @@ QvUnifiedReposConnectType connectionTypeOf(const QvbString& name) {
 bool trimFileSeperators(QvbString* path) {
   if (!path)
     return false;
-  const auto before = path->length();
-  path->trimChar('\\', false, true).trimChar('/', false, true);
-  return path->length() != before;
+  auto trimmed = *path;
+  trimmed.trimChar('\\', false, true).trimChar('/', false, true);
+  std::swap(*path, trimmed);
+  return path->length() != trimmed.length();
 }
 
 QvReposConfigurationImpl::QvReposConfigurationImpl(QvReposConfiguration* source) {
@@ -66,8 +68,9 @@ QvReposConfigurationImpl::QvReposConfigurationImpl(QvReposConfiguration* source)
 }
 
 void QvReposConfigurationImpl::setVaultPath(const QvbString& path) {
-  m_vaultPath = path;
-  trimFileSeperators(&m_vaultPath);
+  auto trimmed = path;
+  trimFileSeperators(&trimmed);
+  m_vaultPath = trimmed;
 }
 
 void QvReposConfigurationImpl::parseUnifiedRepositoryPrefixSchema(QvbString* prefix, QvbString* schema) {

@@ -224,6 +224,21 @@ TEST(DefinitionRecord, ACopyTakesItsConnectionTypeFromTheText) {
   }
 }
 
+TEST(DefinitionRecord, KeepsItsVaultPathWhenMemoryIsShortForAnother) {
+  QvReposConfigurationImpl record;
+  record.setVaultPath("/srv/old");
+  const QvbString path("/srv/new/\\");
+  const auto setPath = [&] {
+    record.setVaultPath(path);
+    return true;
+  };
+  EXPECT_EQ(withEverMoreMemory(setPath, [&] { EXPECT_EQ(record.getVaultPath(), "/srv/old"); }), 2);
+  QvbString whole("/srv/new/\\");
+  EXPECT_EQ(withEverMoreMemory([&] { return trimFileSeperators(&whole); }, [&] { EXPECT_EQ(whole, path); }),
+            2);
+  EXPECT_EQ(whole, "/srv/new");
+}
+
 TEST(DefinitionRecord, ConnectionTypesHaveNames) {
   EXPECT_EQ(connectionTypeName(QvUnifiedReposConnectFile), "File");
   EXPECT_EQ(connectionTypeName(QvUnifiedReposConnectODBC), "ODBC");
@@ -483,6 +498,18 @@ TEST(DefinitionList, HasWholeRowsAloneWhereverMemoryRunsShortInACopy) {
     const auto rows = readOn(*list);
     EXPECT_EQ(rows, Names(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(rows.size())));
   }
+}
+
+TEST(DefinitionList, LeavesARowAsItWasWhenMemoryIsShortForAnother) {
+  QvReposConfigurationImpl source;
+  source.setName("b");
+  source.setVaultPath("/srv/b\\/"); // of which a copy has to cut another character
+  const auto list = listOf({"a"});
+  const auto setRow = [&] {
+    list->setLastRowElement(&source);
+    return true;
+  };
+  EXPECT_EQ(withEverMoreMemory(setRow, [&] { EXPECT_EQ(readOn(*list), Names{"a"}); }), 1);
 }
 
 } // namespace
