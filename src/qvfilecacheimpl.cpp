@@ -121,9 +121,11 @@ FileAccessCacheImpl::~FileAccessCacheImpl() {
 
 void FileAccessCacheImpl::setSourceProvider(FileAccessCacheSourceProvider* provider) {
   const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Setting default cache source provider");
-  if (provider != m_defaultProvider.get())
+  if (provider != m_defaultProvider.get()) {
+    m_defaultProvider.reset(); // before there is a new one
     m_defaultProvider.reset(provider);
+  }
+  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Setting default cache source provider");
 }
 
 FileAccessCacheEntry* FileAccessCacheImpl::findEntry(const QvbString& name) const {

@@ -1,5 +1,6 @@
 #include "lineageserialization.h"
 
+#include "lineagefactory.h"
 #include "qvreposerializecontextimpl.h"
 #include "qvreposres/qvresourcemgr.h"
 #include "qvresource.h"
@@ -340,6 +341,52 @@ TEST_F(LineageExport, AsksTheStoresOwnResolverWhicheverOneAHostRegistered) {
   EXPECT_THAT(registered.calls, ::testing::IsEmpty());
 }
 
+// What the resolver answers through its interface is what the export writes, and what it logs there it logs here.
+TEST_F(LineageExport, NamesEveryKindAsItsResolverAnswers) {
+  const std::string file = m_dir.write("vault/batch_jobs/load.djf", "");
+  const Manager manager(createQvResourceManager());
+  QvbString database, project, unified;
+  QvbString projectName = "Project";
+  manager->generateDataSourceResourceId("SYS - Sales", "ODBC", &database);
+  manager->generateFileResourceId("/a/project", projectName, &project);
+  manager->generateUnifiedObjectResourceId("", "Rule", "42", "", &unified);
+  const std::pair<const char*, QvbString> kinds[] = {{"Table", tableIdentity("Sales", "dbo", "CUSTOMERS")},
+                                                     {"Table", tableIdentity("", "dbo", "CUSTOMERS")},
+                                                     {"Table", database},
+                                                     {"Database", database},
+                                                     {"DataJob", text(file)},
+                                                     {"ArchitectJob", text(file)},
+                                                     {"XMLSQLQuery", "http://host/query"},
+                                                     {"ZELFile", text(m_dir / "missing")},
+                                                     {"Rule", unified},
+                                                     {"Task", "qvr://main/tasks/t"},
+                                                     {"Field", "http://host/field"},
+                                                     {"File", text(file)},
+                                                     {"File", project},
+                                                     {"Folder", text(file)},
+                                                     {"MasterDataProject", project},
+                                                     {"MasterDataProject", database},
+                                                     {"", "file:///a"},
+                                                     {"", QvbString()}};
+  constexpr const char* resolverCategory = "QV.Repos.Lineage.Analysis";
+  LineageResourceResolver resolver;
+  LogCapture log;
+  for (const auto& [type, identity] : kinds) {
+    QvbString label, location;
+    log.clear();
+    const bool found = static_cast<QvResourceResolver&>(resolver).getResourceLocation(
+        "own name", identity, type, &label, &location);
+    const auto answered = log.lines(resolverCategory);
+    const QvbString id = found ? m_store->getResourceDMServerIdentity(location, type) : identity;
+    log.clear();
+    QvDom document;
+    ASSERT_TRUE(document.loadXML(text(element(resource("own name", type, identity).get()))));
+    EXPECT_EQ(log.lines(resolverCategory), answered) << type;
+    EXPECT_EQ(document.getRoot().getAttributeValue("label"), found ? label : "own name") << type;
+    EXPECT_EQ(document.getRoot().getAttributeValue("id"), id) << type;
+  }
+}
+
 TEST_F(LineageExport, NamesAResourceWithoutLocationByItsIdentity) {
   const LogCapture log;
   EXPECT_EQ(element(resource("label", "Table", "no identity").get()),
@@ -412,6 +459,10 @@ TEST_F(LineageExport, KeepsTheIdentityOfWhatHasNoServerReference) {
        "DataJob",
        {"Unable to obtain object Repos URI for: id=file:///a/b.djf, type=DataJob",
         "Identity found for: id=file:///a/b.djf, type=DataJob, identity=file:///a/b.djf"}},
+      {"qvr://main/",
+       "profilejob",
+       {"URI path length invalid for DMS Ref URI: id=qvr://main/, type=profilejob",
+        "Identity found for: id=qvr://main/, type=profilejob, identity=qvr://main/"}},
       {"",
        "ProfileJob",
        {"Unable to obtain object URI for: id=, type=ProfileJob",

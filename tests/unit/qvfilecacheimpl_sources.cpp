@@ -90,6 +90,21 @@ TEST_F(FileCache, OwnsItsDefaultSource) {
   EXPECT_EQ(other.released, 1);
 }
 
+TEST_F(FileCache, ReleasesADefaultSourceBeforeItHasTheNext) {
+  cache->setSourceProvider(&provider);
+  RecordingProvider other;
+  const FileAccessCacheEntry entry;
+  FileAccessCacheSourceProvider* duringRelease = &provider;
+  provider.whenCalled = [&] { duringRelease = cache->getCacheSourceProvider(&entry, "ftp://h/a"); };
+  log.clear();
+  cache->setSourceProvider(&other);
+  EXPECT_EQ(duringRelease, nullptr);
+  EXPECT_THAT(textsOf(log.lines()),
+              ElementsAre("getCacheSourceProviderForFileType: scheme='ftp'", "The host's source is released",
+                          "Setting default cache source provider"));
+  cache.reset();
+}
+
 TEST_F(FileCache, AsksItsDefaultSourceForCopiesOnly) {
   cache->setSourceProvider(&provider);
   QvbDate date;
