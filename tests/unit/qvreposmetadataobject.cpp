@@ -527,7 +527,7 @@ std::size_t elementsBelow(const QvDomNode& root) {
 TEST(MetadataObject, ADocumentTakesSixteenMillionObjectsAndNoMore) {
   const Object root = make("L");
   addSharedLevels(*root, 3, [] { return createRepositoryMetadataObject("L"); }); // 14 places below the root
-  for (const std::size_t others : {14, 13}) {
+  for (const std::size_t others : {14U, 13U}) {
     MetadataWriting document; // with the root and others written already
     document.countObjects(16777216 - others);
     const Written written = write(*root);
