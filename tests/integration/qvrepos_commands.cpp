@@ -183,7 +183,7 @@ TEST(Qvrepos, LogLevelShowsTheLibrarysRecords) {
 
 TEST(Qvrepos, EverySubcommandHasHelpWithAnExampleAndPrintsJson) {
   const auto commands = leafCommands();
-  EXPECT_EQ(commands.size(), 20U);
+  EXPECT_EQ(commands.size(), 25U);
   for (const auto& command : commands) {
     const auto help = runProcess({"bash", "-c", toolPath + " " + command + " --help"});
     EXPECT_EQ(help.status, 0) << command;
@@ -195,7 +195,8 @@ TEST(Qvrepos, EverySubcommandHasHelpWithAnExampleAndPrintsJson) {
 // What each wrong use says: what is wrong, and where to read on.
 TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
   const std::string all =
-      "choose from lineage, resources, definitions, identity, uri, path, types, cache, version\n";
+      "choose from lineage, resources, definitions, identity, uri, path, types, cache, version, graph, "
+      "upstream, downstream, diff, audit\n";
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
       {{}, "qvrepos: a subcommand is missing; " + all},
       {{"lineag", "x"}, "qvrepos: there is no subcommand lineag; " + all},

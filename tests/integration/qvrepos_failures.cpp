@@ -36,6 +36,11 @@ std::vector<Words> printingCommands(const TempDir& folder) {
   std::vector<Words> commands{
       {"lineage", job},
       {"resources", job},
+      {"graph", job},
+      {"upstream", "dw.orders", job},
+      {"downstream", "staging.orders", job},
+      {"diff", job, sampleRepository + "/batch_jobs/load_calendar.djf"},
+      {"audit", job},
       {"definitions", "create", "Sales"},
       {"definitions", "list"},
       {"definitions", "show", "Sales"},

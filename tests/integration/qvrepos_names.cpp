@@ -2,6 +2,9 @@
 // unharmed.
 #include "support/tool.h"
 
+#include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvuri.h"
+
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
@@ -76,6 +79,72 @@ TEST_P(OddName, OfAJobIsThatOfItsResource) {
   EXPECT_EQ(resources[0]["name"], name());
   const auto table = printed({"resources", file});
   EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), static_cast<long>(resources.size()) + 1) << table;
+}
+
+// A job that makes nothing and reads a table of this name in a data source of this name.
+std::string jobThatReads(const std::string& name) {
+  const Released<QvURI> uri(
+      getDataURIFromComponents("qvd", "", QvbString(name), "ODBC", "", "dbo", QvbString(name), ""));
+  std::string address;
+  for (const char byte : uri->asString().view())
+    address += byte == '&' ? "&amp;" : std::string(1, byte);
+  return "<SQLUpdateRows><SourceTable Name=\"x\" PathURI=\"" + address + "\"/></SQLUpdateRows>";
+}
+
+// As a part of a data path.
+std::string partOf(const std::string& name) {
+  if (name.find_first_of(".\"") == std::string::npos)
+    return name;
+  std::string quoted = "\"";
+  for (const char byte : name)
+    quoted += byte == '"' ? "\"\"" : std::string(1, byte);
+  return quoted + '"';
+}
+
+// As an expression that selects it alone.
+std::string escaped(const std::string& name) {
+  std::string expression;
+  for (const char byte : name)
+    (expression += '\\') += byte;
+  return expression;
+}
+
+TEST_P(OddName, OfAJobATableAndADataSourceAreThoseOfTheirNodes) {
+  const auto file = m_folder.write("jobs/" + name() + ".djf", jobThatReads(name()));
+  const std::string table = partOf(name()) + ".dbo." + partOf(name());
+  const auto namesIn = [](const ordered_json& graph) {
+    std::map<std::string, std::string> names;
+    for (const auto& node : graph["nodes"])
+      names[node["type"]] = node["name"];
+    return names;
+  };
+  const std::map<std::string, std::string> expected{
+      {"job", name()}, {"table", table}, {"datasource", name()}};
+  EXPECT_EQ(namesIn(record({"graph", m_folder / "jobs", "-q"})), expected);
+  EXPECT_EQ(namesIn(record({"upstream", "-q", escaped(name()), file})), expected);
+  EXPECT_EQ(namesIn(record({"graph", "--select=" + escaped(table) + "+", m_folder / "jobs", "-q"})),
+            expected);
+  EXPECT_EQ(
+      runProcess({toolPath, "graph", "-q", "--json", "--", name() + ".djf"}, {}, "", m_folder / "jobs").out,
+      printed({"graph", "-q", "--json", file}));
+}
+
+TEST_P(OddName, OfADataSourceIsMappedToANamespace) {
+  const auto file = m_folder.write("one.djf", jobThatReads(name()));
+  const auto event = ordered_json::parse(printed({"graph", file, "-q", "--format", "openlineage",
+                                                  "--namespace=" + name() + "=postgres://db:5432/x?a=b"}));
+  EXPECT_EQ(event["inputs"][0]["namespace"], "postgres://db:5432");
+  EXPECT_EQ(event["inputs"][0]["facets"]["dataSource"]["name"], name());
+}
+
+TEST_P(OddName, OfAJobAndATableAreInDifferencesAndFindings) {
+  const auto file = m_folder.write("jobs/" + name() + ".djf", jobThatReads(name()));
+  const auto empty = m_folder.write("empty.djf", "<SQLUpdateRows/>");
+  const auto changes = record({"diff", "-q", empty, file});
+  EXPECT_EQ(changes["jobs"][0]["name"], name());
+  const auto findings = record({"audit", "-q", file});
+  EXPECT_EQ(findings[0]["files"][0], file);
+  EXPECT_EQ(findings[0]["nodes"][0]["name"], partOf(name()) + ".dbo." + partOf(name()));
 }
 
 TEST_P(OddName, OfAFileComesBackFromItsUri) {
@@ -164,8 +233,10 @@ TEST_P(OddName, OfTheOptionFileIsRead) {
 
 TEST_P(OddName, IsNamedOnOneLineWhereNothingIsFound) {
   const auto gone = m_folder / ("no " + name());
+  const auto one = m_folder.write("one.djf", job);
   const std::vector<std::vector<std::string>> commands{
-      {"lineage", gone},     {"resources", gone},         {"definitions", "show", gone, "-q"},
+      {"lineage", gone},     {"graph", gone, "-q"},       {"audit", gone, "-q"},
+      {"diff", gone, one},   {"resources", gone},         {"definitions", "show", gone, "-q"},
       {"types", gone},       {"identity", "parse", gone}, {"path", "ftp:" + gone},
       {"cache", "get", gone}};
   for (const auto& words : commands) {

@@ -215,7 +215,10 @@ void addCacheCommand(CLI::App& app, Host& host) {
   cache->require_subcommand(1);
   auto options = std::make_shared<CacheOptions>();
   auto* get = cache->add_subcommand("get", "Fetch files and print the paths of their copies");
-  get->add_option("URI", options->uris, "http, https or file URIs, or paths")->required()->check(notEmpty());
+  get->add_option("URI", options->uris, "http, https or file URIs, or paths")
+      ->required()
+
+      ->check(notEmpty());
   get->add_option("--user", options->user,
                   "Fetch on behalf of this user; the password comes from QVREPOS_PASSWORD or a prompt")
       ->type_name("NAME");

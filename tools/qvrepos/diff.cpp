@@ -17,12 +17,13 @@ struct DiffOptions {
   ScanArguments scan;
   std::string before;
   std::string after;
-  std::string format = "table";
+  std::string format;
   std::string output;
   bool exitCode = false;
 };
 
 void runDiff(Host& host, const DiffOptions& options) {
+  refuseTwoForms(host, options.format);
   if (options.before == "-" && options.after == "-")
     refuseUsage("standard input can be one of both only");
   const Graph before = scanned(host, options.scan, {options.before});
@@ -32,7 +33,9 @@ void runDiff(Host& host, const DiffOptions& options) {
       return; // everything would have come or gone
   const Diff changes = diff(before, after);
   std::string result;
-  writers.at(host.json ? "json" : options.format)(changes, before, after, result);
+  writers.at(host.json                ? "json"
+             : options.format.empty() ? "table"
+                                      : options.format)(changes, before, after, result);
   host.write(result, options.output);
   if (changes.empty())
     host.note("no difference");
@@ -49,13 +52,13 @@ void addDiffCommand(CLI::App& app, Host& host) {
   const std::string what = " graph: a folder of job files, a job file or a saved graph (JSON)";
   command->add_option("OLD", options->before, "The older" + what)->required()->check(notEmpty());
   command->add_option("NEW", options->after, "The newer" + what)->required()->check(notEmpty());
-  auto* format = command->add_option("--format", options->format, "The form of the result (default: table)")
-                     ->type_name("FORMAT")
-                     ->check(CLI::IsMember(writers));
+  command->add_option("--format", options->format, "The form of the result (default: table)")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember(writers));
   addOutputOption(*command, options->output);
   command->add_flag("--exit-code", options->exitCode, "End with status 1 when there is a difference");
   addScanOptions(*command, options->scan);
-  addJsonFlag(*command, host, "a record: jobs, tables, edges, downstream, each an array of records", format);
+  addJsonFlag(*command, host, "a record: jobs, tables, edges, downstream, each an array of records");
   command->footer("Example: qvrepos diff --format markdown examples/repository/data_services "
                   "examples/repository/process_services");
   command->callback([&host, options] { runDiff(host, *options); });

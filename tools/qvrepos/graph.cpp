@@ -46,12 +46,15 @@ std::string formatOf(const Host& host, const GraphOptions& options) {
 
 // "2+dw.customers", "dw.customers+".
 std::string expressionOf(const GraphOptions& options) {
+  // A name in brackets may have become that of a file on its way here, which no table or job has.
+  const std::string name = options.name.substr(options.name.starts_with("./[") ? 2 : 0);
   const std::string depth = options.depth ? std::to_string(*options.depth) : "";
-  return *options.direction == Direction::Upstream ? depth + "+" + options.name : options.name + "+" + depth;
+  return *options.direction == Direction::Upstream ? depth + "+" + name : name + "+" + depth;
 }
 
 // Wrong usage that shows before anything is read.
 void checkUsage(const Host& host, const GraphOptions& options) {
+  refuseTwoForms(host, options.format);
   const std::string format = formatOf(host, options);
   if (format != "openlineage" && isGiven(options.events))
     refuseUsage(
@@ -136,16 +139,15 @@ void addCommonOptions(CLI::App& command, Host& host, GraphOptions& options, cons
                   "Show jobs and tables (all), or one of them, joined by way of the other")
       ->type_name("VIEW")
       ->check(CLI::IsMember(viewKinds));
-  auto* chosen =
-      command.add_option("--format", options.format, "The form of the result (default: " + format + ")")
-          ->type_name("FORMAT")
-          ->check(CLI::IsMember(formats));
+  command.add_option("--format", options.format, "The form of the result (default: " + format + ")")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember(formats));
   addOutputOption(command, options.output);
   command.add_option("--title", options.title, "The title of the page, with --format html")
       ->type_name("TITLE");
   addScanOptions(command, options.scan);
   addEventOptions(command, options.events);
-  addJsonFlag(command, host, "the saved graph, as --format json", chosen);
+  addJsonFlag(command, host, "the saved graph, as --format json");
 }
 
 void addDirectionCommand(CLI::App& app, Host& host, Direction direction) {

@@ -39,7 +39,8 @@ void addPathOperands(CLI::App& command, ScanArguments& arguments) {
           "PATH", arguments.paths,
           "Job files, saved graphs (JSON), folders that are searched for job files to any depth, and - "
           "for a job file on standard input")
-      ->required();
+      ->required()
+      ->check(notEmpty());
 }
 
 void addScanOptions(CLI::App& command, ScanArguments& arguments) {
@@ -102,3 +103,8 @@ void failLines(Host& host, std::string_view message) {
 }
 
 void refuseUsage(const std::string& message) { throw CLI::ValidationError(message); }
+
+void refuseTwoForms(const Host& host, const std::string& format) {
+  if (host.json && !format.empty())
+    refuseUsage("--json is a form of its own: it takes no --format " + format);
+}

@@ -40,3 +40,5 @@ std::string counted(std::size_t number, const std::string& one, const std::strin
 void failLines(Host& host, std::string_view message);
 // Wrong usage that the parser cannot see: ends the tool with status 2.
 [[noreturn]] void refuseUsage(const std::string& message);
+// Ends it for --json beside --format.
+void refuseTwoForms(const Host& host, const std::string& format);

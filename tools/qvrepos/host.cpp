@@ -70,10 +70,8 @@ int Host::finish() {
   return m_status;
 }
 
-void addJsonFlag(CLI::App& command, Host& host, const std::string& shape, CLI::Option* format) {
-  auto* flag = command.add_flag("--json", host.json, "Print JSON: " + shape);
-  if (format)
-    flag->excludes(format);
+void addJsonFlag(CLI::App& command, Host& host, const std::string& shape) {
+  command.add_flag("--json", host.json, "Print JSON: " + shape);
 }
 
 void addOutputOption(CLI::App& command, std::string& output) {

@@ -64,9 +64,8 @@ private:
   int m_outputError = 0;
 };
 
-// The flag --json of a command; the shape reads like "an array of records: type, extension". `format` is the option that
-// it would contradict.
-void addJsonFlag(CLI::App& command, Host& host, const std::string& shape, CLI::Option* format = nullptr);
+// The flag --json of a command; the shape reads like "an array of records: type, extension".
+void addJsonFlag(CLI::App& command, Host& host, const std::string& shape);
 void addOutputOption(CLI::App& command, std::string& output);
 
 // Text with control characters as escapes ("\n", "\x1b"), as qvbEscapeControls() has it.

@@ -2,6 +2,8 @@
 
 #include "qvreposres/qvsqlstep.h"
 
+#include <filesystem>
+
 namespace {
 
 // Takes nothing but the root element of a file that is no step that is known.
@@ -16,6 +18,16 @@ public:
   void visitUnusableName(const QvbString&, const QvbString&, const QvbString&) override {}
   void visitUnknownRoot(const QvbString& name) override { root = str(name); }
 };
+
+// Why what is there can be no job file; empty where it may be one.
+std::string whyNoFile(const std::string& path) {
+  std::error_code ignored;
+  const auto status = std::filesystem::status(path, ignored);
+  if (!std::filesystem::exists(status) || std::filesystem::is_regular_file(status))
+    return {};
+  return path + ": " + (std::filesystem::is_directory(status) ? "a folder" : "no regular file") +
+         ", where a job file is due";
+}
 
 } // namespace
 
@@ -33,6 +45,8 @@ JobScanner::JobScanner() : m_store(getQvLineageAnalysis()), m_manager(createQvRe
 }
 
 ScannedJob JobScanner::scan(const std::string& path, QvResourceList* job, QvResourceList* used) {
+  if (auto reason = whyNoFile(path); !reason.empty())
+    return {std::move(reason), {}};
   QvResourceFactory* factory = m_store->getDefaultResourceFactory();
   const QvbString reference = text(path);
   const bool read = m_manager->addSQLResourcesFromFile(reference, factory, used);

@@ -78,7 +78,10 @@ std::string jsonLineage(const QvbString& xml) {
 }
 
 void runLineage(Host& host, const LineageOptions& options) {
-  const auto found = qvlineagegraph::findJobFiles(options.paths);
+  std::vector<std::string> given;
+  for (const auto& path : options.paths)
+    given.push_back(absolutePath(nativePath(path)));
+  const auto found = qvlineagegraph::findJobFiles(given);
   for (const auto& failure : found.failures)
     host.fail(failure.text);
 

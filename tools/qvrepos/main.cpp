@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <optional>
+#include <set>
 #include <sstream>
 
 namespace {
@@ -116,15 +117,27 @@ std::string usageMessage(const CLI::App* app, const CLI::Error& error) {
          " --help` shows what it takes" + common + "\n";
 }
 
-// The words of the command line, last word first, as the parser wants them. Where files may be listed it would take
-// "[a,b]" for a list of its own; "./[a,b]" names the same file.
-std::vector<std::string> reversedWords(int argc, char** argv) {
+// Whether the word is an option, of any command, whose value is the next word.
+bool takesValue(const CLI::App& app, const std::string& word) {
+  const auto* option = word.starts_with('-') ? app.get_option_no_throw(word) : nullptr;
+  return (option && option->get_items_expected_max() > 0) ||
+         std::ranges::any_of(app.get_subcommands([](const CLI::App*) { return true; }),
+                             [&](const CLI::App* command) { return takesValue(*command, word); });
+}
+
+// The words of the command line, last word first, as the parser wants them. Where files may be listed it would take an
+// operand "[a,b]" for a list of its own; "./[a,b]" names the same file.
+std::vector<std::string> reversedWords(const CLI::App& app, int argc, char** argv) {
   std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
-  const auto listsFiles = [](const std::string& word) { return word == "lineage" || word == "cache"; };
-  if (std::ranges::any_of(words, listsFiles))
-    for (auto& word : words)
-      if (word.starts_with('[') && word.ends_with(']'))
-        word.insert(0, "./");
+  const auto listsFiles = [](const std::string& word) {
+    static const std::set<std::string> commands{"lineage",  "cache",      "graph",
+                                                "upstream", "downstream", "audit"};
+    return commands.contains(word);
+  };
+  const bool mayList = std::ranges::any_of(words, listsFiles);
+  for (std::size_t i = 1; mayList && i < words.size(); ++i)
+    if (words[i].starts_with('[') && words[i].ends_with(']') && !takesValue(app, words[i - 1]))
+      words[i].insert(0, "./");
   std::ranges::reverse(words);
   return words;
 }
@@ -163,7 +176,7 @@ int run(int argc, char** argv) {
   addGenerateCommand(app, host);
 
   try {
-    app.parse(reversedWords(argc, argv));
+    app.parse(reversedWords(app, argc, argv));
   } catch (const CLI::ParseError& error) {
     return endParsing(app, error, host);
   } catch (const std::bad_alloc&) {
