@@ -22,6 +22,36 @@ constexpr auto special = [] {
   return bytes;
 }();
 
+using Place = JsonSplitter::Place;
+
+const char* nextOfMeaning(const Place& place, const char* at, const char* end) {
+  if (place.isText)
+    while (at < end && *at != '"' && *at != '\\')
+      ++at;
+  else
+    while (at < end && !special[static_cast<unsigned char>(*at)])
+      ++at;
+  return at;
+}
+
+// Whether the value ends before this byte.
+bool take(char byte, Place& place) {
+  if (place.isEscaped) {
+    place.isEscaped = false;
+  } else if (place.isText) {
+    place.isText = byte != '"';
+    place.isEscaped = byte == '\\';
+  } else {
+    const bool closes = byte == ']' || byte == '}';
+    if (place.depth == 0 && (closes || byte == ',' || byte == ':'))
+      return true;
+    place.isText = byte == '"';
+    place.depth += byte == '[' || byte == '{' ? 1 : 0;
+    place.depth -= closes ? 1 : 0;
+  }
+  return false;
+}
+
 } // namespace
 
 JsonSplitter::JsonSplitter(ByteSource source, std::size_t lookAhead)
@@ -137,24 +167,13 @@ bool JsonSplitter::readValue(std::string& value) {
 
 // To the byte after the value, or to the end of the buffer.
 bool JsonSplitter::moveToEnd(Place& place) {
-  const char* at = m_buffer.data() + m_at;
   const char* const end = m_buffer.data() + m_end;
+  const char* at = m_buffer.data() + m_at;
   bool isAtEnd = false;
-  for (; at < end; ++at) {
-    if (place.isEscaped) {
-      place.isEscaped = false;
-    } else if (place.isText) {
-      place.isText = *at != '"';
-      place.isEscaped = *at == '\\';
-    } else if (special[static_cast<unsigned char>(*at)]) {
-      const bool closes = *at == ']' || *at == '}';
-      isAtEnd = place.depth == 0 && (closes || *at == ',' || *at == ':');
-      if (isAtEnd)
-        break;
-      place.isText = *at == '"';
-      place.depth += *at == '[' || *at == '{' ? 1 : 0;
-      place.depth -= closes ? 1 : 0;
-    }
+  while (at < end && !isAtEnd) {
+    at = place.isEscaped ? at : nextOfMeaning(place, at, end);
+    isAtEnd = at < end && take(*at, place);
+    at += at < end && !isAtEnd ? 1 : 0;
   }
   m_at = static_cast<std::size_t>(at - m_buffer.data());
   return isAtEnd;

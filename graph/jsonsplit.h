@@ -28,13 +28,14 @@ public:
   // Empty, or what is wrong and at which byte.
   const std::string& failure() const noexcept { return m_failure; }
 
-private:
+  // Where in a value a byte stands.
   struct Place {
     std::size_t depth = 0;
     bool isText = false;
     bool isEscaped = false;
   };
 
+private:
   int peek(); // the next byte that is no white space, or -1
   int next(); // and takes it
   bool fail(std::string_view expected);
