@@ -34,9 +34,9 @@ std::string quotedLabel(std::string_view name) {
 std::string_view shapeOf(NodeType type) {
   switch (type) {
   case NodeType::Job:
-    return "shape=box, style=\"rounded,filled\", fillcolor=\"#d6e6f5\"";
+    return "shape=box, style=\"rounded,filled\", fillcolor=\"#fdf1d3\"";
   case NodeType::Table:
-    return "shape=cylinder, style=filled, fillcolor=\"#fdf1d3\"";
+    return "shape=cylinder, style=filled, fillcolor=\"#d6e6f5\"";
   default:
     return "shape=note, style=filled, fillcolor=\"#eeeeee\"";
   }

@@ -35,8 +35,8 @@ void writeMermaid(const View& view, std::string& out) {
     out.append("  n").append(std::to_string(edge.from)).append(edge.inferred ? " -.-> n" : " --> n");
     out.append(std::to_string(edge.to)) += '\n';
   }
-  out += "  classDef job fill:#d6e6f5,stroke:#555,color:#000\n"
-         "  classDef table fill:#fdf1d3,stroke:#555,color:#000\n"
+  out += "  classDef job fill:#fdf1d3,stroke:#555,color:#000\n"
+         "  classDef table fill:#d6e6f5,stroke:#555,color:#000\n"
          "  classDef file fill:#eee,stroke:#555,color:#000\n";
 }
 

@@ -529,10 +529,10 @@ TEST_F(Conversion, WritesNothingWhenMemoryIsShort) {
        },
        "/srv/main/a/load.djf"},
   };
-  for (const auto& [convert, expected] : cases) {
+  for (const auto& each : cases) {
     QvbString out = "before";
-    withEverMoreMemory([&] { return convert(&out); }, [&] { EXPECT_EQ(out, "before"); });
-    EXPECT_EQ(out, expected);
+    withEverMoreMemory([&] { return each.convert(&out); }, [&] { EXPECT_EQ(out, "before"); });
+    EXPECT_EQ(out, each.expected);
   }
 }
 

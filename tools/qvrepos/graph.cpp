@@ -92,6 +92,14 @@ const std::map<std::string, Write> plainWriters{{"table", writeTable},
                                                 {"dot", writeDot},
                                                 {"mermaid", writeMermaid}};
 
+// A page opens on all that is selected, or on what was named where that would be too much to look at.
+std::vector<NodeIndex> openOn(const Selected& selected) {
+  constexpr std::size_t mostAtOnce = 200;
+  const auto nodes = selected.view.nodes();
+  return selected.named.empty() || nodes.size() > mostAtOnce ? selected.named
+                                                             : std::vector(nodes.begin(), nodes.end());
+}
+
 Result<void> writeAs(const std::string& format, const GraphOptions& options, const Selected& selected,
                      std::string& out) {
   if (const auto plain = plainWriters.find(format); plain != plainWriters.end()) {
@@ -105,7 +113,7 @@ Result<void> writeAs(const std::string& format, const GraphOptions& options, con
   if (format == "openlineage")
     return writeOpenLineage(selected.view, lineageOptions(options.events), out);
   if (format == "html")
-    return writeHtml(selected.view, {options.title, selected.named}, out);
+    return writeHtml(selected.view, {options.title, openOn(selected)}, out);
   auto drawn = writePicture(selected.view, format == "svg" ? PictureFormat::Svg : PictureFormat::Png, out);
   if (!drawn && selected.view.nodes().size() > mostNodesInAPicture)
     return Error{ErrorKind::Refused, drawn.error().message + "; narrow it with --select"};
