@@ -12,9 +12,11 @@
 #include <xercesc/sax2/DefaultHandler.hpp>
 #include <xercesc/sax2/SAX2XMLReader.hpp>
 #include <xercesc/sax2/XMLReaderFactory.hpp>
+#include <xercesc/util/DefaultPanicHandler.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLChar.hpp>
+#include <xercesc/util/XMLInitializer.hpp>
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
@@ -22,6 +24,7 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
 #include <utility>
@@ -245,11 +248,91 @@ private:
   std::string m_value;
 };
 
-struct ParserLibrary {
-  ParserLibrary() { xc::XMLPlatformUtils::Initialize(); }
-  ~ParserLibrary() { xc::XMLPlatformUtils::Terminate(); }
+// A failure has to be the parser's own: it stops the parser from tidying up what is half made.
+void* parserMemory(std::size_t size) {
+  try {
+    return ::operator new(size);
+  } catch (const std::bad_alloc&) {
+    throw xc::OutOfMemoryException();
+  }
+}
+
+// The memory of the parser's library. What the library needs to start is there before it does, because it can neither
+// take half a start back nor start again.
+class LibraryMemory : public xc::MemoryManager {
+public:
+  // While the library starts. What is given back stays in the room.
+  void* allocate(XMLSize_t size) override {
+    const auto taken = (size + alignof(std::max_align_t) - 1) & ~(alignof(std::max_align_t) - 1);
+    if (!m_isStarting || taken < size || taken > RoomSize - m_used)
+      return parserMemory(size);
+    return m_room.get() + std::exchange(m_used, m_used + taken);
+  }
+  void deallocate(void* memory) override {
+    const std::less<const void*> isBefore;
+    if (isBefore(memory, m_room.get()) || !isBefore(memory, m_room.get() + RoomSize))
+      ::operator delete(memory);
+  }
+  xc::MemoryManager* getExceptionMemoryManager() override { return this; }
+  void endStart() noexcept { m_isStarting = false; }
+
+private:
+  // A start takes about 750,000 bytes; what is left is never touched.
+  static constexpr std::size_t RoomSize = std::size_t{2} << 20;
+
+  std::unique_ptr<std::byte[]> m_room = std::make_unique_for_overwrite<std::byte[]>(RoomSize);
+  std::size_t m_used = 0;
+  bool m_isStarting = true;
+};
+
+// Two objects of the library's static data do not come from its memory manager. A failure to get one is reported as this
+// panic, and the data can be made again.
+class StaticData : public xc::DefaultPanicHandler {
+public:
+  void panic(const PanicReasons reason) override {
+    if (reason != Panic_AllStaticInitErr)
+      DefaultPanicHandler::panic(reason);
+    m_isWhole = false;
+  }
+  void complete() {
+    if (!std::exchange(m_isWhole, true))
+      Maker::make();
+    if (!m_isWhole)
+      throw std::bad_alloc();
+  }
+  bool isWhole() const noexcept { return m_isWhole; }
+
+private:
+  struct Maker : xc::XMLInitializer {
+    static void make() { initializeStaticData(); }
+  };
+
+  bool m_isWhole = true;
+};
+
+class ParserLibrary {
+public:
+  ParserLibrary() {
+    xc::XMLPlatformUtils::Initialize(xc::XMLUni::fgXercescDefaultLocale, nullptr, &m_staticData, &m_memory);
+  }
+  // What is not whole cannot be taken apart either.
+  ~ParserLibrary() {
+    if (m_staticData.isWhole())
+      xc::XMLPlatformUtils::Terminate();
+  }
   ParserLibrary(const ParserLibrary&) = delete;
   ParserLibrary& operator=(const ParserLibrary&) = delete;
+
+  // To be tried again after an exception.
+  bool start() {
+    m_staticData.complete();
+    m_memory.endStart();
+    return true;
+  }
+
+private:
+  LibraryMemory m_memory;
+  StaticData m_staticData;
 };
 
 // The memory of one reader. The parser forgets parts of it when an allocation fails; here they end with the
@@ -265,7 +348,7 @@ public:
   ReaderMemory& operator=(const ReaderMemory&) = delete;
 
   void* allocate(XMLSize_t size) override {
-    auto* block = new (obtain(sizeof(Block) + size)) Block{m_blocks.next, &m_blocks};
+    auto* block = new (parserMemory(sizeof(Block) + size)) Block{m_blocks.next, &m_blocks};
     block->next->previous = block;
     m_blocks.next = block;
     return block + 1;
@@ -282,15 +365,6 @@ private:
     Block* next;
     Block* previous;
   };
-
-  // A failure has to be the parser's own: it stops the parser from tidying up what is half made.
-  static void* obtain(std::size_t size) {
-    try {
-      return ::operator new(size);
-    } catch (const std::bad_alloc&) {
-      throw xc::OutOfMemoryException();
-    }
-  }
 
   static void remove(Block* block) {
     block->previous->next = block->next;
@@ -353,7 +427,8 @@ private:
 
 // Each thread's own, which ends before the parser's library does.
 std::unique_ptr<Reader>& keptReader() {
-  [[maybe_unused]] static ParserLibrary& library = qvbUntilUnload<ParserLibrary>();
+  static ParserLibrary& library = qvbUntilUnload<ParserLibrary>();
+  [[maybe_unused]] static const bool isStarted = library.start();
   static auto& readers = qvbUntilUnload<QvbPerThread<std::unique_ptr<Reader>>>();
   return readers.get();
 }
