@@ -171,7 +171,8 @@ RepositoryMetadataObjectImpl::getAssociatedObjects(const QvbString& association)
 }
 
 void RepositoryMetadataObjectImpl::setId(const QvbString& id) {
-  QvbString earlier = std::exchange(m_id, id);
+  QvbString earlier = id; // which may be this object's own
+  std::swap(m_id, earlier);
   try {
     addAttribute("Id", id);
   } catch (...) {

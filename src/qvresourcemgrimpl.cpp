@@ -30,12 +30,6 @@ bool startsWith(const QvbString& text, std::string_view prefix) { return text.vi
 
 QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
 
-// What the factory gives for these texts, of which an absent one is passed on as an empty one.
-QvResource* makeResource(QvResourceFactory& factory, const QvbString& name, const QvbString& type,
-                         const QvbString& identity) {
-  return factory.getResource(orEmpty(name), orEmpty(type), orEmpty(identity));
-}
-
 // The resource that the resolver's reference for this object leads to; null when one of the steps gives nothing.
 Released<QvResource> findByReference(QvResourceFactory& factory, const QvbString& type, const QvbString& id,
                                      const QvbString& uuid) {
@@ -160,6 +154,11 @@ bool addGenerated(QvResourceList* list, QvResource* generated) {
 }
 
 } // namespace
+
+QvResource* makeResource(QvResourceFactory& factory, const QvbString& name, const QvbString& type,
+                         const QvbString& identity) {
+  return factory.getResource(orEmpty(name), orEmpty(type), orEmpty(identity));
+}
 
 Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& resource) {
   return Released<QvResource>(

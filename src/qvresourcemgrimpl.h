@@ -113,5 +113,8 @@ private:
   Released<QvResource> findRepositoryJob(QvResourceFactory* factory, QvbString& jobReference);
 };
 
+// What the factory gives for these texts, of which an absent one is passed on as an empty one.
+QvResource* makeResource(QvResourceFactory& factory, const QvbString& name, const QvbString& type,
+                         const QvbString& identity);
 // A new resource of the factory's with the name, type and identity of the given one; null when the factory gives none.
 Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& resource);

@@ -30,13 +30,13 @@ public:
   }
   // Known by its name alone, whatever connection came before it.
   void visitBareTableRead(QvSQLTableElement, const QvbString& table, const QvbString&) override {
-    const QvbString none;
+    const QvbString none("");
     addTable(none, QvResourceManagerImpl::ODBC_String, none, none, table);
   }
   // The connection has added the data source already, so that the table alone is left to add.
   void visitTableWritten(const QvbString& connection, const QvbString& catalog, const QvbString& schema,
                          const QvbString& table) override {
-    addTable(connection, QvbString(), catalog, schema, table);
+    addTable(connection, "", catalog, schema, table);
   }
   void visitUnusableName(const QvbString&, const QvbString&, const QvbString&) override {}
   void visitUnknownRoot(const QvbString&) override {}
@@ -69,9 +69,9 @@ Released<QvResource> QvResourceManagerImpl::findRepositoryJob(QvResourceFactory*
   const auto objectType = data ? data->getObjectType() : QvbString();
   // A profile job is identified by its reference, every other job by its file.
   if (qvbEqualsIgnoreCase(objectType.view(), IMPACT_RES_PROFILE_String.view()))
-    return Released<QvResource>(factory->getResource(objectName, IMPACT_RES_PROFILE_String, jobReference));
+    return Released<QvResource>(makeResource(*factory, objectName, IMPACT_RES_PROFILE_String, jobReference));
   const auto reference = uri->asString();
-  if (auto* job = factory->getResource(objectName, objectType, localFilename(reference, reference)))
+  if (auto* job = makeResource(*factory, objectName, objectType, localFilename(reference, reference)))
     return Released<QvResource>(job);
   auto fileType = IMPACT_RES_FILE_String;
   return Released<QvResource>(generateFileResource(fileType, factory, jobReference));

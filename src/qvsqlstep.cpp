@@ -23,14 +23,15 @@ bool isSQLStep(const QvDomNode& element) {
                      [&](const char* name) { return isNamed(element, name); });
 }
 
-// The value of the attribute of this name without regard to case; the name as it is written here counts first.
+// The value of the attribute of this name without regard to case, empty when there is none; the name as it is written
+// here counts first.
 QvbString attributeOf(const QvDomNode& element, const QvbString& name) {
   auto value = element.getAttributeValue(name);
   QvbString other;
   for (int i = 0; value.isNull() && element.getAttributeNameValue(i, &other, nullptr); ++i)
     if (qvbEqualsIgnoreCase(other.view(), name.view()))
       element.getAttributeNameValue(i, nullptr, &value);
-  return value;
+  return value.isNull() ? QvbString("") : value;
 }
 
 struct TableName {
@@ -49,7 +50,7 @@ std::optional<TableName> parseTableName(const QvbString& text) {
   if (count < 0)
     return std::nullopt;
   const auto fromEnd = [&](int place) {
-    return place <= count ? QvbString(fields[static_cast<std::size_t>(count - place)]) : QvbString();
+    return place <= count ? QvbString(fields[static_cast<std::size_t>(count - place)]) : QvbString("");
   };
   return TableName{.catalog = fromEnd(3), .schema = fromEnd(2), .table = fromEnd(1)};
 }
@@ -137,7 +138,7 @@ void walkSQLStep(const QvDom& document, QvSQLStepVisitor& visitor) {
     visitor.visitUnknownRoot(root.getName());
     return;
   }
-  QvbString connection;
+  QvbString connection("");
   walkSQLNodes(root.getFirstChild(false), visitor, connection);
 }
 

@@ -3,6 +3,7 @@
 
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvuri.h"
+#include "support/allocations.h"
 #include "support/golden.h"
 #include "support/metadatafixture.h"
 
@@ -124,6 +125,18 @@ TEST(SerializationContext, AppendsToWhatTheOutputHolds) {
   EXPECT_TRUE(context->serialize(context->getMetadataObject("Job", "1"), &xml, &message, false));
   EXPECT_EQ(str(xml), "before" + std::string(declaration) + document(R"(<Job Id="1"/>)"));
   EXPECT_EQ(message, QvbString("untouched"));
+}
+
+TEST(SerializationContext, AppendsAllOfADocumentOrNothingWhenMemoryIsShort) {
+  const Context context = make();
+  RepositoryMetadataObject* job = context->getMetadataObject("Job", "an id of more than sixteen bytes");
+  for (const bool layout : {false, true}) {
+    QvbString xml = "before";
+    const long taken = withEverMoreMemory([&] { return context->serialize(job, &xml, nullptr, layout); },
+                                          [&] { EXPECT_EQ(str(xml), "before"); });
+    EXPECT_GT(taken, 0);
+    EXPECT_EQ(str(xml), "before" + serialized(*context, job, layout));
+  }
 }
 
 TEST(SerializationContext, WritesNothingWithoutAnOutput) {

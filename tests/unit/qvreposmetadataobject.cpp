@@ -625,6 +625,14 @@ TEST(MetadataObject, AnIdThatThereIsNoMemoryForIsNotSet) {
   EXPECT_EQ(write(*object).xml, "<Job Id=\"" + str(id) + "\"/>");
 }
 
+TEST(MetadataObject, ItsOwnIdCanBeSetAgain) {
+  const Object object = make("Job");
+  object->setId("1");
+  object->setId(object->getId());
+  EXPECT_EQ(str(object->getId()), "1");
+  EXPECT_EQ(write(*object).xml, R"(<Job Id="1"/>)");
+}
+
 TEST(MetadataObject, AnIdIsKnownBeforeItsAttributeIsAdded) {
   struct Watching : RepositoryMetadataObjectImpl {
     bool addAttribute(const QvbString& name, const QvbString& value) override {

@@ -118,6 +118,12 @@ TEST_F(JobReference, WithoutALocalFileIsIdentifiedByItsURI) {
   EXPECT_EQ(rowsOf(*m_list), (Rows{{"load", "ProcessJob", processURI}}));
 }
 
+TEST_F(JobReference, PassesOnWhatItDoesNotNameAsEmptyText) {
+  for (const char* reference : {"qvr://Main/jobs/load", "mailto:qvr:load"})
+    addJob(reference);
+  EXPECT_FALSE(m_factory.gotNull);
+}
+
 TEST_F(JobReference, ThatTheFactoryRefusesIsAFile) {
   qvbSetConfigOption("BASE/REPOS_FILE_ROOT", "/srv/repo");
   m_factory.refuses = [](const ResourceFields& fields) { return fields.identity.starts_with("/srv"); };
@@ -235,6 +241,27 @@ TEST_F(Scan, NamesASourceTableWithoutAURIByItsNameAlone) {
   const auto expected = table("", "", "", "customers");
   EXPECT_EQ(scan("<DatabaseConnectionObject Name='Sales'/><SourceTable Name='customers'/>"),
             (Rows{dataSource("DSN=Sales;QVXTYPE=ODBC;", "Sales", "ODBC"), expected}));
+}
+
+TEST_F(Scan, PassesOnWhatATableIsWithoutAsEmptyText) {
+  struct Watching : QvResourceManagerImpl {
+    bool addTableResource(QvResourceFactory*, QvResourceList*, QvbString& dsn, QvbString& dsnType,
+                          QvbString& catalog, QvbString& schema, QvbString& table) override {
+      for (const auto* argument : {&dsn, &dsnType, &catalog, &schema, &table})
+        nulls += argument->isNull();
+      ++tables;
+      return true;
+    }
+    int tables = 0;
+    int nulls = 0;
+  };
+  const Released<Watching> manager(new Watching);
+  EXPECT_TRUE(manager->addSQLResourcesFromString(
+      "<SQLUpdateRows><SourceTable Name='t'/><DatabaseConnectionObject Name='Sales'/><Create TargetName='t'/>"
+      "<AliasTable PathURI='qvd:///Sales?type=ODBC'/></SQLUpdateRows>",
+      &m_factory, m_list.get()));
+  EXPECT_EQ(manager->tables, 3);
+  EXPECT_EQ(manager->nulls, 0);
 }
 
 TEST_F(Scan, TakesAnEmptyURIForNone) {

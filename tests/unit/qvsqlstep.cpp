@@ -41,7 +41,7 @@ private:
   void note(const char* operation, const std::vector<QvbString>& arguments) {
     std::string call = std::string(operation) + "(";
     for (const auto& argument : arguments)
-      call += (&argument == &arguments.front() ? "" : ", ") + str(argument);
+      call += (&argument == &arguments.front() ? "" : ", ") + (argument.isNull() ? "(null)" : str(argument));
     calls.push_back(call + ")");
   }
 };
