@@ -83,9 +83,11 @@ TEST(Exports, OfThePlatformAreExactlyThoseOfTheList) {
 // is hidden. A sanitizer adds information about the types of functions.
 TEST(Exports, HoldNoTypeOfTheStandardLibrary) {
   std::istringstream names(dynamicSymbols({"-C"}));
-  for (std::string name; std::getline(names, name);)
-    if (isReleaseBuild() || !name.starts_with("typeinfo "))
+  for (std::string name; std::getline(names, name);) {
+    if (isReleaseBuild() || !name.starts_with("typeinfo ")) {
       EXPECT_THAT(name, AllOf(Not(HasSubstr("std::")), Not(HasSubstr("__gnu_cxx::"))));
+    }
+  }
 }
 
 TEST(Exports, PlainNamesAreTheEntryPointsAndTheBuildData) {
