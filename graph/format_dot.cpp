@@ -49,7 +49,8 @@ std::string idOf(NodeIndex node) { return "n" + std::to_string(node); }
 void writeDot(const View& view, std::string& out) {
   out += "digraph lineage {\n"
          "  charset=\"UTF-8\"; rankdir=LR; bgcolor=white;\n"
-         "  node [fontname=\"Helvetica,Arial,sans-serif\", fontsize=11, margin=\"0.2,0.06\", color=\"#555555\"];\n"
+         "  node [fontname=\"Helvetica,Arial,sans-serif\", fontsize=11, margin=\"0.2,0.06\", "
+         "color=\"#555555\"];\n"
          "  edge [color=\"#555555\", arrowsize=0.7];\n";
   for (const NodeIndex node : view.nodes()) {
     const auto type = view.graph().type(node);
