@@ -84,8 +84,9 @@ TEST(Exports, OfThePlatformAreExactlyThoseOfTheList) {
 TEST(Exports, HoldNoTypeOfTheStandardLibrary) {
   std::istringstream names(dynamicSymbols({"-C"}));
   for (std::string name; std::getline(names, name);)
-    if (isReleaseBuild() || !name.starts_with("typeinfo "))
+    if (isReleaseBuild() || !name.starts_with("typeinfo ")) {
       EXPECT_THAT(name, AllOf(Not(HasSubstr("std::")), Not(HasSubstr("__gnu_cxx::"))));
+    }
 }
 
 TEST(Exports, PlainNamesAreTheEntryPointsAndTheBuildData) {
