@@ -85,8 +85,9 @@ TEST_P(OddName, OfAJobIsThatOfItsResource) {
 std::string jobThatReads(const std::string& name) {
   const Released<QvURI> uri(
       getDataURIFromComponents("qvd", "", QvbString(name), "ODBC", "", "dbo", QvbString(name), ""));
+  const QvbString reference = uri->asString();
   std::string address;
-  for (const char byte : uri->asString().view())
+  for (const char byte : reference.view())
     address += byte == '&' ? "&amp;" : std::string(1, byte);
   return "<SQLUpdateRows><SourceTable Name=\"x\" PathURI=\"" + address + "\"/></SQLUpdateRows>";
 }
