@@ -1,7 +1,7 @@
 #include "qvreposconfigfile.h"
 
 #include "domchildren.h"
-#include "qvresourcemgrimpl.h"
+#include "identity.h"
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxdom/qvdom.h"
@@ -77,7 +77,7 @@ void readElement(const QvDomNode& node, QvReposConfiguration& definition) {
 // string.
 const char* inferredType(const QvbString& connect) {
   QvbString type;
-  if (!QvResourceManagerImpl().getDSNTypeFromDSN(connect, &type))
+  if (!readDsnType(connect, &type))
     return "File";
   return type.compare("GRVS") == 0 ? "GRVS" : "ODBC";
 }
