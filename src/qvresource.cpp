@@ -62,6 +62,13 @@ void QvResourceListImpl::setLastRowElement(unsigned long, QvResource* value) {
     m_rows.back().copyFrom(*value);
 }
 
+bool QvResourceListImpl::append(const QvResourceImpl& resource) {
+  const bool added = addRow();
+  if (added)
+    m_rows.back().copyFields(resource);
+  return added;
+}
+
 QvResource* QvResourceListImpl::getValue(unsigned long column) {
   return m_cursor.onRow() && isColumn(column, 1) ? &m_rows[m_cursor.row()] : nullptr;
 }

@@ -50,6 +50,8 @@ public:
   // Takes over id, date, name, identity, type, location and the two flags. Properties are appended only where this
   // record has a list for them already; the source's list is read to its end in any case.
   QVREPOSRES_HIDDEN void copyFrom(QvResource& source);
+  // The same without any look at properties.
+  QVREPOSRES_HIDDEN void copyFields(const QvResourceImpl& source) noexcept;
 
   // The fields without a copy, for the library's own use.
   const QvbString& id() const noexcept { return m_id; }
@@ -62,8 +64,6 @@ public:
   bool isMacroValue() const noexcept { return m_identityIsMacroValue; }
 
 private:
-  QVREPOSRES_HIDDEN void copyFields(const QvResourceImpl& source) noexcept;
-
   QvbString m_type{""};
   QvbString m_resourceIdentity{""};
   QvbString m_location{""};
@@ -133,6 +133,8 @@ public:
   // Appends every row of the source, read from its first row; false when memory is short. The source may be this list: it
   // then doubles.
   bool copyList(QvResourceList* source);
+  // A row of the resource's fields; false when memory is short.
+  QVREPOSRES_HIDDEN bool append(const QvResourceImpl& resource);
 
 private:
   ~QvResourceListImpl() = default;
