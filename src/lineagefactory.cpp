@@ -2,9 +2,9 @@
 
 #include "allocation.h"
 #include "guards.h"
+#include "identity.h"
 #include "qvreposres/qvresourceuri.h"
 #include "qvresource.h"
-#include "qvresourcemgrimpl.h"
 #include "qvsfio/npfio.h"
 #include "qvxlog/qvxlog.h"
 
@@ -17,15 +17,6 @@ namespace {
 constexpr const char* logSource = "src/lineagefactory";
 constexpr std::string_view syscatSeparator = " - ";
 constexpr std::size_t mostTablesRemembered = 8192;
-
-// Every part is a text, empty where there is none.
-struct DataSource {
-  QvbString name{""};
-  QvbString type{""};
-  QvbString catalog{""};
-  QvbString schema{""};
-  QvbString table{""};
-};
 
 QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
 
@@ -43,11 +34,6 @@ QvbString dataURIOf(const DataSource& source, const QvbString& shortName) {
   return uri ? uri->asString() : QvbString("");
 }
 
-QvbString shortNameOf(const QvbString& dsn) {
-  QvbString name;
-  return QvResourceManagerImpl().getNameFromDSN(dsn, &name) ? name : dsn;
-}
-
 DataSource dataSourceOf(QvDataURI& uri) {
   return {orEmpty(uri.getDataSource()), orEmpty(uri.getDataSourceType()), orEmpty(uri.getCatalog()),
           orEmpty(uri.getSchema()), orEmpty(uri.getTable())};
@@ -63,13 +49,11 @@ bool writeIfAny(const QvbString& text, QvbString* output) {
 // Writes the identity of the table, or of the data source when no table is named; the type of what it identifies, or
 // null when there is no identity.
 const char* identify(const DataSource& source, QvbString* identity) {
-  QvResourceManagerImpl manager;
-  if (!source.table.isEmpty())
-    return manager.generateTableDataSourceResourceId(source.name, source.type, source.catalog, source.schema,
-                                                     source.table, identity)
-               ? "Table"
-               : nullptr;
-  return manager.generateDataSourceResourceId(source.name, source.type, identity) ? "Database" : nullptr;
+  DataSource named = source;
+  named.name = shortDsn(source.name);
+  if (!named.table.isEmpty())
+    return makeTableIdentity(named, identity) ? "Table" : nullptr;
+  return makeDataSourceIdentity(named, identity) ? "Database" : nullptr;
 }
 
 bool isThere(const QvbString& path) {
@@ -104,7 +88,7 @@ Released<QvResourceImpl> dataResource(QvDataURI& uri) {
     return nullptr;
   QvbString name = source.table;
   if (name.isEmpty())
-    QvResourceManagerImpl().getNameFromDSN(source.name, &name);
+    readDsnName(source.name, &name);
   const QvbString location = uri.asString();
   auto resource = newResource(name, type, identity);
   if (resource)
@@ -202,7 +186,7 @@ void LineageResourceResolver::resolveMasterDataProject(const QvbString& type, co
     return;
   QvbString filename;
   QvbString project("");
-  if (!QvResourceManagerImpl().getFilenameFromResourceId(id, &filename, &project))
+  if (!readFileIdentity(id, &filename, &project))
     return;
   *reference = project;
   *name = project;
@@ -274,12 +258,11 @@ LineageResourceResolver::tableLocation(const QvbString& identity) const {
   if (const auto known = m_tables.find(identity); known != m_tables.end())
     return &known->second;
   DataSource source;
-  if (!QvResourceManagerImpl().getTableObjectFromResourceId(identity, &source.name, &source.type,
-                                                            &source.catalog, &source.schema, &source.table))
+  if (!readTableIdentity(identity, &source))
     return nullptr;
   if (m_tables.size() == mostTablesRemembered)
     m_tables.clear();
-  const QvbString uri = dataURIOf(source, shortNameOf(source.name));
+  const QvbString uri = dataURIOf(source, shortDsn(source.name));
   return &m_tables.emplace(identity, TableLocation{source.table, uri}).first->second;
 }
 
@@ -293,9 +276,9 @@ bool LineageResourceResolver::locateTable(const Lookup& lookup) const {
 
 bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
   DataSource source;
-  if (!QvResourceManagerImpl().getDataSourceObjectFromResourceId(lookup.identity, &source.name, &source.type))
+  if (!readDataSourceIdentity(lookup.identity, &source))
     return false;
-  const QvbString shortName = shortNameOf(source.name);
+  const QvbString shortName = shortDsn(source.name);
   *lookup.name = shortName;
   return writeIfAny(dataURIOf(source, shortName), lookup.uri);
 }
@@ -311,11 +294,7 @@ bool LineageResourceResolver::locateJobFile(const Lookup& lookup) const {
 }
 
 bool LineageResourceResolver::locateUnifiedObject(const Lookup& lookup) const {
-  QvbString repository;
-  QvbString type;
-  QvbString id;
-  QvbString uuid;
-  if (QvResourceManagerImpl().getUnifiedObjectFromResourceId(lookup.identity, &repository, &type, &id, &uuid))
+  if (isUnifiedIdentity(lookup.identity))
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Unable to obtain resource location for %s", lookup.identity);
   return locateByURI(lookup);
@@ -326,7 +305,7 @@ bool LineageResourceResolver::locateFile(const Lookup& lookup) const {
     return locatePath(lookup.identity, lookup.uri);
   QvbString filename("");
   QvbString name("");
-  if (!QvResourceManagerImpl().getFilenameFromResourceId(lookup.identity, &filename, &name))
+  if (!readFileIdentity(lookup.identity, &filename, &name))
     return false;
   *lookup.name = name;
   return locatePath(filename, lookup.uri);
@@ -346,7 +325,7 @@ bool LineageResourceResolver::locateMasterDataProject(const Lookup& lookup) cons
     return false;
   QvbString filename;
   QvbString project("");
-  if (!QvResourceManagerImpl().getFilenameFromResourceId(lookup.identity, &filename, &project)) {
+  if (!readFileIdentity(lookup.identity, &filename, &project)) {
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Error setting MDMProject getResourceLocation() with values=%s", project);
     return false;
