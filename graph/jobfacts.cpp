@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <new>
+#include <utility>
 
 namespace qvlineagegraph {
 
@@ -65,7 +66,11 @@ private:
     return str(resource->getResourceIdentity());
   }
 
+  // Many tables in a row are of one data source.
   void addDataSource(QvbString dsn, QvbString type) {
+    if (!m_facts.dataSources.empty() && m_latest.first == dsn && m_latest.second == type)
+      return;
+    m_latest = {dsn, type};
     m_facts.dataSources.push_back(
         {shortName(dsn), str(type), identityOf(m_manager.generateDataSourceResource(&m_factory, dsn, type))});
   }
@@ -83,7 +88,8 @@ private:
   QvResourceManager& m_manager;
   QvResourceFactory& m_factory;
   JobFacts& m_facts;
-  std::string m_dataSource; // of the latest connection
+  std::string m_dataSource;                 // of the latest connection
+  std::pair<QvbString, QvbString> m_latest; // data source and its type
 };
 
 // No XML begins with a brace.

@@ -1,10 +1,10 @@
 // Resource identities and the connection strings that feed them.
 #include "qvresourcemgrimpl.h"
 
-#include "domchildren.h"
 #include "identity.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxdom/qvdomelements.h"
 
 #include <array>
 #include <initializer_list>
@@ -13,8 +13,8 @@
 namespace {
 
 struct IdentityKind {
-  const char* documentClass;
-  const char* element;
+  std::string_view documentClass;
+  std::string_view element;
 };
 
 constexpr IdentityKind fileKind{"fileresource", "file"};
@@ -25,7 +25,7 @@ constexpr IdentityKind dataSourceKind{"datasourceresource", "datasource"};
 enum class Presence { Always, UnlessEmpty };
 
 struct IdentityPart {
-  const char* attribute;
+  std::string_view attribute;
   const QvbString& value;
   Presence presence = Presence::Always;
 };
@@ -33,54 +33,81 @@ struct IdentityPart {
 constexpr std::size_t maxIdentityParts = 5;
 
 struct IdentityOutput {
-  const char* attribute;
+  std::string_view attribute;
   QvbString* value;
 };
 
+// In the words of the XML writer: root and "resource" around the kind's element.
+constexpr std::string_view beforeClass = "<morvaxeldocument class=\"";
+constexpr std::string_view beforeElement = "\" version=\"1\"><resource><";
+constexpr std::string_view afterElement = "/></resource></morvaxeldocument>";
+
 bool writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart> parts, QvbString* identity) {
-  QvDom document;
-  if (!document.startNewDocument("morvaxeldocument"))
-    return false;
-  auto root = document.getRoot();
-  root.setAttributeValue("class", kind.documentClass);
-  root.setAttributeValue("version", "1");
-  auto element = root.addChild("resource").addChild(kind.element);
+  constexpr std::size_t usualRoom = 160; // for all that is the same in every identity
+  std::size_t room = usualRoom;
   for (const auto& part : parts)
-    if (part.presence == Presence::Always || !part.value.isEmpty())
-      element.setAttributeValue(part.attribute, part.value);
-  *identity = document.createXML(false, root);
+    room += part.value.cStrSize();
+  QvbString text;
+  text.reserve(room);
+  text.append(beforeClass).append(kind.documentClass).append(beforeElement).append(kind.element);
+  for (const auto& part : parts) {
+    if (part.presence == Presence::UnlessEmpty && part.value.isEmpty())
+      continue;
+    text.append(std::string_view(" ")).append(part.attribute).append(std::string_view("=\""));
+    qvDomAppendAttribute(text, part.value.view());
+    text.append(std::string_view("\""));
+  }
+  text.append(afterElement);
+  // What the reader would refuse is no text.
+  *identity = text.view().size() > QvDom::MaxSize ? QvbString() : text;
   return true;
 }
 
-// The kind's element on the way along first children; neither the root's name nor its attributes count.
-QvDomNode findKindElement(QvDomNode node, const IdentityKind& kind) {
-  while (!node.null() && !isNamed(node, kind.element))
-    node = node.getFirstChild(false);
-  return node;
-}
+// Finds the kind's element on the way along first children, and what it says; neither the root's name nor its attributes
+// count.
+class IdentityReading final : public QvDomElementVisitor {
+public:
+  IdentityReading(const IdentityKind& kind, std::initializer_list<IdentityOutput> outputs)
+      : m_kind(kind), m_outputs(outputs) {}
+
+  bool visitElement(const QvDomElement& element) override {
+    if (element.depth != m_level++)
+      return false;
+    if (!qvbEqualsIgnoreCase(element.name, m_kind.element))
+      return true;
+    m_isFound = true;
+    for (const auto& attribute : element.attributes)
+      for (std::size_t part = 0; part < m_outputs.size(); ++part)
+        if (m_outputs.begin()[part].attribute == attribute.name)
+          m_values[part] = QvbString(attribute.value);
+    return false;
+  }
+
+  // What is missing or empty leaves its output as it was.
+  bool give() {
+    for (std::size_t part = 0; m_isFound && part < m_outputs.size(); ++part)
+      if (!m_values[part].isEmpty())
+        *m_outputs.begin()[part].value = m_values[part];
+    return m_isFound;
+  }
+
+private:
+  const IdentityKind& m_kind;
+  std::initializer_list<IdentityOutput> m_outputs;
+  std::array<QvbString, maxIdentityParts> m_values; // all are read before one is written: memory may be short
+  std::size_t m_level = 0;
+  bool m_isFound = false;
+};
 
 bool readIdentity(const QvbString& identity, const IdentityKind& kind,
                   std::initializer_list<IdentityOutput> outputs) {
-  QvDom document;
   if (identity.isEmpty())
     return false;
-  if (!document.loadXML(identity)) {
-    if (document.getErrorMessage().view() == "out of memory")
-      throw std::bad_alloc();
-    return false;
-  }
-  const auto element = findKindElement(document.getRoot(), kind);
-  if (element.null())
-    return false;
-  // All are read before one is written: reading may meet short memory.
-  std::array<QvbString, maxIdentityParts> values;
-  const auto* output = outputs.begin();
-  for (std::size_t part = 0; part < outputs.size(); ++part)
-    values[part] = element.getAttributeValue(output[part].attribute);
-  for (std::size_t part = 0; part < outputs.size(); ++part)
-    if (!values[part].isEmpty())
-      *output[part].value = values[part];
-  return true;
+  IdentityReading reading(kind, outputs);
+  QvbString error;
+  if (!qvDomVisitElements(identity, reading, &error) && error.view() == "out of memory")
+    throw std::bad_alloc();
+  return reading.give();
 }
 
 // The text between the key, found anywhere in the connection string, and the next ";".

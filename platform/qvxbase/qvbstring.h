@@ -57,6 +57,8 @@ public:
   QvbString& assign(const QvbString& text) noexcept;
   // Decimal text.
   QvbString& assign(int value);
+  // Takes the room for so many bytes at once; what is there stays.
+  void reserve(std::size_t size);
   // Appending makes a null text non-null, even when nothing is added. `ok`, where given, becomes true; memory
   // that cannot be had is std::bad_alloc and leaves the text as it was.
   QvbString& append(const char* text, bool* ok = nullptr);
