@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr const char* logSource = "src/qvreposconfigmgrimpl";
 constexpr int newFolderMode = 8;
 
 constexpr const char* notValid = "The definition specified is not valid.";
@@ -68,8 +67,7 @@ QvbString fileIn(const QvbString& folder, const QvbString& name) {
 // Takes over the definitions of the files that it is given, in their order; the first one of a name wins.
 class DefinitionLoader {
 public:
-  DefinitionLoader(QvLogger* logger, QvbString* errorMessage)
-      : m_logger(logger), m_errorMessage(errorMessage) {}
+  DefinitionLoader(const QvLog& log, QvbString* errorMessage) : m_log(log), m_errorMessage(errorMessage) {}
 
   void add(DefinitionFilePtr file) {
     if (file->content == DefinitionFile::Content::Definition)
@@ -87,17 +85,15 @@ private:
     const auto [first, isFirst] = m_byName.try_emplace(file->definition.getName(), file);
     if (isFirst)
       return m_definitions.push_back(std::move(file));
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                       "A definition named \"%s\" already exists and will not be loaded.",
-                       file->definition.getName());
-    m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__,
-                       "The definition file \"%s\" will not be loaded because a definition with that name "
-                       "already exists.",
-                       file->definition.getFilename());
+    m_log.lifecycle("A definition named \"%s\" already exists and will not be loaded.",
+                    file->definition.getName());
+    m_log.anomaly("The definition file \"%s\" will not be loaded because a definition with that name "
+                  "already exists.",
+                  file->definition.getFilename());
     m_refused.push_back({std::move(file), first->second});
   }
 
-  QvLogger* m_logger;
+  const QvLog& m_log;
   QvbString* m_errorMessage;
   std::vector<DefinitionFilePtr> m_definitions;
   std::vector<RefusedFile> m_refused;
@@ -118,10 +114,9 @@ void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString*
 } // namespace
 
 QvReposConfigManagerImpl::QvReposConfigManagerImpl()
-    : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.ReposConfigMgr")), m_lock(qvLockCreate(0, 1)) {
+    : m_log("QV.Repos.QvReposRes.ReposConfigMgr", "src/qvreposconfigmgrimpl"), m_lock(qvLockCreate(0, 1)) {
   if (!m_lock)
-    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
-                       "Failed to create repos config file manager lock");
+    m_log.critical("Failed to create repos config file manager lock");
   initFileList();
 }
 
@@ -138,7 +133,7 @@ void QvReposConfigManagerImpl::initFileList() {
 }
 
 void QvReposConfigManagerImpl::refreshReposList() {
-  DefinitionLoader loader(m_logger, &m_errorMessage);
+  DefinitionLoader loader(m_log, &m_errorMessage);
   for (const auto* folder : {&m_systemFolder, &m_userFolder})
     for (auto& file : readDefinitionFolder(*folder))
       loader.add(std::move(file));
@@ -270,16 +265,15 @@ bool QvReposConfigManagerImpl::createDirectoryIfNotExist(const QvbString& path, 
     return true;
   if (found != NP_FIO_NOT_FOUND) {
     *error = qvbStringFormat("Error accessing path %s (%d): %s", path, found, np_fio_errdesc(found));
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error);
+    m_log.error("%s", *error);
     return false;
   }
   if (const int made = np_dir_create(path, newFolderMode)) {
     *error = qvbStringFormat("Error creating directory %s (%d)", path, made);
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error);
+    m_log.error("%s", *error);
     return false;
   }
-  m_logger->logEvent(QvLoggingLevel::Success, logSource, __LINE__,
-                     "Created repository definition directory %s", path);
+  m_log.success("Created repository definition directory %s", path);
   return true;
 }
 

@@ -4,7 +4,7 @@
 #include "guards.h"
 #include "qvreposconfigcache.h"
 #include "qvreposrefusals.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include <vector>
 
@@ -56,6 +56,6 @@ private:
   DefinitionFolder m_userFolder{QvReposConfigTypeUser, {}, {}};
   std::vector<DefinitionFilePtr> m_definitions;
   std::vector<RefusedFile> m_refused;
-  QvLogger* m_logger;
+  QvLog m_log;
   OwnedLock m_lock;
 };
