@@ -19,7 +19,7 @@ FileAccessCacheImpl::~FileAccessCacheImpl() {
 }
 
 void FileAccessCacheImpl::setSourceProvider(FileAccessCacheSourceProvider* provider) {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   m_sources.setDefault(provider);
   m_log.trace("Setting default cache source provider");
 }
@@ -57,7 +57,7 @@ int FileAccessCacheImpl::getCacheFilename(ASSubject* subject, const QvbString& r
 int FileAccessCacheImpl::getCopy(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
                                  QvbString* errorText) {
   m_log.trace("getCacheFilename entered for '%s'", remoteName);
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   const auto [key, isUri] = m_index.keyOf(remoteName);
   if (isUri)
     m_log.trace("getCacheFilename using '%s'", key);
@@ -230,50 +230,53 @@ bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
   return false;
 }
 
-// What isModified() and getModifiedDate() ask the source that the name's scheme asks for, by the name of the copy.
-template<class Answer>
-int FileAccessCacheImpl::askForDate(const char* operation, ASSubject* subject, const QvbString& remoteName,
-                                    QvbString* errorText, const Answer& answer) {
-  return resultOr(NP_FIO_ERROR, [&] {
-    FileAccessCacheSourceProvider* const provider = m_sources.forName(remoteName);
-    if (!provider) {
-      m_log.error("%s: Error accessing provider for '%s', provider 0x%p", operation, remoteName, provider);
-      return NP_FIO_OK; // so wanted (TakesWhatHasNoSourceForModified)
-    }
-    const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-    const QvbString key = m_index.keyOf(remoteName).text;
-    QvbDate date;
-    const int result = provider->getModifiedDate(subject, key, &date, errorText, true);
-    return answer(result, date, key, provider);
-  });
+// What isModified() and getModifiedDate() ask of the source that the name's scheme asks for, by the name of the copy.
+// Without a source, which is logged, there is nothing to ask.
+FileAccessCacheImpl::Asked FileAccessCacheImpl::askForDate(const char* operation, ASSubject* subject,
+                                                           const QvbString& remoteName,
+                                                           QvbString* errorText) {
+  Asked asked{m_sources.forName(remoteName)};
+  if (asked.source) {
+    asked.key = m_index.keyOf(remoteName).text;
+    asked.result = asked.source->getModifiedDate(subject, asked.key, &asked.date, errorText, true);
+  } else {
+    m_log.error("%s: Error accessing provider for '%s', provider 0x%p", operation, remoteName, asked.source);
+  }
+  return asked;
 }
 
+// So wanted (TakesWhatHasNoSourceForModified): a name without a source is modified, and no failure.
 int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteName, bool* modified,
                                     QvbString* errorText) {
   *modified = true;
-  const auto compare = [&](int result, const QvbDate& date, const QvbString& key, const void*) {
-    m_log.trace("isModifed: modified date returned %d for %s", result, remoteName);
-    const FileAccessCacheEntry* entry = m_index.find(key);
-    *modified = !date.isNull() && date.compare(entry ? entry->modifiedDate : QvbDate()) != 0;
-    return result;
-  };
-  return askForDate("isModified", subject, remoteName, errorText, compare);
+  return resultOr(NP_FIO_ERROR, [&] {
+    const LockGuard guard(m_lock);
+    const Asked asked = askForDate("isModified", subject, remoteName, errorText);
+    if (!asked.source)
+      return NP_FIO_OK;
+    m_log.trace("isModifed: modified date returned %d for %s", asked.result, remoteName);
+    const FileAccessCacheEntry* entry = m_index.find(asked.key);
+    const QvbDate known = entry ? entry->modifiedDate : QvbDate();
+    *modified = !asked.date.isNull() && asked.date.compare(known) != 0;
+    return asked.result;
+  });
 }
 
 // So wanted (NeverWritesTheModificationDate): the result alone answers.
 int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& remoteName, QvbDate* /*date*/,
                                          QvbString* errorText) {
-  const auto tell = [&](int result, const QvbDate& date, const QvbString&, const void* provider) {
-    if (!date.isNull())
-      return result;
-    m_log.trace("getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, provider);
+  return resultOr(NP_FIO_ERROR, [&] {
+    const LockGuard guard(m_lock);
+    const Asked asked = askForDate("getModifiedDate", subject, remoteName, errorText);
+    if (!asked.source || !asked.date.isNull())
+      return asked.result;
+    m_log.trace("getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, asked.source);
     return NP_FIO_ACCESS;
-  };
-  return askForDate("getModifiedDate", subject, remoteName, errorText, tell);
+  });
 }
 
 bool FileAccessCacheImpl::flush(bool flag) {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   m_log.trace("Flushing FileAccessCache");
   // So wanted (FlushesEverySourceWithTheFlag): the last source's answer replaces what came of the copies.
   return m_sources.flush(flag, discardCopies());
