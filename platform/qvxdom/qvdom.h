@@ -106,3 +106,7 @@ private:
   std::unique_ptr<QvDomDocument> m_document;
   QvbString m_error;
 };
+
+// Appends what QvDom writes for a text: between the tags of an element, and between the double quotes of an attribute.
+QVPLATFORM_API void qvDomAppendText(QvbString& xml, std::string_view text);
+QVPLATFORM_API void qvDomAppendAttribute(QvbString& xml, std::string_view value);

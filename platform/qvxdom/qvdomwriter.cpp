@@ -82,20 +82,22 @@ std::size_t plainLength(std::string_view text, Place place) {
 }
 
 // Takes the first character of the text, which is not a plain one, and writes what stands for it.
-void writeSpecial(std::string_view& text, Place place, std::string& out) {
+template<class Out>
+void writeSpecial(std::string_view& text, Place place, Out& out) {
   auto bytes = text;
   const auto character = qvDomTakeUtf8(text);
   bytes.remove_suffix(text.size());
   if (!isXmlChar(character))
-    out += replacement;
+    out.append(replacement);
   else
-    out += character < 0x80 ? reference(static_cast<char>(character), place) : bytes;
+    out.append(character < 0x80 ? reference(static_cast<char>(character), place) : bytes);
 }
 
-void writeEscaped(std::string_view text, Place place, std::string& out) {
+template<class Out>
+void writeEscaped(std::string_view text, Place place, Out& out) {
   while (true) {
     const auto plain = plainLength(text, place);
-    out += text.substr(0, plain);
+    out.append(text.substr(0, plain));
     text.remove_prefix(plain);
     if (text.empty())
       return;
@@ -222,6 +224,12 @@ char32_t qvDomTakeUtf8(std::string_view& bytes) noexcept {
 
 std::string qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out) {
   return Writer(node, layout, out).write();
+}
+
+void qvDomAppendText(QvbString& xml, std::string_view text) { writeEscaped(text, Place::Text, xml); }
+
+void qvDomAppendAttribute(QvbString& xml, std::string_view value) {
+  writeEscaped(value, Place::Attribute, xml);
 }
 
 std::string qvDomTooDeep() {
