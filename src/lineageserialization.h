@@ -2,9 +2,11 @@
 #pragma once
 
 #include "guards.h"
+#include "lineagerecords.h"
 #include "qvreposres/qvlineage.h"
 
 #include <unordered_map>
+#include <vector>
 
 class LineageImpactFactoryImpl;
 class LineageResourceResolver;
@@ -116,14 +118,20 @@ public:
 
 private:
   struct Dependencies {
-    Released<QvResource> key;
-    Released<QvResourceList> dependents;
+    Released<QvResource> key; // of a class that makes its own
+    LineageRecordHold record; // of every other key
+    LineageDependents dependents;
   };
   using DependencyMap = std::unordered_map<LineageNode, Dependencies, LineageNodeHash>;
   // The document of an export while it is built.
   struct Document;
 
+  QVREPOSRES_HIDDEN bool isPlain() const;
   QVREPOSRES_HIDDEN void record(QvResource& resource, QvResourceList& dependents);
+  QVREPOSRES_HIDDEN void append(LineageDependents& dependents, QvResource& resource);
+  QVREPOSRES_HIDDEN void appendAll(LineageDependents& dependents, QvResourceList& resources);
+  // In the order of MapLineageResourceCompare.
+  QVREPOSRES_HIDDEN std::vector<const DependencyMap::value_type*> sortedEntries() const;
   QVREPOSRES_HIDDEN Released<QvResourceList> allKeys() const;
   QVREPOSRES_HIDDEN void progress(const char* stage);
   QVREPOSRES_HIDDEN bool fail(const QvbString& reason, QvbString* message);
@@ -145,6 +153,7 @@ private:
   LineageResourceResolver* m_resolver = nullptr;
   LineageProgressSink* m_progressSink = nullptr;
   Released<LineageImpactFactoryImpl> m_factory;
+  LineageRecords m_records; // which outlives those that hold them
   // Looked up by hash; the order of MapLineageResourceCompare is made when it is asked for.
   DependencyMap m_dependencies;
 };
