@@ -34,7 +34,7 @@ QvbString writtenUnifiedName(QvReposConfiguration& definition) {
 }
 
 QvbString writtenType(QvReposConfiguration& definition) {
-  return connectionTypeName(definition.getUnifiedConnectionType());
+  return getUnifiedReposConnectTypeName(definition.getUnifiedConnectionType());
 }
 
 constexpr Element elements[] = {
@@ -49,6 +49,8 @@ constexpr Element elements[] = {
     {"UnifiedRepositoryVersion", field<&QvReposConfiguration::getUnifiedRepositoryVersion>,
      &QvReposConfiguration::setUnifiedRepositoryVersion},
 };
+static_assert(std::size(elements) == definitionTextCount - 2,
+              "every text but the name, an attribute, and the file's name");
 
 void writeDefinition(QvReposConfiguration& definition, QvDomNode root) {
   root.setAttributeValue("Name", definition.getName());

@@ -53,6 +53,7 @@ bool writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart>
 }
 
 // The kind's element on the way along first children; neither the root's name nor its attributes count.
+// Kept: Identity.IsReadByItsInnerElementAlone
 QvDomNode findKindElement(QvDomNode node, const IdentityKind& kind) {
   while (!node.null() && !isNamed(node, kind.element))
     node = node.getFirstChild(false);
@@ -85,6 +86,7 @@ bool readIdentity(const QvbString& identity, const IdentityKind& kind,
 
 // The text between the key, found anywhere in the connection string, and the next ";".
 bool readDsnValue(const QvbString& dsn, std::string_view key, QvbString* value) {
+  // Kept: ConnectionString.GivesNameAndType
   const auto found = dsn.find(key);
   if (found < 0)
     return false;
