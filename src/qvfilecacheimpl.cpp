@@ -62,7 +62,7 @@ FileAccessCacheImpl::FileAccessCacheImpl()
   readTimeBetweenChecks();
   m_filesystemProvider.reset(madeOrNull([] { return new (std::nothrow) RemoteFilesystemFileProvider; }));
   m_httpProvider.reset(madeOrNull([] { return new (std::nothrow) RemoteHttpFileProvider; }));
-  np_dir_close(folder.release());
+  m_directory.reset(folder.release());
 }
 
 // The folder goes with its handle when the cache cannot be made.

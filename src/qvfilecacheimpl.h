@@ -118,6 +118,7 @@ private:
   Released<FileAccessCacheSourceProvider> m_defaultProvider;
   std::map<QvbString, Released<FileAccessCacheEntry>> m_entries;
   QvbString m_cacheDirectory{""};
+  HeldFolder m_directory; // tells other processes that the folder is in use
   QvLog m_log;
   QvbString m_cacheName;
   int m_timeBetweenChecks = 0; // milliseconds
