@@ -1,7 +1,7 @@
 #include "qvreposconfigfile.h"
 
 #include "domchildren.h"
-#include "qvresourcemgrimpl.h"
+#include "identity.h"
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxdom/qvdom.h"
@@ -34,7 +34,7 @@ QvbString writtenUnifiedName(QvReposConfiguration& definition) {
 }
 
 QvbString writtenType(QvReposConfiguration& definition) {
-  return connectionTypeName(definition.getUnifiedConnectionType());
+  return getUnifiedReposConnectTypeName(definition.getUnifiedConnectionType());
 }
 
 constexpr Element elements[] = {
@@ -49,6 +49,8 @@ constexpr Element elements[] = {
     {"UnifiedRepositoryVersion", field<&QvReposConfiguration::getUnifiedRepositoryVersion>,
      &QvReposConfiguration::setUnifiedRepositoryVersion},
 };
+static_assert(std::size(elements) == definitionTextCount - 2,
+              "every text but the name, an attribute, and the file's name");
 
 void writeDefinition(QvReposConfiguration& definition, QvDomNode root) {
   root.setAttributeValue("Name", definition.getName());
@@ -79,7 +81,7 @@ void readElement(const Element& element, std::string_view text, QvReposConfigura
 // string.
 const char* inferredType(const QvbString& connect) {
   QvbString type;
-  if (!QvResourceManagerImpl().getDSNTypeFromDSN(connect, &type))
+  if (!readDsnType(connect, &type))
     return "File";
   return type.compare("GRVS") == 0 ? "GRVS" : "ODBC";
 }

@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr const char* logSource = "src/qvreposconfigmgrimpl";
 constexpr int newFolderMode = 8;
 
 constexpr const char* notValid = "The definition specified is not valid.";
@@ -78,10 +77,9 @@ void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString*
 } // namespace
 
 QvReposConfigManagerImpl::QvReposConfigManagerImpl()
-    : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.ReposConfigMgr")), m_lock(qvLockCreate(0, 1)) {
+    : m_log("QV.Repos.QvReposRes.ReposConfigMgr", "src/qvreposconfigmgrimpl"), m_lock(qvLockCreate(0, 1)) {
   if (!m_lock)
-    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
-                       "Failed to create repos config file manager lock");
+    m_log.critical("Failed to create repos config file manager lock");
   initFileList();
 }
 
@@ -110,13 +108,10 @@ void QvReposConfigManagerImpl::reportRefusal(const RefusedFile& refused) {
     m_errorMessage = refused.file->reason;
   if (!refused.winner)
     return;
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "A definition named \"%s\" already exists and will not be loaded.",
-                     definition.getName());
-  m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__,
-                     "The definition file \"%s\" will not be loaded because a definition with that name "
-                     "already exists.",
-                     definition.getFilename());
+  m_log.lifecycle("A definition named \"%s\" already exists and will not be loaded.", definition.getName());
+  m_log.anomaly("The definition file \"%s\" will not be loaded because a definition with that name "
+                "already exists.",
+                definition.getFilename());
 }
 
 bool QvReposConfigManagerImpl::refresh() {
@@ -241,16 +236,15 @@ bool QvReposConfigManagerImpl::createDirectoryIfNotExist(const QvbString& path, 
     return true;
   if (found != NP_FIO_NOT_FOUND) {
     *error = qvbStringFormat("Error accessing path %s (%d): %s", path, found, np_fio_errdesc(found));
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error);
+    m_log.error("%s", *error);
     return false;
   }
   if (const int made = np_dir_create(path, newFolderMode)) {
     *error = qvbStringFormat("Error creating directory %s (%d)", path, made);
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error);
+    m_log.error("%s", *error);
     return false;
   }
-  m_logger->logEvent(QvLoggingLevel::Success, logSource, __LINE__,
-                     "Created repository definition directory %s", path);
+  m_log.success("Created repository definition directory %s", path);
   return true;
 }
 

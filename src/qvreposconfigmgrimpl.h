@@ -3,7 +3,7 @@
 
 #include "guards.h"
 #include "qvreposconfigset.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include <memory>
 
@@ -56,6 +56,6 @@ private:
   DefinitionFolder m_systemFolder{QvReposConfigTypeSystem, {}, {}};
   DefinitionFolder m_userFolder{QvReposConfigTypeUser, {}, {}};
   std::shared_ptr<const DefinitionSet> m_definitions = std::make_shared<const DefinitionSet>();
-  QvLogger* m_logger;
+  QvLog m_log;
   OwnedLock m_lock;
 };

@@ -1,3 +1,4 @@
+#include "qvsfio/private/npabandoned.h"
 #include "qvsfio/private/npnative.h"
 
 #include <cstdlib>
@@ -61,6 +62,7 @@ int openNewFolder(const char* path, std::unique_ptr<NpDir>* directory) {
     return ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   }));
   if (opened->descriptor) {
+    npfio::markTemporary(opened->descriptor.get());
     *directory = std::move(opened);
     return NP_FIO_OK;
   }
@@ -90,6 +92,8 @@ int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** dire
   const int code = codeOf([&] {
     std::string root;
     int failed = temporaryRoot(&root);
+    if (!failed)
+      npfio::removeAbandoned(root);
     if (!failed)
       failed = np_fio_pcat(root.c_str(), name, buffer, size);
     return failed ? failed : openNewFolder(buffer, &opened);
