@@ -11,7 +11,8 @@
 
 namespace {
 
-// A row that cannot be had is std::bad_alloc, so that nothing goes missing without a word.
+// A row that cannot be had is std::bad_alloc, so that nothing goes missing without a word. What a host's resource has to
+// tell is asked for before there is a row, which would stay as it is if that failed.
 void appendUnlessListed(QvResourceList& list, QvResource& resource) {
   QvResourceImpl copy;
   QvResource* row = dynamic_cast<QvResourceImpl*>(&resource);
@@ -52,7 +53,6 @@ LineageNode LineageSerializationImpl::nodeOf(QvResource* resource) {
   return {resource->getResourceType(), resource->getResourceIdentity()};
 }
 
-// Whether nothing of a derived class may have a part in what the store keeps.
 bool LineageSerializationImpl::isPlain() const { return typeid(*this) == typeid(LineageSerializationImpl); }
 
 LineageSerializationImpl::LineageSerializationImpl()

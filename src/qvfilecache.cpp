@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr const char* logSource = "src/qvfilecache";
-
 constexpr std::string_view sourceSchemes[] = {"file", "http", "https"};
 
 // For a host that unloads the library without a word.
@@ -28,9 +26,9 @@ void shutDownAtUnload() {
 }
 
 // Looked up once: a holder is made for every call.
-QvLogger* holderLogger() {
-  static QvLogger* const logger = qvlogGetLogger("QV.FileAccessCache.Singleton");
-  return logger;
+const QvLog& holderLog() {
+  static const QvLog log("QV.FileAccessCache.Singleton", "src/qvfilecache");
+  return log;
 }
 
 bool isFolder(const QvbString& path) {
@@ -50,10 +48,10 @@ const char* missingCopyReason(const QvbString& remoteName, int result) {
 
 } // namespace
 
-QVB_FileAccessCacheSingleton::QVB_FileAccessCacheSingleton() : m_logger(holderLogger()) {}
+QVB_FileAccessCacheSingleton::QVB_FileAccessCacheSingleton() : m_log(holderLog()) {}
 
 const char* QVB_FileAccessCacheSingleton::getId() {
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "getId: Returning id");
+  m_log.lifecycle("getId: Returning id");
   return "QVB_FileAccessCache";
 }
 
@@ -61,13 +59,10 @@ void* QVB_FileAccessCacheSingleton::createObject() {
   shutDownAtUnload();
   if (m_cache)
     return m_cache;
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "createObject: No cache, creating default");
+  m_log.lifecycle("createObject: No cache, creating default");
   Released<FileAccessCacheManager> made(madeOrNull([] { return new (std::nothrow) FileAccessCacheImpl; }));
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "createObject: Creating 0x%p",
-                     made.get());
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "createObject: Initializing lookup maps");
+  m_log.lifecycle("createObject: Creating 0x%p", made.get());
+  m_log.lifecycle("createObject: Initializing lookup maps");
   // The first lookups fill both maps of object types, so that no later one has to wait for that.
   QvbString scratch;
   getFileExtensionForType("foo", &scratch);
@@ -80,14 +75,13 @@ void QVB_FileAccessCacheSingleton::deleteObject(void* object) {
   if (!object)
     return;
   auto* cache = static_cast<FileAccessCacheManager*>(object);
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "deleteObject: Tossing cache 0x%p",
-                     cache);
+  m_log.lifecycle("deleteObject: Tossing cache 0x%p", cache);
   cache->release();
 }
 
 int QVB_FileAccessCacheSingleton::squirrelCache(FileAccessCacheManager* cache) {
   cleanupOnly();
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "squirrelCache: Setting 0x%p", cache);
+  m_log.lifecycle("squirrelCache: Setting 0x%p", cache);
   m_cache = cache;
   bool created = false;
   if (!initialize(&created))
@@ -100,7 +94,7 @@ FileAccessCache* QVB_FileAccessCacheSingleton::getCache() {
   if (!initialize(&created))
     return nullptr;
   auto* cache = static_cast<FileAccessCacheManager*>(getObject());
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "getCache: Returning 0x%p", cache);
+  m_log.lifecycle("getCache: Returning 0x%p", cache);
   return cache;
 }
 

@@ -103,14 +103,14 @@ bool QvResourceManagerImpl::addFileResource(QvbString& filename, QvResourceFacto
 
 bool QvResourceManagerImpl::addSQLResourcesFromFile(const QvbString& path, QvResourceFactory* factory,
                                                     QvResourceList* list) {
-  QvDom document;
-  return document.loadFile(path) && addSQLResources(document, factory, list);
+  ResourceAdder adder(*this, factory, list);
+  return visitSQLStepInFile(path, &adder, nullptr);
 }
 
 bool QvResourceManagerImpl::addSQLResourcesFromString(const QvbString& xml, QvResourceFactory* factory,
                                                       QvResourceList* list) {
-  QvDom document;
-  return document.loadXML(xml) && addSQLResources(document, factory, list);
+  ResourceAdder adder(*this, factory, list);
+  return visitSQLStepInString(xml, &adder, nullptr);
 }
 
 bool QvResourceManagerImpl::addSQLResources(QvDom& document, QvResourceFactory* factory,
