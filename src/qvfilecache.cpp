@@ -5,10 +5,16 @@
 #include "qvfilecachesingleton.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbunload.h"
+#include "qvxbase/qvuri.h"
 
+#include <algorithm>
+#include <iterator>
 #include <new>
+#include <string_view>
 
 namespace {
+
+constexpr std::string_view sourceSchemes[] = {"file", "http", "https"};
 
 // For a host that unloads the library without a word.
 struct Shutdown {
@@ -23,6 +29,21 @@ void shutDownAtUnload() {
 const QvLog& holderLog() {
   static const QvLog log("QV.FileAccessCache.Singleton", "src/qvfilecache");
   return log;
+}
+
+bool isFolder(const QvbString& path) {
+  NpFileStat found{};
+  return np_fio_stat(path, &found) == NP_FIO_OK && found.kind == NpFileKind::Directory;
+}
+
+const char* missingCopyReason(const QvbString& remoteName, int result) {
+  const Released<QvURI> uri(getURIFromURIString(remoteName));
+  if (uri && std::ranges::find(sourceSchemes, uri->getScheme().view()) == std::end(sourceSchemes))
+    return "give a path, or a URI of file, http or https";
+  if (!uri && isFolder(remoteName))
+    return "a folder, where a file is due";
+  // The cache's own failure says no more than that there is no copy.
+  return result <= NP_FIO_ERROR ? "no such file, or it cannot be read" : np_fio_errdesc(result);
 }
 
 } // namespace
@@ -96,4 +117,8 @@ int setFileCacheManager(FileAccessCacheManager* cache) {
 
 FileAccessCache* getFileCache() {
   return madeOrNull([] { return QVB_FileAccessCacheSingleton().getCache(); });
+}
+
+bool getMissingCopyReason(const QvbString& remoteName, int result, QvbString* reason) {
+  return tryAllocate([&] { *reason = missingCopyReason(remoteName, result); });
 }

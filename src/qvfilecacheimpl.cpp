@@ -65,8 +65,8 @@ int FileAccessCacheImpl::getCopy(ASSubject* subject, const QvbString& remoteName
   if (!entry)
     return addFileToCache(subject, key, localFilename, errorText);
   int result = m_interval.isFresh(entry->cacheUpdatedDate) ? 0 : updateCache(subject, key, entry, errorText);
-  // So wanted (RefreshesTwiceWhenTheCopyIsOldAndTheUserNew): a refresh that failed is tried again for a new user, whom
-  // the source has to let through even where the copy is fresh.
+  // A refresh that failed is tried again for a new user, whom the source has to let through even where the copy is fresh.
+  // Kept: FileCache.RefreshesTwiceWhenTheCopyIsOldAndTheUserNew
   if (!entry->isUserAuthorized(subject, errorText))
     result = updateCache(subject, key, entry, errorText);
   *localFilename = entry->localFilename;
@@ -96,14 +96,16 @@ int FileAccessCacheImpl::updateCache(ASSubject* subject, const QvbString& name, 
     m_log.lifecycle("Cache modified date diff %s and %s", date.asString(false),
                     entry->modifiedDate.asString(false));
   const int copied = updateFileCacheContents(subject, name, entry);
-  // So wanted (CountsARefreshWhoseCopyFailed): the next attempt waits for the interval, whatever came of this one.
+  // The next attempt waits for the interval, whatever came of this one.
+  // Kept: FileCache.CountsARefreshWhoseCopyFailed
   entry->modifiedDate = date;
   updateCachedEntryDate(entry);
   return copied;
 }
 
-// So wanted (AsksItsDefaultSourceForCopiesOnly): whether a new file exists, and its date, is asked of the source that the
-// name's scheme asks for; the content comes from the default source of a host that has set one.
+// Whether a new file exists, and its date, is asked of the source that the name's scheme asks for; the content comes
+// from the default source of a host that has set one.
+// Kept: FileCache.AsksItsDefaultSourceForCopiesOnly
 int FileAccessCacheImpl::addFileToCache(ASSubject* subject, const QvbString& name, QvbString* localFilename,
                                         QvbString* errorText) {
   FileAccessCacheSourceProvider* provider = getCacheSourceProviderForFileType(name);
@@ -116,7 +118,8 @@ int FileAccessCacheImpl::addFileToCache(ASSubject* subject, const QvbString& nam
     m_log.error("Provider exists failed for '%s', provider 0x%p", name, provider);
     return 1;
   }
-  // So wanted (CopiesAFileWhoseDateItDoesNotGet): a date that cannot be had is null, and no failure.
+  // A date that cannot be had is null, and no failure.
+  // Kept: FileCache.CopiesAFileWhoseDateItDoesNotGet
   QvbDate date;
   provider->getModifiedDate(subject, name, &date, errorText, false);
   FileAccessCacheEntry* const existing = m_index.find(name);
@@ -133,7 +136,7 @@ int FileAccessCacheImpl::fetchNew(ASSubject* subject, const QvbString& name, con
   FileAccessCacheEntry* entry = m_index.find(name);
   if (!entry) {
     m_log.error("Cache entry lookup failed after modified date set for '%s', provider 0x%p", name, provider);
-    return 0; // so wanted (SurvivesTheLossOfTheEntryThatItJustMade)
+    return 0; // Kept: FileCache.SurvivesTheLossOfTheEntryThatItJustMade
   }
   const int copied = updateFileCacheContents(subject, name, entry);
   if (copied != 0)
@@ -169,7 +172,9 @@ int FileAccessCacheImpl::updateFileCacheContents(ASSubject* subject, const QvbSt
     m_log.error("Provider lookup failed for '%s', provider 0x%p", name, provider);
     return 1;
   }
-  QvbString reason; // so wanted (KeepsTheErrorOfACopyToItself): it goes to the log, not to the caller
+  // It goes to the log, not to the caller.
+  // Kept: FileCache.KeepsTheErrorOfACopyToItself
+  QvbString reason;
   if (const int failed = provider->updateLocalFileContent(subject, name, entry->localFilename, &reason)) {
     m_log.error("There was an error setting the cache file \"%s\" contents from provider: %s", name, reason);
     return failed;
@@ -208,16 +213,16 @@ bool FileAccessCacheImpl::setFileCacheLocalName(const QvbString& name, const Qvb
   Released<FileAccessCacheEntry> entry = m_index.make(operation, name);
   if (!entry)
     return false;
-  // So wanted (GivesANewEntryAGeneratedNameWhateverTheCallerSays): the given name counts only where memory for a
-  // generated one is short.
+  // The given name counts only where memory for a generated one is short.
+  // Kept: FileCache.GivesANewEntryAGeneratedNameWhateverTheCallerSays
   entry->localFilename = localName;
   const bool named = generateLocalFilename(entry.get());
   m_index.keep(operation, std::move(entry));
   return named;
 }
 
-// So wanted (KeepsAnEntryWhoseFileItRemovedAndRemovesOneWhoseFileItCannot): hosts rely on the result and the entry being
-// the other way round.
+// What became of the entry is the other way round than what became of its file, and so is the result.
+// Kept: FileCache.KeepsAnEntryWhoseFileItRemovedAndRemovesOneWhoseFileItCannot
 bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
   const FileAccessCacheEntry* const entry = m_index.find(name);
   if (!entry)
@@ -245,7 +250,8 @@ FileAccessCacheImpl::Asked FileAccessCacheImpl::askForDate(const char* operation
   return asked;
 }
 
-// So wanted (TakesWhatHasNoSourceForModified): a name without a source is modified, and no failure.
+// A name without a source is modified, and no failure.
+// Kept: FileCache.TakesWhatHasNoSourceForModified
 int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteName, bool* modified,
                                     QvbString* errorText) {
   *modified = true;
@@ -262,7 +268,8 @@ int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteN
   });
 }
 
-// So wanted (NeverWritesTheModificationDate): the result alone answers.
+// The result alone answers.
+// Kept: FileCache.NeverWritesTheModificationDate
 int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& remoteName, QvbDate* /*date*/,
                                          QvbString* errorText) {
   return resultOr(NP_FIO_ERROR, [&] {
@@ -278,7 +285,8 @@ int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& re
 bool FileAccessCacheImpl::flush(bool flag) {
   const LockGuard guard(m_lock);
   m_log.trace("Flushing FileAccessCache");
-  // So wanted (FlushesEverySourceWithTheFlag): the last source's answer replaces what came of the copies.
+  // The last source's answer replaces what came of the copies.
+  // Kept: FileCache.FlushesEverySourceWithTheFlag
   return m_sources.flush(flag, discardCopies());
 }
 

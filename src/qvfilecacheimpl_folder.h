@@ -14,7 +14,7 @@ public:
   // Makes the folder, named by a new unique name; the cache goes on without one. Until it is kept the folder goes when
   // this object does, as it must when the cache cannot be made.
   void make();
-  void keep() { np_dir_close(m_new.release()); }
+  void keep() { m_held.reset(m_new.release()); }
   bool isThere() const { return !m_path.isEmpty(); }
 
   // A new path in the folder, without a trace of the remote name; `path` stays when memory is short.
@@ -30,6 +30,7 @@ private:
   bool deleteOrphan(QvbDirectory& directory) const;
 
   const QvLog& m_log;
-  OpenFolder m_new; // null once it is kept
+  OpenFolder m_new;  // null once it is kept
+  HeldFolder m_held; // tells other processes that the folder is in use
   QvbString m_path{""};
 };

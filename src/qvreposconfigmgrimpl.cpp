@@ -6,7 +6,6 @@
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
 
-#include <unordered_map>
 #include <utility>
 
 namespace {
@@ -64,42 +63,6 @@ QvbString fileIn(const QvbString& folder, const QvbString& name) {
   return qvbConcatPath(folder, qvbStringFormat("%S.%s", &name, definitionFileSuffix.data()));
 }
 
-// Takes over the definitions of the files that it is given, in their order; the first one of a name wins.
-class DefinitionLoader {
-public:
-  DefinitionLoader(const QvLog& log, QvbString* errorMessage) : m_log(log), m_errorMessage(errorMessage) {}
-
-  void add(DefinitionFilePtr file) {
-    if (file->content == DefinitionFile::Content::Definition)
-      return addDefinition(std::move(file));
-    if (file->content == DefinitionFile::Content::NoDefinition)
-      *m_errorMessage = file->reason;
-    m_refused.push_back({std::move(file), nullptr});
-  }
-
-  std::vector<DefinitionFilePtr> takeDefinitions() { return std::move(m_definitions); }
-  std::vector<RefusedFile> takeRefused() { return std::move(m_refused); }
-
-private:
-  void addDefinition(DefinitionFilePtr file) {
-    const auto [first, isFirst] = m_byName.try_emplace(file->definition.getName(), file);
-    if (isFirst)
-      return m_definitions.push_back(std::move(file));
-    m_log.lifecycle("A definition named \"%s\" already exists and will not be loaded.",
-                    file->definition.getName());
-    m_log.anomaly("The definition file \"%s\" will not be loaded because a definition with that name "
-                  "already exists.",
-                  file->definition.getFilename());
-    m_refused.push_back({std::move(file), first->second});
-  }
-
-  const QvLog& m_log;
-  QvbString* m_errorMessage;
-  std::vector<DefinitionFilePtr> m_definitions;
-  std::vector<RefusedFile> m_refused;
-  std::unordered_map<QvbString, DefinitionFilePtr, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_byName;
-};
-
 // Ends the old file of a definition that is now saved elsewhere. That it cannot be deleted, short memory included, does
 // not fail the save.
 void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString* error) noexcept {
@@ -133,12 +96,22 @@ void QvReposConfigManagerImpl::initFileList() {
 }
 
 void QvReposConfigManagerImpl::refreshReposList() {
-  DefinitionLoader loader(m_log, &m_errorMessage);
-  for (const auto* folder : {&m_systemFolder, &m_userFolder})
-    for (auto& file : readDefinitionFolder(*folder))
-      loader.add(std::move(file));
-  m_definitions = loader.takeDefinitions();
-  m_refused = loader.takeRefused();
+  auto loaded = loadDefinitions(m_systemFolder, m_userFolder);
+  for (const auto& refused : loaded->refused())
+    reportRefusal(refused);
+  m_definitions = std::move(loaded);
+}
+
+void QvReposConfigManagerImpl::reportRefusal(const RefusedFile& refused) {
+  auto& definition = refused.file->definition;
+  if (refused.file->content == DefinitionFile::Content::NoDefinition)
+    m_errorMessage = refused.file->reason;
+  if (!refused.winner)
+    return;
+  m_log.lifecycle("A definition named \"%s\" already exists and will not be loaded.", definition.getName());
+  m_log.anomaly("The definition file \"%s\" will not be loaded because a definition with that name "
+                "already exists.",
+                definition.getFilename());
 }
 
 bool QvReposConfigManagerImpl::refresh() {
@@ -149,12 +122,10 @@ bool QvReposConfigManagerImpl::refresh() {
 }
 
 QvReposConfiguration* QvReposConfigManagerImpl::getConfigurationByName(const QvbString& name) {
-  Released<QvReposConfiguration> found;
-  forEachDefinition([&](QvReposConfiguration& definition) {
-    if (qvbEqualsIgnoreCase(definition.getName().view(), name.view()))
-      found.reset(definition.copyOf());
-  });
-  return found.release();
+  refresh();
+  const LockGuard guard(m_lock);
+  const auto found = m_definitions->find(name);
+  return found ? found->definition.copyOf() : nullptr;
 }
 
 template<class Filter>
@@ -193,9 +164,9 @@ bool QvReposConfigManagerImpl::getDefaultConfiguration(QvbString* name) {
   name->assign("");
   const LockGuard guard(m_lock);
   refreshReposList();
-  if (m_definitions.empty())
+  if (m_definitions->definitions().empty())
     return fail(&m_errorMessage, "No repository definitions were found to load default definition from.");
-  *name = m_definitions.front()->definition.getName();
+  *name = m_definitions->definitions().front()->definition.getName();
   return true;
 }
 
@@ -206,7 +177,7 @@ QvReposRefusalList* QvReposConfigManagerImpl::getRefusals() {
   for (const auto* folder : {&m_systemFolder, &m_userFolder})
     if (!folder->path.isEmpty() && !folder->files)
       list->addFolder(folder->path, folderOptionOf(folder->type)->key);
-  for (const auto& refused : m_refused)
+  for (const auto& refused : m_definitions->refused())
     list->addFile(refused);
   return list.release();
 }

@@ -2,11 +2,10 @@
 #pragma once
 
 #include "guards.h"
-#include "qvreposconfigcache.h"
-#include "qvreposrefusals.h"
+#include "qvreposconfigset.h"
 #include "qvxlog/qvlog.h"
 
-#include <vector>
+#include <memory>
 
 class QVREPOSRES_API QvReposConfigManagerImpl final : public QvReposConfigManager {
 public:
@@ -35,7 +34,7 @@ public:
   QVREPOSRES_HIDDEN void forEachDefinition(const Visit& visit) {
     refresh();
     const LockGuard guard(m_lock);
-    for (const auto& file : m_definitions)
+    for (const auto& file : m_definitions->definitions())
       visit(file->definition);
   }
 
@@ -44,6 +43,8 @@ private:
   QVREPOSRES_HIDDEN void initFileList() QVB_REQUIRES(m_lock);
   // Loads the definitions of the listed files; the first one of a name wins.
   QVREPOSRES_HIDDEN void refreshReposList() QVB_REQUIRES(m_lock);
+  // Tells of a file that is not loaded, at every load.
+  QVREPOSRES_HIDDEN void reportRefusal(const RefusedFile& refused) QVB_REQUIRES(m_lock);
   template<class Filter>
   QVREPOSRES_HIDDEN QvReposConfigurationList* listWhere(const Filter& isWanted);
   // Makes the last level of the path where it is missing. `error` is required.
@@ -54,8 +55,8 @@ private:
   QvbString m_errorMessage QVB_GUARDED_BY(m_lock){""};
   DefinitionFolder m_systemFolder QVB_GUARDED_BY(m_lock){QvReposConfigTypeSystem, {}, {}};
   DefinitionFolder m_userFolder QVB_GUARDED_BY(m_lock){QvReposConfigTypeUser, {}, {}};
-  std::vector<DefinitionFilePtr> m_definitions QVB_GUARDED_BY(m_lock);
-  std::vector<RefusedFile> m_refused QVB_GUARDED_BY(m_lock);
+  std::shared_ptr<const DefinitionSet>
+      m_definitions QVB_GUARDED_BY(m_lock) = std::make_shared<const DefinitionSet>();
   QvLog m_log;
   Lock m_lock;
 };

@@ -92,6 +92,7 @@ void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const Q
                                             const QvbString& newName) {
   const LockGuard guard(m_lock);
   // This record shows where the id is, not what it is; listeners get the id itself.
+  // Kept: EventManager.LogsARenamedObjectWithTheLocationOfItsId
   m_log.trace("Firing renamed event for %s in repos %s object id=%d and uuid=%s was renamed from %s to %s.",
               object, repository, &id, uuid, oldName, newName);
   notifyListeners([&](RepositoryObjectChange& listener) {
@@ -107,6 +108,8 @@ bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChan
          });
 }
 
+// The result is false whatever was removed.
+// Kept: EventManager.RemovesEveryOccurrenceAndNoOtherListener
 bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
   if (!listener)
     return false;

@@ -20,6 +20,7 @@
 
 struct QvDomNodeData;
 struct QvDomDocument;
+class QvDomElementVisitor;
 
 class QVPLATFORM_API QvDomNode {
 public:
@@ -55,6 +56,7 @@ public:
 private:
   friend class QvDom;
   friend struct QvDomDocument;
+  friend QVPLATFORM_API void qvDomVisitElements(const QvDomNode& node, QvDomElementVisitor& visitor);
   QvDomNode(QvDomDocument* document, QvDomNodeData* data) noexcept : m_document(document), m_data(data) {}
 
   QvDomDocument* m_document = nullptr;
@@ -106,3 +108,7 @@ private:
   std::unique_ptr<QvDomDocument> m_document;
   QvbString m_error;
 };
+
+// Appends what QvDom writes for a text: between the tags of an element, and between the double quotes of an attribute.
+QVPLATFORM_API void qvDomAppendText(QvbString& xml, std::string_view text);
+QVPLATFORM_API void qvDomAppendAttribute(QvbString& xml, std::string_view value);
