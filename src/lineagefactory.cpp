@@ -18,8 +18,6 @@ namespace {
 constexpr const char* logSource = "src/lineagefactory";
 constexpr std::string_view syscatSeparator = " - ";
 
-QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
-
 bool isIdentityDocument(const QvbString& identity) { return identity.find("<morvaxeldocument") >= 0; }
 
 // The data URI of a data source or table; null when there is none.
@@ -34,8 +32,8 @@ Released<QvURI> dataURIOf(const DataSource& source, const QvbString& shortName) 
 }
 
 DataSource dataSourceOf(QvDataURI& uri) {
-  return {orEmpty(uri.getDataSource()), orEmpty(uri.getDataSourceType()), orEmpty(uri.getCatalog()),
-          orEmpty(uri.getSchema()), orEmpty(uri.getTable())};
+  return {qvbOrEmpty(uri.getDataSource()), qvbOrEmpty(uri.getDataSourceType()), qvbOrEmpty(uri.getCatalog()),
+          qvbOrEmpty(uri.getSchema()), qvbOrEmpty(uri.getTable())};
 }
 
 void writeIfAny(const QvbString& text, QvbString* output) {
@@ -60,7 +58,7 @@ bool isThere(const QvbString& path) {
 // Writes the URI reference of the path, or the path itself where there is none, and tells whether there is a file.
 bool locatePath(const QvbString& path, RepositoryFolders* folders, QvbString* uri) {
   QvbString reference;
-  *uri = generateURIReference(path, folders, &reference) ? reference : orEmpty(path);
+  *uri = generateURIReference(path, folders, &reference) ? reference : qvbOrEmpty(path);
   return isThere(path);
 }
 

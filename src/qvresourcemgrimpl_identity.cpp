@@ -66,7 +66,7 @@ bool readIdentity(const QvbString& identity, const IdentityKind& kind,
   if (identity.isEmpty())
     return false;
   if (!document.loadXML(identity)) {
-    if (document.getErrorMessage().view() == "out of memory")
+    if (lackedMemory(document))
       throw std::bad_alloc();
     return false;
   }

@@ -55,7 +55,7 @@ std::string_view takeWhile(std::string_view& rest, Belongs belongs) {
 }
 
 std::string encode(std::string_view text, const ByteSet& allowed, QvPercent percent) {
-  constexpr std::string_view Digits = "0123456789ABCDEF";
+  constexpr std::string_view hexDigits = "0123456789ABCDEF";
   std::string encoded;
   encoded.reserve(text.size());
   while (!text.empty()) {
@@ -66,14 +66,14 @@ std::string encode(std::string_view text, const ByteSet& allowed, QvPercent perc
     if (percent == QvPercent::Encoding && isTriplet(text, 0))
       encoded += '%';
     else
-      encoded.append({'%', Digits[byte >> 4], Digits[byte & 15]});
+      encoded.append({'%', hexDigits[byte >> 4], hexDigits[byte & 15]});
     text.remove_prefix(1);
   }
   return encoded;
 }
 
 // The lengths that the parser's library counts are of type int.
-constexpr std::size_t MaxSyntaxLength = std::numeric_limits<int>::max() / 2;
+constexpr std::size_t maxSyntaxLength = std::numeric_limits<int>::max() / 2;
 
 struct FreeUriMembers {
   void operator()(UriUriA* uri) const noexcept { uriFreeUriMembersA(uri); }
@@ -82,7 +82,7 @@ using UriMembers = std::unique_ptr<UriUriA, FreeUriMembers>;
 
 // What the parser finds in the text, as ranges of it in `uri`; null when it is not RFC 3986 syntax.
 UriMembers parseSyntax(const std::string& text, UriUriA* uri) {
-  if (text.size() > MaxSyntaxLength)
+  if (text.size() > maxSyntaxLength)
     return nullptr;
   const int code = uriParseSingleUriExA(uri, text.data(), text.data() + text.size(), nullptr);
   if (code == URI_ERROR_MALLOC)
