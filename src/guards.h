@@ -21,6 +21,12 @@ struct FolderDiscarder {
 // A new folder that goes again unless its handle is closed explicitly.
 using OpenFolder = std::unique_ptr<NpDir, FolderDiscarder>;
 
+struct FolderCloser {
+  void operator()(NpDir* folder) const { np_dir_close(folder); }
+};
+// A folder that stays when its handle goes.
+using HeldFolder = std::unique_ptr<NpDir, FolderCloser>;
+
 struct LockDestroyer {
   void operator()(QvLock* lock) const { qvLockDestroy(lock); }
 };

@@ -2,9 +2,9 @@
 
 #include "allocation.h"
 #include "guards.h"
+#include "identity.h"
 #include "qvreposres/qvresourceuri.h"
 #include "qvresource.h"
-#include "qvresourcemgrimpl.h"
 #include "qvsfio/npfio.h"
 #include "qvxlog/qvxlog.h"
 #include "repositoryfolders.h"
@@ -17,15 +17,6 @@ namespace {
 
 constexpr const char* logSource = "src/lineagefactory";
 constexpr std::string_view syscatSeparator = " - ";
-
-// Every part is a text, empty where there is none.
-struct DataSource {
-  QvbString name{""};
-  QvbString type{""};
-  QvbString catalog{""};
-  QvbString schema{""};
-  QvbString table{""};
-};
 
 QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
 
@@ -47,11 +38,6 @@ bool locateData(const DataSource& source, const QvbString& shortName, LineageLoc
   return true;
 }
 
-QvbString shortNameOf(const QvbString& dsn) {
-  QvbString name;
-  return QvResourceManagerImpl().getNameFromDSN(dsn, &name) ? name : dsn;
-}
-
 DataSource dataSourceOf(QvDataURI& uri) {
   return {orEmpty(uri.getDataSource()), orEmpty(uri.getDataSourceType()), orEmpty(uri.getCatalog()),
           orEmpty(uri.getSchema()), orEmpty(uri.getTable())};
@@ -65,13 +51,11 @@ void writeIfAny(const QvbString& text, QvbString* output) {
 // Writes the identity of the table, or of the data source when no table is named; the type of what it identifies, or
 // null when there is no identity.
 const char* identify(const DataSource& source, QvbString* identity) {
-  QvResourceManagerImpl manager;
-  if (!source.table.isEmpty())
-    return manager.generateTableDataSourceResourceId(source.name, source.type, source.catalog, source.schema,
-                                                     source.table, identity)
-               ? "Table"
-               : nullptr;
-  return manager.generateDataSourceResourceId(source.name, source.type, identity) ? "Database" : nullptr;
+  DataSource named = source;
+  named.name = shortDsn(source.name);
+  if (!named.table.isEmpty())
+    return makeTableIdentity(named, identity) ? "Table" : nullptr;
+  return makeDataSourceIdentity(named, identity) ? "Database" : nullptr;
 }
 
 bool isThere(const QvbString& path) {
@@ -106,7 +90,7 @@ Released<QvResourceImpl> dataResource(QvDataURI& uri) {
     return nullptr;
   QvbString name = source.table;
   if (name.isEmpty())
-    QvResourceManagerImpl().getNameFromDSN(source.name, &name);
+    readDsnName(source.name, &name);
   const QvbString location = uri.asString();
   auto resource = newResource(name, type, identity);
   if (resource)
@@ -213,7 +197,7 @@ void LineageResourceResolver::resolveMasterDataProject(const QvbString& type, co
     return;
   QvbString filename;
   QvbString project("");
-  if (!QvResourceManagerImpl().getFilenameFromResourceId(id, &filename, &project))
+  if (!readFileIdentity(id, &filename, &project))
     return;
   *reference = project;
   *name = project;
@@ -296,18 +280,17 @@ LineageResourceResolver::Locator LineageResourceResolver::locatorOf(const QvbStr
 
 bool LineageResourceResolver::locateTable(const Lookup& lookup) const {
   DataSource source;
-  if (!QvResourceManagerImpl().getTableObjectFromResourceId(lookup.identity, &source.name, &source.type,
-                                                            &source.catalog, &source.schema, &source.table))
+  if (!readTableIdentity(lookup.identity, &source))
     return false;
   lookup.location->name = source.table;
-  return locateData(source, shortNameOf(source.name), lookup.location);
+  return locateData(source, shortDsn(source.name), lookup.location);
 }
 
 bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
   DataSource source;
-  if (!QvResourceManagerImpl().getDataSourceObjectFromResourceId(lookup.identity, &source.name, &source.type))
+  if (!readDataSourceIdentity(lookup.identity, &source))
     return false;
-  const QvbString shortName = shortNameOf(source.name);
+  const QvbString shortName = shortDsn(source.name);
   lookup.location->name = shortName;
   return locateData(source, shortName, lookup.location);
 }
@@ -324,11 +307,7 @@ bool LineageResourceResolver::locateJobFile(const Lookup& lookup) const {
 }
 
 bool LineageResourceResolver::locateUnifiedObject(const Lookup& lookup) const {
-  QvbString repository;
-  QvbString type;
-  QvbString id;
-  QvbString uuid;
-  if (QvResourceManagerImpl().getUnifiedObjectFromResourceId(lookup.identity, &repository, &type, &id, &uuid))
+  if (isUnifiedIdentity(lookup.identity))
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Unable to obtain resource location for %s", lookup.identity);
   return locateByURI(lookup);
@@ -339,7 +318,7 @@ bool LineageResourceResolver::locateFile(const Lookup& lookup) const {
     return locatePath(lookup.identity, lookup.folders, &lookup.location->uri);
   QvbString filename("");
   QvbString name("");
-  if (!QvResourceManagerImpl().getFilenameFromResourceId(lookup.identity, &filename, &name))
+  if (!readFileIdentity(lookup.identity, &filename, &name))
     return false;
   lookup.location->name = name;
   return locatePath(filename, lookup.folders, &lookup.location->uri);
@@ -359,7 +338,7 @@ bool LineageResourceResolver::locateMasterDataProject(const Lookup& lookup) cons
     return false;
   QvbString filename;
   QvbString project("");
-  if (!QvResourceManagerImpl().getFilenameFromResourceId(lookup.identity, &filename, &project)) {
+  if (!readFileIdentity(lookup.identity, &filename, &project)) {
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Error setting MDMProject getResourceLocation() with values=%s", project);
     return false;

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr const char* logSource = "src/qvfilecacheimpl";
-
 // The key that a remote name is found by: a URI's normalised text, so that one file has one key, else the name itself.
 QvbString normalizedName(const QvbString& name) {
   const Released<QvURI> uri(getURIFromURIString(name));
@@ -55,16 +53,16 @@ bool FileAccessCacheEntry::addAuthorizedUser(ASSubject* subject, QvbString* erro
 }
 
 FileAccessCacheImpl::FileAccessCacheImpl()
-    : m_logger(qvlogGetLogger("QV.FileAccessCache")), m_cacheName(qvbGetUUID()), m_lock(qvLockCreate(0, 1)) {
+    : m_log("QV.FileAccessCache", "src/qvfilecacheimpl"), m_cacheName(qvbGetUUID()),
+      m_lock(qvLockCreate(0, 1)) {
   if (!m_lock)
-    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
-                       "Failed to create file access cache lock");
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Created file CACHE: %s", m_cacheName);
+    m_log.critical("Failed to create file access cache lock");
+  m_log.lifecycle("Created file CACHE: %s", m_cacheName);
   OpenFolder folder = makeCacheDirectory();
   readTimeBetweenChecks();
   m_filesystemProvider.reset(madeOrNull([] { return new (std::nothrow) RemoteFilesystemFileProvider; }));
   m_httpProvider.reset(madeOrNull([] { return new (std::nothrow) RemoteHttpFileProvider; }));
-  np_dir_close(folder.release());
+  m_directory.reset(folder.release());
 }
 
 // The folder goes with its handle when the cache cannot be made.
@@ -74,13 +72,11 @@ OpenFolder FileAccessCacheImpl::makeCacheDirectory() {
   const int failed = np_dir_tmpdir(m_cacheName.asCstr(), path.data(), path.size(), &directory);
   OpenFolder folder(directory);
   if (failed) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Error creating cache directory: %s",
-                       m_cacheName);
+    m_log.error("Error creating cache directory: %s", m_cacheName);
     return folder;
   }
   m_cacheDirectory.assign(path.data());
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Created temp directory for cache: %s",
-                     m_cacheDirectory);
+  m_log.lifecycle("Created temp directory for cache: %s", m_cacheDirectory);
   return folder;
 }
 
@@ -91,32 +87,28 @@ void FileAccessCacheImpl::readTimeBetweenChecks() {
   m_timeBetweenChecks = QvbOptions::TimeBetweenChecks.standardNumber();
   QvbString value;
   if (!options->getOption(QvbOptions::TimeBetweenChecks.key, &value, 0)) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Using default time between cache checked of %d", m_timeBetweenChecks);
+    m_log.trace("Using default time between cache checked of %d", m_timeBetweenChecks);
     return;
   }
   bool isNumber = false;
   const int time = value.asInt(&isNumber);
   if (!isNumber) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Unable to parse time from parameter %s=%s", QvbOptions::TimeBetweenChecks.key, value);
+    m_log.error("Unable to parse time from parameter %s=%s", QvbOptions::TimeBetweenChecks.key, value);
     return;
   }
   m_timeBetweenChecks = time;
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "Setting time between cache changed checks to %f milliseconds", m_timeBetweenChecks);
+  m_log.lifecycle("Setting time between cache changed checks to %f milliseconds", m_timeBetweenChecks);
 }
 
 FileAccessCacheImpl::~FileAccessCacheImpl() {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Destroying FileAccessCache");
+  m_log.trace("Destroying FileAccessCache");
   discardEntries();
   cleanCacheDirectory();
   m_defaultProvider.reset();
   m_filesystemProvider.reset();
   m_httpProvider.reset();
   if (np_dir_unlink(m_cacheDirectory) != NP_FIO_OK)
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Error removing cache directory: %s",
-                       m_cacheDirectory);
+    m_log.error("Error removing cache directory: %s", m_cacheDirectory);
 }
 
 void FileAccessCacheImpl::setSourceProvider(FileAccessCacheSourceProvider* provider) {
@@ -125,7 +117,7 @@ void FileAccessCacheImpl::setSourceProvider(FileAccessCacheSourceProvider* provi
     m_defaultProvider.reset(); // before there is a new one
     m_defaultProvider.reset(provider);
   }
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Setting default cache source provider");
+  m_log.trace("Setting default cache source provider");
 }
 
 FileAccessCacheEntry* FileAccessCacheImpl::findEntry(const QvbString& name) const {
@@ -145,9 +137,7 @@ bool FileAccessCacheImpl::generateLocalFilename(FileAccessCacheEntry* entry) {
     // Without its folder the cache copies nothing: the name alone would be a file of the working folder.
     if (m_cacheDirectory.isEmpty() ||
         np_fio_pcat(m_cacheDirectory.asCstr(), name.asCstr(), path.get(), size) != NP_FIO_OK)
-      m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                         "Error building path for target \"%s\" folder with \"%s\" name", m_cacheDirectory,
-                         name);
+      m_log.error("Error building path for target \"%s\" folder with \"%s\" name", m_cacheDirectory, name);
     entry->localFilename.assign(path.get());
   });
   return true;
@@ -172,19 +162,16 @@ FileAccessCacheSourceProvider* FileAccessCacheImpl::getCacheSourceProviderForFil
   const Released<QvURI> uri(getURIFromURIString(name));
   const QvbString scheme = uri ? uri->getScheme() : QvbString();
   if (uri) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "getCacheSourceProviderForFileType: scheme='%s'", scheme);
+    m_log.trace("getCacheSourceProviderForFileType: scheme='%s'", scheme);
     const QvbString folded = QvbString(scheme).lowercase();
     if (folded.find("http") >= 0) {
-      m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                         "getCacheSourceProviderForFileType: Using HTTP provider for %s", name);
+      m_log.trace("getCacheSourceProviderForFileType: Using HTTP provider for %s", name);
       return m_httpProvider.get();
     }
     if (folded.find("file") < 0)
       return nullptr;
   }
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "getCacheSourceProviderForFileType: Using filesystem provider for %s", name);
+  m_log.trace("getCacheSourceProviderForFileType: Using filesystem provider for %s", name);
   return m_filesystemProvider.get();
 }
 
@@ -202,14 +189,12 @@ bool FileAccessCacheImpl::isFresh(const FileAccessCacheEntry& entry) const {
     return false;
   const QvbDate now = QvbDate::currentDate(false);
   const QvbDate expiry = getCacheExpireAsOfDate(entry.cacheUpdatedDate);
-  if (m_logger->isEnabled(QvLoggingLevel::Trace))
-    m_logger->logEvent(
-        QvLoggingLevel::Trace, logSource, __LINE__,
-        "Cache updated time = \"%s\", if \"%s\" is greater than cache updated time, we update cache.",
-        expiry.asString(false), now.asString(false));
+  if (m_log.isEnabled(QvLoggingLevel::Trace))
+    m_log.trace("Cache updated time = \"%s\", if \"%s\" is greater than cache updated time, we update cache.",
+                expiry.asString(false), now.asString(false));
   if (now.compare(expiry) > 0)
     return false;
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Cache not updated yet...");
+  m_log.trace("Cache not updated yet...");
   return true;
 }
 
@@ -220,13 +205,12 @@ int FileAccessCacheImpl::getCacheFilename(ASSubject* subject, const QvbString& r
 
 int FileAccessCacheImpl::getCopy(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
                                  QvbString* errorText) {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getCacheFilename entered for '%s'",
-                     remoteName);
+  m_log.trace("getCacheFilename entered for '%s'", remoteName);
   QvbString key = normalizedName(remoteName);
   if (key.isEmpty())
     key = remoteName;
   else
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getCacheFilename using '%s'", key);
+    m_log.trace("getCacheFilename using '%s'", key);
 
   const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
   FileAccessCacheEntry* entry = findEntry(key);
@@ -243,28 +227,24 @@ int FileAccessCacheImpl::updateCache(ASSubject* subject, const QvbString& name, 
                                      QvbString* errorText) {
   FileAccessCacheSourceProvider* provider = getCacheSourceProvider(entry, name);
   if (!provider) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "updateCache: Error accessing provider for '%s', provider 0x%p", name, provider);
+    m_log.error("updateCache: Error accessing provider for '%s', provider 0x%p", name, provider);
     return 1;
   }
   QvbDate date;
   QvbString reason;
   const int dated = provider->getModifiedDate(subject, name, &date, errorText ? errorText : &reason, true);
   if (dated != 0) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "updateCache: Error getting modified date for %s: %s", name,
-                       errorText ? *errorText : reason);
+    m_log.error("updateCache: Error getting modified date for %s: %s", name, errorText ? *errorText : reason);
     return dated;
   }
   if (date.isNull()) {
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                       "Cache Access provider returned null date for filename %s", name);
+    m_log.lifecycle("Cache Access provider returned null date for filename %s", name);
     return 1;
   }
   entry->addAuthorizedUser(subject, errorText); // the source answered for this subject
-  if (m_logger->isEnabled(QvLoggingLevel::Lifecycle))
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Cache modified date diff %s and %s",
-                       date.asString(false), entry->modifiedDate.asString(false));
+  if (m_log.isEnabled(QvLoggingLevel::Lifecycle))
+    m_log.lifecycle("Cache modified date diff %s and %s", date.asString(false),
+                    entry->modifiedDate.asString(false));
   const int copied = updateFileCacheContents(subject, name, entry);
   entry->modifiedDate = date;
   updateCachedEntryDate(entry);
@@ -274,16 +254,13 @@ int FileAccessCacheImpl::updateCache(ASSubject* subject, const QvbString& name, 
 int FileAccessCacheImpl::addFileToCache(ASSubject* subject, const QvbString& name, QvbString* localFilename,
                                         QvbString* errorText) {
   FileAccessCacheSourceProvider* provider = getCacheSourceProviderForFileType(name);
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "addFileToCache entered for '%s', provider 0x%p", name, provider);
+  m_log.trace("addFileToCache entered for '%s', provider 0x%p", name, provider);
   if (!provider) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Invalid provider on %s:  0x%p", name,
-                       provider);
+    m_log.error("Invalid provider on %s:  0x%p", name, provider);
     return 1;
   }
   if (!provider->exists(subject, name, errorText)) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Provider exists failed for '%s', provider 0x%p", name, provider);
+    m_log.error("Provider exists failed for '%s', provider 0x%p", name, provider);
     return 1;
   }
   QvbDate date;
@@ -296,20 +273,17 @@ int FileAccessCacheImpl::addFileToCache(ASSubject* subject, const QvbString& nam
 int FileAccessCacheImpl::fetchNew(ASSubject* subject, const QvbString& name, const QvbDate& date,
                                   QvbString* localFilename, FileAccessCacheSourceProvider* provider) {
   if (const int failed = setFileCacheModifiedDate(name, date)) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Unable to set file cache modified date on %s", name);
+    m_log.error("Unable to set file cache modified date on %s", name);
     return failed;
   }
   FileAccessCacheEntry* entry = findEntry(name);
   if (!entry) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Cache entry lookup failed after modified date set for '%s', provider 0x%p", name,
-                       provider);
+    m_log.error("Cache entry lookup failed after modified date set for '%s', provider 0x%p", name, provider);
     return 0;
   }
   const int copied = updateFileCacheContents(subject, name, entry);
   if (copied != 0)
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Error adding file to cache");
+    m_log.error("Error adding file to cache");
   *localFilename = entry->localFilename;
   // The memory for a name was short: the next request makes another one.
   if (entry->localFilename.isEmpty() && !m_cacheDirectory.isEmpty())
@@ -320,11 +294,9 @@ int FileAccessCacheImpl::fetchNew(ASSubject* subject, const QvbString& name, con
 int FileAccessCacheImpl::refetchExisting(ASSubject* subject, const QvbString& name,
                                          FileAccessCacheEntry& entry, const QvbDate& date,
                                          QvbString* localFilename, FileAccessCacheSourceProvider* provider) {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Found cache Entry for '%s', provider 0x%p",
-                     name, provider);
+  m_log.trace("Found cache Entry for '%s', provider 0x%p", name, provider);
   if (const int failed = updateFileCacheContents(subject, name, &entry)) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Error adding file to cachefor '%s', provider 0x%p", name, provider);
+    m_log.error("Error adding file to cachefor '%s', provider 0x%p", name, provider);
     return failed;
   }
   const int dated = setFileCacheModifiedDate(name, date);
@@ -335,20 +307,17 @@ int FileAccessCacheImpl::refetchExisting(ASSubject* subject, const QvbString& na
 int FileAccessCacheImpl::updateFileCacheContents(ASSubject* subject, const QvbString& name,
                                                  FileAccessCacheEntry* entry) {
   if (!entry) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Invalid cache entry for '%s'", name);
+    m_log.error("Invalid cache entry for '%s'", name);
     return 1;
   }
   FileAccessCacheSourceProvider* provider = getCacheSourceProvider(entry, name);
   if (!provider) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Provider lookup failed for '%s', provider 0x%p", name, provider);
+    m_log.error("Provider lookup failed for '%s', provider 0x%p", name, provider);
     return 1;
   }
   QvbString reason;
   if (const int failed = provider->updateLocalFileContent(subject, name, entry->localFilename, &reason)) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "There was an error setting the cache file \"%s\" contents from provider: %s", name,
-                       reason);
+    m_log.error("There was an error setting the cache file \"%s\" contents from provider: %s", name, reason);
     return failed;
   }
   updateCachedEntryDate(entry);
@@ -368,8 +337,7 @@ int FileAccessCacheImpl::setFileCacheModifiedDate(const QvbString& name, const Q
     return 1;
   entry->modifiedDate = date;
   if (!generateLocalFilename(entry.get())) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "generateLocalFilename: Error creating cache entry name for %s", name);
+    m_log.error("generateLocalFilename: Error creating cache entry name for %s", name);
     return 1;
   }
   updateCachedEntryDate(entry.get());
@@ -394,22 +362,19 @@ bool FileAccessCacheImpl::setFileCacheLocalName(const QvbString& name, const Qvb
 
 // An entry for a name that has none; null when memory is short.
 Released<FileAccessCacheEntry> FileAccessCacheImpl::newEntry(const char* operation, const QvbString& name) {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "%s: Creating new cache entry for %s",
-                     operation, name);
+  m_log.trace("%s: Creating new cache entry for %s", operation, name);
   Released<FileAccessCacheEntry> entry(new (std::nothrow) FileAccessCacheEntry);
   if (entry)
     entry->remoteFilename = name;
   else
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s: Error creating cache entry for %s",
-                       operation, name);
+    m_log.error("%s: Error creating cache entry for %s", operation, name);
   return entry;
 }
 
 void FileAccessCacheImpl::keepEntry(const char* operation, Released<FileAccessCacheEntry> entry) {
   const QvbString name = entry->remoteFilename;
   m_entries.emplace(name, std::move(entry));
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "%s: Added new cache entry: %s , %s",
-                     operation, name, name);
+  m_log.trace("%s: Added new cache entry: %s , %s", operation, name, name);
 }
 
 bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
@@ -420,8 +385,7 @@ bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
     m_entries.erase(found);
     return true;
   }
-  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                     "Error removing file contents from cache for file %s", found->second->localFilename);
+  m_log.error("Error removing file contents from cache for file %s", found->second->localFilename);
   return false;
 }
 
@@ -429,8 +393,7 @@ bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
 FileAccessCacheSourceProvider* FileAccessCacheImpl::dateSource(const char* operation, const QvbString& name) {
   FileAccessCacheSourceProvider* const provider = getCacheSourceProviderForFileType(name);
   if (!provider)
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "%s: Error accessing provider for '%s', provider 0x%p", operation, name, provider);
+    m_log.error("%s: Error accessing provider for '%s', provider 0x%p", operation, name, provider);
   return provider;
 }
 
@@ -445,8 +408,7 @@ int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteN
     const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
     QvbDate date;
     const int result = provider->getModifiedDate(subject, key, &date, errorText, true);
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "isModifed: modified date returned %d for %s", result, remoteName);
+    m_log.trace("isModifed: modified date returned %d for %s", result, remoteName);
     const FileAccessCacheEntry* entry = findEntry(key);
     *modified = !date.isNull() && date.compare(entry ? entry->modifiedDate : QvbDate()) != 0;
     return result;
@@ -465,15 +427,14 @@ int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& re
     const int result = provider->getModifiedDate(subject, key, &date, errorText, true);
     if (!date.isNull())
       return result;
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, provider);
+    m_log.trace("getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, provider);
     return NP_FIO_ACCESS;
   });
 }
 
 bool FileAccessCacheImpl::flush(bool flag) {
   const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Flushing FileAccessCache");
+  m_log.trace("Flushing FileAccessCache");
   bool result = discardEntries();
   result = cleanCacheDirectory() && result;
   for (FileAccessCacheSourceProvider* provider :
@@ -490,12 +451,9 @@ bool FileAccessCacheImpl::discardEntries() {
   for (const auto& [name, entry] : m_entries) {
     if (entry->localFilename.isNull())
       continue;
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Removing cache entry %s for remote file %s", entry->localFilename,
-                       entry->remoteFilename);
+    m_log.trace("Removing cache entry %s for remote file %s", entry->localFilename, entry->remoteFilename);
     if (np_fio_unlink(entry->localFilename) != NP_FIO_OK) {
-      m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                         "Unable to remove cache entry local file: %s", entry->localFilename);
+      m_log.error("Unable to remove cache entry local file: %s", entry->localFilename);
       result = false;
     }
   }
@@ -509,8 +467,7 @@ bool FileAccessCacheImpl::cleanCacheDirectory() {
     QvbString error;
     const Released<QvbDirectory> directory(qvbDirectoryOpen(m_cacheDirectory, 0, &error));
     if (!directory) {
-      m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                         "Error iterating cache directory for clean-up, error was: %s", error);
+      m_log.error("Error iterating cache directory for clean-up, error was: %s", error);
       return false;
     }
     bool result = true;
@@ -522,11 +479,9 @@ bool FileAccessCacheImpl::cleanCacheDirectory() {
 
 bool FileAccessCacheImpl::deleteOrphan(QvbDirectory& directory) {
   const QvbString path = directory.getPath();
-  m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__, "Orphaned cache entry found: %s",
-                     directory.getName());
+  m_log.anomaly("Orphaned cache entry found: %s", directory.getName());
   if (np_fio_unlink(path) == NP_FIO_OK)
     return true;
-  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Unable to delete orphaned cache entry: %s",
-                     path);
+  m_log.error("Unable to delete orphaned cache entry: %s", path);
   return false;
 }

@@ -3,7 +3,7 @@
 
 #include "guards.h"
 #include "qvreposres/qvfilecache.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include <cstddef>
 #include <map>
@@ -118,7 +118,8 @@ private:
   Released<FileAccessCacheSourceProvider> m_defaultProvider;
   std::map<QvbString, Released<FileAccessCacheEntry>> m_entries;
   QvbString m_cacheDirectory{""};
-  QvLogger* m_logger;
+  HeldFolder m_directory; // tells other processes that the folder is in use
+  QvLog m_log;
   QvbString m_cacheName;
   int m_timeBetweenChecks = 0; // milliseconds
   OwnedLock m_lock;

@@ -11,7 +11,7 @@
 #include "qvxdom/qvdom.h"
 #include "qvxhttp/qvsecuritycontext.h"
 #include "qvxhttp/qvxhttp.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include <map>
 #include <memory>
@@ -98,7 +98,7 @@ private:
   QVREPOSRES_HIDDEN bool mayRetry(int status, int* retries) const;
   QVREPOSRES_HIDDEN Context context();
 
-  QvLogger* m_logger;
+  QvLog m_log;
   std::map<QvbString, HTTPRemoteFileInfo> m_records;
   Context m_context; // shared with requests under way, which a flush does not wait for
   OwnedLock m_lock;

@@ -2,11 +2,10 @@
 #pragma once
 
 #include "guards.h"
-#include "qvreposconfigcache.h"
-#include "qvreposrefusals.h"
-#include "qvxlog/qvxlog.h"
+#include "qvreposconfigset.h"
+#include "qvxlog/qvlog.h"
 
-#include <vector>
+#include <memory>
 
 class QVREPOSRES_API QvReposConfigManagerImpl final : public QvReposConfigManager {
 public:
@@ -35,7 +34,7 @@ public:
   QVREPOSRES_HIDDEN void forEachDefinition(const Visit& visit) {
     refresh();
     const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-    for (const auto& file : m_definitions)
+    for (const auto& file : m_definitions->definitions())
       visit(file->definition);
   }
 
@@ -44,6 +43,8 @@ private:
   QVREPOSRES_HIDDEN void initFileList();
   // Loads the definitions of the listed files; the first one of a name wins.
   QVREPOSRES_HIDDEN void refreshReposList();
+  // Tells of a file that is not loaded, at every load.
+  QVREPOSRES_HIDDEN void reportRefusal(const RefusedFile& refused);
   template<class Filter>
   QVREPOSRES_HIDDEN QvReposConfigurationList* listWhere(const Filter& isWanted);
   // Makes the last level of the path where it is missing. `error` is required.
@@ -54,8 +55,7 @@ private:
   QvbString m_errorMessage{""};
   DefinitionFolder m_systemFolder{QvReposConfigTypeSystem, {}, {}};
   DefinitionFolder m_userFolder{QvReposConfigTypeUser, {}, {}};
-  std::vector<DefinitionFilePtr> m_definitions;
-  std::vector<RefusedFile> m_refused;
-  QvLogger* m_logger;
+  std::shared_ptr<const DefinitionSet> m_definitions = std::make_shared<const DefinitionSet>();
+  QvLog m_log;
   OwnedLock m_lock;
 };

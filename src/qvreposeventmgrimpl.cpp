@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr const char* logSource = "src/qvreposeventmgrimpl";
-
 struct ChangeWord {
   RepositoryObjectChangeType type;
   const char* word;
@@ -55,21 +53,18 @@ private:
 };
 
 QvReposEventMgrImpl::QvReposEventMgrImpl()
-    : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.ReposEventMgr")), m_lock(qvLockCreate(0, 1)),
+    : m_log("QV.Repos.QvReposRes.ReposEventMgr", "src/qvreposeventmgrimpl"), m_lock(qvLockCreate(0, 1)),
       m_clientGUID(qvbGetUUID()) {
   if (!m_lock)
-    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
-                       "Failed to create repos event manager lock");
-  const QvbString startup = qvbStringFormat("Startup of QvRepos Event Manager, ClientId=%s", m_clientGUID);
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, startup.asCstr());
+    m_log.critical("Failed to create repos event manager lock");
+  m_log.unchecked(QvLoggingLevel::Lifecycle,
+                  qvbStringFormat("Startup of QvRepos Event Manager, ClientId=%s", m_clientGUID));
 }
 
 QvReposEventMgrImpl::~QvReposEventMgrImpl() {
   if (!m_listeners.empty())
-    m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__,
-                       "Listener list was not empty on shutdown.");
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "Shutdown of QvRepos Event Manager, ClientId=%s", m_clientGUID);
+    m_log.anomaly("Listener list was not empty on shutdown.");
+  m_log.lifecycle("Shutdown of QvRepos Event Manager, ClientId=%s", m_clientGUID);
 }
 
 void QvReposEventMgrImpl::release() { delete this; }
@@ -89,9 +84,8 @@ void QvReposEventMgrImpl::notifyListeners(Notification notify) {
 void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                                             const QvbString& object, int id, const QvbString& uuid) {
   const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
-                     repository, id, uuid);
+  m_log.trace("Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
+              repository, id, uuid);
   notifyListeners(
       [&](RepositoryObjectChange& listener) { listener.objectChanged(repository, type, object, id, uuid); });
 }
@@ -101,10 +95,8 @@ void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const Q
                                             const QvbString& newName) {
   const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
   // This record shows where the id is, not what it is; listeners get the id itself.
-  m_logger->logEvent(
-      QvLoggingLevel::Trace, logSource, __LINE__,
-      "Firing renamed event for %s in repos %s object id=%d and uuid=%s was renamed from %s to %s.", object,
-      repository, &id, uuid, oldName, newName);
+  m_log.trace("Firing renamed event for %s in repos %s object id=%d and uuid=%s was renamed from %s to %s.",
+              object, repository, &id, uuid, oldName, newName);
   notifyListeners([&](RepositoryObjectChange& listener) {
     listener.objectRenamed(repository, object, id, uuid, oldName, newName);
   });
@@ -116,7 +108,7 @@ bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChan
   const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
   if (!tryAllocate([&] { m_listeners.push_back(listener); }))
     return false;
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Adding listener");
+  m_log.trace("Adding listener");
   return true;
 }
 
@@ -132,12 +124,12 @@ bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectC
 void QvReposEventMgrImpl::fireContentChanged(const QvbString& repository, const QvbString& object,
                                              RepositoryObjectChangeType type, const QvbString& detail) {
   const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
-  // The detail is part of the record only where the format asks for it.
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     type == RepositoryObjectRenamed
-                         ? "Firing content changed event for %s in repos %s object was %s to %s"
-                         : "Firing content changed event for %s in repos %s object was %s",
-                     object, repository, changeWord(type), detail);
+  if (type == RepositoryObjectRenamed)
+    m_log.trace("Firing content changed event for %s in repos %s object was %s to %s", object, repository,
+                changeWord(type), detail);
+  else
+    m_log.trace("Firing content changed event for %s in repos %s object was %s", object, repository,
+                changeWord(type));
   notifyListeners(
       [&](RepositoryObjectChange& listener) { listener.contentChanged(repository, object, type, detail); });
 }

@@ -3,7 +3,7 @@
 
 #include "guards.h"
 #include "qvreposres/qvreposeventmgr.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include <vector>
 
@@ -35,7 +35,7 @@ private:
   // In registration order. While listeners are being notified, a removed one leaves a null in its place, so
   // that the positions of the others stay what they are.
   std::vector<RepositoryObjectChange*> m_listeners;
-  QvLogger* m_logger;
+  QvLog m_log;
   OwnedLock m_lock;
   QvbString m_errorMessage;
   QvbString m_clientGUID;

@@ -20,6 +20,7 @@
 
 struct QvDomNodeData;
 struct QvDomDocument;
+class QvDomElementVisitor;
 
 class QVPLATFORM_API QvDomNode {
 public:
@@ -55,6 +56,7 @@ public:
 private:
   friend class QvDom;
   friend struct QvDomDocument;
+  friend QVPLATFORM_API void qvDomVisitElements(const QvDomNode& node, QvDomElementVisitor& visitor);
   QvDomNode(QvDomDocument* document, QvDomNodeData* data) noexcept : m_document(document), m_data(data) {}
 
   QvDomDocument* m_document = nullptr;

@@ -154,8 +154,8 @@ TEST_F(Folders, ForTemporaryFilesAreUnderTmpWithoutTmpdir) {
     const TemporaryRoot root(value);
     ASSERT_EQ(makeTemporary(name.c_str()), NP_FIO_OK);
     EXPECT_EQ(std::string(m_path.data()), "/tmp/" + name);
-    np_dir_close(m_directory);
     EXPECT_EQ(np_dir_unlink(m_path.data()), NP_FIO_OK);
+    np_dir_close(m_directory);
   }
 }
 
@@ -199,6 +199,47 @@ TEST_F(Folders, ThatAreDiscardedAreGone) {
   EXPECT_EQ(m_folder.read("name/file"), "x") << "only an empty folder goes";
   EXPECT_EQ(openDescriptors(), before);
   np_dir_discard(nullptr);
+}
+
+// A handle that is closed is to others as a process that is gone.
+TEST_F(Folders, ForTemporaryFilesGoWithTheNextOneWhenTheirProcessIsGone) {
+  const TemporaryRoot root(m_folder.path().c_str());
+  ASSERT_EQ(makeTemporary("abandoned"), NP_FIO_OK);
+  m_folder.write("abandoned/file", "x");
+  m_folder.write("abandoned/.hidden", "x");
+  np_dir_close(m_directory);
+  const auto before = openDescriptors();
+  ASSERT_EQ(makeTemporary("next"), NP_FIO_OK);
+  EXPECT_FALSE(fs::exists(m_folder / "abandoned"));
+  np_dir_discard(m_directory);
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(Folders, ForTemporaryFilesStayWhileTheyAreInUse) {
+  const TemporaryRoot root(m_folder.path().c_str());
+  ASSERT_EQ(makeTemporary("used"), NP_FIO_OK);
+  NpDir* const used = m_directory;
+  m_folder.write("used/file", "x");
+  ASSERT_EQ(makeTemporary("next"), NP_FIO_OK);
+  EXPECT_EQ(m_folder.read("used/file"), "x");
+  np_dir_discard(m_directory);
+  np_dir_close(used);
+}
+
+TEST_F(Folders, OfOthersStayUnderTheTemporaryRoot) {
+  const TemporaryRoot root(m_folder.path().c_str());
+  m_folder.write("other/file", "x");
+  m_folder.write("plain", "x");
+  ASSERT_EQ(makeTemporary("abandoned"), NP_FIO_OK);
+  m_folder.write("abandoned/below/file", "x");
+  np_dir_close(m_directory);
+  fs::create_symlink("other", m_folder / "link");
+  ASSERT_EQ(makeTemporary("next"), NP_FIO_OK);
+  EXPECT_EQ(m_folder.read("other/file"), "x");
+  EXPECT_EQ(m_folder.read("link/file"), "x");
+  EXPECT_EQ(m_folder.read("plain"), "x");
+  EXPECT_EQ(m_folder.read("abandoned/below/file"), "x") << "nothing is followed into folders";
+  np_dir_discard(m_directory);
 }
 
 } // namespace

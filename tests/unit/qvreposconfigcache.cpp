@@ -65,7 +65,7 @@ protected:
   }
   std::vector<DefinitionFilePtr> readFiles(const Names& names) const {
     filesOpened = 0;
-    return readDefinitionFolder(folder(QvReposConfigTypeSystem, names), m_now);
+    return readDefinitionFolder(folder(QvReposConfigTypeSystem, names), m_now)->all;
   }
   // The names of the definitions in the files that could be read.
   Names read(const Names& names) const {
@@ -318,7 +318,7 @@ TEST_F(DefinitionCache, EachTypeHasRecordsOfItsOwn) {
   write("a.rcf", xmlNamed("A"));
   for (int round = 0; round < 2; ++round)
     for (const auto type : {QvReposConfigTypeSystem, QvReposConfigTypeUser}) {
-      const auto files = readDefinitionFolder(folder(type, {"a.rcf"}), m_now);
+      const auto files = readDefinitionFolder(folder(type, {"a.rcf"}), m_now)->all;
       ASSERT_EQ(files.size(), 1U);
       EXPECT_EQ(files[0]->definition.getType(), type);
     }
@@ -419,7 +419,7 @@ TEST_F(DefinitionCache, AFolderThatCannotBeLookedAtIsListedEachTime) {
 struct LookAtEnd {
   LookAtEnd(DefinitionFolder definitions, std::int64_t time) : folder(std::move(definitions)), now(time) {}
   ~LookAtEnd() {
-    if (readDefinitionFolder(folder, now).size() != 1 || filesOpened != 1 ||
+    if (readDefinitionFolder(folder, now)->all.size() != 1 || filesOpened != 1 ||
         listDefinitionFolder(folder.path, now)->size() != 1 || foldersOpened != 1)
       std::_Exit(1);
   }
