@@ -4,14 +4,15 @@
 #include "lineagefactory.h"
 #include "qvresource.h"
 #include "qvxlog/qvxlog.h"
+#include "textorder.h"
 
-#include <algorithm>
 #include <new>
 #include <typeinfo>
 
 namespace {
 
-// A row that cannot be had is std::bad_alloc, so that nothing goes missing without a word.
+// A row that cannot be had is std::bad_alloc, so that nothing goes missing without a word. What a host's resource has to
+// tell is asked for before there is a row, which would stay as it is if that failed.
 void appendUnlessListed(QvResourceList& list, QvResource& resource) {
   QvResourceImpl copy;
   QvResource* row = dynamic_cast<QvResourceImpl*>(&resource);
@@ -52,7 +53,6 @@ LineageNode LineageSerializationImpl::nodeOf(QvResource* resource) {
   return {resource->getResourceType(), resource->getResourceIdentity()};
 }
 
-// Whether nothing of a derived class may have a part in what the store keeps.
 bool LineageSerializationImpl::isPlain() const { return typeid(*this) == typeid(LineageSerializationImpl); }
 
 LineageSerializationImpl::LineageSerializationImpl()
@@ -175,9 +175,12 @@ LineageSerializationImpl::sortedEntries() const {
   entries.reserve(m_dependencies.size());
   for (const auto& entry : m_dependencies)
     entries.push_back(&entry);
-  const MapLineageResourceCompare isBefore;
-  std::sort(entries.begin(), entries.end(),
-            [&](const auto* a, const auto* b) { return isBefore(a->first, b->first); });
+  using Entry = const DependencyMap::value_type*;
+  using Order = TextOrder<Entry>;
+  const auto typeOf = [](Entry entry) { return entry->first.type.view(); };
+  const auto identityOf = [](Entry entry) { return entry->first.identity.view(); };
+  Order::sort(entries, typeOf,
+              [&](std::span<Entry> ofType) { Order::sort(ofType, identityOf, [](std::span<Entry>) {}); });
   return entries;
 }
 

@@ -34,7 +34,7 @@ QvbString writtenUnifiedName(QvReposConfiguration& definition) {
 }
 
 QvbString writtenType(QvReposConfiguration& definition) {
-  return connectionTypeName(definition.getUnifiedConnectionType());
+  return getUnifiedReposConnectTypeName(definition.getUnifiedConnectionType());
 }
 
 constexpr Element elements[] = {
@@ -49,6 +49,8 @@ constexpr Element elements[] = {
     {"UnifiedRepositoryVersion", field<&QvReposConfiguration::getUnifiedRepositoryVersion>,
      &QvReposConfiguration::setUnifiedRepositoryVersion},
 };
+static_assert(std::size(elements) == definitionTextCount - 2,
+              "every text but the name, an attribute, and the file's name");
 
 void writeDefinition(QvReposConfiguration& definition, QvDomNode root) {
   root.setAttributeValue("Name", definition.getName());
@@ -141,9 +143,6 @@ bool takeElement(WrittenText& xml, std::string_view name, std::string_view* text
   return xml.take(">") && xml.takeUpTo('<', text) && xml.take("</") && xml.take(name) && xml.take(">\n");
 }
 
-// What QvDom says when memory is short, which tells nothing of the document.
-constexpr const char* outOfMemory = "out of memory";
-
 } // namespace
 
 bool readWrittenDefinition(std::string_view xml, QvReposConfiguration& definition) {
@@ -170,9 +169,9 @@ void parseDefinition(const QvbString& xml, DefinitionFile& file) {
   const auto path = file.definition.getFilename();
   QvDom dom;
   if (!dom.loadXML(xml)) {
-    const auto error = dom.getErrorMessage();
-    if (error == outOfMemory)
+    if (lackedMemory(dom))
       throw std::bad_alloc();
+    const auto error = dom.getErrorMessage();
     file.content = DefinitionFile::Content::Malformed;
     file.reason = qvbStringFormat("%S:%S", &path, &error);
   } else if (const auto element = findDefinition(dom.getRoot()); element.null()) {

@@ -9,6 +9,7 @@
 #include <array>
 #include <initializer_list>
 #include <new>
+#include <string>
 
 namespace {
 
@@ -37,34 +38,25 @@ struct IdentityOutput {
   QvbString* value;
 };
 
-// In the words of the XML writer: root and "resource" around the kind's element.
-constexpr std::string_view beforeClass = "<morvaxeldocument class=\"";
-constexpr std::string_view beforeElement = "\" version=\"1\"><resource><";
-constexpr std::string_view afterElement = "/></resource></morvaxeldocument>";
+void appendAttribute(std::string& text, std::string_view name, const QvbString& value) {
+  text.append(" ").append(name).append("=\"").append(qvDomEscapeAttribute(value).view()).append("\"");
+}
 
-bool writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart> parts, QvbString* identity) {
-  constexpr std::size_t usualRoom = 160; // for all that is the same in every identity
-  std::size_t room = usualRoom;
+// As QvDom writes such a document: null where that would be too large.
+void writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart> parts, QvbString* identity) {
+  std::string text = "<morvaxeldocument class=\"";
+  text.reserve(256);
+  text.append(kind.documentClass).append("\" version=\"1\"><resource><").append(kind.element);
   for (const auto& part : parts)
-    room += part.value.cStrSize();
-  QvbString text;
-  text.reserve(room);
-  text.append(beforeClass).append(kind.documentClass).append(beforeElement).append(kind.element);
-  for (const auto& part : parts) {
-    if (part.presence == Presence::UnlessEmpty && part.value.isEmpty())
-      continue;
-    text.append(std::string_view(" ")).append(part.attribute).append(std::string_view("=\""));
-    qvDomAppendAttribute(text, part.value.view());
-    text.append(std::string_view("\""));
-  }
-  text.append(afterElement);
-  // What the reader would refuse is no text.
-  *identity = text.view().size() > QvDom::MaxSize ? QvbString() : text;
-  return true;
+    if (part.presence == Presence::Always || !part.value.isEmpty())
+      appendAttribute(text, part.attribute, part.value);
+  text += "/></resource></morvaxeldocument>";
+  *identity = text.size() > QvDom::MaxSize ? QvbString() : QvbString(std::string_view(text));
 }
 
 // Finds the kind's element on the way along first children, and what it says; neither the root's name nor its attributes
 // count.
+// Kept: Identity.IsReadByItsInnerElementAlone
 class IdentityReading final : public QvDomElementVisitor {
 public:
   IdentityReading(const IdentityKind& kind, std::initializer_list<IdentityOutput> outputs)
@@ -112,6 +104,7 @@ bool readIdentity(const QvbString& identity, const IdentityKind& kind,
 
 // The text between the key, found anywhere in the connection string, and the next ";".
 bool readDsnValue(const QvbString& dsn, std::string_view key, QvbString* value) {
+  // Kept: ConnectionString.GivesNameAndType
   const auto found = dsn.find(key);
   if (found < 0)
     return false;
@@ -143,18 +136,23 @@ QvbString shortDsn(const QvbString& dsn) {
 }
 
 bool makeTableIdentity(const DataSource& source, QvbString* identity) {
-  return !source.table.isEmpty() && writeIdentity(tableKind,
-                                                  {{"dsn", source.name},
-                                                   {"dsntype", source.type},
-                                                   {"catalog", source.catalog, Presence::UnlessEmpty},
-                                                   {"schema", source.schema, Presence::UnlessEmpty},
-                                                   {"table", source.table}},
-                                                  identity);
+  if (source.table.isEmpty())
+    return false;
+  writeIdentity(tableKind,
+                {{"dsn", source.name},
+                 {"dsntype", source.type},
+                 {"catalog", source.catalog, Presence::UnlessEmpty},
+                 {"schema", source.schema, Presence::UnlessEmpty},
+                 {"table", source.table}},
+                identity);
+  return true;
 }
 
 bool makeDataSourceIdentity(const DataSource& source, QvbString* identity) {
-  return !source.name.isEmpty() &&
-         writeIdentity(dataSourceKind, {{"dsn", source.name}, {"dsntype", source.type}}, identity);
+  if (source.name.isEmpty())
+    return false;
+  writeIdentity(dataSourceKind, {{"dsn", source.name}, {"dsntype", source.type}}, identity);
+  return true;
 }
 
 bool readTableIdentity(const QvbString& identity, DataSource* source) {
@@ -186,8 +184,7 @@ bool QvResourceManagerImpl::generateFileResourceId(const QvbString& filename, Qv
   if (encodedName.isEmpty())
     encodedName = filename;
   QvbString text;
-  if (!writeIdentity(fileKind, {{"filename", filename}, {"name", encodedName}}, &text))
-    return false;
+  writeIdentity(fileKind, {{"filename", filename}, {"name", encodedName}}, &text);
   name = encodedName;
   *identity = text;
   return true;
@@ -198,7 +195,8 @@ bool QvResourceManagerImpl::generateUnifiedObjectResourceId(const QvbString&, co
                                                             QvbString* identity) {
   if (id.isEmpty() && uuid.isEmpty())
     return false;
-  return writeIdentity(unifiedKind, {{"type", type}, {"id", id}, {"uuid", uuid}}, identity);
+  writeIdentity(unifiedKind, {{"type", type}, {"id", id}, {"uuid", uuid}}, identity);
+  return true;
 }
 
 bool QvResourceManagerImpl::generateTableDataSourceResourceId(const QvbString& dsn, const QvbString& dsntype,

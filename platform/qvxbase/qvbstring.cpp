@@ -225,17 +225,6 @@ QvbString& QvbString::append(const QvbString& text, bool* ok) {
   return *this;
 }
 
-void QvbString::reserve(std::size_t size) {
-  const std::string_view old = view();
-  if (size <= old.size() || (m_rep && m_rep->isUnshared() && size <= m_rep->capacity))
-    return;
-  QvbString grown;
-  grown.m_rep = Rep::make(size);
-  std::memcpy(grown.m_rep->text(), old.data(), old.size());
-  grown.m_rep->setLength(old.size());
-  std::swap(m_rep, grown.m_rep);
-}
-
 // The added bytes may be this text's own.
 QvbString& QvbString::append(std::string_view text) {
   const std::string_view old = view();
@@ -348,3 +337,5 @@ std::size_t qvbHashIgnoreCase(std::string_view text) noexcept {
 bool qvbEqualsIgnoreCase(std::string_view a, std::string_view b) noexcept {
   return a.size() == b.size() && compareFolded(a, b) == 0;
 }
+
+int qvbCompareIgnoreCase(std::string_view a, std::string_view b) noexcept { return compareFolded(a, b); }

@@ -345,7 +345,7 @@ bool readsBackAs(QvReposConfiguration& read, QvReposConfiguration& written) {
   written.setVaultPath(path);
   return read.isActive() == written.isActive() &&
          read.getUnifiedConnectionType() == written.getUnifiedConnectionType() &&
-         read.getUnifiedRepositoryConnectType() == connectionTypeName(written.getUnifiedConnectionType()) &&
+         read.getUnifiedRepositoryConnectType() == getUnifiedReposConnectTypeName(written.getUnifiedConnectionType()) &&
          std::all_of(std::begin(writtenTexts), std::end(writtenTexts),
                      [&](auto get) { return (read.*get)() == (written.*get)(); });
 }
