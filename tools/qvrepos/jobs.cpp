@@ -1,22 +1,19 @@
 #include "jobs.h"
 
-#include "qvreposres/qvsqlstep.h"
+#include "qvreposres/qvsqlresources.h"
 
 #include <filesystem>
 
 namespace {
 
-// Takes nothing but the root element of a file that is no step that is known.
-class RootVisitor final : public QvSQLStepVisitor {
+// Adds what a step names, and keeps the root element of a file that is no step that is known.
+class JobVisitor final : public QvSQLResourceAdder {
 public:
-  std::string root;
+  using QvSQLResourceAdder::QvSQLResourceAdder;
 
-  void visitConnection(const QvbString&, const QvbString&, const QvbString&) override {}
-  void visitTableRead(QvSQLTableElement, const QvDataURIComponents&, const QvbString&) override {}
-  void visitBareTableRead(QvSQLTableElement, const QvbString&, const QvbString&) override {}
-  void visitTableWritten(const QvbString&, const QvbString&, const QvbString&, const QvbString&) override {}
-  void visitUnusableName(const QvbString&, const QvbString&, const QvbString&) override {}
   void visitUnknownRoot(const QvbString& name) override { root = str(name); }
+
+  std::string root;
 };
 
 // Why what is there can be no job file; empty where it may be one.
@@ -44,22 +41,28 @@ JobScanner::JobScanner() : m_store(getQvLineageAnalysis()), m_manager(createQvRe
     throw std::bad_alloc();
 }
 
-ScannedJob JobScanner::scan(const std::string& path, QvResourceList* job, QvResourceList* used) {
-  if (auto reason = whyNoFile(path); !reason.empty())
-    return {std::move(reason), {}};
-  QvResourceFactory* factory = m_store->getDefaultResourceFactory();
-  const QvbString reference = text(path);
-  const bool read = m_manager->addSQLResourcesFromFile(reference, factory, used);
-  const bool isStep = used->next();
-  used->reset();
-  RootVisitor visitor;
+Released<QvResourceList> JobScanner::newList() {
+  Released<QvResourceList> list(m_store->createResourceList());
+  if (!list)
+    throw std::bad_alloc();
+  return list;
+}
+
+ScannedJob JobScanner::scan(const std::string& path) {
+  auto used = newList();
+  JobVisitor visitor(*m_manager, m_store->getDefaultResourceFactory(), used.get());
   QvbString error;
-  // A file in which something was found is a step; of the others, which are few, the walk tells more.
-  if ((!read || !isStep) && !visitSQLStepInFile(reference, &visitor, &error))
-    return {str(error), {}};
-  QvbString jobReference = reference;
-  m_manager->addJobFileNode(factory, job, jobReference);
-  return {{}, visitor.root};
+  if (visitSQLStepInFile(text(path), &visitor, &error))
+    return {{}, visitor.root, std::move(used)};
+  auto reason = whyNoFile(path);
+  return {reason.empty() ? str(error) : reason, {}, nullptr};
+}
+
+Released<QvResourceList> JobScanner::jobOf(const std::string& path) {
+  auto job = newList();
+  QvbString reference = text(path);
+  m_manager->addJobFileNode(m_store->getDefaultResourceFactory(), job.get(), reference);
+  return job;
 }
 
 void reportUnknownStep(Host& host, const std::string& file, const std::string& root, bool strict) {
