@@ -87,6 +87,27 @@ TEST(QvreposLineage, JobsOfTheBatchFolderGetTheIdentityOfTheServer) {
             "qvr://Sales/data_services/mart_store_sales?type=ArchitectJob");
 }
 
+TEST(QvreposLineage, TellsOfFilesInTheirOrderWhoeverReadsThem) {
+  const TempDir folder;
+  std::string failures, unknown;
+  for (int i = 100; i < 300; ++i) {
+    const std::string name = "job_" + std::to_string(i) + ".djf";
+    if (i % 3 == 0)
+      failures += "qvrepos: " + folder.write(name, "<SQLUpdateRows>\n<") + ":2:2: ";
+    else if (i % 3 == 1)
+      unknown += "qvrepos: " + folder.write(name, "<Step/>") + ": no step";
+    else
+      folder.write(name, oneStep);
+  }
+  const auto run = runTool({"lineage", folder.path()});
+  EXPECT_EQ(run.status, 1);
+  std::string told;
+  std::istringstream lines(run.err);
+  for (std::string line; std::getline(lines, line);)
+    told += line.substr(0, line.find(".djf") + (line.find(".djf:2:2: ") != std::string::npos ? 10 : 13));
+  EXPECT_EQ(told, failures + unknown);
+}
+
 TEST(QvreposLineage, SearchesFoldersToAnyDepthForJobFilesAlone) {
   const TempDir folder;
   folder.write("a/b/c/deep.djf", oneStep);
