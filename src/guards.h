@@ -37,9 +37,9 @@ public:
   Lock& operator=(const Lock&) = delete;
 
   explicit operator bool() const { return m_lock != nullptr; }
-  // The platform grants the reader's request (0) and the writer's (1) alike, to one thread at a time: what only reads
-  // for its caller may write here, as the lookups of the definition manager do, which begin with refresh().
-  void take() QVB_ACQUIRES() { qvLockGet(m_lock, 1, 1); }
+  // For one thread at a time, whatever it means to do: the platform's modes are granted alike, and what only reads for its
+  // caller may write, as the lookups of the definition manager do, which begin with refresh().
+  void take() QVB_ACQUIRES() { qvLockGet(m_lock, 0, 1); }
   void release() QVB_RELEASES() { qvLockRelease(m_lock); }
 
 private:

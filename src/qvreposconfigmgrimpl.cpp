@@ -42,7 +42,7 @@ bool deleteFile(const QvbString& path, QvbString* error) {
 }
 
 // The option that names the folder of the definitions of that type; null for what is no type.
-const QvbOption* folderOptionOf(QvReposConfigType type) {
+const QvbFolderOption* folderOptionOf(QvReposConfigType type) {
   switch (type) {
   case QvReposConfigTypeSystem:
     return &QvbOptions::SystemDefinitions;

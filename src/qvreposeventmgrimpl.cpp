@@ -68,6 +68,8 @@ QvReposEventMgrImpl::~QvReposEventMgrImpl() {
 
 void QvReposEventMgrImpl::release() { delete this; }
 
+QvbString QvReposEventMgrImpl::getErrorMessage() { return {}; }
+
 // Calls those that are registered now and are not removed meanwhile.
 template<class Notification>
 void QvReposEventMgrImpl::notifyListeners(Notification notify) {

@@ -17,7 +17,7 @@ public:
 
   void release() override;
   // Null: nothing that can fail here has a message.
-  QvbString getErrorMessage() override { return {}; }
+  QvbString getErrorMessage() override;
   void fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                          const QvbString& object, int id, const QvbString& uuid) override;
   void fireObjectRenamed(const QvbString& repository, const QvbString& object, int id, const QvbString& uuid,

@@ -1,16 +1,17 @@
 #include "qvxhttp/qvxhttp.h"
 
+#include "qvsfio/npfio.h"
 #include "qvxbase/private/qvbperthread.h"
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbresult.h"
+#include "qvxbase/qvbthreads.h"
 #include "qvxbase/qvbunload.h"
 #include "qvxhttp/private/qvhttpurl.h"
 #include "qvxlog/qvlog.h"
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <set>
 #include <string>
@@ -27,33 +28,26 @@ constexpr std::size_t MaxHeaderBytes = 262144;
 
 // --- Options
 
-// What libcurl can count in milliseconds.
-constexpr int MaxSeconds = INT_MAX / 1000;
-
 // Whether the text was not there yet.
 bool isNews(const QvbString& text) {
   struct Told {
-    std::mutex mutex;
-    std::set<QvbString> texts;
+    QvbMutex mutex;
+    std::set<QvbString> texts QVB_GUARDED_BY(mutex);
   };
   static Told& told = qvbUntilUnload<Told>();
-  const std::lock_guard guard(told.mutex);
+  const QvbMutexGuard guard(told.mutex);
   return told.texts.insert(text).second;
 }
 
-int valueOf(const QvbOption& option, int largest) {
-  const QvbString text = qvbGetConfigOption(option);
-  bool isNumber = false;
-  const int value = text.asInt(&isNumber);
-  if (isNumber && value >= 1 && value <= largest)
-    return value;
-  if (!text.isNull()) {
-    const QvbString fault = qvbStringFormat("%s is not a number from 1 to %d, %d is used: %S", option.key,
-                                            largest, option.standardNumber(), &text);
+int valueOf(const QvbNumberOption& option) {
+  const QvbOptionNumber number = qvbGetConfigNumber(option);
+  if (!number.refused.isNull()) {
+    const QvbString fault = qvbStringFormat("%s is not a number from %d to %d, %d is used: %s", option.key,
+                                            option.least, option.most, number.value, number.refused);
     if (isNews(fault))
       httpLog().error("%s", fault);
   }
-  return option.standardNumber();
+  return number.value;
 }
 
 // --- What a request may hold
@@ -290,7 +284,7 @@ private:
 class Transfer {
 public:
   explicit Transfer(const httpGet& request)
-      : m_handle(threadHandle()), m_bodyLimit(valueOf(QvbOptions::MaxBody, INT_MAX)),
+      : m_handle(threadHandle()), m_bodyLimit(valueOf(QvbOptions::MaxBody)),
         m_response(std::make_unique<Response>()) {
     set(CURLOPT_ERRORBUFFER, m_detail.data());
     setLimits();
@@ -310,17 +304,15 @@ public:
     m_headers.add("Expect:");
   }
 
-  // Null, with `fault` telling why, when no response came whole.
-  std::unique_ptr<Response> perform(QvbString* fault) {
+  // A response that came whole.
+  QvbResult<std::unique_ptr<Response>> perform() {
     set(CURLOPT_HTTPHEADER, m_headers.get());
     if (m_code == CURLE_OK)
       m_code = curl_easy_perform(m_handle.get());
     if (m_isOutOfMemory)
       throw std::bad_alloc();
-    if (m_code != CURLE_OK) {
-      *fault = describeFault();
-      return nullptr;
-    }
+    if (m_code != CURLE_OK)
+      return QvbFailure{NP_FIO_ERROR, describeFault()};
     takeStatusAndHeaders();
     return std::move(m_response);
   }
@@ -335,9 +327,9 @@ private:
 
   void setLimits() {
     set(CURLOPT_NOSIGNAL, 1L);
-    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(valueOf(QvbOptions::ConnectTimeout, MaxSeconds)));
+    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(valueOf(QvbOptions::ConnectTimeout)));
     set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(valueOf(QvbOptions::LowSpeedTime, MaxSeconds)));
+    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(valueOf(QvbOptions::LowSpeedTime)));
     set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(m_bodyLimit));
   }
   void setTrust() {
@@ -455,20 +447,25 @@ QvbString originOf(const QvbString& text) {
   return QvbString(origin).trimChar('/', false, true);
 }
 
+QvbResult<std::unique_ptr<Response>> perform(const httpGet& request, const QvbString* body) {
+  if (const QvbString fault = faultOf(request); !fault.isNull())
+    return QvbFailure{NP_FIO_ERROR, fault};
+  Transfer transfer(request);
+  if (body)
+    transfer.setBody(*body);
+  return transfer.perform();
+}
+
 httpResponse* send(const httpGet& request, const QvbString* body, QvbString* error) {
-  QvbString fault = faultOf(request);
-  std::unique_ptr<Response> response;
-  if (fault.isNull()) {
-    Transfer transfer(request);
-    if (body)
-      transfer.setBody(*body);
-    response = transfer.perform(&fault);
-  }
-  const QvbString origin = fault.isNull() ? QvbString() : originOf(request.url);
-  *error = origin.isNull() ? fault : qvbStringFormat("%S: %S", &origin, &fault);
-  if (!response)
-    httpLog().error("No response: %s", *error);
-  return response.release();
+  auto response = perform(request, body);
+  error->setNull();
+  if (response)
+    return (*response).release();
+  const QvbString& fault = response.failure().text;
+  const QvbString origin = originOf(request.url);
+  *error = origin.isNull() ? fault : qvbStringFormat("%s: %s", origin, fault);
+  httpLog().error("No response: %s", *error);
+  return nullptr;
 }
 
 } // namespace

@@ -14,7 +14,7 @@ names() { sed -E 's/^\| `([^`]*)`.*/\1/'; }
 coded() { cat src/*.cpp src/*.h platform/*/*.cpp platform/*/*.h | grep -v '^ *//'; }
 
 same "options" "$(grep '^|' docs/options.md)" "$("$build/bin/qvrepos" generate options)"
-declared=$(grep -oE 'QvbOption [A-Za-z]+' platform/qvxbase/qvboptions.h | cut -d' ' -f2)
+declared=$(grep -oE 'constexpr Qvb[A-Za-z]*Option [A-Za-z]+' platform/qvxbase/qvboptions.h | cut -d' ' -f3)
 shown=$(sed -n '/All\[\]/,/};/p' platform/qvxbase/qvboptions.h | grep -oE '&[A-Za-z]+' | tr -d '&')
 same "options in the list of all" "$shown" "$declared"
 elsewhere=$(grep -nE '"[A-Z]+/[A-Z_]+"|qvbGetConfigOption\("|getOption\("' src/*.cpp src/*.h platform/*/*.cpp tools/qvrepos/*.cpp || true)

@@ -208,11 +208,34 @@ TEST_F(Config, AFileThatShortMemoryKeptFromBeingReadIsReadTheNextTime) {
   }
 }
 
+TEST_F(Config, GivesANumberInItsRangeOrTheStandardOne) {
+  constexpr const QvbNumberOption& level = QvbOptions::LogLevel;
+  static_assert(level.standardNumber() == 4 && level.least == 1 && level.most == 6);
+  const struct {
+    const char* option; // null for none
+    int value;
+    bool isRefused;
+  } cases[] = {{nullptr, 4, false}, {"1", 1, false}, {" 6", 6, false}, {"0", 4, true},
+               {"7", 4, true},      {"", 4, true},   {"2 ", 4, true},  {"two", 4, true}};
+  for (const auto& [option, value, isRefused] : cases) {
+    qvbSetConfigOption(level.key, option);
+    const QvbOptionNumber number = qvbGetConfigNumber(level);
+    EXPECT_EQ(number.value, value) << (option ? option : "none");
+    EXPECT_EQ(number.given.isNull(), option == nullptr);
+    EXPECT_EQ(number.refused.isNull(), !isRefused);
+    EXPECT_EQ(number.refused, isRefused ? QvbString(option) : QvbString());
+  }
+  qvbSetConfigOption(level.key, "2");
+  qvbSetConfigAvailable(false);
+  EXPECT_EQ(qvbGetConfigNumber(level).value, 4);
+  qvbSetConfigAvailable(true);
+}
+
 class FolderOption : public Config {
 protected:
   ~FolderOption() override { std::filesystem::current_path(m_before); }
 
-  static constexpr const QvbOption& Folder = QvbOptions::UserDefinitions;
+  static constexpr const QvbFolderOption& Folder = QvbOptions::UserDefinitions;
   std::string folder(const char* value) const {
     qvbSetConfigOption(Folder.key, value);
     return str(qvbGetConfigFolder(Folder));
