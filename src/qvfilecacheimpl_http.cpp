@@ -44,9 +44,6 @@ QvbString urlOfDescription(const QvbString& name, const QvbString& ticket) {
   return qvbUrlWithTicket(name, hasQuery ? '&' : '?', ticket);
 }
 
-// Empty for a text that was not given.
-QvbString givenText(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
-
 // A caller's error text, which may be missing, as one that is always there.
 class ErrorText {
 public:
@@ -226,7 +223,7 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
   QvDom document;
   if (!document.loadXML(body)) {
     // What there is no memory for is no broken document.
-    if (document.getErrorMessage() == "out of memory")
+    if (lackedMemory(document))
       throw std::bad_alloc();
     return;
   }
@@ -235,8 +232,8 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
       isNamed(root, NODE_PROCESSJOB.view()) ? root : getChildNodeByName(root, NODE_PROCESSJOB, any, any);
   if (job.null())
     return;
-  record->modifiedDate = givenText(job.getAttributeValue(ATTR_MODIFIEDDATE));
-  record->path = givenText(job.getAttributeValue(ATTR_PATH));
+  record->modifiedDate = qvbOrEmpty(job.getAttributeValue(ATTR_MODIFIEDDATE));
+  record->path = qvbOrEmpty(job.getAttributeValue(ATTR_PATH));
   const QvDomNode links = getChildNodeByName(job, NODE_LINKS, any, any);
   QvDomNode self = getChildNodeByName(links, NODE_LINK, ATTR_REL, ATTR_VALUE_SELF);
   if (self.null())

@@ -143,9 +143,6 @@ bool takeElement(WrittenText& xml, std::string_view name, std::string_view* text
   return xml.take(">") && xml.takeUpTo('<', text) && xml.take("</") && xml.take(name) && xml.take(">\n");
 }
 
-// What QvDom says when memory is short, which tells nothing of the document.
-constexpr const char* outOfMemory = "out of memory";
-
 } // namespace
 
 bool readWrittenDefinition(std::string_view xml, QvReposConfiguration& definition) {
@@ -172,9 +169,9 @@ void parseDefinition(const QvbString& xml, DefinitionFile& file) {
   const auto path = file.definition.getFilename();
   QvDom dom;
   if (!dom.loadXML(xml)) {
-    const auto error = dom.getErrorMessage();
-    if (error == outOfMemory)
+    if (lackedMemory(dom))
       throw std::bad_alloc();
+    const auto error = dom.getErrorMessage();
     file.content = DefinitionFile::Content::Malformed;
     file.reason = qvbStringFormat("%S:%S", &path, &error);
   } else if (const auto element = findDefinition(dom.getRoot()); element.null()) {

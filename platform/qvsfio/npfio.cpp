@@ -31,7 +31,7 @@ namespace {
 QvbResult<Descriptor> openForReading(const char* path, struct stat* stat) {
   Descriptor opened(attempt(QvbFaultPoint::FileOpen, path,
                             [&] { return ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY); }));
-  if (!opened || ::fstat(opened.get(), stat) != 0)
+  if (!opened || npfio::uninterrupted([&] { return ::fstat(opened.get(), stat); }) != 0)
     return QvbFailure{lastCode()};
   if (!S_ISREG(stat->st_mode))
     return QvbFailure{NP_FIO_UNSUPPORTED};
