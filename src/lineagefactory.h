@@ -2,8 +2,8 @@
 #pragma once
 
 #include "qvreposres/qvresourcefactory.h"
+#include "qvxlog/qvlog.h"
 
-class QvLogger;
 class RepositoryFolders;
 
 // What is known of the place of a resource.
@@ -82,7 +82,7 @@ private:
   QVREPOSRES_HIDDEN bool locateUnknownType(const Lookup& lookup) const;
   QVREPOSRES_HIDDEN bool locateByURI(const Lookup& lookup) const;
 
-  QvLogger* m_logger;
+  QvLog m_log;
   QvbString m_errorMessage{""};
 };
 

@@ -3,7 +3,7 @@
 #include "allocation.h"
 #include "lineagefactory.h"
 #include "qvresource.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 #include "textorder.h"
 
 #include <new>
@@ -56,7 +56,7 @@ LineageNode LineageSerializationImpl::nodeOf(QvResource* resource) {
 bool LineageSerializationImpl::isPlain() const { return typeid(*this) == typeid(LineageSerializationImpl); }
 
 LineageSerializationImpl::LineageSerializationImpl()
-    : m_logger(qvlogGetLogger("QV.Repos.QvResposRes.LineageSerialization")),
+    : m_log("QV.Repos.QvResposRes.LineageSerialization", "src/lineageserialization"),
       m_factory(newOrNull<LineageImpactFactoryImpl>()) {
   if (!m_factory)
     return;

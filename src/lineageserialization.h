@@ -4,13 +4,13 @@
 #include "guards.h"
 #include "lineagerecords.h"
 #include "qvreposres/qvlineage.h"
+#include "qvxlog/qvlog.h"
 
 #include <unordered_map>
 #include <vector>
 
 class LineageImpactFactoryImpl;
 class LineageResourceResolver;
-class QvLogger;
 class RepositoryMetadataObject;
 class RepositoryFolders;
 class RepositorySerializationContext;
@@ -156,7 +156,7 @@ private:
   QVREPOSRES_HIDDEN bool nameByLocation(QvResource& resource, const QvbString& identity,
                                         const QvbString& type, RepositoryFolders* folders, Filler& filler);
 
-  QvLogger* m_logger;
+  QvLog m_log;
   // What the export asks, also where a host registered another one with the factory.
   LineageResourceResolver* m_resolver = nullptr;
   LineageProgressSink* m_progressSink = nullptr;

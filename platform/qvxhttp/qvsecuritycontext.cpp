@@ -40,7 +40,7 @@ std::string_view lastSegment(std::string_view url) {
 
 // A ticket, or why there is none.
 using Outcome = QvbResult<QvbString>;
-constexpr int LoginIsLost = NP_FIO_ACCESS;
+constexpr int loginIsLost = NP_FIO_ACCESS;
 
 QvbFailure failure(const QvbString& text) { return {NP_FIO_ERROR, text}; }
 
@@ -83,7 +83,7 @@ public:
     if (status != 200) {
       QvbFailure refused = refusal("The ticket server refused a service ticket", *response);
       if (status == 401 || status == 404 || status == 410)
-        refused.code = LoginIsLost;
+        refused.code = loginIsLost;
       return refused;
     }
     const QvbString ticket = response->getBody();
@@ -127,7 +127,7 @@ public:
     if (!getUser(subject, &user, error))
       return false;
     Outcome outcome = ticketFor(user, url);
-    if (outcome.code() == LoginIsLost)
+    if (outcome.code() == loginIsLost)
       outcome = ticketFor(user, url);
     if (!outcome)
       return fail(error, outcome.failure().text);
@@ -165,7 +165,7 @@ private:
   Outcome ticketFor(const QvbSubjectInfoParm& user, const QvbString& url) {
     const Outcome login = outcomeOf(loginOf(user), user);
     Outcome outcome = login ? m_server.requestTicket(*login, url) : login;
-    if (!login || outcome.code() == LoginIsLost)
+    if (!login || outcome.code() == loginIsLost)
       giveUp(user, login);
     return outcome;
   }

@@ -30,7 +30,7 @@ documented=$(sed -E 's/^\| `[^`]*` \| `([^`]*)` \| ([0-9, ]*) \|.*/\1 \2/; s/,//
 used=$(for file in src/*.cpp platform/*/*.cpp; do
   name=${file%.cpp}
   for level in $(tr '\n' ' ' <"$file" |
-    grep -oE '[lL]og(\(\)|\("[^)]*"\))?\. *[a-z]+\(|(logEvent\( *|unchecked\( *|return )QvLoggingLevel::[A-Z][a-z]+' |
+    grep -oE '[lL]og(\(\)|\("[^)]*"\))?\. *[a-z]+\(|(unchecked\( *|return )QvLoggingLevel::[A-Z][a-z]+' |
     sed -E 's/.*::(.*)/\L\1/; s/.*\. *(.*)\(/\1/'); do
     [[ -z ${number[$level]:-} ]] || echo "${name%%_*} ${number[$level]}"
   done
