@@ -20,15 +20,20 @@ constexpr std::string_view syscatSeparator = " - ";
 
 bool isIdentityDocument(const QvbString& identity) { return identity.find("<morvaxeldocument") >= 0; }
 
-// The data URI of a data source or table; null when there is none.
-Released<QvURI> dataURIOf(const DataSource& source, const QvbString& shortName) {
+// Writes the data URI of a data source or table, and the path of the data; false when there is no such URI.
+bool locateData(const DataSource& source, const QvbString& shortName, LineageLocation* location) {
   const char* scheme = "qvd";
   QvbString server("");
   QvbString name = shortName;
   if (isSyscatDsn(shortName, &server, &name))
     scheme = "qvf";
-  return Released<QvURI>(getDataURIFromComponents(scheme, server, name, source.type, source.catalog,
-                                                  source.schema, source.table, ""));
+  const Released<QvURI> uri(getDataURIFromComponents(scheme, server, name, source.type, source.catalog,
+                                                     source.schema, source.table, ""));
+  if (!uri)
+    return false;
+  location->uri = uri->asString();
+  location->dataPath = dataPathOf(name, source.schema, source.table);
+  return true;
 }
 
 DataSource dataSourceOf(QvDataURI& uri) {
@@ -105,12 +110,12 @@ Released<QvResourceImpl> resourceOf(const QvbString& text) {
 
 } // namespace
 
-QvbString dataPathOf(QvDataURI& uri) {
-  QvbString path = uri.getDataSource();
+QvbString dataPathOf(const QvbString& dataSource, const QvbString& schema, const QvbString& table) {
+  QvbString path = dataSource;
   if (!path.isEmpty())
-    for (const QvbString& part : {uri.getSchema(), uri.getTable()})
-      if (!part.isEmpty())
-        path.append(".").append(part);
+    for (const QvbString* part : {&schema, &table})
+      if (!part->isEmpty())
+        path.append(".").append(*part);
   return path;
 }
 
@@ -276,12 +281,7 @@ bool LineageResourceResolver::locateTable(const Lookup& lookup) const {
   if (!readTableIdentity(lookup.identity, &source))
     return false;
   lookup.location->name = source.table;
-  const auto uri = dataURIOf(source, shortDsn(source.name));
-  if (!uri)
-    return false;
-  lookup.location->uri = uri->asString();
-  lookup.location->dataPath = dataPathOf(*uri->getDataURI());
-  return true;
+  return locateData(source, shortDsn(source.name), lookup.location);
 }
 
 bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
@@ -290,10 +290,7 @@ bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
     return false;
   const QvbString shortName = shortDsn(source.name);
   lookup.location->name = shortName;
-  const auto uri = dataURIOf(source, shortName);
-  if (uri)
-    lookup.location->uri = uri->asString();
-  return uri != nullptr;
+  return locateData(source, shortName, lookup.location);
 }
 
 // A reference to another place is passed on, and never counts as reachable.

@@ -46,13 +46,13 @@ DefinitionFilePtr DefinitionSet::find(const QvbString& name) const {
 }
 
 std::shared_ptr<const DefinitionSet> loadDefinitions(const DefinitionFolder& systemFolder,
-                                                     const DefinitionFolder& userFolder) {
-  auto systemFiles = readDefinitionFolder(systemFolder);
-  auto userFiles = readDefinitionFolder(userFolder);
+                                                     const DefinitionFolder& userFolder, std::int64_t now) {
+  auto systemFiles = readDefinitionFolder(systemFolder, now);
+  auto userFiles = readDefinitionFolder(userFolder, now);
   auto& last = lastSet();
   {
     const std::lock_guard guard(last.mutex);
-    if (last.set && last.set->m_systemFiles == systemFiles && last.set->m_userFiles == userFiles)
+    if (last.set && last.set->isOf(systemFiles, userFiles))
       return last.set;
   }
   const bool areKept = systemFiles->areKept && userFiles->areKept;

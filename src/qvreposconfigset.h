@@ -18,12 +18,15 @@ public:
   // Both in load order, the system's before the user's.
   const std::vector<DefinitionFilePtr>& definitions() const { return m_definitions; }
   const std::vector<RefusedFile>& refused() const { return m_refused; }
+  // Whether it is what these files make.
+  bool isOf(const std::shared_ptr<const DefinitionFiles>& systemFiles,
+            const std::shared_ptr<const DefinitionFiles>& userFiles) const {
+    return m_systemFiles == systemFiles && m_userFiles == userFiles;
+  }
   // Null when there is none of that name.
   DefinitionFilePtr find(const QvbString& name) const;
 
 private:
-  friend std::shared_ptr<const DefinitionSet> loadDefinitions(const DefinitionFolder&,
-                                                              const DefinitionFolder&);
   void add(const DefinitionFilePtr& file);
 
   std::shared_ptr<const DefinitionFiles> m_systemFiles;
@@ -36,4 +39,5 @@ private:
 // What the folders hold now; never null, and the same as before when nothing changed. It may be called from any thread.
 // Memory that cannot be had is std::bad_alloc.
 std::shared_ptr<const DefinitionSet> loadDefinitions(const DefinitionFolder& systemFolder,
-                                                     const DefinitionFolder& userFolder);
+                                                     const DefinitionFolder& userFolder,
+                                                     std::int64_t now = secondsNow());

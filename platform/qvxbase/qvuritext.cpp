@@ -54,10 +54,8 @@ std::string_view takeWhile(std::string_view& rest, Belongs belongs) {
   return part;
 }
 
-std::string encode(std::string_view text, const ByteSet& allowed, QvPercent percent) {
+void appendEncoded(std::string& encoded, std::string_view text, const ByteSet& allowed, QvPercent percent) {
   constexpr std::string_view hexDigits = "0123456789ABCDEF";
-  std::string encoded;
-  encoded.reserve(text.size());
   while (!text.empty()) {
     encoded += takeWhile(text, [&](char c) { return allowed.contains(c); });
     if (text.empty())
@@ -69,6 +67,12 @@ std::string encode(std::string_view text, const ByteSet& allowed, QvPercent perc
       encoded.append({'%', hexDigits[byte >> 4], hexDigits[byte & 15]});
     text.remove_prefix(1);
   }
+}
+
+std::string encode(std::string_view text, const ByteSet& allowed, QvPercent percent) {
+  std::string encoded;
+  encoded.reserve(text.size());
+  appendEncoded(encoded, text, allowed, percent);
   return encoded;
 }
 
@@ -157,12 +161,15 @@ std::string valueOf(std::string_view parameter) {
   return equals == std::string_view::npos ? std::string() : qvDecodeUri(parameter.substr(equals + 1));
 }
 
-std::string parameterOf(std::string_view name, std::string_view value) {
-  return qvEncodeUriName(name).append("=").append(qvEncodeUriName(value));
-}
-
 void appendParameter(std::string& query, std::string_view parameter) {
   query.append(query.empty() ? "" : "&").append(parameter);
+}
+
+void appendParameter(std::string& query, std::string_view name, std::string_view value) {
+  appendParameter(query, {});
+  appendEncoded(query, name, UnreservedBytes, QvPercent::Literal);
+  query += '=';
+  appendEncoded(query, value, UnreservedBytes, QvPercent::Literal);
 }
 
 } // namespace
@@ -276,7 +283,8 @@ std::optional<std::string> QvUriText::parameter(std::string_view name) const {
 }
 
 void QvUriText::setParameter(std::string_view name, std::string_view value) {
-  const std::string setting = parameterOf(name, value);
+  std::string setting;
+  appendParameter(setting, name, value);
   std::string changed;
   bool set = false;
   for (auto rest = viewOf(query); !rest.empty();) {
@@ -292,5 +300,5 @@ void QvUriText::setParameter(std::string_view name, std::string_view value) {
 }
 
 void QvUriText::addParameter(std::string_view name, std::string_view value) {
-  appendParameter(query ? *query : query.emplace(), parameterOf(name, value));
+  appendParameter(query ? *query : query.emplace(), name, value);
 }

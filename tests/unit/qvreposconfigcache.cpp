@@ -13,9 +13,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <new>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -24,10 +27,12 @@ using Names = std::vector<std::string>;
 
 std::atomic<int> filesOpened;
 std::atomic<int> foldersOpened;
+std::atomic<int> looks;
 std::atomic<bool> mayOpen;
 std::atomic<bool> mayLookAt;
 
 int watchOpening(QvbFaultPoint point, const char*) {
+  looks += point == QvbFaultPoint::FileStat;
   if (point == QvbFaultPoint::FileStat)
     return mayLookAt ? 0 : EACCES;
   if (point != QvbFaultPoint::FileOpen && point != QvbFaultPoint::DirOpen)
@@ -128,6 +133,52 @@ TEST_F(DefinitionCache, AFileThatDidNotChangeIsNotReadAgain) {
   EXPECT_EQ(second[0]->content, DefinitionFile::Content::Definition);
   EXPECT_EQ(second[1]->content, DefinitionFile::Content::Malformed);
   EXPECT_EQ(second[2]->content, DefinitionFile::Content::NoDefinition);
+}
+
+TEST_F(DefinitionCache, WhatDidNotChangeIsTheSameObjectAndCostsOneLookAtEachFile) {
+  Names names;
+  for (int i = 0; i < 50; ++i) {
+    names.push_back("definition_" + std::to_string(i) + ".rcf");
+    write(names.back(), xmlNamed(names.back()));
+  }
+  const auto all = folder(QvReposConfigTypeSystem, names);
+  const auto first = readDefinitionFolder(all, m_now);
+  EXPECT_TRUE(first->areKept);
+  looks = 0;
+  long allocations = 1'000;
+  Allocations::left = allocations;
+  const auto second = readDefinitionFolder(all, m_now);
+  allocations -= Allocations::left;
+  Allocations::left = -1;
+  EXPECT_EQ(first, second);
+  EXPECT_EQ(looks, 51) << "the folder and each file";
+  EXPECT_LT(allocations, 10) << "none for a file";
+  write("definition_7.rcf", xmlNamed("Other"));
+  const auto third = readDefinitionFolder(all, m_now);
+  EXPECT_NE(first, third);
+  EXPECT_EQ(third, readDefinitionFolder(all, m_now));
+}
+
+// Nobody is told of such a change, neither who watches the file nor who watches its folder: it shows in its times alone.
+TEST_F(DefinitionCache, AChangeThroughAMappingIsSeen) {
+  const auto path = write("a.rcf", xmlNamed("A"));
+  EXPECT_EQ(read({"a.rcf"}), Names{"A"});
+  NpFileStat before{};
+  NpFileStat after{};
+  ASSERT_EQ(np_fio_stat(text(path), &before), NP_FIO_OK);
+  const auto place = static_cast<off_t>(xmlNamed("").size()) - 3;
+  do {
+    const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_NE(file, -1);
+    void* const mapped = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    ::close(file);
+    ASSERT_NE(mapped, MAP_FAILED);
+    static_cast<char*>(mapped)[place] = 'B';
+    ASSERT_EQ(np_fio_stat(text(path), &after), NP_FIO_OK);
+    ::munmap(mapped, 4096);
+  } while (after.changedSeconds == before.changedSeconds &&
+           after.changedNanoseconds == before.changedNanoseconds);
+  EXPECT_EQ(read({"a.rcf"}), Names{"B"});
 }
 
 TEST_F(DefinitionCache, OnlyWhatChangedIsReadAgain) {
