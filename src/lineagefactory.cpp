@@ -145,6 +145,7 @@ QvResource* LineageImpactFactoryImpl::getResource(const QvbString& name, const Q
   return newResource(name, type, identity).release();
 }
 
+// Kept: LineageFactory.AReplacedResolverIsNotReleased
 void LineageImpactFactoryImpl::registerResourceResolver(QvResourceResolver* resolver) {
   if (resolver)
     m_resolver = resolver;
@@ -179,6 +180,7 @@ bool LineageResourceResolver::resolve(const QvbString& type, const QvbString& id
                   [&](std::string_view unified) { return qvbEqualsIgnoreCase(type.view(), unified); })) {
     m_errorMessage =
         qvbStringFormat("The %s resource %s cannot be resolved without Unified Repository.", type, id);
+    // Kept: LineageResolver.ObjectsOfAUnifiedRepositoryLeaveAMessage
     return !qvbEqualsIgnoreCase(type.view(), "Task");
   }
   if (qvbEqualsIgnoreCase(type.view(), "MasterDataProject"))
@@ -289,6 +291,7 @@ bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
 }
 
 // A reference to another place is passed on, and never counts as reachable.
+// Kept: JobFileType.IsNeverFoundByAURI
 bool LineageResourceResolver::locateJobFile(const Lookup& lookup) const {
   if (lookup.identity.find("://") >= 1) {
     lookup.location->uri = lookup.identity;
@@ -300,6 +303,7 @@ bool LineageResourceResolver::locateJobFile(const Lookup& lookup) const {
 }
 
 bool LineageResourceResolver::locateUnifiedObject(const Lookup& lookup) const {
+  // Kept: UnifiedType.HasNoLocationByItsIdentity
   if (isUnifiedIdentity(lookup.identity))
     m_log.error("Unable to obtain resource location for %s", lookup.identity);
   return locateByURI(lookup);

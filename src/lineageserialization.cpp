@@ -55,6 +55,7 @@ LineageNode LineageSerializationImpl::nodeOf(QvResource* resource) {
 
 bool LineageSerializationImpl::isPlain() const { return typeid(*this) == typeid(LineageSerializationImpl); }
 
+// Kept: LineageExport.LogsWhyThereIsNoServerReference
 LineageSerializationImpl::LineageSerializationImpl()
     : m_log("QV.Repos.QvResposRes.LineageSerialization", "src/lineageserialization"),
       m_factory(newOrNull<LineageImpactFactoryImpl>()) {
@@ -72,6 +73,7 @@ LineageSerializationImpl::~LineageSerializationImpl() {
 
 QvResourceList* LineageSerializationImpl::createResourceList() { return newOrNull<QvResourceListImpl>(); }
 
+// Kept: LineageStore.AnswersNothingAgainstTheDirectionOfItsGraph
 QvResourceList* LineageSerializationImpl::getUsedByResources(QvResource*, bool) {
   return createResourceList();
 }
@@ -142,6 +144,7 @@ void LineageSerializationImpl::appendAll(LineageDependents& dependents, QvResour
 }
 
 // What is recorded is unique already.
+// Kept: LineageStore.OnlyDirectDependenciesAreGiven
 QvResourceList* LineageSerializationImpl::getDependentResources(QvResource* resource, bool) {
   return madeOrNull([&]() -> QvResourceList* {
     Released<QvResourceListImpl> result(new QvResourceListImpl);

@@ -33,6 +33,7 @@ QvbString writtenUnifiedName(QvReposConfiguration& definition) {
   return name.isEmpty() ? definition.getName() : name;
 }
 
+// Kept: DefinitionFormat.WritesTheConnectionTypeAndNotItsText
 QvbString writtenType(QvReposConfiguration& definition) {
   return getUnifiedReposConnectTypeName(definition.getUnifiedConnectionType());
 }
@@ -100,6 +101,7 @@ void deriveType(QvReposConfiguration& definition) {
 void readDefinition(const QvDomNode& element, const QvDomNode& root, QvReposConfiguration& definition) {
   readAttributes(element.getAttributeValue("Name"), element.getAttributeValue("IsActive").view(), definition);
   // The fields are the root's children even when the definition element is one of them.
+  // Kept: DefinitionFormat.ADefinitionOneLevelDownGivesTheAttributesAndTheRootTheElements
   for (auto child = root.getFirstChild(false); !child.null(); child = child.getNextSibling(false))
     if (const auto* known = findElement(child.getName().view()))
       readElement(*known, child.getValue(false).view(), definition);

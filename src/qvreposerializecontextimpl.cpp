@@ -221,8 +221,13 @@ private:
       m_context.m_objects.erase(given.position);
   }
 
-  // An object that lost its id passes to the caller, who may have it in hand. One that this document has made is known
-  // to nobody yet, so the context keeps it.
+  // An id is one object's at a time, and a document may give it to another one: the object that had it is displaced. It
+  // passes to the caller, who may have it in hand. One that this document has made is known to nobody yet, so the context
+  // keeps it.
+  //
+  // Example: a document has a Job with the id 7 and, further down, a Task with the id 7. The Task has the id from there on.
+  // Elements may refer to the Job already, so it lives on, and the context ends it. Had the Job been there before the
+  // document was read, it would now be for the caller to release.
   void displace(RepositoryMetadataObjectImpl* object) noexcept {
     if (object && m_made.count(object) != 0)
       m_context.m_displaced.push_back(object);

@@ -56,9 +56,9 @@ std::int64_t readFully(const Descriptor& source, const char* path, char* buffer,
 // The size that the file had when it was opened is only a hint: it may grow, and some files tell none.
 int readToEnd(const Descriptor& source, const char* path, std::int64_t sizeHint, std::int64_t limit,
               std::string* bytes) {
-  constexpr std::size_t MinStep = 4096;
+  constexpr std::size_t minStep = 4096;
   std::size_t total = 0;
-  std::size_t step = std::max(MinStep, static_cast<std::size_t>(sizeHint) + 1);
+  std::size_t step = std::max(minStep, static_cast<std::size_t>(sizeHint) + 1);
   for (;;) {
     bytes->resize(total + step);
     const auto count = readFully(source, path, bytes->data() + total, step);

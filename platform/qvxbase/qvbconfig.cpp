@@ -22,8 +22,8 @@
 
 namespace {
 
-constexpr std::int64_t MaxFileSize = 1 << 20;
-constexpr std::string_view WhiteSpace = " \t\r\v\f";
+constexpr std::int64_t maxFileSize = 1 << 20;
+constexpr std::string_view whiteSpace = " \t\r\v\f";
 
 using Options = std::unordered_map<QvbString, QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase>;
 
@@ -34,8 +34,8 @@ QvbString valueIn(const Options& options, const QvbString& key) {
 }
 
 std::string_view stripped(std::string_view text) noexcept {
-  text.remove_prefix(std::min(text.find_first_not_of(WhiteSpace), text.size()));
-  return text.substr(0, text.find_last_not_of(WhiteSpace) + 1);
+  text.remove_prefix(std::min(text.find_first_not_of(whiteSpace), text.size()));
+  return text.substr(0, text.find_last_not_of(whiteSpace) + 1);
 }
 
 // A ";" after white space begins a comment.
@@ -113,7 +113,7 @@ struct OptionFile {
 
   explicit OptionFile(const QvbString& name) : path(name) {
     QvbString content;
-    if (const int code = np_fio_readAll(path, MaxFileSize, &content); code != NP_FIO_OK)
+    if (const int code = np_fio_readAll(path, maxFileSize, &content); code != NP_FIO_OK)
       fault = qvbStringFormat("%S: cannot read the option file: %s", &path, np_fio_errdesc(code));
     else if (const int line = OptionLines(content.view(), options).parse(); line != 0)
       fault = qvbStringFormat("%S:%d: malformed option line", &path, line);

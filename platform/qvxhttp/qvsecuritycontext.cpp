@@ -24,12 +24,12 @@ namespace {
 
 // --- The CAS REST protocol
 
-constexpr std::size_t MaxTicketLength = 256;
+constexpr std::size_t maxTicketLength = 256;
 
 bool isTicket(std::string_view text) {
-  constexpr std::string_view Characters = "0123456789._-"
+  constexpr std::string_view characters = "0123456789._-"
                                           "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-  return !text.empty() && text.size() <= MaxTicketLength && text.find_first_not_of(Characters) == text.npos;
+  return !text.empty() && text.size() <= maxTicketLength && text.find_first_not_of(characters) == text.npos;
 }
 
 // The last segment of a URL's path.

@@ -24,10 +24,16 @@ namespace {
 QvLog httpLog() { return {"QV.Base.Http", "platform/qvxhttp/qvxhttp"}; }
 
 // Far more than any server means well with.
-constexpr std::size_t MaxHeaderBytes = 262144;
+constexpr std::size_t maxHeaderBytes = 262144;
 
 // --- Options
 
+<<<<<<< HEAD
+=======
+// What libcurl can count in milliseconds.
+constexpr int maxSeconds = INT_MAX / 1000;
+
+>>>>>>> house
 // Whether the text was not there yet.
 bool isNews(const QvbString& text) {
   struct Told {
@@ -61,9 +67,9 @@ bool hasControl(const QvbString& text) { return std::ranges::any_of(text.view(),
 
 // RFC 9110, section 5.6.2.
 bool isToken(std::string_view text) {
-  constexpr std::string_view Characters = "!#$%&'*+-.^_`|~0123456789"
+  constexpr std::string_view characters = "!#$%&'*+-.^_`|~0123456789"
                                           "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-  return !text.empty() && text.find_first_not_of(Characters) == text.npos;
+  return !text.empty() && text.find_first_not_of(characters) == text.npos;
 }
 
 // Why the request cannot be sent, null when it can.
@@ -90,7 +96,7 @@ struct Reason {
   int status;
   const char* phrase;
 };
-constexpr std::array Reasons{
+constexpr std::array reasons{
     Reason{100, "Continue"},
     Reason{101, "Switching Protocols"},
     Reason{102, "Processing"},
@@ -154,8 +160,8 @@ constexpr std::array Reasons{
 };
 
 QvbString registeredReason(int status) {
-  const auto* const found = std::ranges::find(Reasons, status, &Reason::status);
-  return found == Reasons.end() ? "" : found->phrase;
+  const auto* const found = std::ranges::find(reasons, status, &Reason::status);
+  return found == reasons.end() ? "" : found->phrase;
 }
 
 class Response final : public httpResponse {
@@ -193,10 +199,10 @@ class AnnouncedLength {
 public:
   // False when the line contradicts itself or one before it.
   bool agreesWith(std::string_view line) {
-    constexpr std::string_view Field = "Content-Length:";
-    if (!qvbEqualsIgnoreCase(line.substr(0, Field.size()), Field))
+    constexpr std::string_view field = "Content-Length:";
+    if (!qvbEqualsIgnoreCase(line.substr(0, field.size()), field))
       return true;
-    std::string_view rest = line.substr(Field.size());
+    std::string_view rest = line.substr(field.size());
     while (true) {
       const std::size_t comma = std::min(rest.find(','), rest.size());
       if (!agreesWithValue(QvbString(rest.substr(0, comma)).trim()))
@@ -327,9 +333,15 @@ private:
 
   void setLimits() {
     set(CURLOPT_NOSIGNAL, 1L);
+<<<<<<< HEAD
     set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(valueOf(QvbOptions::ConnectTimeout)));
     set(CURLOPT_LOW_SPEED_LIMIT, 1L);
     set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(valueOf(QvbOptions::LowSpeedTime)));
+=======
+    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(valueOf(QvbOptions::ConnectTimeout, maxSeconds)));
+    set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(valueOf(QvbOptions::LowSpeedTime, maxSeconds)));
+>>>>>>> house
     set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(m_bodyLimit));
   }
   void setTrust() {
@@ -386,7 +398,7 @@ private:
       m_length = AnnouncedLength();
     }
     m_isLengthUnclear = !m_length.agreesWith(line);
-    return m_headerBytes <= MaxHeaderBytes && !m_isLengthUnclear;
+    return m_headerBytes <= maxHeaderBytes && !m_isLengthUnclear;
   }
   bool addBody(std::string_view bytes) {
     m_isBodyTooLarge = bytes.size() > static_cast<std::size_t>(m_bodyLimit) -
@@ -410,8 +422,8 @@ private:
       return qvbStringFormat("The body is larger than %d bytes", m_bodyLimit);
     if (m_isLengthUnclear)
       return "The response announces more than one length";
-    if (m_headerBytes > MaxHeaderBytes)
-      return qvbStringFormat("The headers are larger than %u bytes", MaxHeaderBytes);
+    if (m_headerBytes > maxHeaderBytes)
+      return qvbStringFormat("The headers are larger than %u bytes", maxHeaderBytes);
     // libcurl's own words may quote a URL, with whatever it holds
     const std::string_view detail(m_detail.data());
     return detail.empty() || detail.find_first_of("?@") != detail.npos ? curl_easy_strerror(m_code)

@@ -17,8 +17,8 @@
 
 namespace {
 
-constexpr int DefaultLevel = QvbOptions::LogLevel.standardNumber();
-constexpr auto EveryLevel = static_cast<int>(QvLoggingLevel::Trace);
+constexpr int defaultLevel = QvbOptions::LogLevel.standardNumber();
+constexpr auto everyLevel = static_cast<int>(QvLoggingLevel::Trace);
 
 using Output = std::shared_ptr<spdlog::sinks::sink>;
 
@@ -58,7 +58,7 @@ void writeTo(spdlog::sinks::sink& output, const QvLogRecord& record) {
 
 // What the options say, with the texts for what they say wrong.
 struct LogSettings {
-  int level = DefaultLevel;
+  int level = defaultLevel;
   Output output;
   QvbString levelFault;
   QvbString fileFault;
@@ -154,22 +154,37 @@ private:
       QvLog("QV.Base.Log", "platform/qvxlog/qvxlog").error("%s", fault);
   }
 
+<<<<<<< HEAD
   int outputLevel() const noexcept QVB_REQUIRES(m_mutex) { return m_hostLevel.value_or(m_optionLevel); }
-  int threshold() const noexcept QVB_REQUIRES(m_mutex) { return m_sink ? EveryLevel : outputLevel(); }
+  int threshold() const noexcept QVB_REQUIRES(m_mutex) { return m_sink ? everyLevel : outputLevel(); }
   void updateLoggers() noexcept QVB_REQUIRES(m_mutex) {
+=======
+  int outputLevel() const noexcept { return m_hostLevel.value_or(m_optionLevel); }
+  int threshold() const noexcept { return m_sink ? everyLevel : outputLevel(); }
+  void updateLoggers() noexcept {
+>>>>>>> house
     for (const auto& [category, logger] : m_loggers)
       logger->m_threshold.store(threshold(), std::memory_order_relaxed);
   }
 
+<<<<<<< HEAD
   QvbMutex m_mutex;
   std::map<QvbString, std::unique_ptr<QvLogger>> m_loggers QVB_GUARDED_BY(m_mutex);
   std::shared_ptr<QvLogSink> m_sink QVB_GUARDED_BY(m_mutex);
   Output m_output QVB_GUARDED_BY(m_mutex); // null until the options are read
-  int m_optionLevel QVB_GUARDED_BY(m_mutex) = DefaultLevel;
+  int m_optionLevel QVB_GUARDED_BY(m_mutex) = defaultLevel;
   std::optional<int> m_hostLevel QVB_GUARDED_BY(m_mutex);
+=======
+  std::mutex m_mutex;
+  std::map<QvbString, std::unique_ptr<QvLogger>> m_loggers;
+  std::shared_ptr<QvLogSink> m_sink;
+  Output m_output; // null until the options are read
+  int m_optionLevel = defaultLevel;
+  std::optional<int> m_hostLevel;
+>>>>>>> house
 };
 
-QvLogger::QvLogger(const QvbString& category) : m_category(category), m_threshold(DefaultLevel) {}
+QvLogger::QvLogger(const QvbString& category) : m_category(category), m_threshold(defaultLevel) {}
 
 void QvLogger::write(QvLoggingLevel level, const char* source, int line, const char* format,
                      std::span<const QvbFormatArg> args) noexcept {
