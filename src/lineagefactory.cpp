@@ -68,13 +68,7 @@ bool locatePath(const QvbString& path, RepositoryFolders* folders, QvbString* ur
 
 Released<QvResourceImpl> newResource(const QvbString& name, const QvbString& type,
                                      const QvbString& identity) {
-  Released<QvResourceImpl> resource(newOrNull<QvResourceImpl>());
-  if (resource) {
-    resource->setName(name);
-    resource->setType(type);
-    resource->setResourceIdentity(identity);
-  }
-  return resource;
+  return Released<QvResourceImpl>(newOrNull<QvResourceImpl>(name, type, identity));
 }
 
 // Null when the URI names neither a table nor a data source.
@@ -142,7 +136,9 @@ LineageImpactFactoryImpl::~LineageImpactFactoryImpl() {
 
 QvResource* LineageImpactFactoryImpl::getResource(const QvbString& name, const QvbString& type,
                                                   const QvbString& identity) {
-  return newResource(name, type, identity).release();
+  if (m_lastType.isNull() || m_lastType.view() != type.view() || type.isNull())
+    m_lastType = type;
+  return newResource(name, m_lastType, identity).release();
 }
 
 // Kept: LineageFactory.AReplacedResolverIsNotReleased

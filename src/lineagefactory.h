@@ -31,6 +31,7 @@ public:
 private:
   QvbString m_errorMessage{""};
   QvResourceResolver* m_resolver = nullptr;
+  QvbString m_lastType; // shared by the resources of that type which come in a row
 };
 
 class QVREPOSRES_API LineageResourceResolver : public QvResourceResolver {

@@ -19,14 +19,14 @@ class RepositorySerializationContext;
 struct LineageNode {
   QvbString type;
   QvbString identity;
+  std::size_t hash = 0; // of both
   bool operator==(const LineageNode& other) const noexcept {
-    return qvbEqualsIgnoreCase(type.view(), other.type.view()) &&
+    return hash == other.hash && qvbEqualsIgnoreCase(type.view(), other.type.view()) &&
            qvbEqualsIgnoreCase(identity.view(), other.identity.view());
   }
 };
-// Not declared noexcept for the reason that QvbHashIgnoreCase gives.
 struct LineageNodeHash {
-  std::size_t operator()(const LineageNode& node) const;
+  std::size_t operator()(const LineageNode& node) const noexcept { return node.hash; }
 };
 
 // Orders resources by type, then by identity, both without regard to case; null comes last.

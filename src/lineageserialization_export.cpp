@@ -191,8 +191,12 @@ bool LineageSerializationImpl::exportStore(LineageSerializationImpl& store, QvbS
     return false;
   const ScopeExit forgetTexts([&] { store.m_records.forgetTexts(); });
   std::unordered_set<QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase> written;
+  const auto isOfOneType = [&] {
+    return qvbEqualsIgnoreCase(entries.front()->first.type.view(), entries.back()->first.type.view());
+  };
+  const bool mayRepeat = !entries.empty() && !isOfOneType();
   for (const auto* entry : entries) {
-    if (!written.insert(entry->first.identity).second) // another type came before
+    if (mayRepeat && !written.insert(entry->first.identity).second) // another type came before
       continue;
     document.xml.beginModel(textOf(*entry->second.record, document));
     for (const auto& dependent : entry->second.dependents.records())
