@@ -40,4 +40,5 @@ private:
   QvbString m_errorMessage;
   QvbString m_clientGUID;
   int m_walks = 0; // under way, one inside the other
+  bool m_hasGaps = false;
 };
