@@ -18,24 +18,27 @@ namespace {
 constexpr const char* logSource = "src/lineagefactory";
 constexpr std::string_view syscatSeparator = " - ";
 
-QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
-
 bool isIdentityDocument(const QvbString& identity) { return identity.find("<morvaxeldocument") >= 0; }
 
-// The data URI of a data source or table; null when there is none.
-Released<QvURI> dataURIOf(const DataSource& source, const QvbString& shortName) {
+// Writes the data URI of a data source or table, and the path of the data; false when there is no such URI.
+bool locateData(const DataSource& source, const QvbString& shortName, LineageLocation* location) {
   const char* scheme = "qvd";
   QvbString server("");
   QvbString name = shortName;
   if (isSyscatDsn(shortName, &server, &name))
     scheme = "qvf";
-  return Released<QvURI>(getDataURIFromComponents(scheme, server, name, source.type, source.catalog,
-                                                  source.schema, source.table, ""));
+  const Released<QvURI> uri(getDataURIFromComponents(scheme, server, name, source.type, source.catalog,
+                                                     source.schema, source.table, ""));
+  if (!uri)
+    return false;
+  location->uri = uri->asString();
+  location->dataPath = dataPathOf(name, source.schema, source.table);
+  return true;
 }
 
 DataSource dataSourceOf(QvDataURI& uri) {
-  return {orEmpty(uri.getDataSource()), orEmpty(uri.getDataSourceType()), orEmpty(uri.getCatalog()),
-          orEmpty(uri.getSchema()), orEmpty(uri.getTable())};
+  return {qvbOrEmpty(uri.getDataSource()), qvbOrEmpty(uri.getDataSourceType()), qvbOrEmpty(uri.getCatalog()),
+          qvbOrEmpty(uri.getSchema()), qvbOrEmpty(uri.getTable())};
 }
 
 void writeIfAny(const QvbString& text, QvbString* output) {
@@ -60,7 +63,7 @@ bool isThere(const QvbString& path) {
 // Writes the URI reference of the path, or the path itself where there is none, and tells whether there is a file.
 bool locatePath(const QvbString& path, RepositoryFolders* folders, QvbString* uri) {
   QvbString reference;
-  *uri = generateURIReference(path, folders, &reference) ? reference : orEmpty(path);
+  *uri = generateURIReference(path, folders, &reference) ? reference : qvbOrEmpty(path);
   return isThere(path);
 }
 
@@ -107,12 +110,12 @@ Released<QvResourceImpl> resourceOf(const QvbString& text) {
 
 } // namespace
 
-QvbString dataPathOf(QvDataURI& uri) {
-  QvbString path = uri.getDataSource();
+QvbString dataPathOf(const QvbString& dataSource, const QvbString& schema, const QvbString& table) {
+  QvbString path = dataSource;
   if (!path.isEmpty())
-    for (const QvbString& part : {uri.getSchema(), uri.getTable()})
-      if (!part.isEmpty())
-        path.append(".").append(part);
+    for (const QvbString* part : {&schema, &table})
+      if (!part->isEmpty())
+        path.append(".").append(*part);
   return path;
 }
 
@@ -278,12 +281,7 @@ bool LineageResourceResolver::locateTable(const Lookup& lookup) const {
   if (!readTableIdentity(lookup.identity, &source))
     return false;
   lookup.location->name = source.table;
-  const auto uri = dataURIOf(source, shortDsn(source.name));
-  if (!uri)
-    return false;
-  lookup.location->uri = uri->asString();
-  lookup.location->dataPath = dataPathOf(*uri->getDataURI());
-  return true;
+  return locateData(source, shortDsn(source.name), lookup.location);
 }
 
 bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
@@ -292,10 +290,7 @@ bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
     return false;
   const QvbString shortName = shortDsn(source.name);
   lookup.location->name = shortName;
-  const auto uri = dataURIOf(source, shortName);
-  if (uri)
-    lookup.location->uri = uri->asString();
-  return uri != nullptr;
+  return locateData(source, shortName, lookup.location);
 }
 
 // A reference to another place is passed on, and never counts as reachable.

@@ -10,7 +10,7 @@ class RepositoryFolders;
 struct LineageLocation {
   QvbString name;
   QvbString uri;
-  QvbString dataPath; // of a table: data source, schema and table as far as they are named
+  QvbString dataPath; // of what has a data URI
 };
 
 class QVREPOSRES_API LineageImpactFactoryImpl : public QvResourceFactory {
@@ -92,4 +92,4 @@ bool isSyscatDsn(const QvbString& name, QvbString* prefix, QvbString* rest);
 // The name that it splits: "server - data source". Without a server it is the data source's own.
 QvbString syscatDsn(const QvbString& server, const QvbString& dataSource);
 // Data source, schema and table as far as they are named; empty without a data source.
-QvbString dataPathOf(QvDataURI& uri);
+QvbString dataPathOf(const QvbString& dataSource, const QvbString& schema, const QvbString& table);

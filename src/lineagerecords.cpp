@@ -1,6 +1,7 @@
 #include "lineagerecords.h"
 
 #include <functional>
+#include <string_view>
 
 namespace {
 
@@ -20,9 +21,10 @@ LineageRecordHold::~LineageRecordHold() {
 }
 
 std::size_t LineageRecords::Hash::operator()(const QvResourceImpl& resource) const {
-  std::size_t hash = qvbHashIgnoreCase(resource.identity().view());
-  for (const QvbString* text : {&resource.name(), &resource.type(), &resource.location(), &resource.id()})
-    hash = hash * 31 + (text->isEmpty() ? 0 : qvbHashIgnoreCase(text->view()));
+  std::size_t hash = 0;
+  for (const QvbString* text :
+       {&resource.identity(), &resource.name(), &resource.type(), &resource.location(), &resource.id()})
+    hash = hash * 31 + (text->isEmpty() ? 0 : std::hash<std::string_view>()(text->view()));
   const QvbDate& date = resource.analysisDate();
   return date.isNull() ? hash : hash * 31 + std::hash<double>()(date.asDouble());
 }

@@ -4,8 +4,8 @@
 #include "lineagefactory.h"
 #include "qvresource.h"
 #include "qvxlog/qvxlog.h"
+#include "textorder.h"
 
-#include <algorithm>
 #include <new>
 #include <typeinfo>
 
@@ -175,9 +175,12 @@ LineageSerializationImpl::sortedEntries() const {
   entries.reserve(m_dependencies.size());
   for (const auto& entry : m_dependencies)
     entries.push_back(&entry);
-  const MapLineageResourceCompare isBefore;
-  std::sort(entries.begin(), entries.end(),
-            [&](const auto* a, const auto* b) { return isBefore(a->first, b->first); });
+  using Entry = const DependencyMap::value_type*;
+  using Order = TextOrder<Entry>;
+  const auto typeOf = [](Entry entry) { return entry->first.type.view(); };
+  const auto identityOf = [](Entry entry) { return entry->first.identity.view(); };
+  Order::sort(entries, typeOf,
+              [&](std::span<Entry> ofType) { Order::sort(ofType, identityOf, [](std::span<Entry>) {}); });
   return entries;
 }
 

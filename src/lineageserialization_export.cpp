@@ -301,7 +301,8 @@ bool LineageSerializationImpl::nameByLocation(QvResource& resource, const QvbStr
       qvbEqualsIgnoreCase(serverIdentity.view(), location.uri.view()) ? location.uri : serverIdentity;
   filler.setId(id);
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Setting %s identity as: %s", identity, id);
-  filler.setDataPath(location.dataPath);
+  if (qvbEqualsIgnoreCase(type.view(), "Table"))
+    filler.setDataPath(location.dataPath);
   return true;
 }
 
@@ -389,7 +390,8 @@ bool LineageSerializationImpl::populateResourceDataPath(RepositorySerializationC
                                                         const QvbString& location) {
   const Released<QvURI> uri(getURIFromURIString(location));
   QvDataURI* data = uri ? uri->getDataURI() : nullptr;
-  const QvbString path = data ? dataPathOf(*data) : QvbString();
+  const QvbString path =
+      data ? dataPathOf(data->getDataSource(), data->getSchema(), data->getTable()) : QvbString();
   if (path.isEmpty())
     return true;
   addDataPath(*context, *element, path);

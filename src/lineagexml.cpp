@@ -6,25 +6,21 @@ namespace {
 
 constexpr std::size_t bufferSize = std::size_t{64} << 10;
 
-void appendAttribute(QvbString& tag, const char* start, const QvbString& value) {
-  tag.append(start);
-  qvDomAppendAttribute(tag, value.view());
-  tag.append("\"");
+void appendAttribute(std::string& tag, std::string_view start, const QvbString& value) {
+  tag.append(start).append(qvDomEscapeAttribute(value).view()).append("\"");
 }
 
 } // namespace
 
 LineageText textOf(const LineageDescription& description) {
-  LineageText text;
-  text.tag = "<Resource";
+  std::string tag = "<Resource";
   if (!description.analysisDate.isNull())
-    appendAttribute(text.tag, " analysisDate=\"", description.analysisDate);
-  appendAttribute(text.tag, " id=\"", description.id);
-  appendAttribute(text.tag, " label=\"", description.label);
-  appendAttribute(text.tag, " type=\"", description.type);
-  if (!description.dataPath.isEmpty())
-    qvDomAppendText(text.dataPath, description.dataPath.view());
-  return text;
+    appendAttribute(tag, " analysisDate=\"", description.analysisDate);
+  appendAttribute(tag, " id=\"", description.id);
+  appendAttribute(tag, " label=\"", description.label);
+  appendAttribute(tag, " type=\"", description.type);
+  const bool hasPath = !description.dataPath.isEmpty();
+  return {QvbString(std::string_view(tag)), hasPath ? qvDomEscapeText(description.dataPath) : QvbString()};
 }
 
 // What stands around a resource: before its tag and after it, without a data path and with one.

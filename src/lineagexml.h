@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 // What an element says of a resource.
 struct LineageDescription {

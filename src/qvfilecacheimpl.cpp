@@ -19,7 +19,7 @@ FileAccessCacheImpl::~FileAccessCacheImpl() {
 }
 
 void FileAccessCacheImpl::setSourceProvider(FileAccessCacheSourceProvider* provider) {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   m_sources.setDefault(provider);
   m_log.trace("Setting default cache source provider");
 }
@@ -57,7 +57,7 @@ int FileAccessCacheImpl::getCacheFilename(ASSubject* subject, const QvbString& r
 int FileAccessCacheImpl::getCopy(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
                                  QvbString* errorText) {
   m_log.trace("getCacheFilename entered for '%s'", remoteName);
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   const auto [key, isUri] = m_index.keyOf(remoteName);
   if (isUri)
     m_log.trace("getCacheFilename using '%s'", key);
@@ -65,8 +65,8 @@ int FileAccessCacheImpl::getCopy(ASSubject* subject, const QvbString& remoteName
   if (!entry)
     return addFileToCache(subject, key, localFilename, errorText);
   int result = m_interval.isFresh(entry->cacheUpdatedDate) ? 0 : updateCache(subject, key, entry, errorText);
-  // So wanted (RefreshesTwiceWhenTheCopyIsOldAndTheUserNew): a refresh that failed is tried again for a new user, whom
-  // the source has to let through even where the copy is fresh.
+  // A refresh that failed is tried again for a new user, whom the source has to let through even where the copy is fresh.
+  // Kept: FileCache.RefreshesTwiceWhenTheCopyIsOldAndTheUserNew
   if (!entry->isUserAuthorized(subject, errorText))
     result = updateCache(subject, key, entry, errorText);
   *localFilename = entry->localFilename;
@@ -96,14 +96,16 @@ int FileAccessCacheImpl::updateCache(ASSubject* subject, const QvbString& name, 
     m_log.lifecycle("Cache modified date diff %s and %s", date.asString(false),
                     entry->modifiedDate.asString(false));
   const int copied = updateFileCacheContents(subject, name, entry);
-  // So wanted (CountsARefreshWhoseCopyFailed): the next attempt waits for the interval, whatever came of this one.
+  // The next attempt waits for the interval, whatever came of this one.
+  // Kept: FileCache.CountsARefreshWhoseCopyFailed
   entry->modifiedDate = date;
   updateCachedEntryDate(entry);
   return copied;
 }
 
-// So wanted (AsksItsDefaultSourceForCopiesOnly): whether a new file exists, and its date, is asked of the source that the
-// name's scheme asks for; the content comes from the default source of a host that has set one.
+// Whether a new file exists, and its date, is asked of the source that the name's scheme asks for; the content comes
+// from the default source of a host that has set one.
+// Kept: FileCache.AsksItsDefaultSourceForCopiesOnly
 int FileAccessCacheImpl::addFileToCache(ASSubject* subject, const QvbString& name, QvbString* localFilename,
                                         QvbString* errorText) {
   FileAccessCacheSourceProvider* provider = getCacheSourceProviderForFileType(name);
@@ -116,7 +118,8 @@ int FileAccessCacheImpl::addFileToCache(ASSubject* subject, const QvbString& nam
     m_log.error("Provider exists failed for '%s', provider 0x%p", name, provider);
     return 1;
   }
-  // So wanted (CopiesAFileWhoseDateItDoesNotGet): a date that cannot be had is null, and no failure.
+  // A date that cannot be had is null, and no failure.
+  // Kept: FileCache.CopiesAFileWhoseDateItDoesNotGet
   QvbDate date;
   provider->getModifiedDate(subject, name, &date, errorText, false);
   FileAccessCacheEntry* const existing = m_index.find(name);
@@ -133,7 +136,7 @@ int FileAccessCacheImpl::fetchNew(ASSubject* subject, const QvbString& name, con
   FileAccessCacheEntry* entry = m_index.find(name);
   if (!entry) {
     m_log.error("Cache entry lookup failed after modified date set for '%s', provider 0x%p", name, provider);
-    return 0; // so wanted (SurvivesTheLossOfTheEntryThatItJustMade)
+    return 0; // Kept: FileCache.SurvivesTheLossOfTheEntryThatItJustMade
   }
   const int copied = updateFileCacheContents(subject, name, entry);
   if (copied != 0)
@@ -169,7 +172,9 @@ int FileAccessCacheImpl::updateFileCacheContents(ASSubject* subject, const QvbSt
     m_log.error("Provider lookup failed for '%s', provider 0x%p", name, provider);
     return 1;
   }
-  QvbString reason; // so wanted (KeepsTheErrorOfACopyToItself): it goes to the log, not to the caller
+  // It goes to the log, not to the caller.
+  // Kept: FileCache.KeepsTheErrorOfACopyToItself
+  QvbString reason;
   if (const int failed = provider->updateLocalFileContent(subject, name, entry->localFilename, &reason)) {
     m_log.error("There was an error setting the cache file \"%s\" contents from provider: %s", name, reason);
     return failed;
@@ -208,16 +213,16 @@ bool FileAccessCacheImpl::setFileCacheLocalName(const QvbString& name, const Qvb
   Released<FileAccessCacheEntry> entry = m_index.make(operation, name);
   if (!entry)
     return false;
-  // So wanted (GivesANewEntryAGeneratedNameWhateverTheCallerSays): the given name counts only where memory for a
-  // generated one is short.
+  // The given name counts only where memory for a generated one is short.
+  // Kept: FileCache.GivesANewEntryAGeneratedNameWhateverTheCallerSays
   entry->localFilename = localName;
   const bool named = generateLocalFilename(entry.get());
   m_index.keep(operation, std::move(entry));
   return named;
 }
 
-// So wanted (KeepsAnEntryWhoseFileItRemovedAndRemovesOneWhoseFileItCannot): hosts rely on the result and the entry being
-// the other way round.
+// What became of the entry is the other way round than what became of its file, and so is the result.
+// Kept: FileCache.KeepsAnEntryWhoseFileItRemovedAndRemovesOneWhoseFileItCannot
 bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
   const FileAccessCacheEntry* const entry = m_index.find(name);
   if (!entry)
@@ -230,52 +235,58 @@ bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
   return false;
 }
 
-// What isModified() and getModifiedDate() ask the source that the name's scheme asks for, by the name of the copy.
-template<class Answer>
-int FileAccessCacheImpl::askForDate(const char* operation, ASSubject* subject, const QvbString& remoteName,
-                                    QvbString* errorText, const Answer& answer) {
-  return resultOr(NP_FIO_ERROR, [&] {
-    FileAccessCacheSourceProvider* const provider = m_sources.forName(remoteName);
-    if (!provider) {
-      m_log.error("%s: Error accessing provider for '%s', provider 0x%p", operation, remoteName, provider);
-      return NP_FIO_OK; // so wanted (TakesWhatHasNoSourceForModified)
-    }
-    const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-    const QvbString key = m_index.keyOf(remoteName).text;
-    QvbDate date;
-    const int result = provider->getModifiedDate(subject, key, &date, errorText, true);
-    return answer(result, date, key, provider);
-  });
+// What isModified() and getModifiedDate() ask of the source that the name's scheme asks for, by the name of the copy.
+// Without a source, which is logged, there is nothing to ask.
+FileAccessCacheImpl::Asked FileAccessCacheImpl::askForDate(const char* operation, ASSubject* subject,
+                                                           const QvbString& remoteName,
+                                                           QvbString* errorText) {
+  Asked asked{m_sources.forName(remoteName)};
+  if (asked.source) {
+    asked.key = m_index.keyOf(remoteName).text;
+    asked.result = asked.source->getModifiedDate(subject, asked.key, &asked.date, errorText, true);
+  } else {
+    m_log.error("%s: Error accessing provider for '%s', provider 0x%p", operation, remoteName, asked.source);
+  }
+  return asked;
 }
 
+// A name without a source is modified, and no failure.
+// Kept: FileCache.TakesWhatHasNoSourceForModified
 int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteName, bool* modified,
                                     QvbString* errorText) {
   *modified = true;
-  const auto compare = [&](int result, const QvbDate& date, const QvbString& key, const void*) {
-    m_log.trace("isModifed: modified date returned %d for %s", result, remoteName);
-    const FileAccessCacheEntry* entry = m_index.find(key);
-    *modified = !date.isNull() && date.compare(entry ? entry->modifiedDate : QvbDate()) != 0;
-    return result;
-  };
-  return askForDate("isModified", subject, remoteName, errorText, compare);
+  return resultOr(NP_FIO_ERROR, [&] {
+    const LockGuard guard(m_lock);
+    const Asked asked = askForDate("isModified", subject, remoteName, errorText);
+    if (!asked.source)
+      return NP_FIO_OK;
+    m_log.trace("isModifed: modified date returned %d for %s", asked.result, remoteName);
+    const FileAccessCacheEntry* entry = m_index.find(asked.key);
+    const QvbDate known = entry ? entry->modifiedDate : QvbDate();
+    *modified = !asked.date.isNull() && asked.date.compare(known) != 0;
+    return asked.result;
+  });
 }
 
-// So wanted (NeverWritesTheModificationDate): the result alone answers.
+// The result alone answers.
+// Kept: FileCache.NeverWritesTheModificationDate
 int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& remoteName, QvbDate* /*date*/,
                                          QvbString* errorText) {
-  const auto tell = [&](int result, const QvbDate& date, const QvbString&, const void* provider) {
-    if (!date.isNull())
-      return result;
-    m_log.trace("getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, provider);
+  return resultOr(NP_FIO_ERROR, [&] {
+    const LockGuard guard(m_lock);
+    const Asked asked = askForDate("getModifiedDate", subject, remoteName, errorText);
+    if (!asked.source || !asked.date.isNull())
+      return asked.result;
+    m_log.trace("getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, asked.source);
     return NP_FIO_ACCESS;
-  };
-  return askForDate("getModifiedDate", subject, remoteName, errorText, tell);
+  });
 }
 
 bool FileAccessCacheImpl::flush(bool flag) {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   m_log.trace("Flushing FileAccessCache");
-  // So wanted (FlushesEverySourceWithTheFlag): the last source's answer replaces what came of the copies.
+  // The last source's answer replaces what came of the copies.
+  // Kept: FileCache.FlushesEverySourceWithTheFlag
   return m_sources.flush(flag, discardCopies());
 }
 

@@ -29,17 +29,18 @@ public:
 
   // First fetch.
   int addFileToCache(ASSubject* subject, const QvbString& name, QvbString* localFilename,
-                     QvbString* errorText);
+                     QvbString* errorText) QVB_REQUIRES(m_lock);
   // Refresh: always copies the content again.
   int updateCache(ASSubject* subject, const QvbString& name, FileAccessCacheEntry* entry,
-                  QvbString* errorText);
-  int updateFileCacheContents(ASSubject* subject, const QvbString& name, FileAccessCacheEntry* entry);
-  int setFileCacheModifiedDate(const QvbString& name, const QvbDate& date);
+                  QvbString* errorText) QVB_REQUIRES(m_lock);
+  int updateFileCacheContents(ASSubject* subject, const QvbString& name, FileAccessCacheEntry* entry)
+      QVB_REQUIRES(m_lock);
+  int setFileCacheModifiedDate(const QvbString& name, const QvbDate& date) QVB_REQUIRES(m_lock);
   // A new entry gets a generated local name, whatever `localName` says.
-  bool setFileCacheLocalName(const QvbString& name, const QvbString& localName);
+  bool setFileCacheLocalName(const QvbString& name, const QvbString& localName) QVB_REQUIRES(m_lock);
   // Deletes the local file. When that succeeds the entry stays and the result is false; when it fails the entry goes and
   // the result is true.
-  bool removeFileFromCache(const QvbString& name);
+  bool removeFileFromCache(const QvbString& name) QVB_REQUIRES(m_lock);
   // False for a null entry alone.
   bool generateLocalFilename(FileAccessCacheEntry* entry);
   void updateCachedEntryDate(FileAccessCacheEntry* entry);
@@ -47,27 +48,35 @@ public:
   QvbDate getCacheExpireAsOfDate(const QvbDate& from) const;
   // The source for an entry: the default one, its own, or the choice by name.
   FileAccessCacheSourceProvider* getCacheSourceProvider(const FileAccessCacheEntry* entry,
-                                                        const QvbString& name);
+                                                        const QvbString& name) QVB_REQUIRES(m_lock);
   // Null for a URI whose scheme holds neither "http" nor "file".
-  FileAccessCacheSourceProvider* getCacheSourceProviderForFileType(const QvbString& name);
+  FileAccessCacheSourceProvider* getCacheSourceProviderForFileType(const QvbString& name)
+      QVB_REQUIRES(m_lock);
 
 private:
   QVREPOSRES_HIDDEN int getCopy(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
                                 QvbString* errorText);
   QVREPOSRES_HIDDEN int fetchNew(ASSubject* subject, const QvbString& name, const QvbDate& date,
-                                 QvbString* localFilename, FileAccessCacheSourceProvider* provider);
+                                 QvbString* localFilename, FileAccessCacheSourceProvider* provider)
+      QVB_REQUIRES(m_lock);
   QVREPOSRES_HIDDEN int refetchExisting(ASSubject* subject, const QvbString& name,
                                         FileAccessCacheEntry& entry, const QvbDate& date,
-                                        QvbString* localFilename, FileAccessCacheSourceProvider* provider);
-  template<class Answer>
-  QVREPOSRES_HIDDEN int askForDate(const char* operation, ASSubject* subject, const QvbString& remoteName,
-                                   QvbString* errorText, const Answer& answer);
-  QVREPOSRES_HIDDEN bool discardCopies();
+                                        QvbString* localFilename, FileAccessCacheSourceProvider* provider)
+      QVB_REQUIRES(m_lock);
+  struct QVREPOSRES_HIDDEN Asked {
+    FileAccessCacheSourceProvider* source;
+    QvbString key{};
+    QvbDate date{};
+    int result = NP_FIO_OK;
+  };
+  QVREPOSRES_HIDDEN Asked askForDate(const char* operation, ASSubject* subject, const QvbString& remoteName,
+                                     QvbString* errorText) QVB_REQUIRES(m_lock);
+  QVREPOSRES_HIDDEN bool discardCopies() QVB_REQUIRES(m_lock);
 
   const QvLog m_log{"QV.FileAccessCache", "src/qvfilecacheimpl"};
-  OwnedLock m_lock{qvLockCreate(0, 1)};
-  CacheIndex m_index{m_log};
-  CacheFolder m_folder{m_log};
-  RefreshInterval m_interval{m_log};
-  CacheSources m_sources{m_log};
+  Lock m_lock;
+  CacheFolder m_folder{m_log};       // stays what it is from its making
+  RefreshInterval m_interval{m_log}; // and so does this
+  CacheIndex m_index QVB_GUARDED_BY(m_lock){m_log};
+  CacheSources m_sources QVB_GUARDED_BY(m_lock){m_log};
 };

@@ -28,7 +28,8 @@ void CacheFolder::nameFile(QvbString* path) const {
     // Without its folder the cache copies nothing: the name alone would be a file of the working folder.
     if (!isThere() || np_fio_pcat(m_path.asCstr(), name.asCstr(), joined.get(), size) != NP_FIO_OK)
       m_log.error("Error building path for target \"%s\" folder with \"%s\" name", m_path, name);
-    // So wanted (TakesWhatAFailedJoinLeft): a path that could not be joined counts as it is.
+    // A path that could not be joined counts as it is.
+    // Kept: FileCache.TakesWhatAFailedJoinLeft
     path->assign(joined.get());
   });
 }

@@ -44,9 +44,6 @@ QvbString urlOfDescription(const QvbString& name, const QvbString& ticket) {
   return qvbUrlWithTicket(name, hasQuery ? '&' : '?', ticket);
 }
 
-// Empty for a text that was not given.
-QvbString givenText(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
-
 // A caller's error text, which may be missing, as one that is always there.
 class ErrorText {
 public:
@@ -77,7 +74,7 @@ const QvbString RemoteHttpFileProvider::URI_QUERY_STRING{"?"};
 
 RemoteHttpFileProvider::RemoteHttpFileProvider()
     : m_log("QV.FileAccessCache.HttpSystemProvider", "src/qvfilecacheimpl"),
-      m_context(Released<QvSecurityContext>(getSecurityContext())), m_lock(qvLockCreate(0, 1)) {
+      m_context(Released<QvSecurityContext>(getSecurityContext())) {
   if (!m_lock)
     m_log.critical("Failed to create file access cache lock");
 }
@@ -96,20 +93,20 @@ int RemoteHttpFileProvider::getResponseCodeFromHTTPResponseCode(int status) {
 
 // A context that could not be made, since memory was short, is made when it is needed.
 RemoteHttpFileProvider::Context RemoteHttpFileProvider::context() {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   if (!m_context)
     m_context = Released<QvSecurityContext>(getSecurityContext());
   return m_context;
 }
 
 RemoteHttpFileProvider::Description RemoteHttpFileProvider::keptRecord(const QvbString& name) const {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   const auto found = m_records.find(name);
   return found == m_records.end() ? std::nullopt : std::optional(found->second);
 }
 
 HTTPRemoteFileInfo RemoteHttpFileProvider::keepRecord(const QvbString& name, const QvbString& body) {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   const auto found = m_records.find(name);
   HTTPRemoteFileInfo record = found == m_records.end() ? HTTPRemoteFileInfo() : found->second;
   if (!body.isEmpty())
@@ -136,7 +133,7 @@ HTTPRemoteFileInfo* RemoteHttpFileProvider::populateObjectEntry(ASSubject* subje
   return madeOrNull([&]() -> HTTPRemoteFileInfo* {
     if (!describe(subject, name, errorText, httpCode, force))
       return nullptr;
-    const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+    const LockGuard guard(m_lock);
     const auto found = m_records.find(name);
     return found == m_records.end() ? nullptr : &found->second;
   });
@@ -226,7 +223,7 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
   QvDom document;
   if (!document.loadXML(body)) {
     // What there is no memory for is no broken document.
-    if (document.getErrorMessage() == "out of memory")
+    if (lackedMemory(document))
       throw std::bad_alloc();
     return;
   }
@@ -235,8 +232,8 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
       isNamed(root, NODE_PROCESSJOB.view()) ? root : getChildNodeByName(root, NODE_PROCESSJOB, any, any);
   if (job.null())
     return;
-  record->modifiedDate = givenText(job.getAttributeValue(ATTR_MODIFIEDDATE));
-  record->path = givenText(job.getAttributeValue(ATTR_PATH));
+  record->modifiedDate = qvbOrEmpty(job.getAttributeValue(ATTR_MODIFIEDDATE));
+  record->path = qvbOrEmpty(job.getAttributeValue(ATTR_PATH));
   const QvDomNode links = getChildNodeByName(job, NODE_LINKS, any, any);
   QvDomNode self = getChildNodeByName(links, NODE_LINK, ATTR_REL, ATTR_VALUE_SELF);
   if (self.null())
@@ -383,11 +380,11 @@ int RemoteHttpFileProvider::writeContent(const QvbString& name, const QvbString&
 
 bool RemoteHttpFileProvider::flush(bool) {
   m_log.trace("Flushing http cache provider");
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   if (m_context) {
     m_log.trace("Flushing http cache provider security context");
     m_context.reset();
-    tryAllocate([&] { m_context = Released<QvSecurityContext>(getSecurityContext()); });
+    m_context = madeOrNull([] { return Context(Released<QvSecurityContext>(getSecurityContext())); });
   }
   m_records.clear();
   return true;

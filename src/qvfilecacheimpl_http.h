@@ -99,7 +99,7 @@ private:
   QVREPOSRES_HIDDEN Context context();
 
   QvLog m_log;
-  std::map<QvbString, HTTPRemoteFileInfo> m_records;
-  Context m_context; // shared with requests under way, which a flush does not wait for
-  OwnedLock m_lock;
+  mutable Lock m_lock;
+  std::map<QvbString, HTTPRemoteFileInfo> m_records QVB_GUARDED_BY(m_lock);
+  Context m_context QVB_GUARDED_BY(m_lock); // shared with requests under way, which a flush does not wait for
 };

@@ -21,7 +21,8 @@ void RefreshInterval::readOption() {
   if (!isNumber)
     return m_log.error("Unable to parse time from parameter %s=%s", option.key, value);
   m_milliseconds = time;
-  // So wanted (TakesItsIntervalFromTheOption): the whole number is shown with decimals.
+  // The whole number is shown with decimals.
+  // Kept: FileCache.TakesItsIntervalFromTheOption
   m_log.lifecycle("Setting time between cache changed checks to %f milliseconds", m_milliseconds);
 }
 

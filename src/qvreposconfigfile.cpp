@@ -95,16 +95,13 @@ void readDefinition(const QvDomNode& element, const QvDomNode& root, QvReposConf
   definition.setUnifiedConnectionType(connectionTypeOf(definition.getUnifiedRepositoryConnectType()));
 }
 
-// What QvDom says when memory is short, which tells nothing of the document.
-constexpr const char* outOfMemory = "out of memory";
-
 void parseDefinition(const QvbString& xml, DefinitionFile& file) {
   const auto path = file.definition.getFilename();
   QvDom dom;
   if (!dom.loadXML(xml)) {
-    const auto error = dom.getErrorMessage();
-    if (error == outOfMemory)
+    if (lackedMemory(dom))
       throw std::bad_alloc();
+    const auto error = dom.getErrorMessage();
     file.content = DefinitionFile::Content::Malformed;
     file.reason = qvbStringFormat("%S:%S", &path, &error);
   } else if (const auto element = findDefinition(dom.getRoot()); element.null()) {

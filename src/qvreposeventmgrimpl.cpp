@@ -54,8 +54,7 @@ private:
 };
 
 QvReposEventMgrImpl::QvReposEventMgrImpl()
-    : m_log("QV.Repos.QvReposRes.ReposEventMgr", "src/qvreposeventmgrimpl"), m_lock(qvLockCreate(0, 1)),
-      m_clientGUID(qvbGetUUID()) {
+    : m_log("QV.Repos.QvReposRes.ReposEventMgr", "src/qvreposeventmgrimpl"), m_clientGUID(qvbGetUUID()) {
   if (!m_lock)
     m_log.critical("Failed to create repos event manager lock");
   m_log.unchecked(QvLoggingLevel::Lifecycle,
@@ -70,8 +69,6 @@ QvReposEventMgrImpl::~QvReposEventMgrImpl() {
 
 void QvReposEventMgrImpl::release() { delete this; }
 
-QvbString QvReposEventMgrImpl::getErrorMessage() { return m_errorMessage; }
-
 // Calls those that are registered now and are not removed meanwhile.
 template<class Notification>
 void QvReposEventMgrImpl::notifyListeners(Notification notify) {
@@ -84,7 +81,7 @@ void QvReposEventMgrImpl::notifyListeners(Notification notify) {
 
 void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                                             const QvbString& object, int id, const QvbString& uuid) {
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const LockGuard guard(m_lock);
   if (m_log.isEnabled(QvLoggingLevel::Trace))
     m_log.trace("Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
                 repository, id, uuid);
@@ -95,8 +92,9 @@ void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, Reposit
 void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const QvbString& object, int id,
                                             const QvbString& uuid, const QvbString& oldName,
                                             const QvbString& newName) {
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const LockGuard guard(m_lock);
   // This record shows where the id is, not what it is; listeners get the id itself.
+  // Kept: EventManager.LogsARenamedObjectWithTheLocationOfItsId
   m_log.trace("Firing renamed event for %s in repos %s object id=%d and uuid=%s was renamed from %s to %s.",
               object, repository, &id, uuid, oldName, newName);
   notifyListeners([&](RepositoryObjectChange& listener) {
@@ -105,19 +103,19 @@ void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const Q
 }
 
 bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
-  if (!listener)
-    return false;
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
-  if (!tryAllocate([&] { m_listeners.push_back(listener); }))
-    return false;
-  m_log.trace("Adding listener");
-  return true;
+  return listener && tryAllocate([&] {
+           const LockGuard guard(m_lock);
+           m_listeners.push_back(listener);
+           m_log.trace("Adding listener");
+         });
 }
 
+// The result is false whatever was removed.
+// Kept: EventManager.RemovesEveryOccurrenceAndNoOtherListener
 bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
   if (!listener)
     return false;
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const LockGuard guard(m_lock);
   const Walk walk(*this); // closes the gaps at once unless a notification is under way
   std::ranges::replace(m_listeners, listener, nullptr);
   m_hasGaps = true;
@@ -126,7 +124,7 @@ bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectC
 
 void QvReposEventMgrImpl::fireContentChanged(const QvbString& repository, const QvbString& object,
                                              RepositoryObjectChangeType type, const QvbString& detail) {
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const LockGuard guard(m_lock);
   if (type == RepositoryObjectRenamed)
     m_log.trace("Firing content changed event for %s in repos %s object was %s to %s", object, repository,
                 changeWord(type), detail);

@@ -16,7 +16,8 @@ public:
   QvReposEventMgrImpl& operator=(const QvReposEventMgrImpl&) = delete;
 
   void release() override;
-  QvbString getErrorMessage() override;
+  // Null: nothing that can fail here has a message.
+  QvbString getErrorMessage() override { return {}; }
   void fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                          const QvbString& object, int id, const QvbString& uuid) override;
   void fireObjectRenamed(const QvbString& repository, const QvbString& object, int id, const QvbString& uuid,
@@ -30,15 +31,14 @@ public:
 private:
   class QVREPOSRES_HIDDEN Walk;
   template<class Notification>
-  QVREPOSRES_HIDDEN void notifyListeners(Notification notify);
+  QVREPOSRES_HIDDEN void notifyListeners(Notification notify) QVB_REQUIRES(m_lock);
 
   // In registration order. While listeners are being notified, a removed one leaves a null in its place, so
   // that the positions of the others stay what they are.
-  std::vector<RepositoryObjectChange*> m_listeners;
+  std::vector<RepositoryObjectChange*> m_listeners QVB_GUARDED_BY(m_lock);
   QvLog m_log;
-  OwnedLock m_lock;
-  QvbString m_errorMessage;
-  QvbString m_clientGUID;
-  int m_walks = 0; // under way, one inside the other
-  bool m_hasGaps = false;
+  Lock m_lock;
+  const QvbString m_clientGUID;
+  int m_walks QVB_GUARDED_BY(m_lock) = 0; // under way, one inside the other
+  bool m_hasGaps QVB_GUARDED_BY(m_lock) = false;
 };

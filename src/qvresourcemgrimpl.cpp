@@ -28,8 +28,6 @@ namespace {
 
 bool startsWith(const QvbString& text, std::string_view prefix) { return text.view().starts_with(prefix); }
 
-QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
-
 // The resource that the resolver's reference for this object leads to; null when one of the steps gives nothing.
 Released<QvResource> findByReference(QvResourceFactory& factory, const QvbString& type, const QvbString& id,
                                      const QvbString& uuid) {
@@ -159,7 +157,7 @@ bool addGenerated(QvResourceList* list, QvResource* generated) {
 
 QvResource* makeResource(QvResourceFactory& factory, const QvbString& name, const QvbString& type,
                          const QvbString& identity) {
-  return factory.getResource(orEmpty(name), orEmpty(type), orEmpty(identity));
+  return factory.getResource(qvbOrEmpty(name), qvbOrEmpty(type), qvbOrEmpty(identity));
 }
 
 Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& resource) {

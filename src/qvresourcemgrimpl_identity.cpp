@@ -9,6 +9,7 @@
 #include <array>
 #include <initializer_list>
 #include <new>
+#include <string>
 
 namespace {
 
@@ -37,19 +38,20 @@ struct IdentityOutput {
   QvbString* value;
 };
 
-bool writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart> parts, QvbString* identity) {
-  QvDom document;
-  if (!document.startNewDocument("morvaxeldocument"))
-    return false;
-  auto root = document.getRoot();
-  root.setAttributeValue("class", kind.documentClass);
-  root.setAttributeValue("version", "1");
-  auto element = root.addChild("resource").addChild(kind.element);
+void appendAttribute(std::string& text, std::string_view name, const QvbString& value) {
+  text.append(" ").append(name).append("=\"").append(qvDomEscapeAttribute(value).view()).append("\"");
+}
+
+// As QvDom writes such a document: null where that would be too large.
+void writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart> parts, QvbString* identity) {
+  std::string text = "<morvaxeldocument class=\"";
+  text.reserve(256);
+  text.append(kind.documentClass).append("\" version=\"1\"><resource><").append(kind.element);
   for (const auto& part : parts)
     if (part.presence == Presence::Always || !part.value.isEmpty())
-      element.setAttributeValue(part.attribute, part.value);
-  *identity = document.createXML(false, root);
-  return true;
+      appendAttribute(text, part.attribute, part.value);
+  text += "/></resource></morvaxeldocument>";
+  *identity = text.size() > QvDom::MaxSize ? QvbString() : QvbString(std::string_view(text));
 }
 
 // The kind's element on the way along first children; neither the root's name nor its attributes count.
@@ -66,7 +68,7 @@ bool readIdentity(const QvbString& identity, const IdentityKind& kind,
   if (identity.isEmpty())
     return false;
   if (!document.loadXML(identity)) {
-    if (document.getErrorMessage().view() == "out of memory")
+    if (lackedMemory(document))
       throw std::bad_alloc();
     return false;
   }
@@ -118,18 +120,23 @@ QvbString shortDsn(const QvbString& dsn) {
 }
 
 bool makeTableIdentity(const DataSource& source, QvbString* identity) {
-  return !source.table.isEmpty() && writeIdentity(tableKind,
-                                                  {{"dsn", source.name},
-                                                   {"dsntype", source.type},
-                                                   {"catalog", source.catalog, Presence::UnlessEmpty},
-                                                   {"schema", source.schema, Presence::UnlessEmpty},
-                                                   {"table", source.table}},
-                                                  identity);
+  if (source.table.isEmpty())
+    return false;
+  writeIdentity(tableKind,
+                {{"dsn", source.name},
+                 {"dsntype", source.type},
+                 {"catalog", source.catalog, Presence::UnlessEmpty},
+                 {"schema", source.schema, Presence::UnlessEmpty},
+                 {"table", source.table}},
+                identity);
+  return true;
 }
 
 bool makeDataSourceIdentity(const DataSource& source, QvbString* identity) {
-  return !source.name.isEmpty() &&
-         writeIdentity(dataSourceKind, {{"dsn", source.name}, {"dsntype", source.type}}, identity);
+  if (source.name.isEmpty())
+    return false;
+  writeIdentity(dataSourceKind, {{"dsn", source.name}, {"dsntype", source.type}}, identity);
+  return true;
 }
 
 bool readTableIdentity(const QvbString& identity, DataSource* source) {
@@ -161,8 +168,7 @@ bool QvResourceManagerImpl::generateFileResourceId(const QvbString& filename, Qv
   if (encodedName.isEmpty())
     encodedName = filename;
   QvbString text;
-  if (!writeIdentity(fileKind, {{"filename", filename}, {"name", encodedName}}, &text))
-    return false;
+  writeIdentity(fileKind, {{"filename", filename}, {"name", encodedName}}, &text);
   name = encodedName;
   *identity = text;
   return true;
@@ -173,7 +179,8 @@ bool QvResourceManagerImpl::generateUnifiedObjectResourceId(const QvbString&, co
                                                             QvbString* identity) {
   if (id.isEmpty() && uuid.isEmpty())
     return false;
-  return writeIdentity(unifiedKind, {{"type", type}, {"id", id}, {"uuid", uuid}}, identity);
+  writeIdentity(unifiedKind, {{"type", type}, {"id", id}, {"uuid", uuid}}, identity);
+  return true;
 }
 
 bool QvResourceManagerImpl::generateTableDataSourceResourceId(const QvbString& dsn, const QvbString& dsntype,

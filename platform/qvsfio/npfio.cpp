@@ -31,7 +31,7 @@ namespace {
 int openForReading(const char* path, Descriptor* source, struct stat* stat) {
   Descriptor opened(attempt(QvbFaultPoint::FileOpen, path,
                             [&] { return ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY); }));
-  if (!opened || ::fstat(opened.get(), stat) != 0)
+  if (!opened || npfio::uninterrupted([&] { return ::fstat(opened.get(), stat); }) != 0)
     return lastCode();
   if (!S_ISREG(stat->st_mode))
     return NP_FIO_UNSUPPORTED;

@@ -106,6 +106,9 @@ private:
   Rep* m_rep = nullptr;
 };
 
+// The text; an empty one for null.
+inline QvbString qvbOrEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
+
 // A hash of the bytes with ASCII case folded: texts that compare() as equal without regard to case hash
 // alike.
 QVPLATFORM_API std::size_t qvbHashIgnoreCase(std::string_view text) noexcept;

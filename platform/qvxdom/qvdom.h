@@ -109,6 +109,7 @@ private:
   QvbString m_error;
 };
 
-// Appends what QvDom writes for a text: between the tags of an element, and between the double quotes of an attribute.
-QVPLATFORM_API void qvDomAppendText(QvbString& xml, std::string_view text);
-QVPLATFORM_API void qvDomAppendAttribute(QvbString& xml, std::string_view value);
+// What QvDom writes for a text: between the tags of an element, and between the double quotes of an attribute. A text that
+// is written as it is comes back as it is, without a copy.
+QVPLATFORM_API QvbString qvDomEscapeText(const QvbString& text);
+QVPLATFORM_API QvbString qvDomEscapeAttribute(const QvbString& value);

@@ -71,27 +71,35 @@ std::size_t plainLength(std::string_view text, Place place) {
 }
 
 // Takes the first character of the text, which is not a plain one, and writes what stands for it.
-template<class Out>
-void writeSpecial(std::string_view& text, Place place, Out& out) {
+void writeSpecial(std::string_view& text, Place place, std::string& out) {
   auto bytes = text;
   const auto character = qvDomTakeUtf8(text);
   bytes.remove_suffix(text.size());
   if (!qvDomIsChar(character))
-    out.append(replacement);
+    out += replacement;
   else
-    out.append(character < 0x80 ? reference(static_cast<char>(character), place) : bytes);
+    out += character < 0x80 ? reference(static_cast<char>(character), place) : bytes;
 }
 
-template<class Out>
-void writeEscaped(std::string_view text, Place place, Out& out) {
+void writeEscaped(std::string_view text, Place place, std::string& out) {
   while (true) {
     const auto plain = plainLength(text, place);
-    out.append(text.substr(0, plain));
+    out += text.substr(0, plain);
     text.remove_prefix(plain);
     if (text.empty())
       return;
     writeSpecial(text, place, out);
   }
+}
+
+QvbString escaped(const QvbString& text, Place place) {
+  const auto bytes = text.view();
+  if (plainLength(bytes, place) == bytes.size())
+    return text;
+  std::string out;
+  out.reserve(bytes.size() + bytes.size() / 8);
+  writeEscaped(bytes, place, out);
+  return QvbString(std::string_view(out));
 }
 
 // Walks down and up the tree without recursion: depth is the caller's matter.
@@ -235,11 +243,9 @@ std::string qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out)
   return Writer(node, layout, out).write();
 }
 
-void qvDomAppendText(QvbString& xml, std::string_view text) { writeEscaped(text, Place::Text, xml); }
+QvbString qvDomEscapeText(const QvbString& text) { return escaped(text, Place::Text); }
 
-void qvDomAppendAttribute(QvbString& xml, std::string_view value) {
-  writeEscaped(value, Place::Attribute, xml);
-}
+QvbString qvDomEscapeAttribute(const QvbString& value) { return escaped(value, Place::Attribute); }
 
 std::string qvDomTooDeep() {
   return "elements are nested deeper than " + std::to_string(QvDom::MaxDepth) + " levels";

@@ -52,6 +52,16 @@ auto attempt(QvbFaultPoint point, const char* subject, Call call) -> decltype(ca
   }
 }
 
+// The same without the hook, for calls that only look or clean up.
+template<class Call>
+auto uninterrupted(Call call) -> decltype(call()) {
+  for (;;) {
+    const auto result = call();
+    if (result != -1 || errno != EINTR)
+      return result;
+  }
+}
+
 // A file descriptor that is closed at the end.
 class Descriptor {
 public:
