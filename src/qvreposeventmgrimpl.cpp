@@ -4,6 +4,7 @@
 #include "qvxbase/qvbpath.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -42,7 +43,7 @@ class QvReposEventMgrImpl::Walk {
 public:
   explicit Walk(QvReposEventMgrImpl& manager) : m_manager(manager) { ++m_manager.m_walks; }
   ~Walk() {
-    if (--m_manager.m_walks == 0)
+    if (--m_manager.m_walks == 0 && std::exchange(m_manager.m_hasGaps, false))
       std::erase(m_manager.m_listeners, nullptr);
   }
   Walk(const Walk&) = delete;
@@ -83,8 +84,9 @@ void QvReposEventMgrImpl::notifyListeners(Notification notify) {
 void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                                             const QvbString& object, int id, const QvbString& uuid) {
   const LockGuard guard(m_lock);
-  m_log.trace("Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
-              repository, id, uuid);
+  if (m_log.isEnabled(QvLoggingLevel::Trace))
+    m_log.trace("Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
+                repository, id, uuid);
   notifyListeners(
       [&](RepositoryObjectChange& listener) { listener.objectChanged(repository, type, object, id, uuid); });
 }
@@ -118,6 +120,7 @@ bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectC
   const LockGuard guard(m_lock);
   const Walk walk(*this); // closes the gaps at once unless a notification is under way
   std::ranges::replace(m_listeners, listener, nullptr);
+  m_hasGaps = true;
   return false;
 }
 

@@ -40,4 +40,5 @@ private:
   Lock m_lock;
   const QvbString m_clientGUID;
   int m_walks QVB_GUARDED_BY(m_lock) = 0; // under way, one inside the other
+  bool m_hasGaps QVB_GUARDED_BY(m_lock) = false;
 };

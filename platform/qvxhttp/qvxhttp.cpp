@@ -28,12 +28,6 @@ constexpr std::size_t maxHeaderBytes = 262144;
 
 // --- Options
 
-<<<<<<< HEAD
-=======
-// What libcurl can count in milliseconds.
-constexpr int maxSeconds = INT_MAX / 1000;
-
->>>>>>> house
 // Whether the text was not there yet.
 bool isNews(const QvbString& text) {
   struct Told {
@@ -333,15 +327,9 @@ private:
 
   void setLimits() {
     set(CURLOPT_NOSIGNAL, 1L);
-<<<<<<< HEAD
     set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(valueOf(QvbOptions::ConnectTimeout)));
     set(CURLOPT_LOW_SPEED_LIMIT, 1L);
     set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(valueOf(QvbOptions::LowSpeedTime)));
-=======
-    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(valueOf(QvbOptions::ConnectTimeout, maxSeconds)));
-    set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(valueOf(QvbOptions::LowSpeedTime, maxSeconds)));
->>>>>>> house
     set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(m_bodyLimit));
   }
   void setTrust() {

@@ -154,34 +154,19 @@ private:
       QvLog("QV.Base.Log", "platform/qvxlog/qvxlog").error("%s", fault);
   }
 
-<<<<<<< HEAD
   int outputLevel() const noexcept QVB_REQUIRES(m_mutex) { return m_hostLevel.value_or(m_optionLevel); }
   int threshold() const noexcept QVB_REQUIRES(m_mutex) { return m_sink ? everyLevel : outputLevel(); }
   void updateLoggers() noexcept QVB_REQUIRES(m_mutex) {
-=======
-  int outputLevel() const noexcept { return m_hostLevel.value_or(m_optionLevel); }
-  int threshold() const noexcept { return m_sink ? everyLevel : outputLevel(); }
-  void updateLoggers() noexcept {
->>>>>>> house
     for (const auto& [category, logger] : m_loggers)
       logger->m_threshold.store(threshold(), std::memory_order_relaxed);
   }
 
-<<<<<<< HEAD
   QvbMutex m_mutex;
   std::map<QvbString, std::unique_ptr<QvLogger>> m_loggers QVB_GUARDED_BY(m_mutex);
   std::shared_ptr<QvLogSink> m_sink QVB_GUARDED_BY(m_mutex);
   Output m_output QVB_GUARDED_BY(m_mutex); // null until the options are read
   int m_optionLevel QVB_GUARDED_BY(m_mutex) = defaultLevel;
   std::optional<int> m_hostLevel QVB_GUARDED_BY(m_mutex);
-=======
-  std::mutex m_mutex;
-  std::map<QvbString, std::unique_ptr<QvLogger>> m_loggers;
-  std::shared_ptr<QvLogSink> m_sink;
-  Output m_output; // null until the options are read
-  int m_optionLevel = defaultLevel;
-  std::optional<int> m_hostLevel;
->>>>>>> house
 };
 
 QvLogger::QvLogger(const QvbString& category) : m_category(category), m_threshold(defaultLevel) {}
