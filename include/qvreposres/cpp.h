@@ -512,12 +512,14 @@ inline std::ostream& operator<<(std::ostream& out, RepositoryObjectChangeType ty
   return out << word;
 }
 
+namespace std {
 template<>
-struct std::hash<qvreposres::Resource> {
+struct hash<qvreposres::Resource> {
   std::size_t operator()(const qvreposres::Resource& resource) const noexcept {
     return qvbHashIgnoreCase(resource.identity) * 31 + qvbHashIgnoreCase(resource.type);
   }
 };
+} // namespace std
 
 #ifdef FMT_VERSION
 template<>

@@ -2,6 +2,7 @@
 #include "changelock.h"
 #include "definitions.h"
 #include "interrupt.h"
+#include "usage.h"
 
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbconfig.h"
@@ -219,11 +220,11 @@ void addFieldOptions(CLI::App& command, Fields& fields) {
                        const char* help) {
     return command.add_option(option, field, help)->type_name(value);
   };
-  add("--type", fields.type, "TYPE", "user or system")->check(CLI::IsMember({"user", "system"}));
+  add("--type", fields.type, "TYPE", "user or system")->transform(oneOf({"user", "system"}));
   add("--vault", fields.vault, "DIR", "The folder of the repository's files")->check(xmlText());
   add("--connect", fields.connect, "STRING", "The connection string of its database")->check(xmlText());
   add("--connection", fields.connection, "KIND", "ODBC, GRVS or File")
-      ->check(CLI::IsMember({"ODBC", "GRVS", "File"}));
+      ->transform(oneOf({"ODBC", "GRVS", "File"}));
   add("--prefix", fields.prefix, "PREFIX",
       "The prefix of its tables, with a schema and a dot before it if there is one")
       ->check(xmlText());
