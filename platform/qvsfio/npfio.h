@@ -82,8 +82,16 @@ QVPLATFORM_API int np_fio_writeAll(const QvbString& path, const QvbString& conte
 QVPLATFORM_API int np_dir_create(const QvbString& path, int mode);
 // Makes a new folder of this name, 0700, under TMPDIR or /tmp, writes its absolute path into the buffer and
 // opens it. One that exists is NP_FIO_REFUSED, and so is a name that is not a single path segment. On failure
-// there is no new folder, the buffer is empty and `directory` null.
+// there is no new folder, the buffer is empty and `directory` null. The folder is in use while its handle is open; one
+// whose process ended without removing it is removed, with the files in it, when the same user makes the next one under
+// the same root (on file systems that know locks and user attributes).
 QVPLATFORM_API int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** directory);
+// Opens a folder for np_dir_stat(); `directory` becomes the handle, null on failure. A folder that can be looked at need
+// not be readable.
+QVPLATFORM_API int np_dir_open(const QvbString& path, NpDir** directory);
+// As np_fio_stat(), for many entries of one folder: the way to it is gone once. A path that is not the folder's own path
+// and one name, and every path where `directory` is null, is np_fio_stat()'s.
+QVPLATFORM_API int np_dir_stat(NpDir* directory, const QvbString& path, NpFileStat* stat);
 QVPLATFORM_API void np_dir_close(NpDir* directory);
 // Ends the handle and removes the new folder, which must be empty; it needs no memory. Null does nothing.
 QVPLATFORM_API void np_dir_discard(NpDir* directory);

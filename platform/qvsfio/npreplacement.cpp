@@ -13,9 +13,9 @@ namespace {
 
 // What a link points at may be missing; a chain longer than the system itself follows is an error.
 int followLinks(std::string* path) {
-  constexpr int MaxLinks = 40;
+  constexpr int maxLinks = 40;
   std::filesystem::path target = *path;
-  for (int links = 0; links < MaxLinks; ++links) {
+  for (int links = 0; links < maxLinks; ++links) {
     std::error_code notALink;
     const auto next = std::filesystem::read_symlink(target, notALink);
     if (notALink) {
@@ -30,11 +30,11 @@ int followLinks(std::string* path) {
 // Hidden, unique, and recognisable by the beginning of the target's name. Short enough for every file system
 // that can hold the target's own name.
 std::string temporaryNameFor(const std::string& name) {
-  constexpr std::size_t ShownLength = 32;
+  constexpr std::size_t shownLength = 32;
   const auto isContinuation = [&](std::size_t at) {
     return (static_cast<unsigned char>(name[at]) & 0xC0) == 0x80;
   };
-  std::size_t shown = std::min(name.size(), ShownLength);
+  std::size_t shown = std::min(name.size(), shownLength);
   while (shown > 0 && shown < name.size() && isContinuation(shown))
     --shown;
   return "." + name.substr(0, shown) + "." + qvbGetUUID().asCstr() + ".tmp";
@@ -62,7 +62,7 @@ Replacement::Replacement(std::string path, Kind kind) : m_kind(kind), m_path(std
 
 Replacement::~Replacement() {
   if (m_state == State::Written || m_state == State::Exchanged)
-    ::unlinkat(m_folder.get(), m_temporaryName.c_str(), 0);
+    removeFile(m_temporaryName);
 }
 
 int Replacement::prepare() {
@@ -84,7 +84,8 @@ int Replacement::prepare() {
 
 int Replacement::inspectOldFile(mode_t* permissions, bool* exists) const {
   struct stat old;
-  if (::fstatat(m_folder.get(), m_name.c_str(), &old, AT_SYMLINK_NOFOLLOW) != 0)
+  if (uninterrupted([&] { return ::fstatat(m_folder.get(), m_name.c_str(), &old, AT_SYMLINK_NOFOLLOW); }) !=
+      0)
     return errno == ENOENT ? NP_FIO_OK : lastCode();
   if (!S_ISREG(old.st_mode))
     return np_fio_code(S_ISDIR(old.st_mode) ? EISDIR : ENOTSUP);
@@ -103,7 +104,8 @@ int Replacement::createTemporary(mode_t permissions, bool exact) {
   if (!m_file)
     return lastCode();
   m_state = State::Written;
-  return exact && ::fchmod(m_file.get(), permissions) != 0 ? lastCode() : NP_FIO_OK;
+  return exact && uninterrupted([&] { return ::fchmod(m_file.get(), permissions); }) != 0 ? lastCode()
+                                                                                          : NP_FIO_OK;
 }
 
 std::int64_t Replacement::write(const void* bytes, std::size_t size) {
@@ -173,7 +175,11 @@ void Replacement::putBack() {
   if (m_state == State::Exchanged)
     m_state = rename(RENAME_EXCHANGE) == 0 ? State::Written : State::SetAside;
   else if (m_state == State::Created)
-    ::unlinkat(m_folder.get(), m_name.c_str(), 0);
+    removeFile(m_name);
+}
+
+void Replacement::removeFile(const std::string& name) const {
+  uninterrupted([&] { return ::unlinkat(m_folder.get(), name.c_str(), 0); });
 }
 
 } // namespace npfio

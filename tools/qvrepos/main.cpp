@@ -42,7 +42,7 @@ struct LibrarySession {
 int endParsing(const CLI::App& app, const CLI::ParseError& error, Host& host) {
   std::ostringstream result;
   if (app.exit(error, result, std::cerr) != static_cast<int>(CLI::ExitCodes::Success))
-    return ExitUsage;
+    return exitUsage;
   host.print(result.str());
   return host.finish();
 }
@@ -95,6 +95,6 @@ int main(int argc, char** argv) {
     return run(argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "qvrepos: %s\n", error.what());
-    return ExitFailed;
+    return exitFailed;
   }
 }

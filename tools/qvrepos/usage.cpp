@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <charconv>
 #include <optional>
-#include <set>
 
 namespace {
 
@@ -138,9 +137,14 @@ bool areCommands(const CLI::App& app, std::span<const std::string> words) {
   return named != commands.end() && areCommands(**named, words.subspan(1));
 }
 
-bool listsFiles(const std::string& word) {
-  static const std::set<std::string> commands{"lineage", "cache", "graph", "upstream", "downstream", "audit"};
-  return commands.contains(word);
+// Whether the command, or one below it, takes a list as its operands.
+bool takesList(const CLI::App& command) {
+  return std::ranges::any_of(command.get_options(),
+                             [](const auto* option) {
+                               return option->get_positional() && option->get_items_expected_max() > 1;
+                             }) ||
+         std::ranges::any_of(command.get_subcommands([](const CLI::App*) { return true; }),
+                             [](const auto* child) { return takesList(*child); });
 }
 
 } // namespace
@@ -229,7 +233,10 @@ std::vector<std::string> reversedWords(const CLI::App& app, int argc, char** arg
     if (areCommands(app, words))
       words.emplace_back("--help");
   }
-  const bool mayList = std::ranges::any_of(words, listsFiles);
+  const auto commands = app.get_subcommands([](const CLI::App* command) { return takesList(*command); });
+  const bool mayList = std::ranges::any_of(words, [&](const std::string& word) {
+    return std::ranges::find(commands, word, &CLI::App::get_name) != commands.end();
+  });
   for (std::size_t i = 1; mayList && i < words.size(); ++i)
     if (words[i].starts_with('[') && words[i].ends_with(']') && !takesValue(app, words[i - 1]))
       words[i].insert(0, "./");

@@ -19,6 +19,9 @@ namespace npfio {
 // native already is shared, so that files can be removed when memory is short.
 int nativePath(const QvbString& path, QvbString* native);
 
+// np_fio_stat() of a name in an open folder, or of a native path with AT_FDCWD. `subject` is the whole path.
+int statAt(int folder, const char* name, const char* subject, NpFileStat* stat);
+
 // np_fio_readAll() and np_fio_writeAll() for those who have their bytes elsewhere than in a QvbString.
 int readAll(const QvbString& path, std::int64_t limit, std::string* bytes);
 int writeAll(const QvbString& path, std::string_view bytes);
@@ -44,6 +47,16 @@ auto attempt(QvbFaultPoint point, const char* subject, Call call) -> decltype(ca
     const auto result = fault ? -1 : call();
     if (fault)
       errno = fault;
+    if (result != -1 || errno != EINTR)
+      return result;
+  }
+}
+
+// The same without the hook, for calls that only look or clean up.
+template<class Call>
+auto uninterrupted(Call call) -> decltype(call()) {
+  for (;;) {
+    const auto result = call();
     if (result != -1 || errno != EINTR)
       return result;
   }

@@ -45,6 +45,7 @@ private:
   int exchange();
   int flushFolder() const;
   void putBack();
+  void removeFile(const std::string& name) const;
   int rename(unsigned flags) const;
 
   enum class State {

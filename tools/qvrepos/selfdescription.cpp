@@ -197,7 +197,7 @@ std::string manualPage(const Command& root) {
   page += fmt::format(
       ".SH \"EXIT STATUS\"\n.TP\n{}\nSuccess.\n.TP\n{}\nThe operation failed, for some input at least; "
       "standard error says why.\n.TP\n{}\nWrong usage.\n",
-      ExitSuccess, ExitFailed, ExitUsage);
+      exitSuccess, exitFailed, exitUsage);
   page +=
       ".SH ENVIRONMENT\n.TP\n.B QV_CONFIG\nThe INI file of options, where \\fB\\-\\-config\\fR names none.\n"
       ".TP\n.B XDG_CONFIG_HOME\nThe folder of qvrepos.ini, which is read where neither names one; ~/.config "
