@@ -2,6 +2,9 @@
 # replaced by another one of its name, so that calls within a library need not go through its table of symbols.
 add_library(qv_compile INTERFACE)
 target_compile_options(qv_compile INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -fno-semantic-interposition)
+# What is under which lock: see platform/qvxbase/qvbthreads.h. Tests call what relies on its caller's lock without one.
+add_library(qv_check_locks INTERFACE)
+target_compile_options(qv_check_locks INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 if(QVREPOSRES_WERROR)
   target_compile_options(qv_compile INTERFACE -Werror)
 endif()

@@ -1,9 +1,14 @@
-// Walks over the children of an XML element.
+// What is asked of an XML document and of the children of its elements.
 #pragma once
 
 #include "qvxdom/qvdom.h"
 
 #include <string_view>
+
+// Whether the document was not loaded because memory was short, which tells nothing of what it holds.
+inline bool lackedMemory(const QvDom& document) {
+  return document.getErrorMessage().view() == "out of memory";
+}
 
 // Whether the element has this name, without regard to case.
 inline bool isNamed(const QvDomNode& element, std::string_view name) {

@@ -4,6 +4,7 @@
 
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvbthreads.h"
 #include "qvxbb/qvlock.h"
 
 #include <memory>
@@ -27,27 +28,34 @@ struct FolderCloser {
 // A folder that stays when its handle goes.
 using HeldFolder = std::unique_ptr<NpDir, FolderCloser>;
 
-struct LockDestroyer {
-  void operator()(QvLock* lock) const { qvLockDestroy(lock); }
-};
-// Owns a platform lock; null when none could be made.
-using OwnedLock = std::unique_ptr<QvLock, LockDestroyer>;
-
-// Holds a platform lock, which may be null, for its own life. The lock excludes every other thread in both modes, and
-// what runs under either may write: refresh() of the definition manager, which every lookup begins with, rebuilds what
-// the manager knows under the reader's. The mode is what the operation is for its caller.
-class LockGuard {
+// A platform lock. Where none could be made it is taken and released all the same, and excludes nobody.
+class QVB_LOCK Lock {
 public:
-  static constexpr int ReaderMode = 0;
-  static constexpr int WriterMode = 1;
+  Lock() : m_lock(qvLockCreate(0, 1)) {}
+  ~Lock() { qvLockDestroy(m_lock); }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
 
-  LockGuard(QvLock* lock, int mode) : m_lock(lock) { qvLockGet(m_lock, mode, 1); }
-  ~LockGuard() { qvLockRelease(m_lock); }
+  explicit operator bool() const { return m_lock != nullptr; }
+  // The platform grants the reader's request (0) and the writer's (1) alike, to one thread at a time: what only reads
+  // for its caller may write here, as the lookups of the definition manager do, which begin with refresh().
+  void take() QVB_ACQUIRES() { qvLockGet(m_lock, 1, 1); }
+  void release() QVB_RELEASES() { qvLockRelease(m_lock); }
+
+private:
+  QvLock* m_lock;
+};
+
+// Holds a lock for its own life. The thread that holds it may take it again.
+class QVB_LOCK_GUARD LockGuard {
+public:
+  explicit LockGuard(Lock& lock) QVB_ACQUIRES(lock) : m_lock(lock) { m_lock.take(); }
+  ~LockGuard() QVB_RELEASES() { m_lock.release(); }
   LockGuard(const LockGuard&) = delete;
   LockGuard& operator=(const LockGuard&) = delete;
 
 private:
-  QvLock* m_lock;
+  Lock& m_lock;
 };
 
 // Takes a step when its scope ends, however that comes about.

@@ -2,11 +2,12 @@
 
 #include "allocation.h"
 #include "guards.h"
+#include "identity.h"
 #include "qvreposres/qvresourceuri.h"
 #include "qvresource.h"
-#include "qvresourcemgrimpl.h"
 #include "qvsfio/npfio.h"
 #include "qvxlog/qvxlog.h"
+#include "repositoryfolders.h"
 
 #include <algorithm>
 #include <string_view>
@@ -16,23 +17,11 @@ namespace {
 
 constexpr const char* logSource = "src/lineagefactory";
 constexpr std::string_view syscatSeparator = " - ";
-constexpr std::size_t mostTablesRemembered = 8192;
-
-// Every part is a text, empty where there is none.
-struct DataSource {
-  QvbString name{""};
-  QvbString type{""};
-  QvbString catalog{""};
-  QvbString schema{""};
-  QvbString table{""};
-};
-
-QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
 
 bool isIdentityDocument(const QvbString& identity) { return identity.find("<morvaxeldocument") >= 0; }
 
-// The text of a data source's or table's data URI; empty when there is no such URI.
-QvbString dataURIOf(const DataSource& source, const QvbString& shortName) {
+// Writes the data URI of a data source or table, and the path of the data; false when there is no such URI.
+bool locateData(const DataSource& source, const QvbString& shortName, LineageLocation* location) {
   const char* scheme = "qvd";
   QvbString server("");
   QvbString name = shortName;
@@ -40,36 +29,31 @@ QvbString dataURIOf(const DataSource& source, const QvbString& shortName) {
     scheme = "qvf";
   const Released<QvURI> uri(getDataURIFromComponents(scheme, server, name, source.type, source.catalog,
                                                      source.schema, source.table, ""));
-  return uri ? uri->asString() : QvbString("");
-}
-
-QvbString shortNameOf(const QvbString& dsn) {
-  QvbString name;
-  return QvResourceManagerImpl().getNameFromDSN(dsn, &name) ? name : dsn;
+  if (!uri)
+    return false;
+  location->uri = uri->asString();
+  location->dataPath = dataPathOf(name, source.schema, source.table);
+  return true;
 }
 
 DataSource dataSourceOf(QvDataURI& uri) {
-  return {orEmpty(uri.getDataSource()), orEmpty(uri.getDataSourceType()), orEmpty(uri.getCatalog()),
-          orEmpty(uri.getSchema()), orEmpty(uri.getTable())};
+  return {qvbOrEmpty(uri.getDataSource()), qvbOrEmpty(uri.getDataSourceType()), qvbOrEmpty(uri.getCatalog()),
+          qvbOrEmpty(uri.getSchema()), qvbOrEmpty(uri.getTable())};
 }
 
-bool writeIfAny(const QvbString& text, QvbString* output) {
-  if (text.isEmpty())
-    return false;
-  *output = text;
-  return true;
+void writeIfAny(const QvbString& text, QvbString* output) {
+  if (!text.isEmpty())
+    *output = text;
 }
 
 // Writes the identity of the table, or of the data source when no table is named; the type of what it identifies, or
 // null when there is no identity.
 const char* identify(const DataSource& source, QvbString* identity) {
-  QvResourceManagerImpl manager;
-  if (!source.table.isEmpty())
-    return manager.generateTableDataSourceResourceId(source.name, source.type, source.catalog, source.schema,
-                                                     source.table, identity)
-               ? "Table"
-               : nullptr;
-  return manager.generateDataSourceResourceId(source.name, source.type, identity) ? "Database" : nullptr;
+  DataSource named = source;
+  named.name = shortDsn(source.name);
+  if (!named.table.isEmpty())
+    return makeTableIdentity(named, identity) ? "Table" : nullptr;
+  return makeDataSourceIdentity(named, identity) ? "Database" : nullptr;
 }
 
 bool isThere(const QvbString& path) {
@@ -77,9 +61,9 @@ bool isThere(const QvbString& path) {
 }
 
 // Writes the URI reference of the path, or the path itself where there is none, and tells whether there is a file.
-bool locatePath(const QvbString& path, QvbString* uri) {
+bool locatePath(const QvbString& path, RepositoryFolders* folders, QvbString* uri) {
   QvbString reference;
-  *uri = generateURIReferenceFromFilename(path, &reference) ? reference : orEmpty(path);
+  *uri = generateURIReference(path, folders, &reference) ? reference : qvbOrEmpty(path);
   return isThere(path);
 }
 
@@ -104,7 +88,7 @@ Released<QvResourceImpl> dataResource(QvDataURI& uri) {
     return nullptr;
   QvbString name = source.table;
   if (name.isEmpty())
-    QvResourceManagerImpl().getNameFromDSN(source.name, &name);
+    readDsnName(source.name, &name);
   const QvbString location = uri.asString();
   auto resource = newResource(name, type, identity);
   if (resource)
@@ -125,6 +109,15 @@ Released<QvResourceImpl> resourceOf(const QvbString& text) {
 }
 
 } // namespace
+
+QvbString dataPathOf(const QvbString& dataSource, const QvbString& schema, const QvbString& table) {
+  QvbString path = dataSource;
+  if (!path.isEmpty())
+    for (const QvbString* part : {&schema, &table})
+      if (!part->isEmpty())
+        path.append(".").append(*part);
+  return path;
+}
 
 bool isSyscatDsn(const QvbString& name, QvbString* prefix, QvbString* rest) {
   const auto separator = name.find(syscatSeparator);
@@ -202,7 +195,7 @@ void LineageResourceResolver::resolveMasterDataProject(const QvbString& type, co
     return;
   QvbString filename;
   QvbString project("");
-  if (!QvResourceManagerImpl().getFilenameFromResourceId(id, &filename, &project))
+  if (!readFileIdentity(id, &filename, &project))
     return;
   *reference = project;
   *name = project;
@@ -221,18 +214,33 @@ bool LineageResourceResolver::resolveResource(const QvbString& type, const QvbSt
 bool LineageResourceResolver::getResourceLocation(const QvbString& name, const QvbString& identity,
                                                   const QvbString& type, QvbString* outputName,
                                                   QvbString* outputURI) {
-  return resultOr(false, [&] { return findLocation(name, identity, type, outputName, outputURI); });
+  return resultOr(false, [&] {
+    LineageLocation location{*outputName, *outputURI, {}};
+    const bool found = findLocation(name, identity, type, nullptr, &location);
+    *outputName = location.name;
+    *outputURI = location.uri;
+    return found;
+  });
 }
 
 bool LineageResourceResolver::findLocation(const QvbString& name, const QvbString& identity,
-                                           const QvbString& type, QvbString* outputName,
-                                           QvbString* outputURI) {
-  writeIfAny(name, outputName);
-  if ((this->*locatorOf(type))({identity, type, outputName, outputURI}))
+                                           const QvbString& type, RepositoryFolders* folders,
+                                           LineageLocation* location) {
+  writeIfAny(name, &location->name);
+  if ((this->*locatorOf(type))({identity, type, folders, location}))
     return true;
   m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
                      "Unable to getResourceLocation() with Id=%s, and Type=%s.", identity, type);
   return false;
+}
+
+bool LineageResourceResolver::isSilent(const QvbString& type) const {
+  if (m_logger->isEnabled(QvLoggingLevel::Lifecycle))
+    return false;
+  const Locator silent[] = {&LineageResourceResolver::locateTable, &LineageResourceResolver::locateDatabase,
+                            &LineageResourceResolver::locateFile, &LineageResourceResolver::locateJobFile,
+                            &LineageResourceResolver::locateUnknownType};
+  return std::find(std::begin(silent), std::end(silent), locatorOf(type)) != std::end(silent);
 }
 
 LineageResourceResolver::Locator LineageResourceResolver::locatorOf(const QvbString& type) {
@@ -268,54 +276,36 @@ LineageResourceResolver::Locator LineageResourceResolver::locatorOf(const QvbStr
   return found == std::end(locators) ? &Self::locateUnknownType : found->locator;
 }
 
-// Null for an identity that is not a table's. Good until the next call.
-const LineageResourceResolver::TableLocation*
-LineageResourceResolver::tableLocation(const QvbString& identity) const {
-  if (const auto known = m_tables.find(identity); known != m_tables.end())
-    return &known->second;
-  DataSource source;
-  if (!QvResourceManagerImpl().getTableObjectFromResourceId(identity, &source.name, &source.type,
-                                                            &source.catalog, &source.schema, &source.table))
-    return nullptr;
-  if (m_tables.size() == mostTablesRemembered)
-    m_tables.clear();
-  const QvbString uri = dataURIOf(source, shortNameOf(source.name));
-  return &m_tables.emplace(identity, TableLocation{source.table, uri}).first->second;
-}
-
 bool LineageResourceResolver::locateTable(const Lookup& lookup) const {
-  const TableLocation* location = tableLocation(lookup.identity);
-  if (!location)
+  DataSource source;
+  if (!readTableIdentity(lookup.identity, &source))
     return false;
-  *lookup.name = location->table;
-  return writeIfAny(location->uri, lookup.uri);
+  lookup.location->name = source.table;
+  return locateData(source, shortDsn(source.name), lookup.location);
 }
 
 bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
   DataSource source;
-  if (!QvResourceManagerImpl().getDataSourceObjectFromResourceId(lookup.identity, &source.name, &source.type))
+  if (!readDataSourceIdentity(lookup.identity, &source))
     return false;
-  const QvbString shortName = shortNameOf(source.name);
-  *lookup.name = shortName;
-  return writeIfAny(dataURIOf(source, shortName), lookup.uri);
+  const QvbString shortName = shortDsn(source.name);
+  lookup.location->name = shortName;
+  return locateData(source, shortName, lookup.location);
 }
 
 // A reference to another place is passed on, and never counts as reachable.
 bool LineageResourceResolver::locateJobFile(const Lookup& lookup) const {
   if (lookup.identity.find("://") >= 1) {
-    *lookup.uri = lookup.identity;
+    lookup.location->uri = lookup.identity;
     return false;
   }
   QvbString path;
-  return locatePath(fixFilesystemStringSlashes(lookup.identity, &path) ? path : lookup.identity, lookup.uri);
+  return locatePath(fixFilesystemStringSlashes(lookup.identity, &path) ? path : lookup.identity,
+                    lookup.folders, &lookup.location->uri);
 }
 
 bool LineageResourceResolver::locateUnifiedObject(const Lookup& lookup) const {
-  QvbString repository;
-  QvbString type;
-  QvbString id;
-  QvbString uuid;
-  if (QvResourceManagerImpl().getUnifiedObjectFromResourceId(lookup.identity, &repository, &type, &id, &uuid))
+  if (isUnifiedIdentity(lookup.identity))
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Unable to obtain resource location for %s", lookup.identity);
   return locateByURI(lookup);
@@ -323,19 +313,19 @@ bool LineageResourceResolver::locateUnifiedObject(const Lookup& lookup) const {
 
 bool LineageResourceResolver::locateFile(const Lookup& lookup) const {
   if (!isIdentityDocument(lookup.identity))
-    return locatePath(lookup.identity, lookup.uri);
+    return locatePath(lookup.identity, lookup.folders, &lookup.location->uri);
   QvbString filename("");
   QvbString name("");
-  if (!QvResourceManagerImpl().getFilenameFromResourceId(lookup.identity, &filename, &name))
+  if (!readFileIdentity(lookup.identity, &filename, &name))
     return false;
-  *lookup.name = name;
-  return locatePath(filename, lookup.uri);
+  lookup.location->name = name;
+  return locatePath(filename, lookup.folders, &lookup.location->uri);
 }
 
 bool LineageResourceResolver::locateUnknownType(const Lookup& lookup) const {
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                      "Assume file resource type with Id=%s, and Type=%s.", lookup.identity, lookup.type);
-  return locatePath(lookup.identity, lookup.uri);
+  return locatePath(lookup.identity, lookup.folders, &lookup.location->uri);
 }
 
 bool LineageResourceResolver::locateMasterDataProject(const Lookup& lookup) const {
@@ -346,23 +336,23 @@ bool LineageResourceResolver::locateMasterDataProject(const Lookup& lookup) cons
     return false;
   QvbString filename;
   QvbString project("");
-  if (!QvResourceManagerImpl().getFilenameFromResourceId(lookup.identity, &filename, &project)) {
+  if (!readFileIdentity(lookup.identity, &filename, &project)) {
     m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
                        "Error setting MDMProject getResourceLocation() with values=%s", project);
     return false;
   }
-  *lookup.uri = project;
+  lookup.location->uri = project;
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Setting MDMProject getResourceLocation() with OutputURI=%s", *lookup.uri);
+                     "Setting MDMProject getResourceLocation() with OutputURI=%s", lookup.location->uri);
   return true;
 }
 
 // The identity itself is the place when it is a URI; an object of a repository has none.
 bool LineageResourceResolver::locateByURI(const Lookup& lookup) const {
-  const Released<QvURI> uri(lookup.uri->isEmpty() ? getURIFromURIString(lookup.identity) : nullptr);
+  const Released<QvURI> uri(lookup.location->uri.isEmpty() ? getURIFromURIString(lookup.identity) : nullptr);
   if (!uri)
     return false;
-  *lookup.uri = lookup.identity;
+  lookup.location->uri = lookup.identity;
   if (!uri->getReposURI())
     return true;
   m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,

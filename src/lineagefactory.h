@@ -3,11 +3,15 @@
 
 #include "qvreposres/qvresourcefactory.h"
 
-#include <functional>
-#include <string_view>
-#include <unordered_map>
-
 class QvLogger;
+class RepositoryFolders;
+
+// What is known of the place of a resource.
+struct LineageLocation {
+  QvbString name;
+  QvbString uri;
+  QvbString dataPath; // of what has a data URI
+};
 
 class QVREPOSRES_API LineageImpactFactoryImpl : public QvResourceFactory {
 public:
@@ -49,30 +53,21 @@ public:
   bool fileExists(const QvbString& path) const;
 
   // getResourceLocation(), but for memory that cannot be had, which is std::bad_alloc and not a location that is unknown.
+  // `folders` are those that the lookups of one export share; null where there is no more than this one.
   QVREPOSRES_HIDDEN bool findLocation(const QvbString& name, const QvbString& identity, const QvbString& type,
-                                      QvbString* outputName, QvbString* outputURI);
+                                      RepositoryFolders* folders, LineageLocation* location);
+  // Whether a lookup for a resource of this type writes nothing to the log, so that nobody sees whether it is made.
+  QVREPOSRES_HIDDEN bool isSilent(const QvbString& type) const;
 
 private:
-  // What is looked for, and the outputs of getResourceLocation.
   struct Lookup {
     const QvbString& identity;
     const QvbString& type;
-    QvbString* name;
-    QvbString* uri;
+    RepositoryFolders* folders;
+    LineageLocation* location;
   };
   using Locator = bool (LineageResourceResolver::*)(const Lookup& lookup) const;
 
-  struct TableLocation {
-    QvbString table;
-    QvbString uri; // empty where the data source has no name
-  };
-  struct TextHash {
-    std::size_t operator()(const QvbString& text) const noexcept {
-      return std::hash<std::string_view>()(text.view());
-    }
-  };
-
-  QVREPOSRES_HIDDEN const TableLocation* tableLocation(const QvbString& identity) const;
   QVREPOSRES_HIDDEN bool resolve(const QvbString& type, const QvbString& id, QvbString* name,
                                  QvbString* reference);
   QVREPOSRES_HIDDEN void resolveMasterDataProject(const QvbString& type, const QvbString& id, QvbString* name,
@@ -89,9 +84,6 @@ private:
 
   QvLogger* m_logger;
   QvbString m_errorMessage{""};
-  // By identity, which says it all: a table is asked for by every resource that uses it, and reading its identity is half
-  // the work of an export.
-  mutable std::unordered_map<QvbString, TableLocation, TextHash> m_tables;
 };
 
 // Splits the name of a system catalog's data source, "prefix - rest", at its first " - ". False, with the outputs
@@ -99,3 +91,5 @@ private:
 bool isSyscatDsn(const QvbString& name, QvbString* prefix, QvbString* rest);
 // The name that it splits: "server - data source". Without a server it is the data source's own.
 QvbString syscatDsn(const QvbString& server, const QvbString& dataSource);
+// Data source, schema and table as far as they are named; empty without a data source.
+QvbString dataPathOf(const QvbString& dataSource, const QvbString& schema, const QvbString& table);

@@ -4,10 +4,10 @@
 #include "lineagefactory.h"
 #include "qvresource.h"
 #include "qvxlog/qvxlog.h"
+#include "textorder.h"
 
-#include <algorithm>
 #include <new>
-#include <vector>
+#include <typeinfo>
 
 namespace {
 
@@ -27,13 +27,12 @@ void appendUnlessListed(QvResourceList& list, QvResource& resource) {
   list.setLastRowElement(0, row);
 }
 
-void appendAllUnlessListed(QvResourceList& list, QvResourceList& resources) {
-  while (resources.next())
-    if (QvResource* resource = resources.getValue())
-      appendUnlessListed(list, *resource);
+// As a row that is set does: whoever owns the list relies on that.
+void passProperties(QvResource& resource) {
+  QvResourcePropertyList* properties = resource.getProperties();
+  while (properties && properties->next()) {
+  }
 }
-
-Released<QvResourceList> newList() { return Released<QvResourceList>(new QvResourceListImpl); }
 
 } // namespace
 
@@ -53,6 +52,8 @@ bool MapLineageResourceCompare::operator()(const LineageNode& a, const LineageNo
 LineageNode LineageSerializationImpl::nodeOf(QvResource* resource) {
   return {resource->getResourceType(), resource->getResourceIdentity()};
 }
+
+bool LineageSerializationImpl::isPlain() const { return typeid(*this) == typeid(LineageSerializationImpl); }
 
 LineageSerializationImpl::LineageSerializationImpl()
     : m_logger(qvlogGetLogger("QV.Repos.QvResposRes.LineageSerialization")),
@@ -108,13 +109,36 @@ void LineageSerializationImpl::record(QvResource& resource, QvResourceList& depe
   LineageNode node = nodeOf(&resource);
   const auto known = m_dependencies.find(node);
   if (known != m_dependencies.end())
-    return appendAllUnlessListed(*known->second.dependents, dependents);
-  Dependencies added{Released<QvResource>(createResource(resource.getName(), node.type, node.identity)),
-                     Released<QvResourceList>(createResourceList())};
-  if (!added.key || !added.dependents)
+    return appendAll(known->second.dependents, dependents);
+  Dependencies added;
+  added.key.reset(createResource(resource.getName(), node.type, node.identity));
+  if (!added.key)
     return;
-  appendAllUnlessListed(*added.dependents, dependents);
+  if (isPlain()) {
+    added.record = m_records.hold(static_cast<QvResourceImpl&>(*added.key));
+    added.key.reset();
+  }
+  appendAll(added.dependents, dependents);
   m_dependencies.emplace(std::move(node), std::move(added));
+}
+
+void LineageSerializationImpl::append(LineageDependents& dependents, QvResource& resource) {
+  if (auto* own = dynamic_cast<QvResourceImpl*>(&resource)) {
+    if (dependents.contains(own->identity()))
+      return;
+    passProperties(*own);
+    return dependents.append(m_records.hold(*own));
+  }
+  QvResourceImpl copy;
+  copy.copyFrom(resource);
+  if (!dependents.contains(copy.identity()))
+    dependents.append(m_records.hold(copy));
+}
+
+void LineageSerializationImpl::appendAll(LineageDependents& dependents, QvResourceList& resources) {
+  while (resources.next())
+    if (QvResource* resource = resources.getValue())
+      append(dependents, *resource);
 }
 
 // What is recorded is unique already.
@@ -122,8 +146,11 @@ QvResourceList* LineageSerializationImpl::getDependentResources(QvResource* reso
   return madeOrNull([&]() -> QvResourceList* {
     Released<QvResourceListImpl> result(new QvResourceListImpl);
     const auto entry = resource ? m_dependencies.find(nodeOf(resource)) : m_dependencies.end();
-    const bool isWhole = entry == m_dependencies.end() || result->copyList(entry->second.dependents.get());
-    return isWhole ? result.release() : nullptr;
+    if (entry != m_dependencies.end())
+      for (const auto& record : entry->second.dependents.records())
+        if (!result->append(record->resource))
+          return nullptr;
+    return result.release();
   });
 }
 
@@ -142,17 +169,27 @@ QvResourceList* LineageSerializationImpl::getAllUniqueUsedResources() {
   return madeOrNull([this] { return allKeys().release(); });
 }
 
-Released<QvResourceList> LineageSerializationImpl::allKeys() const {
-  auto result = newList();
+std::vector<const LineageSerializationImpl::DependencyMap::value_type*>
+LineageSerializationImpl::sortedEntries() const {
   std::vector<const DependencyMap::value_type*> entries;
   entries.reserve(m_dependencies.size());
   for (const auto& entry : m_dependencies)
     entries.push_back(&entry);
-  const MapLineageResourceCompare isBefore;
-  std::sort(entries.begin(), entries.end(),
-            [&](const auto* a, const auto* b) { return isBefore(a->first, b->first); });
-  for (const auto* entry : entries)
-    appendUnlessListed(*result, *entry->second.key);
+  using Entry = const DependencyMap::value_type*;
+  using Order = TextOrder<Entry>;
+  const auto typeOf = [](Entry entry) { return entry->first.type.view(); };
+  const auto identityOf = [](Entry entry) { return entry->first.identity.view(); };
+  Order::sort(entries, typeOf,
+              [&](std::span<Entry> ofType) { Order::sort(ofType, identityOf, [](std::span<Entry>) {}); });
+  return entries;
+}
+
+Released<QvResourceList> LineageSerializationImpl::allKeys() const {
+  Released<QvResourceList> result(new QvResourceListImpl);
+  for (const auto* entry : sortedEntries()) {
+    const auto& [key, record, dependents] = entry->second;
+    appendUnlessListed(*result, record ? record->resource : *key);
+  }
   return result;
 }
 

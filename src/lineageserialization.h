@@ -2,14 +2,17 @@
 #pragma once
 
 #include "guards.h"
+#include "lineagerecords.h"
 #include "qvreposres/qvlineage.h"
 
 #include <unordered_map>
+#include <vector>
 
 class LineageImpactFactoryImpl;
 class LineageResourceResolver;
 class QvLogger;
 class RepositoryMetadataObject;
+class RepositoryFolders;
 class RepositorySerializationContext;
 
 // A node of the graph: a resource by its type and identity, whatever their case.
@@ -116,35 +119,49 @@ public:
 
 private:
   struct Dependencies {
-    Released<QvResource> key;
-    Released<QvResourceList> dependents;
+    Released<QvResource> key; // of a class that makes its own
+    LineageRecordHold record; // of every other key
+    LineageDependents dependents;
   };
   using DependencyMap = std::unordered_map<LineageNode, Dependencies, LineageNodeHash>;
-  // The document of an export while it is built.
-  struct Document;
+  struct Export;
 
+  // Whether nothing of a derived class may have a part in what the store keeps and exports.
+  QVREPOSRES_HIDDEN bool isPlain() const;
   QVREPOSRES_HIDDEN void record(QvResource& resource, QvResourceList& dependents);
+  QVREPOSRES_HIDDEN void append(LineageDependents& dependents, QvResource& resource);
+  QVREPOSRES_HIDDEN void appendAll(LineageDependents& dependents, QvResourceList& resources);
+  // In the order of MapLineageResourceCompare.
+  QVREPOSRES_HIDDEN std::vector<const DependencyMap::value_type*> sortedEntries() const;
   QVREPOSRES_HIDDEN Released<QvResourceList> allKeys() const;
+
   QVREPOSRES_HIDDEN void progress(const char* stage);
   QVREPOSRES_HIDDEN bool fail(const QvbString& reason, QvbString* message);
-  QVREPOSRES_HIDDEN bool startDocument(Document& document, QvbString* message);
-  QVREPOSRES_HIDDEN bool exportAll(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message,
-                                   bool layout);
+  QVREPOSRES_HIDDEN bool start(Export& document, QvbString* message);
+  QVREPOSRES_HIDDEN bool finish(Export& document, QvbString* xml);
+  QVREPOSRES_HIDDEN bool exportStore(LineageSerializationImpl& store, QvbString* xml, QvbString* message,
+                                     bool layout);
+  QVREPOSRES_HIDDEN bool exportAnalysis(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message,
+                                        bool layout);
   QVREPOSRES_HIDDEN bool exportOne(QvResource* resource, QvResourceList* dependents, QvbString* xml,
                                    QvbString* message, bool layout);
-  QVREPOSRES_HIDDEN RepositoryMetadataObject& addModel(Document& document, QvResource* resource);
-  QVREPOSRES_HIDDEN void addDependents(Document& document, RepositoryMetadataObject& model,
-                                       QvResourceList& dependents);
-  QVREPOSRES_HIDDEN bool writeDocument(Document& document, QvbString* xml, QvbString* message, bool layout);
-  QVREPOSRES_HIDDEN bool nameByLocation(RepositorySerializationContext* context,
-                                        RepositoryMetadataObject* element, QvResource* resource,
-                                        const QvbString& identity, const QvbString& type);
+  QVREPOSRES_HIDDEN void addDependents(Export& document, QvResourceList& dependents);
+  QVREPOSRES_HIDDEN const LineageText& textOf(const LineageRecord& record, Export& document);
+  QVREPOSRES_HIDDEN LineageText textOf(QvResource& resource, RepositoryFolders* folders);
+  // Whether nobody sees that a resource of this type is described.
+  QVREPOSRES_HIDDEN bool isSilent(const QvbString& type) const;
+  template<class Filler>
+  QVREPOSRES_HIDDEN void describe(QvResource& resource, RepositoryFolders* folders, Filler& filler);
+  template<class Filler>
+  QVREPOSRES_HIDDEN bool nameByLocation(QvResource& resource, const QvbString& identity,
+                                        const QvbString& type, RepositoryFolders* folders, Filler& filler);
 
   QvLogger* m_logger;
   // What the export asks, also where a host registered another one with the factory.
   LineageResourceResolver* m_resolver = nullptr;
   LineageProgressSink* m_progressSink = nullptr;
   Released<LineageImpactFactoryImpl> m_factory;
+  LineageRecords m_records; // which outlives those that hold them
   // Looked up by hash; the order of MapLineageResourceCompare is made when it is asked for.
   DependencyMap m_dependencies;
 };

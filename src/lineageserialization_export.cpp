@@ -3,13 +3,16 @@
 
 #include "allocation.h"
 #include "lineagefactory.h"
+#include "lineagexml.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvreposres/qvreposserialize.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvuri.h"
 #include "qvxlog/qvxlog.h"
+#include "repositoryfolders.h"
 
 #include <new>
+#include <unordered_set>
 
 namespace {
 
@@ -20,16 +23,6 @@ bool isServerJob(const QvbString& type) {
          qvbEqualsIgnoreCase(type.view(), "ProfileJob");
 }
 
-// Data source, schema and table as far as they are named; empty without a data source.
-QvbString dataPathOf(QvDataURI& uri) {
-  QvbString path = uri.getDataSource();
-  if (!path.isEmpty())
-    for (const QvbString& part : {uri.getSchema(), uri.getTable()})
-      if (!part.isEmpty())
-        path.append(".").append(part);
-  return path;
-}
-
 // Null where a context or an object that is not the library's own refuses.
 RepositoryMetadataObject* addElement(RepositorySerializationContext& context,
                                      RepositoryMetadataObject& parent, const QvbString& name) {
@@ -37,14 +30,55 @@ RepositoryMetadataObject* addElement(RepositorySerializationContext& context,
   return parent.addContainedObject(element.get()) ? element.release() : nullptr;
 }
 
-// In a context of the library's own, which refuses only what there is no memory for.
-RepositoryMetadataObject& addOwnElement(RepositorySerializationContext& context,
-                                        RepositoryMetadataObject& parent, const QvbString& name) {
-  RepositoryMetadataObject* element = addElement(context, parent, name);
-  if (!element)
-    throw std::bad_alloc();
-  return *element;
+// Adds the data path to the object of a table.
+void addDataPath(RepositorySerializationContext& context, RepositoryMetadataObject& element,
+                 const QvbString& path) {
+  using Names = LineageSerializationImpl;
+  RepositoryMetadataObject* attributes = addElement(context, element, Names::REL_RESOURCE_ATTRIBUTES);
+  if (RepositoryMetadataObject* attribute =
+          attributes ? addElement(context, *attributes, Names::REL_RESOURCE_ATTRIBUTE) : nullptr) {
+    attribute->addAttribute(Names::REL_RES_ATTR_NAME, Names::REL_RES_ATTR_VALUE_DATAPATH);
+    attribute->setValue(path);
+  }
 }
+
+// Takes what there is to say of a resource as it is found out.
+class ObjectFiller {
+public:
+  ObjectFiller(RepositorySerializationContext& context, RepositoryMetadataObject& element)
+      : m_context(context), m_element(element) {}
+
+  void setLabel(const QvbString& text) { set(LineageSerializationImpl::REL_RES_ATTR_LABEL, text); }
+  void setId(const QvbString& text) { set(LineageSerializationImpl::REL_RES_ATTR_ID, text); }
+  void setType(const QvbString& text) { set(LineageSerializationImpl::REL_RES_ATTR_TYPE, text); }
+  void setAnalysisDate(const QvbString& text) {
+    set(LineageSerializationImpl::REL_RES_ATTR_ANALYSIS_DATE, text);
+  }
+  void setDataPath(const QvbString& path) {
+    if (!path.isEmpty())
+      addDataPath(m_context, m_element, path);
+  }
+
+private:
+  void set(const QvbString& name, const QvbString& text) { m_element.addAttribute(name, text); }
+
+  RepositorySerializationContext& m_context;
+  RepositoryMetadataObject& m_element;
+};
+
+class DescriptionFiller {
+public:
+  explicit DescriptionFiller(LineageDescription& description) : m_description(description) {}
+
+  void setLabel(const QvbString& text) { m_description.label = text; }
+  void setId(const QvbString& text) { m_description.id = text; }
+  void setType(const QvbString& text) { m_description.type = text; }
+  void setAnalysisDate(const QvbString& text) { m_description.analysisDate = text; }
+  void setDataPath(const QvbString& path) { m_description.dataPath = path; }
+
+private:
+  LineageDescription& m_description;
+};
 
 // All of the text or nothing.
 void appendTo(QvbString* xml, const QvbString& text) {
@@ -85,10 +119,15 @@ const QvbString LineageSerializationImpl::DMSREFURI_OBJ_TYPE{"ObjectType"};
 const QvbString LineageSerializationImpl::DMSREFURI_SVC_TYPE_BATCH{"BATCH"};
 const QvbString LineageSerializationImpl::DMSREFURI_SVC_TYPE_REAL{"REALTIME"};
 
-// The context ends before the root.
-struct LineageSerializationImpl::Document {
+// One export. Its context and its root tell that there was memory to start it, and the context's end is logged; the text
+// itself needs neither. The context ends before the root.
+struct LineageSerializationImpl::Export {
+  explicit Export(bool layout) : xml(layout) {}
+
   Released<RepositoryMetadataObject> root;
   Released<RepositorySerializationContext> context;
+  LineageXml xml;
+  RepositoryFolders folders;
 };
 
 void LineageSerializationImpl::progress(const char* stage) {
@@ -103,7 +142,7 @@ bool LineageSerializationImpl::fail(const QvbString& reason, QvbString* message)
   return false;
 }
 
-bool LineageSerializationImpl::startDocument(Document& document, QvbString* message) {
+bool LineageSerializationImpl::start(Export& document, QvbString* message) {
   document.context.reset(madeOrNull(createRepositoryMetadataSerializationContext));
   if (!document.context)
     return fail(noContext, message);
@@ -115,40 +154,15 @@ bool LineageSerializationImpl::startDocument(Document& document, QvbString* mess
   return true;
 }
 
-RepositoryMetadataObject& LineageSerializationImpl::addModel(Document& document, QvResource* resource) {
-  RepositoryMetadataObject& model = addOwnElement(*document.context, *document.root, REL_RELATIONSHIPMODEL);
-  populateModelResource(document.context.get(), &addOwnElement(*document.context, model, REL_RESOURCE),
-                        resource);
-  return model;
-}
-
-void LineageSerializationImpl::addDependents(Document& document, RepositoryMetadataObject& model,
-                                             QvResourceList& dependents) {
-  RepositorySerializationContext& context = *document.context;
-  RepositoryMetadataObject* nodes = nullptr;
-  while (dependents.next()) {
-    QvResource* dependent = dependents.getValue();
-    if (!dependent)
-      continue;
-    if (!nodes)
-      nodes = &addOwnElement(context, model, REL_RELATIONSHIPNODES);
-    RepositoryMetadataObject& node = addOwnElement(context, *nodes, REL_RELATIONSHIPNODE);
-    node.addAttribute(REL_NODE_ATTR_TYPE, REL_NODE_RELATIONSHIPTYPE_DEPENDS);
-    node.addAttribute(REL_NODE_ATTR_DIRECTION, REL_NODE_DIRECTION_DEPENDS);
-    populateModelResource(&context, &addOwnElement(context, node, REL_RESOURCE), dependent);
-  }
-}
-
-bool LineageSerializationImpl::writeDocument(Document& document, QvbString* xml, QvbString* message,
-                                             bool layout) {
-  document.context->setSerializationOfRelationships(true);
+bool LineageSerializationImpl::finish(Export& document, QvbString* xml) {
   progress("Serializing lineage model to XML.");
-  QvbString text;
-  const bool result = document.context->serialize(document.root.get(), &text, message, layout);
+  document.xml.end();
   progress("Returning lineage model as XML.");
-  if (xml && result)
-    appendTo(xml, text);
-  return result;
+  if (document.xml.isTooLarge())
+    return false;
+  if (xml)
+    appendTo(xml, document.xml.take());
+  return true;
 }
 
 bool LineageSerializationImpl::getLineageAsString(QvbString* xml, QvbString* message, bool layout) {
@@ -157,28 +171,11 @@ bool LineageSerializationImpl::getLineageAsString(QvbString* xml, QvbString* mes
 
 bool LineageSerializationImpl::getLineageAsString(QvImpactAnalysis* analysis, QvbString* xml,
                                                   QvbString* message, bool layout) {
-  return resultOr(false, [&] { return exportAll(analysis, xml, message, layout); });
-}
-
-bool LineageSerializationImpl::exportAll(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message,
-                                         bool layout) {
-  progress("Obtaining all lineage resources from data storage.");
-  Document document;
-  const Released<QvResourceList> resources(analysis ? analysis->getAllUniqueUsedResources() : nullptr);
-  if (!resources || !startDocument(document, message))
-    return false;
-  while (resources->next()) {
-    QvResource* resource = resources->getValue();
-    if (!resource)
-      continue;
-    RepositoryMetadataObject& model = addModel(document, resource);
-    const Released<QvResourceList> dependents(analysis->getDependentResources(resource, false));
-    if (dependents)
-      addDependents(document, model, *dependents);
-    else if (analysis == this) // nothing goes missing without a word
-      throw std::bad_alloc();
-  }
-  return writeDocument(document, xml, message, layout);
+  return resultOr(false, [&] {
+    auto* own = dynamic_cast<LineageSerializationImpl*>(analysis);
+    return own && own->isPlain() ? exportStore(*own, xml, message, layout)
+                                 : exportAnalysis(analysis, xml, message, layout);
+  });
 }
 
 bool LineageSerializationImpl::getResourceLineageAsString(QvResource* resource, QvResourceList* dependents,
@@ -186,54 +183,126 @@ bool LineageSerializationImpl::getResourceLineageAsString(QvResource* resource, 
   return resultOr(false, [&] { return exportOne(resource, dependents, xml, message, layout); });
 }
 
+// A store that nobody has a part in but the library: each resource is described once, unless somebody might see that.
+bool LineageSerializationImpl::exportStore(LineageSerializationImpl& store, QvbString* xml,
+                                           QvbString* message, bool layout) {
+  progress("Obtaining all lineage resources from data storage.");
+  const auto entries = store.sortedEntries();
+  Export document(layout);
+  if (!start(document, message))
+    return false;
+  const ScopeExit forgetTexts([&] { store.m_records.forgetTexts(); });
+  std::unordered_set<QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase> written;
+  for (const auto* entry : entries) {
+    if (!written.insert(entry->first.identity).second) // another type came before
+      continue;
+    document.xml.beginModel(textOf(*entry->second.record, document));
+    for (const auto& dependent : entry->second.dependents.records())
+      document.xml.addDependent(textOf(*dependent, document));
+  }
+  return finish(document, xml);
+}
+
+bool LineageSerializationImpl::exportAnalysis(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message,
+                                              bool layout) {
+  progress("Obtaining all lineage resources from data storage.");
+  Export document(layout);
+  const Released<QvResourceList> resources(analysis ? analysis->getAllUniqueUsedResources() : nullptr);
+  if (!resources || !start(document, message))
+    return false;
+  while (resources->next()) {
+    QvResource* resource = resources->getValue();
+    if (!resource)
+      continue;
+    document.xml.beginModel(textOf(*resource, nullptr));
+    const Released<QvResourceList> dependents(analysis->getDependentResources(resource, false));
+    if (dependents)
+      addDependents(document, *dependents);
+    else if (analysis == this) // nothing goes missing without a word
+      throw std::bad_alloc();
+  }
+  return finish(document, xml);
+}
+
 bool LineageSerializationImpl::exportOne(QvResource* resource, QvResourceList* dependents, QvbString* xml,
                                          QvbString* message, bool layout) {
   progress("Serializing all lineage resource and dependencies.");
-  Document document;
-  if (!startDocument(document, message) || !resource)
+  Export document(layout);
+  if (!start(document, message) || !resource)
     return false;
-  RepositoryMetadataObject& model = addModel(document, resource);
+  document.xml.beginModel(textOf(*resource, &document.folders));
   if (dependents)
-    addDependents(document, model, *dependents);
-  return writeDocument(document, xml, message, layout);
+    addDependents(document, *dependents);
+  return finish(document, xml);
+}
+
+// A list of a host's own may change the definitions while it is read.
+void LineageSerializationImpl::addDependents(Export& document, QvResourceList& dependents) {
+  auto* folders = dynamic_cast<QvResourceListImpl*>(&dependents) ? &document.folders : nullptr;
+  while (dependents.next())
+    if (QvResource* dependent = dependents.getValue())
+      document.xml.addDependent(textOf(*dependent, folders));
+}
+
+const LineageText& LineageSerializationImpl::textOf(const LineageRecord& record, Export& document) {
+  if (record.text.tag.isNull() || !isSilent(record.resource.type()))
+    record.text = textOf(record.resource, &document.folders);
+  return record.text;
+}
+
+LineageText LineageSerializationImpl::textOf(QvResource& resource, RepositoryFolders* folders) {
+  LineageDescription description;
+  DescriptionFiller filler(description);
+  describe(resource, folders, filler);
+  return ::textOf(description);
+}
+
+bool LineageSerializationImpl::isSilent(const QvbString& type) const {
+  return !m_logger->isEnabled(QvLoggingLevel::Trace) && (!m_resolver || m_resolver->isSilent(type));
 }
 
 bool LineageSerializationImpl::populateModelResource(RepositorySerializationContext* context,
                                                      RepositoryMetadataObject* element,
                                                      QvResource* resource) {
-  const QvbString type = resource->getResourceType();
-  const QvbString identity = resource->getResourceIdentity();
-  if (!m_resolver || !nameByLocation(context, element, resource, identity, type)) {
-    element->addAttribute(REL_RES_ATTR_LABEL, resource->getName());
-    element->addAttribute(REL_RES_ATTR_ID, identity);
-  }
-  element->addAttribute(REL_RES_ATTR_TYPE, type);
-  const QvbDate date = resource->getAnalysisDate();
-  if (!date.isNull() && date.asDouble() != 0.0)
-    element->addAttribute(REL_RES_ATTR_ANALYSIS_DATE, date.asString(false));
+  ObjectFiller filler(*context, *element);
+  describe(*resource, nullptr, filler);
   return true;
 }
 
+template<class Filler>
+void LineageSerializationImpl::describe(QvResource& resource, RepositoryFolders* folders, Filler& filler) {
+  const QvbString type = resource.getResourceType();
+  const QvbString identity = resource.getResourceIdentity();
+  if (!m_resolver || !nameByLocation(resource, identity, type, folders, filler)) {
+    filler.setLabel(resource.getName());
+    filler.setId(identity);
+  }
+  filler.setType(type);
+  const QvbDate date = resource.getAnalysisDate();
+  if (!date.isNull() && date.asDouble() != 0.0)
+    filler.setAnalysisDate(date.asString(false));
+}
+
 // Label, id and data path of a resource whose location is found; false for every other one.
-bool LineageSerializationImpl::nameByLocation(RepositorySerializationContext* context,
-                                              RepositoryMetadataObject* element, QvResource* resource,
-                                              const QvbString& identity, const QvbString& type) {
-  const QvbString name = resource->getName();
-  QvbString label;
-  QvbString location;
-  if (!m_resolver->findLocation(name, identity, type, &label, &location)) {
+template<class Filler>
+bool LineageSerializationImpl::nameByLocation(QvResource& resource, const QvbString& identity,
+                                              const QvbString& type, RepositoryFolders* folders,
+                                              Filler& filler) {
+  const QvbString name = resource.getName();
+  LineageLocation location;
+  if (!m_resolver->findLocation(name, identity, type, folders, &location)) {
     m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
                        "Using %s as identity, unable to find resource location.", identity);
     return false;
   }
-  element->addAttribute(REL_RES_ATTR_LABEL, label.isEmpty() ? name : label);
-  const QvbString serverIdentity = getResourceDMServerIdentity(location, type);
+  filler.setLabel(location.name.isEmpty() ? name : location.name);
+  const QvbString serverIdentity = getResourceDMServerIdentity(location.uri, type);
   const QvbString& id =
-      qvbEqualsIgnoreCase(serverIdentity.view(), location.view()) ? location : serverIdentity;
-  element->addAttribute(REL_RES_ATTR_ID, id);
+      qvbEqualsIgnoreCase(serverIdentity.view(), location.uri.view()) ? location.uri : serverIdentity;
+  filler.setId(id);
   m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Setting %s identity as: %s", identity, id);
   if (qvbEqualsIgnoreCase(type.view(), "Table"))
-    populateResourceDataPath(context, element, location);
+    filler.setDataPath(location.dataPath);
   return true;
 }
 
@@ -321,14 +390,10 @@ bool LineageSerializationImpl::populateResourceDataPath(RepositorySerializationC
                                                         const QvbString& location) {
   const Released<QvURI> uri(getURIFromURIString(location));
   QvDataURI* data = uri ? uri->getDataURI() : nullptr;
-  const QvbString path = data ? dataPathOf(*data) : QvbString();
+  const QvbString path =
+      data ? dataPathOf(data->getDataSource(), data->getSchema(), data->getTable()) : QvbString();
   if (path.isEmpty())
     return true;
-  RepositoryMetadataObject* attributes = addElement(*context, *element, REL_RESOURCE_ATTRIBUTES);
-  if (RepositoryMetadataObject* attribute =
-          attributes ? addElement(*context, *attributes, REL_RESOURCE_ATTRIBUTE) : nullptr) {
-    attribute->addAttribute(REL_RES_ATTR_NAME, REL_RES_ATTR_VALUE_DATAPATH);
-    attribute->setValue(path);
-  }
+  addDataPath(*context, *element, path);
   return true;
 }

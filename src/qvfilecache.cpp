@@ -5,12 +5,16 @@
 #include "qvfilecachesingleton.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbunload.h"
+#include "qvxbase/qvuri.h"
 
+#include <algorithm>
+#include <iterator>
 #include <new>
+#include <string_view>
 
 namespace {
 
-constexpr const char* logSource = "src/qvfilecache";
+constexpr std::string_view sourceSchemes[] = {"file", "http", "https"};
 
 // For a host that unloads the library without a word.
 struct Shutdown {
@@ -22,17 +26,32 @@ void shutDownAtUnload() {
 }
 
 // Looked up once: a holder is made for every call.
-QvLogger* holderLogger() {
-  static QvLogger* const logger = qvlogGetLogger("QV.FileAccessCache.Singleton");
-  return logger;
+const QvLog& holderLog() {
+  static const QvLog log("QV.FileAccessCache.Singleton", "src/qvfilecache");
+  return log;
+}
+
+bool isFolder(const QvbString& path) {
+  NpFileStat found{};
+  return np_fio_stat(path, &found) == NP_FIO_OK && found.kind == NpFileKind::Directory;
+}
+
+const char* missingCopyReason(const QvbString& remoteName, int result) {
+  const Released<QvURI> uri(getURIFromURIString(remoteName));
+  if (uri && std::ranges::find(sourceSchemes, uri->getScheme().view()) == std::end(sourceSchemes))
+    return "give a path, or a URI of file, http or https";
+  if (!uri && isFolder(remoteName))
+    return "a folder, where a file is due";
+  // The cache's own failure says no more than that there is no copy.
+  return result <= NP_FIO_ERROR ? "no such file, or it cannot be read" : np_fio_errdesc(result);
 }
 
 } // namespace
 
-QVB_FileAccessCacheSingleton::QVB_FileAccessCacheSingleton() : m_logger(holderLogger()) {}
+QVB_FileAccessCacheSingleton::QVB_FileAccessCacheSingleton() : m_log(holderLog()) {}
 
 const char* QVB_FileAccessCacheSingleton::getId() {
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "getId: Returning id");
+  m_log.lifecycle("getId: Returning id");
   return "QVB_FileAccessCache";
 }
 
@@ -40,13 +59,10 @@ void* QVB_FileAccessCacheSingleton::createObject() {
   shutDownAtUnload();
   if (m_cache)
     return m_cache;
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "createObject: No cache, creating default");
+  m_log.lifecycle("createObject: No cache, creating default");
   Released<FileAccessCacheManager> made(madeOrNull([] { return new (std::nothrow) FileAccessCacheImpl; }));
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "createObject: Creating 0x%p",
-                     made.get());
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "createObject: Initializing lookup maps");
+  m_log.lifecycle("createObject: Creating 0x%p", made.get());
+  m_log.lifecycle("createObject: Initializing lookup maps");
   // The first lookups fill both maps of object types, so that no later one has to wait for that.
   QvbString scratch;
   getFileExtensionForType("foo", &scratch);
@@ -59,14 +75,13 @@ void QVB_FileAccessCacheSingleton::deleteObject(void* object) {
   if (!object)
     return;
   auto* cache = static_cast<FileAccessCacheManager*>(object);
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "deleteObject: Tossing cache 0x%p",
-                     cache);
+  m_log.lifecycle("deleteObject: Tossing cache 0x%p", cache);
   cache->release();
 }
 
 int QVB_FileAccessCacheSingleton::squirrelCache(FileAccessCacheManager* cache) {
   cleanupOnly();
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "squirrelCache: Setting 0x%p", cache);
+  m_log.lifecycle("squirrelCache: Setting 0x%p", cache);
   m_cache = cache;
   bool created = false;
   if (!initialize(&created))
@@ -79,7 +94,7 @@ FileAccessCache* QVB_FileAccessCacheSingleton::getCache() {
   if (!initialize(&created))
     return nullptr;
   auto* cache = static_cast<FileAccessCacheManager*>(getObject());
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "getCache: Returning 0x%p", cache);
+  m_log.lifecycle("getCache: Returning 0x%p", cache);
   return cache;
 }
 
@@ -102,4 +117,8 @@ int setFileCacheManager(FileAccessCacheManager* cache) {
 
 FileAccessCache* getFileCache() {
   return madeOrNull([] { return QVB_FileAccessCacheSingleton().getCache(); });
+}
+
+bool getMissingCopyReason(const QvbString& remoteName, int result, QvbString* reason) {
+  return tryAllocate([&] { *reason = missingCopyReason(remoteName, result); });
 }

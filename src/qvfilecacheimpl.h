@@ -2,56 +2,11 @@
 #pragma once
 
 #include "guards.h"
-#include "qvreposres/qvfilecache.h"
-#include "qvxlog/qvxlog.h"
-
-#include <cstddef>
-#include <map>
-#include <unordered_set>
-#include <vector>
-
-class QvbDirectory;
-class RemoteFilesystemFileProvider;
-class RemoteHttpFileProvider;
-
-// The names of users without regard to case: each once, in the order in which they were added, and found by one hash
-// lookup.
-class UserList {
-public:
-  using value_type = QvbString;
-  using const_iterator = std::vector<QvbString>::const_iterator;
-
-  const_iterator begin() const { return m_users.begin(); }
-  const_iterator end() const { return m_users.end(); }
-  std::size_t size() const { return m_users.size(); }
-  bool empty() const { return m_users.empty(); }
-  bool contains(const QvbString& user) const { return m_index.contains(user); }
-  // Nothing for one that is listed. As it was when memory is short.
-  void add(const QvbString& user);
-
-private:
-  std::vector<QvbString> m_users;
-  std::unordered_set<QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_index;
-};
-
-// One cached file.
-struct FileAccessCacheEntry {
-  QvbDate modifiedDate;         // of the remote file, as its source reported it at the last refresh
-  QvbString remoteFilename{""}; // the key that it is found by
-  QvbString localFilename{""};
-  QvbDate cacheUpdatedDate;                                // of the last refresh; null forces the next one
-  UserList authorizedUsers;                                // whom the source has let through
-  FileAccessCacheSourceProvider* sourceProvider = nullptr; // comes before the choice by name; not owned
-
-  // Ends an entry that was made with new, and none of its sources.
-  void release() { release(this); }
-  // Null does nothing.
-  static void release(FileAccessCacheEntry* entry);
-  // Whether the source has let the subject through; false for a subject without information.
-  bool isUserAuthorized(ASSubject* subject, QvbString* errorText) const;
-  // False for a subject without information, and when memory is short.
-  bool addAuthorizedUser(ASSubject* subject, QvbString* errorText);
-};
+#include "qvfilecacheimpl_entry.h"
+#include "qvfilecacheimpl_folder.h"
+#include "qvfilecacheimpl_index.h"
+#include "qvfilecacheimpl_refresh.h"
+#include "qvfilecacheimpl_sources.h"
 
 // The operations of the interface take the lock, and fail when memory is short; every other one relies on its caller for
 // both.
@@ -74,17 +29,18 @@ public:
 
   // First fetch.
   int addFileToCache(ASSubject* subject, const QvbString& name, QvbString* localFilename,
-                     QvbString* errorText);
+                     QvbString* errorText) QVB_REQUIRES(m_lock);
   // Refresh: always copies the content again.
   int updateCache(ASSubject* subject, const QvbString& name, FileAccessCacheEntry* entry,
-                  QvbString* errorText);
-  int updateFileCacheContents(ASSubject* subject, const QvbString& name, FileAccessCacheEntry* entry);
-  int setFileCacheModifiedDate(const QvbString& name, const QvbDate& date);
+                  QvbString* errorText) QVB_REQUIRES(m_lock);
+  int updateFileCacheContents(ASSubject* subject, const QvbString& name, FileAccessCacheEntry* entry)
+      QVB_REQUIRES(m_lock);
+  int setFileCacheModifiedDate(const QvbString& name, const QvbDate& date) QVB_REQUIRES(m_lock);
   // A new entry gets a generated local name, whatever `localName` says.
-  bool setFileCacheLocalName(const QvbString& name, const QvbString& localName);
+  bool setFileCacheLocalName(const QvbString& name, const QvbString& localName) QVB_REQUIRES(m_lock);
   // Deletes the local file. When that succeeds the entry stays and the result is false; when it fails the entry goes and
   // the result is true.
-  bool removeFileFromCache(const QvbString& name);
+  bool removeFileFromCache(const QvbString& name) QVB_REQUIRES(m_lock);
   // False for a null entry alone.
   bool generateLocalFilename(FileAccessCacheEntry* entry);
   void updateCachedEntryDate(FileAccessCacheEntry* entry);
@@ -92,37 +48,35 @@ public:
   QvbDate getCacheExpireAsOfDate(const QvbDate& from) const;
   // The source for an entry: the default one, its own, or the choice by name.
   FileAccessCacheSourceProvider* getCacheSourceProvider(const FileAccessCacheEntry* entry,
-                                                        const QvbString& name);
+                                                        const QvbString& name) QVB_REQUIRES(m_lock);
   // Null for a URI whose scheme holds neither "http" nor "file".
-  FileAccessCacheSourceProvider* getCacheSourceProviderForFileType(const QvbString& name);
+  FileAccessCacheSourceProvider* getCacheSourceProviderForFileType(const QvbString& name)
+      QVB_REQUIRES(m_lock);
 
 private:
-  QVREPOSRES_HIDDEN OpenFolder makeCacheDirectory();
-  QVREPOSRES_HIDDEN void readTimeBetweenChecks();
-  QVREPOSRES_HIDDEN FileAccessCacheEntry* findEntry(const QvbString& name) const;
-  QVREPOSRES_HIDDEN bool isFresh(const FileAccessCacheEntry& entry) const;
-  QVREPOSRES_HIDDEN Released<FileAccessCacheEntry> newEntry(const char* operation, const QvbString& name);
-  QVREPOSRES_HIDDEN void keepEntry(const char* operation, Released<FileAccessCacheEntry> entry);
   QVREPOSRES_HIDDEN int getCopy(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
                                 QvbString* errorText);
   QVREPOSRES_HIDDEN int fetchNew(ASSubject* subject, const QvbString& name, const QvbDate& date,
-                                 QvbString* localFilename, FileAccessCacheSourceProvider* provider);
+                                 QvbString* localFilename, FileAccessCacheSourceProvider* provider)
+      QVB_REQUIRES(m_lock);
   QVREPOSRES_HIDDEN int refetchExisting(ASSubject* subject, const QvbString& name,
                                         FileAccessCacheEntry& entry, const QvbDate& date,
-                                        QvbString* localFilename, FileAccessCacheSourceProvider* provider);
-  QVREPOSRES_HIDDEN FileAccessCacheSourceProvider* dateSource(const char* operation, const QvbString& name);
-  QVREPOSRES_HIDDEN bool discardEntries();
-  QVREPOSRES_HIDDEN bool cleanCacheDirectory();
-  QVREPOSRES_HIDDEN bool deleteOrphan(QvbDirectory& directory);
+                                        QvbString* localFilename, FileAccessCacheSourceProvider* provider)
+      QVB_REQUIRES(m_lock);
+  struct QVREPOSRES_HIDDEN Asked {
+    FileAccessCacheSourceProvider* source;
+    QvbString key{};
+    QvbDate date{};
+    int result = NP_FIO_OK;
+  };
+  QVREPOSRES_HIDDEN Asked askForDate(const char* operation, ASSubject* subject, const QvbString& remoteName,
+                                     QvbString* errorText) QVB_REQUIRES(m_lock);
+  QVREPOSRES_HIDDEN bool discardCopies() QVB_REQUIRES(m_lock);
 
-  Released<FileAccessCacheSourceProvider> m_defaultProvider;
-  std::map<QvbString, Released<FileAccessCacheEntry>> m_entries;
-  QvbString m_cacheDirectory{""};
-  HeldFolder m_directory; // tells other processes that the folder is in use
-  QvLogger* m_logger;
-  QvbString m_cacheName;
-  int m_timeBetweenChecks = 0; // milliseconds
-  OwnedLock m_lock;
-  Released<RemoteFilesystemFileProvider> m_filesystemProvider;
-  Released<RemoteHttpFileProvider> m_httpProvider;
+  const QvLog m_log{"QV.FileAccessCache", "src/qvfilecacheimpl"};
+  Lock m_lock;
+  CacheFolder m_folder{m_log};       // stays what it is from its making
+  RefreshInterval m_interval{m_log}; // and so does this
+  CacheIndex m_index QVB_GUARDED_BY(m_lock){m_log};
+  CacheSources m_sources QVB_GUARDED_BY(m_lock){m_log};
 };

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr const char* logSource = "src/qvfilecacheimpl";
-
 OpenFile openFile(const QvbString& path, int mode) {
   NpFile* file = nullptr;
   np_fio_open(path, mode, &file);
@@ -17,12 +15,12 @@ OpenFile openFile(const QvbString& path, int mode) {
 } // namespace
 
 RemoteFilesystemFileProvider::RemoteFilesystemFileProvider()
-    : m_logger(qvlogGetLogger("QV.FileAccessCache.FilesystemProvider")) {}
+    : m_log("QV.FileAccessCache.FilesystemProvider", "src/qvfilecacheimpl") {}
 
 bool RemoteFilesystemFileProvider::exists(ASSubject*, const QvbString& name, QvbString*) {
   if (np_fio_stat(name, nullptr) != NP_FIO_OK)
     return false;
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "The file %s exists", name);
+  m_log.trace("The file %s exists", name);
   return true;
 }
 
@@ -40,9 +38,8 @@ int RemoteFilesystemFileProvider::updateLocalFileContent(ASSubject*, const QvbSt
                                                          const QvbString& localFilename, QvbString*) {
   CopyTotals totals;
   const int result = copy(name, localFilename, &totals) ? 0 : 1;
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Update local file content %s to %s, read %d, wrote %d", name, localFilename,
-                     totals.read, totals.written);
+  m_log.trace("Update local file content %s to %s, read %d, wrote %d", name, localFilename, totals.read,
+              totals.written);
   return result;
 }
 
@@ -66,14 +63,12 @@ bool RemoteFilesystemFileProvider::copyBlocks(NpFile* source, NpFile* local, con
     const std::int64_t written = np_fio_putb(local, block.data(), static_cast<std::size_t>(count));
     totals->written += written;
     if (written < 0)
-      m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                         "We had an issue writing bytes to: %s", localFilename);
+      m_log.lifecycle("We had an issue writing bytes to: %s", localFilename);
   }
   return count == 0;
 }
 
 bool RemoteFilesystemFileProvider::flush(bool) {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Remote File system provider flushing cache.");
+  m_log.trace("Remote File system provider flushing cache.");
   return true;
 }

@@ -3,7 +3,7 @@
 
 #include "qvreposres/qvfilecache.h"
 #include "qvsfio/npfio.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 class QVREPOSRES_API RemoteFilesystemFileProvider : public FileAccessCacheSourceProvider {
 public:
@@ -30,5 +30,5 @@ private:
   QVREPOSRES_HIDDEN bool copyBlocks(NpFile* source, NpFile* local, const QvbString& localFilename,
                                     CopyTotals* totals);
 
-  QvLogger* m_logger;
+  QvLog m_log;
 };

@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr const char* logSource = "src/qvfilecacheimpl";
 constexpr int unauthorized = 401;
 constexpr int maxRetries = 3;
 
@@ -45,9 +44,6 @@ QvbString urlOfDescription(const QvbString& name, const QvbString& ticket) {
   return qvbUrlWithTicket(name, hasQuery ? '&' : '?', ticket);
 }
 
-// Empty for a text that was not given.
-QvbString givenText(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
-
 // A caller's error text, which may be missing, as one that is always there.
 class ErrorText {
 public:
@@ -77,17 +73,15 @@ const QvbString RemoteHttpFileProvider::CONTENT_TYPE_TEXT{"text/plain"};
 const QvbString RemoteHttpFileProvider::URI_QUERY_STRING{"?"};
 
 RemoteHttpFileProvider::RemoteHttpFileProvider()
-    : m_logger(qvlogGetLogger("QV.FileAccessCache.HttpSystemProvider")),
-      m_context(Released<QvSecurityContext>(getSecurityContext())), m_lock(qvLockCreate(0, 1)) {
+    : m_log("QV.FileAccessCache.HttpSystemProvider", "src/qvfilecacheimpl"),
+      m_context(Released<QvSecurityContext>(getSecurityContext())) {
   if (!m_lock)
-    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
-                       "Failed to create file access cache lock");
+    m_log.critical("Failed to create file access cache lock");
 }
 
 RemoteHttpFileProvider::~RemoteHttpFileProvider() {
   m_context.reset();
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Remote HTTP File cache provider, releasing resources...");
+  m_log.trace("Remote HTTP File cache provider, releasing resources...");
 }
 
 int RemoteHttpFileProvider::getResponseCodeFromHTTPResponseCode(int status) {
@@ -99,20 +93,20 @@ int RemoteHttpFileProvider::getResponseCodeFromHTTPResponseCode(int status) {
 
 // A context that could not be made, since memory was short, is made when it is needed.
 RemoteHttpFileProvider::Context RemoteHttpFileProvider::context() {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   if (!m_context)
     m_context = Released<QvSecurityContext>(getSecurityContext());
   return m_context;
 }
 
 RemoteHttpFileProvider::Description RemoteHttpFileProvider::keptRecord(const QvbString& name) const {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   const auto found = m_records.find(name);
   return found == m_records.end() ? std::nullopt : std::optional(found->second);
 }
 
 HTTPRemoteFileInfo RemoteHttpFileProvider::keepRecord(const QvbString& name, const QvbString& body) {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   const auto found = m_records.find(name);
   HTTPRemoteFileInfo record = found == m_records.end() ? HTTPRemoteFileInfo() : found->second;
   if (!body.isEmpty())
@@ -130,7 +124,7 @@ void RemoteHttpFileProvider::renewTicket(ASSubject* subject, const QvbString& ur
   const Context source = context();
   QvbString reason;
   if (source && !source->renew(subject, url, &reason))
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", reason);
+    m_log.error("%s", reason);
 }
 
 HTTPRemoteFileInfo* RemoteHttpFileProvider::populateObjectEntry(ASSubject* subject, const QvbString& name,
@@ -139,7 +133,7 @@ HTTPRemoteFileInfo* RemoteHttpFileProvider::populateObjectEntry(ASSubject* subje
   return madeOrNull([&]() -> HTTPRemoteFileInfo* {
     if (!describe(subject, name, errorText, httpCode, force))
       return nullptr;
-    const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+    const LockGuard guard(m_lock);
     const auto found = m_records.find(name);
     return found == m_records.end() ? nullptr : &found->second;
   });
@@ -160,8 +154,7 @@ RemoteHttpFileProvider::Description RemoteHttpFileProvider::populateObjectEntry_
                                                                                    int* retries) {
   if (!force) {
     if (auto kept = keptRecord(name)) {
-      m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Updating cached HTTPInfo for: %s",
-                         name);
+      m_log.trace("Updating cached HTTPInfo for: %s", name);
       return kept;
     }
   }
@@ -176,13 +169,12 @@ RemoteHttpFileProvider::Description RemoteHttpFileProvider::populateObjectEntry_
     return keepRecord(name, response->getBody().trim());
 
   if (mayRetry(status, retries)) {
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Trying to refetch, 401 encountered");
+    m_log.lifecycle("Trying to refetch, 401 encountered");
     response.reset();
     renewTicket(subject, name);
     return populateObjectEntry_IN(subject, name, errorText, httpCode, force, retries);
   }
-  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "http error %d: %s, requesting %s", status,
-                     response->getStatusCodeMessage(), name);
+  m_log.error("http error %d: %s, requesting %s", status, response->getStatusCodeMessage(), name);
   if (httpCode)
     *httpCode = getResponseCodeFromHTTPResponseCode(status);
   return std::nullopt;
@@ -190,15 +182,14 @@ RemoteHttpFileProvider::Description RemoteHttpFileProvider::populateObjectEntry_
 
 bool RemoteHttpFileProvider::getDescriptionTicket(ASSubject* subject, const QvbString& name,
                                                   QvbString* ticket, QvbString* errorText) {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Fetching HTTPInfo for: %s", name);
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Fetching service ticket for: %s", name);
+  m_log.trace("Fetching HTTPInfo for: %s", name);
+  m_log.trace("Fetching service ticket for: %s", name);
   ErrorText error(errorText);
   if (!getTicket(subject, name, ticket, error.get())) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Unable to get service ticket to populate object for file %s: %s", name, *error.get());
+    m_log.error("Unable to get service ticket to populate object for file %s: %s", name, *error.get());
     return false;
   }
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Obtained service ticket for: %s", *ticket);
+  m_log.trace("Obtained service ticket for: %s", *ticket);
   return true;
 }
 
@@ -206,14 +197,13 @@ Released<httpResponse> RemoteHttpFileProvider::requestDescription(const QvbStrin
                                                                   const QvbString& ticket) const {
   const httpGet request{
       .url = urlOfDescription(name, ticket), .headers = {}, .contentType = CONTENT_TYPE_TEXT};
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "HTTP (GET) for: %s", request.url);
+  m_log.trace("HTTP (GET) for: %s", request.url);
   return send(request);
 }
 
 // Whether a refusal is worth another attempt, which then counts as one.
 bool RemoteHttpFileProvider::mayRetry(int status, int* retries) const {
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "%d http error code, %d retries", status,
-                     *retries);
+  m_log.lifecycle("%d http error code, %d retries", status, *retries);
   if (status != unauthorized || *retries >= maxRetries)
     return false;
   ++*retries;
@@ -233,7 +223,7 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
   QvDom document;
   if (!document.loadXML(body)) {
     // What there is no memory for is no broken document.
-    if (document.getErrorMessage() == "out of memory")
+    if (lackedMemory(document))
       throw std::bad_alloc();
     return;
   }
@@ -242,8 +232,8 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
       isNamed(root, NODE_PROCESSJOB.view()) ? root : getChildNodeByName(root, NODE_PROCESSJOB, any, any);
   if (job.null())
     return;
-  record->modifiedDate = givenText(job.getAttributeValue(ATTR_MODIFIEDDATE));
-  record->path = givenText(job.getAttributeValue(ATTR_PATH));
+  record->modifiedDate = qvbOrEmpty(job.getAttributeValue(ATTR_MODIFIEDDATE));
+  record->path = qvbOrEmpty(job.getAttributeValue(ATTR_PATH));
   const QvDomNode links = getChildNodeByName(job, NODE_LINKS, any, any);
   QvDomNode self = getChildNodeByName(links, NODE_LINK, ATTR_REL, ATTR_VALUE_SELF);
   if (self.null())
@@ -255,8 +245,7 @@ void RemoteHttpFileProvider::populateFileInfo(HTTPRemoteFileInfo* record, const 
 bool RemoteHttpFileProvider::exists(ASSubject* subject, const QvbString& name, QvbString* errorText) {
   if (resultOr(false, [&] { return keptRecord(name) || describe(subject, name, errorText, nullptr, false); }))
     return true;
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "Exists found no object entry for filename: %s", name);
+  m_log.lifecycle("Exists found no object entry for filename: %s", name);
   return false;
 }
 
@@ -270,19 +259,18 @@ int RemoteHttpFileProvider::fetchModifiedDate(ASSubject* subject, const QvbStrin
                                               QvbString* errorText, bool refresh) {
   int result = 0;
   auto record = refresh ? std::nullopt : keptRecord(name);
-  const char* const entered = refresh ? "getModifiedDate forcing cache ignore for: %s"
-                                      : "getModifiedDate using fetched cache if possible for: %s";
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, entered, name);
+  if (refresh)
+    m_log.trace("getModifiedDate forcing cache ignore for: %s", name);
+  else
+    m_log.trace("getModifiedDate using fetched cache if possible for: %s", name);
   if (record) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getModifiedDate found cached date: %s",
-                       record->modifiedDate);
+    m_log.trace("getModifiedDate found cached date: %s", record->modifiedDate);
   } else if ((record = describe(subject, name, errorText, &result, refresh))) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "getModifiedDate setting new date: %s",
-                       record->modifiedDate);
+    m_log.trace("getModifiedDate setting new date: %s", record->modifiedDate);
   } else {
     ErrorText error(errorText);
     error.setIfEmpty("Unable to obtain modified date for file");
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s: %s", *error.get(), name);
+    m_log.error("%s: %s", *error.get(), name);
     if (result == 0)
       result = NP_FIO_ERROR;
   }
@@ -294,17 +282,14 @@ void RemoteHttpFileProvider::assignDateObject(const QvbString& text, QvbDate* da
   if (text.isEmpty()) {
     if (date)
       date->setNull();
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "assignDateObject given invalid input of NULL");
+    m_log.error("assignDateObject given invalid input of NULL");
     return;
   }
   int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = 0;
   if (!qvs_string_to_date_milli(text.asCstr(), &year, &month, &day, &hour, &minute, &second, &millisecond, 2))
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "assignDateObject: Unable to convert date string to object");
+    m_log.error("assignDateObject: Unable to convert date string to object");
   else if (!date)
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "assignDateObject: date assignment unable to complete, invalid inDate");
+    m_log.error("assignDateObject: date assignment unable to complete, invalid inDate");
   else
     date->assign(year, month, day, hour, minute, second, millisecond);
 }
@@ -320,11 +305,10 @@ int RemoteHttpFileProvider::updateLocalFileContent(ASSubject* subject, const Qvb
 // The link to the content of a name, empty when there is none.
 QvbString RemoteHttpFileProvider::contentLinkOf(ASSubject* subject, const QvbString& name,
                                                 QvbString* errorText) {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "fetching content for: %s", name);
+  m_log.trace("fetching content for: %s", name);
   auto record = keptRecord(name);
   if (!record && !(record = describe(subject, name, errorText, nullptr, false))) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Unable to populate local file content for %s: %s", name, *errorText);
+    m_log.error("Unable to populate local file content for %s: %s", name, *errorText);
     return "";
   }
   return record->contentLink;
@@ -337,7 +321,7 @@ int RemoteHttpFileProvider::updateLocalFileContent_IN(ASSubject* subject, const 
   const QvbString link = contentLinkOf(subject, name, error.get());
   if (link.isEmpty())
     return NP_FIO_ERROR;
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "fetching service ticket for: %s", link);
+  m_log.trace("fetching service ticket for: %s", link);
   QvbString ticket;
   if (!getTicket(subject, link, &ticket, error.get())) {
     error.setIfEmpty(qvbStringFormat("Error getting service ticket for service: %S", &link));
@@ -347,8 +331,7 @@ int RemoteHttpFileProvider::updateLocalFileContent_IN(ASSubject* subject, const 
   Released<httpResponse> response = requestContent(url);
   if (!response) {
     *error.get() = "Unavlid response from HTTP get";
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "updateLocalFileContent: %s",
-                       *error.get());
+    m_log.error("updateLocalFileContent: %s", *error.get());
     return NP_FIO_ERROR;
   }
   const int status = response->getStatusCode();
@@ -358,56 +341,50 @@ int RemoteHttpFileProvider::updateLocalFileContent_IN(ASSubject* subject, const 
   if (mayRetry(status, retries)) {
     response.reset();
     renewTicket(subject, link);
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "Got 401, retry content fetch");
+    m_log.lifecycle("Got 401, retry content fetch");
     return updateLocalFileContent_IN(subject, name, localFilename, errorText, retries);
   }
   *error.get() =
       qvbStringFormat("http error %d: %s, requesting %s", status, response->getStatusCodeMessage(), url);
-  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error.get());
+  m_log.error("%s", *error.get());
   return getResponseCodeFromHTTPResponseCode(status);
 }
 
 Released<httpResponse> RemoteHttpFileProvider::requestContent(const QvbString& url) const {
   httpGet request{.url = url, .headers = {}, .contentType = CONTENT_TYPE_TEXT};
   if (!tryAllocate([&] { request.headers.emplace_back("Accept", "application/vnd.zel.ProcessJob"); }))
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Unable to create post headers for http authentication.");
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "HTTP (GET) of content: %s", request.url);
+    m_log.error("Unable to create post headers for http authentication.");
+  m_log.trace("HTTP (GET) of content: %s", request.url);
   return send(request);
 }
 
 int RemoteHttpFileProvider::writeContent(const QvbString& name, const QvbString& localFilename,
                                          const QvbString& content, QvbString* errorText) {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Opening local file cache entry: %s",
-                     localFilename);
+  m_log.trace("Opening local file cache entry: %s", localFilename);
   NpFile* opened = nullptr;
   const int failed = np_fio_open(localFilename, NP_FIO_REPLACE, &opened);
   OpenFile file(opened);
   if (failed) {
     *errorText = qvbStringFormat("Error writing contents to local cache file (%s) for remote file (%s)",
                                  localFilename, name);
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *errorText);
+    m_log.error("%s", *errorText);
     return failed;
   }
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Writing file cache entry contents: %s",
-                     localFilename);
+  m_log.trace("Writing file cache entry contents: %s", localFilename);
   if (np_fio_puts(file.get(), content) < 0)
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, "We had an issue writing bytes to: %s",
-                       localFilename);
+    m_log.lifecycle("We had an issue writing bytes to: %s", localFilename);
   np_fio_close(file.release());
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Closing file cache entry: %s",
-                     localFilename);
+  m_log.trace("Closing file cache entry: %s", localFilename);
   return 0;
 }
 
 bool RemoteHttpFileProvider::flush(bool) {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Flushing http cache provider");
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  m_log.trace("Flushing http cache provider");
+  const LockGuard guard(m_lock);
   if (m_context) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Flushing http cache provider security context");
+    m_log.trace("Flushing http cache provider security context");
     m_context.reset();
-    tryAllocate([&] { m_context = Released<QvSecurityContext>(getSecurityContext()); });
+    m_context = madeOrNull([] { return Context(Released<QvSecurityContext>(getSecurityContext())); });
   }
   m_records.clear();
   return true;

@@ -11,7 +11,7 @@
 #include "qvxdom/qvdom.h"
 #include "qvxhttp/qvsecuritycontext.h"
 #include "qvxhttp/qvxhttp.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include <map>
 #include <memory>
@@ -98,8 +98,8 @@ private:
   QVREPOSRES_HIDDEN bool mayRetry(int status, int* retries) const;
   QVREPOSRES_HIDDEN Context context();
 
-  QvLogger* m_logger;
-  std::map<QvbString, HTTPRemoteFileInfo> m_records;
-  Context m_context; // shared with requests under way, which a flush does not wait for
-  OwnedLock m_lock;
+  QvLog m_log;
+  mutable Lock m_lock;
+  std::map<QvbString, HTTPRemoteFileInfo> m_records QVB_GUARDED_BY(m_lock);
+  Context m_context QVB_GUARDED_BY(m_lock); // shared with requests under way, which a flush does not wait for
 };

@@ -3,7 +3,7 @@
 
 #include "qvreposres/qvfilecache.h"
 #include "qvxbb/qvbautosingleton.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 // A handle on the one registered cache, made on the stack by whoever needs it.
 class QVB_FileAccessCacheSingleton final : public QvbAutoSingleton {
@@ -22,5 +22,5 @@ public:
 
 private:
   FileAccessCacheManager* m_cache = nullptr; // what createObject() hands to the registry
-  QvLogger* m_logger;
+  const QvLog& m_log;
 };

@@ -6,9 +6,12 @@
 #include "qvxbase/qvbpath.h"
 #include "qvxbase/qvbunload.h"
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
 namespace {
@@ -32,11 +35,25 @@ struct KnownListing {
   std::shared_ptr<const DefinitionPaths> files;
 };
 
-struct KnownFile {
+// What an entry of a folder is at the moment.
+struct Look {
+  int code;
   NpFileStat stat;
-  DefinitionFilePtr file;
+
+  bool isFile() const { return code == NP_FIO_OK && stat.kind == NpFileKind::File; }
 };
-using KnownFiles = std::map<QvbString, KnownFile>; // by path
+
+bool isSameFile(const Look& a, const Look& b) {
+  return a.isFile() && b.isFile() && isSameState(a.stat, b.stat);
+}
+
+// A folder's files as they were read last, each beside the others' of its place.
+struct KnownFiles {
+  std::shared_ptr<const DefinitionPaths> paths;
+  std::vector<Look> looks;
+  std::vector<DefinitionFilePtr> kept;        // null for a file that is to be read again
+  std::shared_ptr<const DefinitionFiles> all; // null when there is one
+};
 
 // What is known of the folders looked at last. It is replaced as a whole, so that files that are gone are forgotten when
 // their folder is read the next time.
@@ -89,45 +106,67 @@ std::shared_ptr<const DefinitionPaths> listFiles(const QvbString& path) {
   return files;
 }
 
-// Reads one folder once.
+std::vector<Look> lookAt(const DefinitionFolder& folder) {
+  NpDir* directory = nullptr;
+  np_dir_open(folder.path, &directory);
+  const ScopeExit close([&] { np_dir_close(directory); });
+  std::vector<Look> looks(folder.files ? folder.files->size() : 0);
+  for (std::size_t i = 0; i < looks.size(); ++i)
+    looks[i].code = np_dir_stat(directory, (*folder.files)[i], &looks[i].stat);
+  return looks;
+}
+
+// Whether all files are what they were when all of them were kept.
+bool isUnchanged(const KnownFiles* known, const DefinitionFolder& folder, const std::vector<Look>& looks) {
+  return known && known->all && known->paths == folder.files &&
+         std::ranges::equal(known->looks, looks, isSameFile);
+}
+
+// Reads the files of one folder, but for those that have not changed.
 class FolderReader {
 public:
-  FolderReader(QvReposConfigType type, std::shared_ptr<const KnownFiles> known, std::int64_t now)
-      : m_type(type), m_known(std::move(known)), m_now(now) {}
-
-  // Only regular files are opened: opening a pipe would wait for its other end.
-  DefinitionFilePtr read(const QvbString& path) {
-    NpFileStat stat{};
-    const int code = np_fio_stat(path, &stat);
-    if (code != NP_FIO_OK || stat.kind != NpFileKind::File)
-      return unreadable(path, code == NP_FIO_OK || code == NP_FIO_NOT_FOUND ? "not a regular file"
-                                                                            : np_fio_errdesc(code));
-    auto file = findUnchanged(path, stat);
-    if (!file)
-      file = readDefinitionFile(path, m_type);
-    if (file->content != DefinitionFile::Content::Unreadable && mayKeep(stat))
-      m_seen->emplace_hint(m_seen->end(), path, KnownFile{stat, file});
-    return file;
+  FolderReader(QvReposConfigType type, const KnownFiles* known, std::int64_t now)
+      : m_type(type), m_known(known), m_now(now) {
+    if (known && known->paths)
+      for (std::size_t i = 0; i < known->paths->size(); ++i)
+        m_places.emplace((*known->paths)[i].view(), i);
   }
 
-  std::shared_ptr<const KnownFiles> seen() const { return m_seen; }
+  // Adds the file to those that are read and to those that are known.
+  void add(const QvbString& path, const Look& look, DefinitionFiles& files, KnownFiles& seen) {
+    auto file = read(path, look);
+    const bool isKept = file->content != DefinitionFile::Content::Unreadable && mayKeep(look.stat);
+    seen.kept.push_back(isKept ? file : nullptr);
+    files.areKept = files.areKept && isKept;
+    files.all.push_back(std::move(file));
+  }
 
 private:
   // What may be kept for one folder: bytes of files, and of what goes with each of them.
   static constexpr std::int64_t maxBytes = std::int64_t{16} << 20;
   static constexpr std::int64_t overhead = 1024;
 
-  DefinitionFilePtr unreadable(const QvbString& path, const char* why) const {
+  // Only regular files are opened: opening a pipe would wait for its other end.
+  DefinitionFilePtr read(const QvbString& path, const Look& look) const {
+    if (!look.isFile())
+      return unreadable(path, look.code);
+    auto known = findUnchanged(path, look);
+    return known ? known : readDefinitionFile(path, m_type);
+  }
+
+  DefinitionFilePtr unreadable(const QvbString& path, int code) const {
+    const char* const why =
+        code == NP_FIO_OK || code == NP_FIO_NOT_FOUND ? "not a regular file" : np_fio_errdesc(code);
     auto file = std::make_shared<DefinitionFile>(path, m_type);
     file->reason = qvbStringFormat("%S: %s", &path, why);
     return file;
   }
 
-  DefinitionFilePtr findUnchanged(const QvbString& path, const NpFileStat& stat) const {
-    if (!m_known)
-      return nullptr;
-    const auto known = m_known->find(path);
-    return known != m_known->end() && isSameState(known->second.stat, stat) ? known->second.file : nullptr;
+  DefinitionFilePtr findUnchanged(const QvbString& path, const Look& look) const {
+    const auto place = m_places.find(path.view());
+    return place != m_places.end() && isSameFile(m_known->looks[place->second], look)
+               ? m_known->kept[place->second]
+               : nullptr;
   }
 
   bool mayKeep(const NpFileStat& stat) {
@@ -139,10 +178,10 @@ private:
   }
 
   const QvReposConfigType m_type;
-  const std::shared_ptr<const KnownFiles> m_known;
+  const KnownFiles* const m_known;
   const std::int64_t m_now;
   std::int64_t m_room = maxBytes;
-  std::shared_ptr<KnownFiles> m_seen = std::make_shared<KnownFiles>();
+  std::unordered_map<std::string_view, std::size_t> m_places; // of the known files
 };
 
 } // namespace
@@ -167,13 +206,22 @@ std::shared_ptr<const DefinitionPaths> listDefinitionFolder(const QvbString& pat
   return files;
 }
 
-std::vector<DefinitionFilePtr> readDefinitionFolder(const DefinitionFolder& folder, std::int64_t now) {
-  std::vector<DefinitionFilePtr> files;
+std::shared_ptr<const DefinitionFiles> readDefinitionFolder(const DefinitionFolder& folder,
+                                                            std::int64_t now) {
   const auto key = std::make_pair(folder.type, folder.path);
-  FolderReader reader(folder.type, knownContents().find(key), now);
-  if (folder.files)
-    for (const auto& path : *folder.files)
-      files.push_back(reader.read(path));
-  knownContents().keep(key, reader.seen());
+  const auto known = knownContents().find(key);
+  auto looks = lookAt(folder);
+  if (isUnchanged(known.get(), folder, looks))
+    return known->all;
+  FolderReader reader(folder.type, known.get(), now);
+  const auto files = std::make_shared<DefinitionFiles>();
+  const auto seen = std::make_shared<KnownFiles>();
+  for (std::size_t i = 0; i < looks.size(); ++i)
+    reader.add((*folder.files)[i], looks[i], *files, *seen);
+  seen->paths = folder.files;
+  seen->looks = std::move(looks);
+  if (files->areKept)
+    seen->all = files;
+  knownContents().keep(key, seen);
   return files;
 }

@@ -14,6 +14,12 @@
 // Full paths of definition files, in load order.
 using DefinitionPaths = std::vector<QvbString>;
 
+// Never changes. What has not changed in a folder is the same object at the next look.
+struct DefinitionFiles {
+  std::vector<DefinitionFilePtr> all; // in load order
+  bool areKept = true; // whether the process keeps them all anyway, so that others may do so, too
+};
+
 struct DefinitionFolder {
   QvReposConfigType type;
   QvbString path;
@@ -27,7 +33,7 @@ std::int64_t secondsNow();
 std::shared_ptr<const DefinitionPaths> listDefinitionFolder(const QvbString& path,
                                                             std::int64_t now = secondsNow());
 
-// The folder's files in their order. A file is read again when it could not be read, is another one, or has another size
+// The folder's files, never null. Each is looked at, and read again when it could not be read, is another one, or has another size
 // or other times, than when it was read. Memory that cannot be had is std::bad_alloc and changes nothing that is known.
-std::vector<DefinitionFilePtr> readDefinitionFolder(const DefinitionFolder& folder,
-                                                    std::int64_t now = secondsNow());
+std::shared_ptr<const DefinitionFiles> readDefinitionFolder(const DefinitionFolder& folder,
+                                                            std::int64_t now = secondsNow());

@@ -6,12 +6,10 @@
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
 
-#include <unordered_map>
 #include <utility>
 
 namespace {
 
-constexpr const char* logSource = "src/qvreposconfigmgrimpl";
 constexpr int newFolderMode = 8;
 
 constexpr const char* notValid = "The definition specified is not valid.";
@@ -65,45 +63,6 @@ QvbString fileIn(const QvbString& folder, const QvbString& name) {
   return qvbConcatPath(folder, qvbStringFormat("%S.%s", &name, definitionFileSuffix.data()));
 }
 
-// Takes over the definitions of the files that it is given, in their order; the first one of a name wins.
-class DefinitionLoader {
-public:
-  DefinitionLoader(QvLogger* logger, QvbString* errorMessage)
-      : m_logger(logger), m_errorMessage(errorMessage) {}
-
-  void add(DefinitionFilePtr file) {
-    if (file->content == DefinitionFile::Content::Definition)
-      return addDefinition(std::move(file));
-    if (file->content == DefinitionFile::Content::NoDefinition)
-      *m_errorMessage = file->reason;
-    m_refused.push_back({std::move(file), nullptr});
-  }
-
-  std::vector<DefinitionFilePtr> takeDefinitions() { return std::move(m_definitions); }
-  std::vector<RefusedFile> takeRefused() { return std::move(m_refused); }
-
-private:
-  void addDefinition(DefinitionFilePtr file) {
-    const auto [first, isFirst] = m_byName.try_emplace(file->definition.getName(), file);
-    if (isFirst)
-      return m_definitions.push_back(std::move(file));
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                       "A definition named \"%s\" already exists and will not be loaded.",
-                       file->definition.getName());
-    m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__,
-                       "The definition file \"%s\" will not be loaded because a definition with that name "
-                       "already exists.",
-                       file->definition.getFilename());
-    m_refused.push_back({std::move(file), first->second});
-  }
-
-  QvLogger* m_logger;
-  QvbString* m_errorMessage;
-  std::vector<DefinitionFilePtr> m_definitions;
-  std::vector<RefusedFile> m_refused;
-  std::unordered_map<QvbString, DefinitionFilePtr, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_byName;
-};
-
 // Ends the old file of a definition that is now saved elsewhere. That it cannot be deleted, short memory included, does
 // not fail the save.
 void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString* error) noexcept {
@@ -118,15 +77,14 @@ void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString*
 } // namespace
 
 QvReposConfigManagerImpl::QvReposConfigManagerImpl()
-    : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.ReposConfigMgr")), m_lock(qvLockCreate(0, 1)) {
+    : m_log("QV.Repos.QvReposRes.ReposConfigMgr", "src/qvreposconfigmgrimpl") {
   if (!m_lock)
-    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
-                       "Failed to create repos config file manager lock");
+    m_log.critical("Failed to create repos config file manager lock");
   initFileList();
 }
 
 QvbString QvReposConfigManagerImpl::getErrorMessage() {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   return m_errorMessage;
 }
 
@@ -138,28 +96,36 @@ void QvReposConfigManagerImpl::initFileList() {
 }
 
 void QvReposConfigManagerImpl::refreshReposList() {
-  DefinitionLoader loader(m_logger, &m_errorMessage);
-  for (const auto* folder : {&m_systemFolder, &m_userFolder})
-    for (auto& file : readDefinitionFolder(*folder))
-      loader.add(std::move(file));
-  m_definitions = loader.takeDefinitions();
-  m_refused = loader.takeRefused();
+  auto loaded = loadDefinitions(m_systemFolder, m_userFolder);
+  for (const auto& refused : loaded->refused())
+    reportRefusal(refused);
+  m_definitions = std::move(loaded);
+}
+
+void QvReposConfigManagerImpl::reportRefusal(const RefusedFile& refused) {
+  auto& definition = refused.file->definition;
+  if (refused.file->content == DefinitionFile::Content::NoDefinition)
+    m_errorMessage = refused.file->reason;
+  if (!refused.winner)
+    return;
+  m_log.lifecycle("A definition named \"%s\" already exists and will not be loaded.", definition.getName());
+  m_log.anomaly("The definition file \"%s\" will not be loaded because a definition with that name "
+                "already exists.",
+                definition.getFilename());
 }
 
 bool QvReposConfigManagerImpl::refresh() {
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   initFileList();
   refreshReposList();
   return true;
 }
 
 QvReposConfiguration* QvReposConfigManagerImpl::getConfigurationByName(const QvbString& name) {
-  Released<QvReposConfiguration> found;
-  forEachDefinition([&](QvReposConfiguration& definition) {
-    if (qvbEqualsIgnoreCase(definition.getName().view(), name.view()))
-      found.reset(definition.copyOf());
-  });
-  return found.release();
+  refresh();
+  const LockGuard guard(m_lock);
+  const auto found = m_definitions->find(name);
+  return found ? found->definition.copyOf() : nullptr;
 }
 
 template<class Filter>
@@ -196,22 +162,22 @@ bool QvReposConfigManagerImpl::configurationExists(const QvbString& name) {
 
 bool QvReposConfigManagerImpl::getDefaultConfiguration(QvbString* name) {
   name->assign("");
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   refreshReposList();
-  if (m_definitions.empty())
+  if (m_definitions->definitions().empty())
     return fail(&m_errorMessage, "No repository definitions were found to load default definition from.");
-  *name = m_definitions.front()->definition.getName();
+  *name = m_definitions->definitions().front()->definition.getName();
   return true;
 }
 
 QvReposRefusalList* QvReposConfigManagerImpl::getRefusals() {
   Released<QvReposRefusalListImpl> list(new QvReposRefusalListImpl);
   refresh();
-  const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
+  const LockGuard guard(m_lock);
   for (const auto* folder : {&m_systemFolder, &m_userFolder})
     if (!folder->path.isEmpty() && !folder->files)
       list->addFolder(folder->path, folderOptionOf(folder->type)->key);
-  for (const auto& refused : m_refused)
+  for (const auto& refused : m_definitions->refused())
     list->addFile(refused);
   return list.release();
 }
@@ -226,7 +192,7 @@ bool QvReposConfigManagerImpl::getConfigurationFilename(const QvbString& name, Q
 bool QvReposConfigManagerImpl::deleteConfiguration(QvReposConfiguration* definition, QvbString* error) {
   if (!definition)
     return fail(error, notValid);
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const LockGuard guard(m_lock);
   const auto file = definition->getFilename();
   if (file.isNull())
     return fail(error, "The definition does not have a filename set.");
@@ -238,7 +204,7 @@ bool QvReposConfigManagerImpl::deleteConfiguration(QvReposConfiguration* definit
 bool QvReposConfigManagerImpl::saveConfiguration(QvReposConfiguration* definition, QvbString* error) {
   if (!definition)
     return fail(error, notValid);
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const LockGuard guard(m_lock);
   const auto oldFile = definition->getFilename();
   QvbString target;
   if (!findTarget(*definition, &target, error))
@@ -270,16 +236,15 @@ bool QvReposConfigManagerImpl::createDirectoryIfNotExist(const QvbString& path, 
     return true;
   if (found != NP_FIO_NOT_FOUND) {
     *error = qvbStringFormat("Error accessing path %s (%d): %s", path, found, np_fio_errdesc(found));
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error);
+    m_log.error("%s", *error);
     return false;
   }
   if (const int made = np_dir_create(path, newFolderMode)) {
     *error = qvbStringFormat("Error creating directory %s (%d)", path, made);
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", *error);
+    m_log.error("%s", *error);
     return false;
   }
-  m_logger->logEvent(QvLoggingLevel::Success, logSource, __LINE__,
-                     "Created repository definition directory %s", path);
+  m_log.success("Created repository definition directory %s", path);
   return true;
 }
 

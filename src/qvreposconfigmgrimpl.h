@@ -2,11 +2,10 @@
 #pragma once
 
 #include "guards.h"
-#include "qvreposconfigcache.h"
-#include "qvreposrefusals.h"
-#include "qvxlog/qvxlog.h"
+#include "qvreposconfigset.h"
+#include "qvxlog/qvlog.h"
 
-#include <vector>
+#include <memory>
 
 class QVREPOSRES_API QvReposConfigManagerImpl final : public QvReposConfigManager {
 public:
@@ -34,16 +33,18 @@ public:
   template<class Visit>
   QVREPOSRES_HIDDEN void forEachDefinition(const Visit& visit) {
     refresh();
-    const LockGuard guard(m_lock.get(), LockGuard::ReaderMode);
-    for (const auto& file : m_definitions)
+    const LockGuard guard(m_lock);
+    for (const auto& file : m_definitions->definitions())
       visit(file->definition);
   }
 
 private:
   // Lists the files of both folders.
-  QVREPOSRES_HIDDEN void initFileList();
+  QVREPOSRES_HIDDEN void initFileList() QVB_REQUIRES(m_lock);
   // Loads the definitions of the listed files; the first one of a name wins.
-  QVREPOSRES_HIDDEN void refreshReposList();
+  QVREPOSRES_HIDDEN void refreshReposList() QVB_REQUIRES(m_lock);
+  // Tells of a file that is not loaded, at every load.
+  QVREPOSRES_HIDDEN void reportRefusal(const RefusedFile& refused) QVB_REQUIRES(m_lock);
   template<class Filter>
   QVREPOSRES_HIDDEN QvReposConfigurationList* listWhere(const Filter& isWanted);
   // Makes the last level of the path where it is missing. `error` is required.
@@ -51,11 +52,11 @@ private:
   // The file that the definition is to be saved in; its folder is made where it is missing.
   QVREPOSRES_HIDDEN bool findTarget(QvReposConfiguration& definition, QvbString* target, QvbString* error);
 
-  QvbString m_errorMessage{""};
-  DefinitionFolder m_systemFolder{QvReposConfigTypeSystem, {}, {}};
-  DefinitionFolder m_userFolder{QvReposConfigTypeUser, {}, {}};
-  std::vector<DefinitionFilePtr> m_definitions;
-  std::vector<RefusedFile> m_refused;
-  QvLogger* m_logger;
-  OwnedLock m_lock;
+  QvbString m_errorMessage QVB_GUARDED_BY(m_lock){""};
+  DefinitionFolder m_systemFolder QVB_GUARDED_BY(m_lock){QvReposConfigTypeSystem, {}, {}};
+  DefinitionFolder m_userFolder QVB_GUARDED_BY(m_lock){QvReposConfigTypeUser, {}, {}};
+  std::shared_ptr<const DefinitionSet>
+      m_definitions QVB_GUARDED_BY(m_lock) = std::make_shared<const DefinitionSet>();
+  QvLog m_log;
+  Lock m_lock;
 };

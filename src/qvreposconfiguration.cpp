@@ -22,24 +22,38 @@ constexpr ConnectionType connectionTypes[] = {
     {QvUnifiedReposConnectGRVS, "GRVS"},
 };
 
-// What a copy takes over: neither the repository id nor the connection type.
+struct CopiedText {
+  QvbString (QvReposConfiguration::*get)();
+  void (QvReposConfiguration::*set)(const QvbString&);
+};
+
+constexpr CopiedText copiedTexts[] = {
+    {&QvReposConfiguration::getVaultPath,
+     &QvReposConfiguration::setVaultPath}, // first: it alone may lack memory
+    {&QvReposConfiguration::getName, &QvReposConfiguration::setName},
+    {&QvReposConfiguration::getUnifiedRepositoryConnect, &QvReposConfiguration::setUnifiedRepositoryConnect},
+    {&QvReposConfiguration::getUnifiedRepositoryConnectType,
+     &QvReposConfiguration::setUnifiedRepositoryConnectType},
+    {&QvReposConfiguration::getUnifiedRepositoryPrefix, &QvReposConfiguration::setUnifiedRepositoryPrefix},
+    {&QvReposConfiguration::getUnifiedRepositoryName, &QvReposConfiguration::setUnifiedRepositoryName},
+    {&QvReposConfiguration::getUnifiedRepositoryVersion, &QvReposConfiguration::setUnifiedRepositoryVersion},
+    {&QvReposConfiguration::getFilename, &QvReposConfiguration::setFilename},
+    {&QvReposConfiguration::getVaultLogFile, &QvReposConfiguration::setVaultLogFile},
+};
+static_assert(std::size(copiedTexts) == definitionTextCount, "a copy takes over every text");
+
+// Neither the repository id nor the connection type.
+// Kept: DefinitionList.ARowDoesNotTakeOverTheConnectionType
 void copyFields(QvReposConfiguration& from, QvReposConfiguration& to) {
-  to.setVaultPath(from.getVaultPath()); // first: it alone may lack memory
-  to.setName(from.getName());
-  to.setUnifiedRepositoryConnect(from.getUnifiedRepositoryConnect());
-  to.setUnifiedRepositoryPrefix(from.getUnifiedRepositoryPrefix());
+  for (const auto& text : copiedTexts)
+    (to.*text.set)((from.*text.get)());
   to.setType(from.getType());
-  to.setFilename(from.getFilename());
-  to.setUnifiedRepositoryConnectType(from.getUnifiedRepositoryConnectType());
-  to.setUnifiedRepositoryName(from.getUnifiedRepositoryName());
-  to.setUnifiedRepositoryVersion(from.getUnifiedRepositoryVersion());
-  to.setVaultLogFile(from.getVaultLogFile());
   to.setActive(from.isActive());
 }
 
 } // namespace
 
-QvbString connectionTypeName(QvUnifiedReposConnectType type) {
+const char* getUnifiedReposConnectTypeName(QvUnifiedReposConnectType type) {
   const auto known = std::find_if(std::begin(connectionTypes), std::end(connectionTypes),
                                   [&](const auto& candidate) { return candidate.type == type; });
   return known == std::end(connectionTypes) ? "" : known->name;
@@ -63,24 +77,24 @@ bool trimFileSeperators(QvbString* path) {
 
 QvReposConfigurationImpl::QvReposConfigurationImpl(QvReposConfiguration* source) {
   copyFields(*source, *this);
-  m_unifiedConnectionType =
-      m_connectType.isEmpty() ? source->getUnifiedConnectionType() : connectionTypeOf(m_connectType);
+  m_unifiedConnectionType = m_texts.connectType.isEmpty() ? source->getUnifiedConnectionType()
+                                                          : connectionTypeOf(m_texts.connectType);
 }
 
 void QvReposConfigurationImpl::setVaultPath(const QvbString& path) {
   auto trimmed = path;
   trimFileSeperators(&trimmed);
-  m_vaultPath = trimmed;
+  m_texts.vaultPath = trimmed;
 }
 
 void QvReposConfigurationImpl::parseUnifiedRepositoryPrefixSchema(QvbString* prefix, QvbString* schema) {
-  const auto dot = m_prefix.find(".");
+  const auto dot = m_texts.prefix.find(".");
   if (dot < 0) {
-    *prefix = m_prefix;
+    *prefix = m_texts.prefix;
     schema->setNull();
   } else {
-    *schema = m_prefix.mid(0, dot);
-    *prefix = m_prefix.mid(dot + 1);
+    *schema = m_texts.prefix.mid(0, dot);
+    *prefix = m_texts.prefix.mid(dot + 1);
   }
 }
 

@@ -4,7 +4,23 @@
 #include "listcursor.h"
 #include "qvreposres/qvreposconfigmgr.h"
 
+#include <cstddef>
 #include <deque>
+
+// The texts of a definition that are saved and copied, each with the value of a new one.
+struct DefinitionTexts {
+  QvbString name{""};
+  QvbString vaultPath;
+  QvbString connect{""};
+  QvbString connectType;
+  QvbString prefix{""};
+  QvbString unifiedName;
+  QvbString version;
+  QvbString filename{""};
+  QvbString vaultLogFile{""};
+};
+// What goes through all of them is held to this number by the compiler.
+inline constexpr std::size_t definitionTextCount = sizeof(DefinitionTexts) / sizeof(QvbString);
 
 class QVREPOSRES_API QvReposConfigurationImpl final : public QvReposConfiguration {
 public:
@@ -16,53 +32,43 @@ public:
   QvReposConfigurationImpl& operator=(const QvReposConfigurationImpl&) = delete;
 
   void release() override { delete this; }
-  QvbString getName() override { return m_name; }
-  void setName(const QvbString& name) override { m_name = name; }
+  QvbString getName() override { return m_texts.name; }
+  void setName(const QvbString& name) override { m_texts.name = name; }
   bool isActive() override { return m_active; }
   void setActive(bool active) override { m_active = active; }
-  QvbString getVaultPath() override { return m_vaultPath; }
+  QvbString getVaultPath() override { return m_texts.vaultPath; }
   void setVaultPath(const QvbString& path) override;
-  QvbString getUnifiedRepositoryConnect() override { return m_connect; }
-  void setUnifiedRepositoryConnect(const QvbString& connect) override { m_connect = connect; }
-  QvbString getUnifiedRepositoryConnectType() override { return m_connectType; }
-  void setUnifiedRepositoryConnectType(const QvbString& type) override { m_connectType = type; }
+  QvbString getUnifiedRepositoryConnect() override { return m_texts.connect; }
+  void setUnifiedRepositoryConnect(const QvbString& connect) override { m_texts.connect = connect; }
+  QvbString getUnifiedRepositoryConnectType() override { return m_texts.connectType; }
+  void setUnifiedRepositoryConnectType(const QvbString& type) override { m_texts.connectType = type; }
   QvUnifiedReposConnectType getUnifiedConnectionType() override { return m_unifiedConnectionType; }
   void setUnifiedConnectionType(QvUnifiedReposConnectType type) override { m_unifiedConnectionType = type; }
-  QvbString getUnifiedRepositoryPrefix() override { return m_prefix; }
-  void setUnifiedRepositoryPrefix(const QvbString& prefix) override { m_prefix = prefix; }
-  QvbString getUnifiedRepositoryName() override { return m_unifiedName; }
-  void setUnifiedRepositoryName(const QvbString& name) override { m_unifiedName = name; }
-  QvbString getUnifiedRepositoryVersion() override { return m_version; }
-  void setUnifiedRepositoryVersion(const QvbString& version) override { m_version = version; }
+  QvbString getUnifiedRepositoryPrefix() override { return m_texts.prefix; }
+  void setUnifiedRepositoryPrefix(const QvbString& prefix) override { m_texts.prefix = prefix; }
+  QvbString getUnifiedRepositoryName() override { return m_texts.unifiedName; }
+  void setUnifiedRepositoryName(const QvbString& name) override { m_texts.unifiedName = name; }
+  QvbString getUnifiedRepositoryVersion() override { return m_texts.version; }
+  void setUnifiedRepositoryVersion(const QvbString& version) override { m_texts.version = version; }
   QvReposConfigType getType() override { return m_type; }
   void setType(QvReposConfigType type) override { m_type = type; }
-  QvbString getFilename() override { return m_filename; }
-  void setFilename(const QvbString& filename) override { m_filename = filename; }
-  QvbString getVaultLogFile() override { return m_vaultLogFile; }
-  void setVaultLogFile(const QvbString& path) override { m_vaultLogFile = path; }
+  QvbString getFilename() override { return m_texts.filename; }
+  void setFilename(const QvbString& filename) override { m_texts.filename = filename; }
+  QvbString getVaultLogFile() override { return m_texts.vaultLogFile; }
+  void setVaultLogFile(const QvbString& path) override { m_texts.vaultLogFile = path; }
   QvbString getRepositoryId() override { return m_repositoryId; }
   void setRepositoryId(const QvbString& id) override { m_repositoryId = id; }
   QvReposConfiguration* copyOf() override { return new QvReposConfigurationImpl(this); }
   void parseUnifiedRepositoryPrefixSchema(QvbString* prefix, QvbString* schema) override;
 
 private:
-  QvbString m_name{""};
-  QvbString m_vaultPath;
-  QvbString m_connect{""};
-  QvbString m_connectType;
-  QvbString m_prefix{""};
-  QvbString m_unifiedName;
-  QvbString m_version;
-  QvbString m_filename{""};
-  QvbString m_vaultLogFile{""};
+  DefinitionTexts m_texts;
   QvbString m_repositoryId;
   QvReposConfigType m_type = QvReposConfigTypeSystem;
   QvUnifiedReposConnectType m_unifiedConnectionType = QvUnifiedReposConnectODBC;
   bool m_active = true;
 };
 
-// "File", "ODBC" or "GRVS"; empty for a value that is none of the enumeration's.
-QvbString connectionTypeName(QvUnifiedReposConnectType type);
 // The type of that name, without regard to case; ODBC for every other text.
 QvUnifiedReposConnectType connectionTypeOf(const QvbString& name);
 

@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr const char* logSource = "src/qvreposeventmgrimpl";
-
 struct ChangeWord {
   RepositoryObjectChangeType type;
   const char* word;
@@ -55,26 +53,20 @@ private:
 };
 
 QvReposEventMgrImpl::QvReposEventMgrImpl()
-    : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.ReposEventMgr")), m_lock(qvLockCreate(0, 1)),
-      m_clientGUID(qvbGetUUID()) {
+    : m_log("QV.Repos.QvReposRes.ReposEventMgr", "src/qvreposeventmgrimpl"), m_clientGUID(qvbGetUUID()) {
   if (!m_lock)
-    m_logger->logEvent(QvLoggingLevel::Critical, logSource, __LINE__,
-                       "Failed to create repos event manager lock");
-  const QvbString startup = qvbStringFormat("Startup of QvRepos Event Manager, ClientId=%s", m_clientGUID);
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__, startup.asCstr());
+    m_log.critical("Failed to create repos event manager lock");
+  m_log.unchecked(QvLoggingLevel::Lifecycle,
+                  qvbStringFormat("Startup of QvRepos Event Manager, ClientId=%s", m_clientGUID));
 }
 
 QvReposEventMgrImpl::~QvReposEventMgrImpl() {
   if (!m_listeners.empty())
-    m_logger->logEvent(QvLoggingLevel::Anomaly, logSource, __LINE__,
-                       "Listener list was not empty on shutdown.");
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "Shutdown of QvRepos Event Manager, ClientId=%s", m_clientGUID);
+    m_log.anomaly("Listener list was not empty on shutdown.");
+  m_log.lifecycle("Shutdown of QvRepos Event Manager, ClientId=%s", m_clientGUID);
 }
 
 void QvReposEventMgrImpl::release() { delete this; }
-
-QvbString QvReposEventMgrImpl::getErrorMessage() { return m_errorMessage; }
 
 // Calls those that are registered now and are not removed meanwhile.
 template<class Notification>
@@ -88,10 +80,9 @@ void QvReposEventMgrImpl::notifyListeners(Notification notify) {
 
 void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                                             const QvbString& object, int id, const QvbString& uuid) {
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
-                     repository, id, uuid);
+  const LockGuard guard(m_lock);
+  m_log.trace("Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
+              repository, id, uuid);
   notifyListeners(
       [&](RepositoryObjectChange& listener) { listener.objectChanged(repository, type, object, id, uuid); });
 }
@@ -99,31 +90,30 @@ void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, Reposit
 void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const QvbString& object, int id,
                                             const QvbString& uuid, const QvbString& oldName,
                                             const QvbString& newName) {
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const LockGuard guard(m_lock);
   // This record shows where the id is, not what it is; listeners get the id itself.
-  m_logger->logEvent(
-      QvLoggingLevel::Trace, logSource, __LINE__,
-      "Firing renamed event for %s in repos %s object id=%d and uuid=%s was renamed from %s to %s.", object,
-      repository, &id, uuid, oldName, newName);
+  // Kept: EventManager.LogsARenamedObjectWithTheLocationOfItsId
+  m_log.trace("Firing renamed event for %s in repos %s object id=%d and uuid=%s was renamed from %s to %s.",
+              object, repository, &id, uuid, oldName, newName);
   notifyListeners([&](RepositoryObjectChange& listener) {
     listener.objectRenamed(repository, object, id, uuid, oldName, newName);
   });
 }
 
 bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
-  if (!listener)
-    return false;
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
-  if (!tryAllocate([&] { m_listeners.push_back(listener); }))
-    return false;
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Adding listener");
-  return true;
+  return listener && tryAllocate([&] {
+           const LockGuard guard(m_lock);
+           m_listeners.push_back(listener);
+           m_log.trace("Adding listener");
+         });
 }
 
+// The result is false whatever was removed.
+// Kept: EventManager.RemovesEveryOccurrenceAndNoOtherListener
 bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
   if (!listener)
     return false;
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
+  const LockGuard guard(m_lock);
   const Walk walk(*this); // closes the gaps at once unless a notification is under way
   std::ranges::replace(m_listeners, listener, nullptr);
   return false;
@@ -131,13 +121,13 @@ bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectC
 
 void QvReposEventMgrImpl::fireContentChanged(const QvbString& repository, const QvbString& object,
                                              RepositoryObjectChangeType type, const QvbString& detail) {
-  const LockGuard guard(m_lock.get(), LockGuard::WriterMode);
-  // The detail is part of the record only where the format asks for it.
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     type == RepositoryObjectRenamed
-                         ? "Firing content changed event for %s in repos %s object was %s to %s"
-                         : "Firing content changed event for %s in repos %s object was %s",
-                     object, repository, changeWord(type), detail);
+  const LockGuard guard(m_lock);
+  if (type == RepositoryObjectRenamed)
+    m_log.trace("Firing content changed event for %s in repos %s object was %s to %s", object, repository,
+                changeWord(type), detail);
+  else
+    m_log.trace("Firing content changed event for %s in repos %s object was %s", object, repository,
+                changeWord(type));
   notifyListeners(
       [&](RepositoryObjectChange& listener) { listener.contentChanged(repository, object, type, detail); });
 }

@@ -3,7 +3,7 @@
 
 #include "guards.h"
 #include "qvreposres/qvreposeventmgr.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include <vector>
 
@@ -16,7 +16,8 @@ public:
   QvReposEventMgrImpl& operator=(const QvReposEventMgrImpl&) = delete;
 
   void release() override;
-  QvbString getErrorMessage() override;
+  // Null: nothing that can fail here has a message.
+  QvbString getErrorMessage() override { return {}; }
   void fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                          const QvbString& object, int id, const QvbString& uuid) override;
   void fireObjectRenamed(const QvbString& repository, const QvbString& object, int id, const QvbString& uuid,
@@ -30,14 +31,13 @@ public:
 private:
   class QVREPOSRES_HIDDEN Walk;
   template<class Notification>
-  QVREPOSRES_HIDDEN void notifyListeners(Notification notify);
+  QVREPOSRES_HIDDEN void notifyListeners(Notification notify) QVB_REQUIRES(m_lock);
 
   // In registration order. While listeners are being notified, a removed one leaves a null in its place, so
   // that the positions of the others stay what they are.
-  std::vector<RepositoryObjectChange*> m_listeners;
-  QvLogger* m_logger;
-  OwnedLock m_lock;
-  QvbString m_errorMessage;
-  QvbString m_clientGUID;
-  int m_walks = 0; // under way, one inside the other
+  std::vector<RepositoryObjectChange*> m_listeners QVB_GUARDED_BY(m_lock);
+  QvLog m_log;
+  Lock m_lock;
+  const QvbString m_clientGUID;
+  int m_walks QVB_GUARDED_BY(m_lock) = 0; // under way, one inside the other
 };

@@ -8,6 +8,8 @@
 #include "qvxbase/qvuri.h"
 
 #include <algorithm>
+#include <array>
+#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
@@ -36,11 +38,8 @@ struct MapCharCompare {
 };
 
 struct MapCharCompareIgnoreCase {
-  static unsigned char fold(char c) {
-    return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-  }
   bool operator()(std::string_view a, std::string_view b) const {
-    return std::ranges::lexicographical_compare(comparedPart(a), comparedPart(b), {}, fold, fold);
+    return qvbCompareIgnoreCase(comparedPart(a), comparedPart(b)) < 0;
   }
 };
 
@@ -48,56 +47,76 @@ struct MapCharCompareIgnoreCase {
 using ExtensionToTypeMap = std::map<std::string_view, QvbString, MapCharCompareIgnoreCase>;
 using TypeToExtensionMap = std::map<std::string_view, QvbString, MapCharCompare>;
 
+struct ExtensionType {
+  const char* extension;
+  const char* type;
+};
+
+constexpr ExtensionType extensionTypes[] = {
+    {"djf", "ProcessJob"},
+    {"dmc", "ArchitectJob"},
+    {"ddf", "DataJob"},
+    {"anc", "File"},
+    {"chp.bfd", "ChopTable"},
+    {"chp.qkb", "ChopTable"},
+    {"dax.ueo", "DataExploration"},
+    {"sri", "EntityResolution"},
+    {"qvo", "FileDefinition"},
+    {"qvl", "FileDefinitionLayout"},
+    {"gmr.bfd", "Grammar"},
+    {"gmr.qkb", "Grammar"},
+    {"html", "File"},
+    {"htm", "File"},
+    {"qve", "MatchFile"},
+    {"mdf", "MatchJob"},
+    {"mre", "MatchReport"},
+    {"pfi.ueo", "ProfileJob"},
+    {"pfo", "ProfileReport"},
+    {"phx.bfd", "Phonetics"},
+    {"phx.qkb", "Phonetics"},
+    {"qltykb.db", "QualityKnowledgeBase"},
+    {"rgx.bfd", "Regex"},
+    {"rgx.qkb", "Regex"},
+    {"rul.ueo", "Rule"},
+    {"zel", "ZELFile"},
+    {"sch.bfd", "Scheme"},
+    {"sch.qkb", "Scheme"},
+    {"tbl", "TableTemplate"},
+    {"tsk.ueo", "Task"},
+    {"vcb.bfv", "Vocab"},
+    {"vcb.qkv", "Vocab"},
+    {"xsq", "XMLSQLQuery"},
+    {"cmt.ueo", "CustomMetric"},
+    {"cln.ueo", "Collection"},
+    {"fld.ueo", "Field"},
+    {"src.ueo", "Source"},
+    {"wfs", "ProcessJobState"},
+    {"met", "MDMEntityTemplate"},
+    {"dim.ueo", "Dimension"},
+    {"rpg.ueo", "Dashboard"},
+    {"thd.ueo", "Threshold"},
+};
+
+// The extensions of the table, then null.
+constexpr auto knownExtensions = [] {
+  std::array<const char*, std::size(extensionTypes) + 1> extensions{};
+  std::ranges::transform(extensionTypes, extensions.begin(), &ExtensionType::extension);
+  return extensions;
+}();
+
 const ExtensionToTypeMap& extensionToType() {
-  static const auto& map = qvbUntilUnload<ExtensionToTypeMap>(ExtensionToTypeMap{
-      {"djf", "ProcessJob"},
-      {"dmc", "ArchitectJob"},
-      {"ddf", "DataJob"},
-      {"anc", "File"},
-      {"chp.bfd", "ChopTable"},
-      {"chp.qkb", "ChopTable"},
-      {"dax.ueo", "DataExploration"},
-      {"sri", "EntityResolution"},
-      {"qvo", "FileDefinition"},
-      {"qvl", "FileDefinitionLayout"},
-      {"gmr.bfd", "Grammar"},
-      {"gmr.qkb", "Grammar"},
-      {"html", "File"},
-      {"htm", "File"},
-      {"qve", "MatchFile"},
-      {"mdf", "MatchJob"},
-      {"mre", "MatchReport"},
-      {"pfi.ueo", "ProfileJob"},
-      {"pfo", "ProfileReport"},
-      {"phx.bfd", "Phonetics"},
-      {"phx.qkb", "Phonetics"},
-      {"qltykb.db", "QualityKnowledgeBase"},
-      {"rgx.bfd", "Regex"},
-      {"rgx.qkb", "Regex"},
-      {"rul.ueo", "Rule"},
-      {"zel", "ZELFile"},
-      {"sch.bfd", "Scheme"},
-      {"sch.qkb", "Scheme"},
-      {"tbl", "TableTemplate"},
-      {"tsk.ueo", "Task"},
-      {"vcb.bfv", "Vocab"},
-      {"vcb.qkv", "Vocab"},
-      {"xsq", "XMLSQLQuery"},
-      {"cmt.ueo", "CustomMetric"},
-      {"cln.ueo", "Collection"},
-      {"fld.ueo", "Field"},
-      {"src.ueo", "Source"},
-      {"wfs", "ProcessJobState"},
-      {"met", "MDMEntityTemplate"},
-      {"dim.ueo", "Dimension"},
-      {"rpg.ueo", "Dashboard"},
-      {"thd.ueo", "Threshold"},
-  });
+  static const auto& map = qvbUntilUnload<ExtensionToTypeMap>([] {
+    ExtensionToTypeMap types;
+    for (const auto& row : extensionTypes)
+      types.emplace(row.extension, row.type);
+    return types;
+  }());
   return map;
 }
 
 // Not the inverse of extensionToType(): one extension stands for each type, "File" has none, and
 // "AncestryFile", "HTML" and "HTM" come from no extension.
+// Kept: FileExtensions.AreGivenForEveryType
 const TypeToExtensionMap& typeToExtension() {
   static const auto& map = qvbUntilUnload<TypeToExtensionMap>(TypeToExtensionMap{
       {"ProcessJob", "djf"},
@@ -153,6 +172,7 @@ bool endsInTwoPartExtension(std::string_view path) {
 // A path of seven characters, one fewer than a dotted two-part extension has, passes for one without an
 // extension; getComponentsFromFilesystemPath() makes up for it.
 QvbString::Index findExtension(const QvbString& path) {
+  // Kept: ExtensionSplit.NeverSplitsSevenCharactersUnlessSimple
   if (path.length() == dottedTwoPartLength - 1)
     return -1;
   return endsInTwoPartExtension(path.view()) ? path.length() - dottedTwoPartLength : path.rfind(".");
@@ -228,6 +248,7 @@ bool getTypeForFileExtension(const QvbString& extension, QvbString* type) {
   const auto row = extensionToType().find(extension.view());
   if (row != extensionToType().end())
     *type = row->second;
+  // Kept: ObjectTypes.OfAnUnknownExtensionLeaveATextThatIsThere
   if (type->isEmpty())
     *type = "File";
   return true;
@@ -242,6 +263,8 @@ bool getFileExtensionForType(const QvbString& type, QvbString* extension) {
   *extension = row->second;
   return true;
 }
+
+const char* const* getKnownFileExtensions() { return knownExtensions.data(); }
 
 bool getRepositoryFoundationsFolder(QvbString* out) {
   out->setNull();

@@ -2,7 +2,6 @@
 
 #include "allocation.h"
 
-#include <optional>
 #include <utility>
 
 namespace {
@@ -13,41 +12,10 @@ bool isColumn(unsigned long column, int columns) {
   return index >= 0 && index < columns;
 }
 
-// The text that a row is found by.
-std::optional<QvbString> keyOf(QvResourceImpl& row) { return row.getResourceIdentity(); }
-std::optional<QvbString> keyOf(const std::vector<QvbString>& row) {
-  return row.empty() ? std::nullopt : std::optional(row.front());
-}
-
-// Appends a row of these values, and enters the one before it, which changes no more. False when memory is short.
+// Appends a row of these values; false when memory is short.
 template<class Rows, class... Values>
-bool appendRow(Rows& rows, RowIndex& firstRows, const Values&... values) {
-  const auto count = rows.size();
-  const bool added = tryAllocate([&] {
-    rows.emplace_back(values...);
-    if (const auto key = count > 0 ? keyOf(rows[count - 1]) : std::nullopt)
-      firstRows.try_emplace(*key, count - 1);
-  });
-  if (!added && rows.size() > count)
-    rows.pop_back();
-  return added;
-}
-
-// The first row of this text, or the number of rows.
-template<class Rows>
-std::size_t findRow(Rows& rows, const RowIndex& firstRows, const QvbString& text) {
-  if (const auto found = firstRows.find(text); found != firstRows.end())
-    return found->second;
-  const auto last = rows.empty() ? std::nullopt : keyOf(rows.back());
-  return last && qvbEqualsIgnoreCase(last->view(), text.view()) ? rows.size() - 1 : rows.size();
-}
-
-// Whether there is such a row; the cursor is left on the one after it.
-template<class Rows>
-bool findAndPass(Rows& rows, const RowIndex& firstRows, const QvbString& text, ListCursor& cursor) {
-  const auto row = findRow(rows, firstRows, text);
-  cursor.place(row + 1, rows.size());
-  return row < rows.size();
+bool appendRow(Rows& rows, const Values&... values) {
+  return tryAllocate([&] { rows.emplace_back(values...); });
 }
 
 } // namespace
@@ -57,26 +25,48 @@ void QvResourceImpl::adoptProperties(Released<QvResourcePropertyList> properties
   m_properties = m_ownProperties.get();
 }
 
+void QvResourceImpl::copyFields(const QvResourceImpl& source) noexcept {
+  m_id = source.m_id;
+  m_analysisDate = source.m_analysisDate;
+  m_name = source.m_name;
+  m_resourceIdentity = source.m_resourceIdentity;
+  m_type = source.m_type;
+  m_location = source.m_location;
+  m_resolved = source.m_resolved;
+  m_identityIsMacroValue = source.m_identityIsMacroValue;
+}
+
 void QvResourceImpl::copyFrom(QvResource& source) {
-  m_id = source.getId();
-  m_analysisDate = source.getAnalysisDate();
-  m_name = source.getName();
-  m_resourceIdentity = source.getResourceIdentity();
-  m_type = source.getResourceType();
-  m_location = source.getResourceLocation();
-  m_resolved = source.IsResolved();
-  m_identityIsMacroValue = source.IsResourceIdentityMacroValue();
+  if (const auto* own = dynamic_cast<QvResourceImpl*>(&source)) {
+    copyFields(*own);
+  } else {
+    m_id = source.getId();
+    m_analysisDate = source.getAnalysisDate();
+    m_name = source.getName();
+    m_resourceIdentity = source.getResourceIdentity();
+    m_type = source.getResourceType();
+    m_location = source.getResourceLocation();
+    m_resolved = source.IsResolved();
+    m_identityIsMacroValue = source.IsResourceIdentityMacroValue();
+  }
   auto* properties = source.getProperties();
   while (properties && properties->next())
     if (m_properties && m_properties->addRow())
       m_properties->setLastRow(properties->getKey(), properties->getValue());
 }
 
-bool QvResourceListImpl::addRow() { return appendRow(m_rows, m_firstRows); }
+bool QvResourceListImpl::addRow() { return appendRow(m_rows); }
 
 void QvResourceListImpl::setLastRowElement(unsigned long, QvResource* value) {
   if (value && !m_rows.empty())
     m_rows.back().copyFrom(*value);
+}
+
+bool QvResourceListImpl::append(const QvResourceImpl& resource) {
+  const bool added = addRow();
+  if (added)
+    m_rows.back().copyFields(resource);
+  return added;
 }
 
 QvResource* QvResourceListImpl::getValue(unsigned long column) {
@@ -84,7 +74,12 @@ QvResource* QvResourceListImpl::getValue(unsigned long column) {
 }
 
 bool QvResourceListImpl::contains(QvResource* resource) {
-  return resource && findAndPass(m_rows, m_firstRows, resource->getResourceIdentity(), m_cursor);
+  if (!resource)
+    return false;
+  const auto row = m_index.find(resource->getResourceIdentity(), m_rows.size(),
+                                [this](std::size_t at) { return &m_rows[at].identity(); });
+  m_cursor.place(row + 1, m_rows.size());
+  return row < m_rows.size();
 }
 
 bool QvResourceListImpl::copyList(QvResourceList* source) {
@@ -131,7 +126,7 @@ QvbString QvStringListImpl::getValue(unsigned long column) {
 }
 
 bool QvStringListImpl::addRow() {
-  return appendRow(m_rows, m_firstRows, static_cast<std::size_t>(m_columns), QvbString(""));
+  return appendRow(m_rows, static_cast<std::size_t>(m_columns), QvbString(""));
 }
 
 void QvStringListImpl::setLastRowElement(unsigned long column, const QvbString& value) {
@@ -139,7 +134,13 @@ void QvStringListImpl::setLastRowElement(unsigned long column, const QvbString& 
     m_rows.back()[column] = value;
 }
 
-bool QvStringListImpl::contains(QvbString& text) { return findAndPass(m_rows, m_firstRows, text, m_cursor); }
+bool QvStringListImpl::contains(QvbString& text) {
+  const auto row = m_index.find(text, m_rows.size(), [this](std::size_t at) {
+    return m_rows[at].empty() ? nullptr : &m_rows[at].front();
+  });
+  m_cursor.place(row + 1, m_rows.size());
+  return row < m_rows.size();
+}
 
 bool QvStringListImpl::copyList(QvStringListImpl* source) {
   m_columns = static_cast<int>(source->getNumCols());

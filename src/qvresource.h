@@ -4,12 +4,14 @@
 // are never removed.
 #pragma once
 
+#include "allocation.h"
 #include "guards.h"
 #include "listcursor.h"
 #include "qvreposres/qvresource.h"
 
 #include <algorithm>
 #include <deque>
+#include <memory>
 #include <unordered_map>
 #include <vector>
 
@@ -48,6 +50,18 @@ public:
   // Takes over id, date, name, identity, type, location and the two flags. Properties are appended only where this
   // record has a list for them already; the source's list is read to its end in any case.
   QVREPOSRES_HIDDEN void copyFrom(QvResource& source);
+  // The same without any look at properties.
+  QVREPOSRES_HIDDEN void copyFields(const QvResourceImpl& source) noexcept;
+
+  // The fields without a copy, for the library's own use.
+  const QvbString& id() const noexcept { return m_id; }
+  const QvbString& name() const noexcept { return m_name; }
+  const QvbString& type() const noexcept { return m_type; }
+  const QvbString& identity() const noexcept { return m_resourceIdentity; }
+  const QvbString& location() const noexcept { return m_location; }
+  const QvbDate& analysisDate() const noexcept { return m_analysisDate; }
+  bool isResolved() const noexcept { return m_resolved; }
+  bool isMacroValue() const noexcept { return m_identityIsMacroValue; }
 
 private:
   QvbString m_type{""};
@@ -63,9 +77,46 @@ private:
   Released<QvResourcePropertyList> m_ownProperties;
 };
 
-// The first row of each text, without regard to case. The last row of a list, which may still change, is entered when
-// another one follows it.
-using RowIndex = std::unordered_map<QvbString, std::size_t, QvbHashIgnoreCase, QvbEqualIgnoreCase>;
+// Finds the rows of a list by their text, without regard to case. A list too short for it, or that nobody searches, has
+// none; and memory that cannot be had for it costs time alone. The last row, which may still change, is never entered.
+class QVREPOSRES_HIDDEN RowIndex {
+public:
+  // The first row of the text, or the number of rows. `keyOf` gives a row's text, or null for a row without one.
+  template<class KeyOf>
+  std::size_t find(const QvbString& text, std::size_t rows, const KeyOf& keyOf) {
+    if (rows > longestSearched)
+      enter(rows - 1, keyOf);
+    if (m_firstRows)
+      if (const auto found = m_firstRows->find(text); found != m_firstRows->end())
+        return found->second;
+    const auto isSame = [&](const QvbString* key) {
+      return key && qvbEqualsIgnoreCase(key->view(), text.view());
+    };
+    std::size_t row = m_entered;
+    while (row < rows && !isSame(keyOf(row)))
+      ++row;
+    return row;
+  }
+
+private:
+  static constexpr std::size_t longestSearched = 8;
+
+  template<class KeyOf>
+  void enter(std::size_t rows, const KeyOf& keyOf) noexcept {
+    tryAllocate([&] {
+      if (!m_firstRows)
+        m_firstRows = std::make_unique<FirstRows>();
+      for (; m_entered < rows; ++m_entered)
+        if (const QvbString* key = keyOf(m_entered))
+          m_firstRows->try_emplace(*key, m_entered);
+    });
+  }
+
+  using FirstRows = std::unordered_map<QvbString, std::size_t, QvbHashIgnoreCase, QvbEqualIgnoreCase>;
+
+  std::unique_ptr<FirstRows> m_firstRows;
+  std::size_t m_entered = 0; // rows
+};
 
 // The addresses of the rows are stable. A row's identity changes through setLastRowElement alone.
 class QVREPOSRES_API QvResourceListImpl final : public QvResourceList {
@@ -82,12 +133,14 @@ public:
   // Appends every row of the source, read from its first row; false when memory is short. The source may be this list: it
   // then doubles.
   bool copyList(QvResourceList* source);
+  // A row of the resource's fields; false when memory is short.
+  QVREPOSRES_HIDDEN bool append(const QvResourceImpl& resource);
 
 private:
   ~QvResourceListImpl() = default;
 
   std::deque<QvResourceImpl> m_rows;
-  RowIndex m_firstRows; // by identity
+  RowIndex m_index; // by identity
   ListCursor m_cursor;
 };
 
@@ -145,6 +198,6 @@ private:
 
   int m_columns;
   std::vector<std::vector<QvbString>> m_rows;
-  RowIndex m_firstRows; // by the text in the first column
+  RowIndex m_index; // by the text in the first column
   ListCursor m_cursor;
 };

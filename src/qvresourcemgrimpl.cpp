@@ -28,8 +28,6 @@ namespace {
 
 bool startsWith(const QvbString& text, std::string_view prefix) { return text.view().starts_with(prefix); }
 
-QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
-
 // The resource that the resolver's reference for this object leads to; null when one of the steps gives nothing.
 Released<QvResource> findByReference(QvResourceFactory& factory, const QvbString& type, const QvbString& id,
                                      const QvbString& uuid) {
@@ -53,6 +51,7 @@ bool resolveInRepository(QvResourceFactory& factory, const QvbString& repository
 
 // The type that the identity of a data source carries: the caller's, and that only when the connection string names a
 // type itself.
+// Kept: Manager.DropsTheTypeOfADataSourceWhoseStringNamesNone
 QvbString identityDsnType(QvResourceManager& manager, const QvbString& dsn, const QvbString& dsnType) {
   QvbString named;
   return manager.getDSNTypeFromDSN(dsn, &named) ? dsnType : "";
@@ -92,6 +91,7 @@ QvResource* resolveFile(QvResourceFactory& factory, const QvbString& type, const
 }
 
 // The parts of "folder/name (Type)". The name keeps the blank before the bracket.
+// Kept: Manager.SplitsObjectPathsIntoNameTypeAndURI
 void splitObjectPath(const QvbString& path, QvbString* name, QvbString* type) {
   constexpr QvbString::Index shortestObject = 4;
   const auto close = path.rfind(")");
@@ -157,7 +157,7 @@ bool addGenerated(QvResourceList* list, QvResource* generated) {
 
 QvResource* makeResource(QvResourceFactory& factory, const QvbString& name, const QvbString& type,
                          const QvbString& identity) {
-  return factory.getResource(orEmpty(name), orEmpty(type), orEmpty(identity));
+  return factory.getResource(qvbOrEmpty(name), qvbOrEmpty(type), qvbOrEmpty(identity));
 }
 
 Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& resource) {
@@ -166,6 +166,7 @@ Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& 
 }
 
 // The name shows the whole connection string, where it is one; the identity carries the short form.
+// Kept: Manager.NamesADataSourceByItsWholeConnectionString
 QvResource* QvResourceManagerImpl::generateDataSourceResource(QvResourceFactory* factory, QvbString& dsn,
                                                               QvbString& dsnType) {
   QvbString identity;
@@ -207,6 +208,7 @@ QvResource* QvResourceManagerImpl::generateSourceResource(QvResourceFactory* fac
   if (const auto found = findByReference(*factory, IMPACT_RES_SOURCE_String, sourceId, ""))
     return copyThroughFactory(*factory, *found).release();
   QvbString identity;
+  // Kept: Manager.CallsASourceThatNothingLeadsToUnresolved
   if (!generateUnifiedObjectResourceId(repository, "", sourceId, "", &identity))
     return nullptr;
   return makeResource(*factory, UNRESOLVED_SOURCE_String, IMPACT_RES_SOURCE_String, identity);

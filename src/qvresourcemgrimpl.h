@@ -107,10 +107,6 @@ public:
   bool addOMRObjectByPathResource(QvResourceFactory* factory, QvResourceList* list, QvbString& path,
                                   QvbString& reserved1, QvbString& reserved2, QvbString& reserved3,
                                   QvbString& reserved4) override;
-
-private:
-  // What a reference that names a repository object stands for; null for every other reference.
-  Released<QvResource> findRepositoryJob(QvResourceFactory* factory, QvbString& jobReference);
 };
 
 // What the factory gives for these texts, of which an absent one is passed on as an empty one.

@@ -2,12 +2,14 @@
 #include "qvresourcemgrimpl.h"
 
 #include "domchildren.h"
+#include "identity.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbpath.h"
 
 #include <array>
 #include <initializer_list>
 #include <new>
+#include <string>
 
 namespace {
 
@@ -36,22 +38,24 @@ struct IdentityOutput {
   QvbString* value;
 };
 
-bool writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart> parts, QvbString* identity) {
-  QvDom document;
-  if (!document.startNewDocument("morvaxeldocument"))
-    return false;
-  auto root = document.getRoot();
-  root.setAttributeValue("class", kind.documentClass);
-  root.setAttributeValue("version", "1");
-  auto element = root.addChild("resource").addChild(kind.element);
+void appendAttribute(std::string& text, std::string_view name, const QvbString& value) {
+  text.append(" ").append(name).append("=\"").append(qvDomEscapeAttribute(value).view()).append("\"");
+}
+
+// As QvDom writes such a document: null where that would be too large.
+void writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart> parts, QvbString* identity) {
+  std::string text = "<morvaxeldocument class=\"";
+  text.reserve(256);
+  text.append(kind.documentClass).append("\" version=\"1\"><resource><").append(kind.element);
   for (const auto& part : parts)
     if (part.presence == Presence::Always || !part.value.isEmpty())
-      element.setAttributeValue(part.attribute, part.value);
-  *identity = document.createXML(false, root);
-  return true;
+      appendAttribute(text, part.attribute, part.value);
+  text += "/></resource></morvaxeldocument>";
+  *identity = text.size() > QvDom::MaxSize ? QvbString() : QvbString(std::string_view(text));
 }
 
 // The kind's element on the way along first children; neither the root's name nor its attributes count.
+// Kept: Identity.IsReadByItsInnerElementAlone
 QvDomNode findKindElement(QvDomNode node, const IdentityKind& kind) {
   while (!node.null() && !isNamed(node, kind.element))
     node = node.getFirstChild(false);
@@ -64,7 +68,7 @@ bool readIdentity(const QvbString& identity, const IdentityKind& kind,
   if (identity.isEmpty())
     return false;
   if (!document.loadXML(identity)) {
-    if (document.getErrorMessage().view() == "out of memory")
+    if (lackedMemory(document))
       throw std::bad_alloc();
     return false;
   }
@@ -84,6 +88,7 @@ bool readIdentity(const QvbString& identity, const IdentityKind& kind,
 
 // The text between the key, found anywhere in the connection string, and the next ";".
 bool readDsnValue(const QvbString& dsn, std::string_view key, QvbString* value) {
+  // Kept: ConnectionString.GivesNameAndType
   const auto found = dsn.find(key);
   if (found < 0)
     return false;
@@ -96,13 +101,62 @@ bool readDsnValue(const QvbString& dsn, std::string_view key, QvbString* value) 
   return true;
 }
 
-// What the identity of a data source calls it: the name in the connection string, or the whole string without one.
-QvbString identityDsn(QvResourceManager& manager, const QvbString& dsn) {
-  QvbString shortDsn;
-  return manager.generateShortDSN(dsn, &shortDsn) ? shortDsn : dsn;
+// As shortDsn(), by the operation of a manager: a derived one that reads connection strings in its own way makes its
+// identities so, too.
+QvbString shortDsnBy(QvResourceManager& manager, const QvbString& dsn) {
+  QvbString name;
+  return manager.generateShortDSN(dsn, &name) ? name : dsn;
 }
 
 } // namespace
+
+bool readDsnName(const QvbString& dsn, QvbString* name) { return readDsnValue(dsn, "DSN=", name); }
+
+bool readDsnType(const QvbString& dsn, QvbString* type) { return readDsnValue(dsn, "QVXTYPE=", type); }
+
+QvbString shortDsn(const QvbString& dsn) {
+  QvbString name;
+  return readDsnName(dsn, &name) ? name : dsn;
+}
+
+bool makeTableIdentity(const DataSource& source, QvbString* identity) {
+  if (source.table.isEmpty())
+    return false;
+  writeIdentity(tableKind,
+                {{"dsn", source.name},
+                 {"dsntype", source.type},
+                 {"catalog", source.catalog, Presence::UnlessEmpty},
+                 {"schema", source.schema, Presence::UnlessEmpty},
+                 {"table", source.table}},
+                identity);
+  return true;
+}
+
+bool makeDataSourceIdentity(const DataSource& source, QvbString* identity) {
+  if (source.name.isEmpty())
+    return false;
+  writeIdentity(dataSourceKind, {{"dsn", source.name}, {"dsntype", source.type}}, identity);
+  return true;
+}
+
+bool readTableIdentity(const QvbString& identity, DataSource* source) {
+  return readIdentity(identity, tableKind,
+                      {{"dsn", &source->name},
+                       {"dsntype", &source->type},
+                       {"catalog", &source->catalog},
+                       {"schema", &source->schema},
+                       {"table", &source->table}});
+}
+
+bool readDataSourceIdentity(const QvbString& identity, DataSource* source) {
+  return readIdentity(identity, dataSourceKind, {{"dsn", &source->name}, {"dsntype", &source->type}});
+}
+
+bool readFileIdentity(const QvbString& identity, QvbString* filename, QvbString* name) {
+  return readIdentity(identity, fileKind, {{"filename", filename}, {"name", name}});
+}
+
+bool isUnifiedIdentity(const QvbString& identity) { return readIdentity(identity, unifiedKind, {}); }
 
 bool QvResourceManagerImpl::generateFileResourceId(const QvbString& filename, QvbString& name,
                                                    QvbString* identity) {
@@ -114,8 +168,7 @@ bool QvResourceManagerImpl::generateFileResourceId(const QvbString& filename, Qv
   if (encodedName.isEmpty())
     encodedName = filename;
   QvbString text;
-  if (!writeIdentity(fileKind, {{"filename", filename}, {"name", encodedName}}, &text))
-    return false;
+  writeIdentity(fileKind, {{"filename", filename}, {"name", encodedName}}, &text);
   name = encodedName;
   *identity = text;
   return true;
@@ -126,34 +179,27 @@ bool QvResourceManagerImpl::generateUnifiedObjectResourceId(const QvbString&, co
                                                             QvbString* identity) {
   if (id.isEmpty() && uuid.isEmpty())
     return false;
-  return writeIdentity(unifiedKind, {{"type", type}, {"id", id}, {"uuid", uuid}}, identity);
+  writeIdentity(unifiedKind, {{"type", type}, {"id", id}, {"uuid", uuid}}, identity);
+  return true;
 }
 
 bool QvResourceManagerImpl::generateTableDataSourceResourceId(const QvbString& dsn, const QvbString& dsntype,
                                                               const QvbString& catalog,
                                                               const QvbString& schema, const QvbString& table,
                                                               QvbString* identity) {
-  if (table.isEmpty())
-    return false;
-  return writeIdentity(tableKind,
-                       {{"dsn", identityDsn(*this, dsn)},
-                        {"dsntype", dsntype},
-                        {"catalog", catalog, Presence::UnlessEmpty},
-                        {"schema", schema, Presence::UnlessEmpty},
-                        {"table", table}},
-                       identity);
+  return !table.isEmpty() &&
+         makeTableIdentity({shortDsnBy(*this, dsn), dsntype, catalog, schema, table}, identity);
 }
 
 bool QvResourceManagerImpl::generateDataSourceResourceId(const QvbString& dsn, const QvbString& dsntype,
                                                          QvbString* identity) {
-  if (dsn.isEmpty())
-    return false;
-  return writeIdentity(dataSourceKind, {{"dsn", identityDsn(*this, dsn)}, {"dsntype", dsntype}}, identity);
+  return !dsn.isEmpty() &&
+         makeDataSourceIdentity({.name = shortDsnBy(*this, dsn), .type = dsntype}, identity);
 }
 
 bool QvResourceManagerImpl::getFilenameFromResourceId(const QvbString& identity, QvbString* filename,
                                                       QvbString* name) {
-  return readIdentity(identity, fileKind, {{"filename", filename}, {"name", name}});
+  return readFileIdentity(identity, filename, name);
 }
 
 bool QvResourceManagerImpl::getUnifiedObjectFromResourceId(const QvbString& identity, QvbString*,
@@ -179,11 +225,11 @@ bool QvResourceManagerImpl::generateShortDSN(const QvbString& dsn, QvbString* sh
 }
 
 bool QvResourceManagerImpl::getNameFromDSN(const QvbString& dsn, QvbString* name) {
-  return readDsnValue(dsn, "DSN=", name);
+  return readDsnName(dsn, name);
 }
 
 bool QvResourceManagerImpl::getDSNTypeFromDSN(const QvbString& dsn, QvbString* type) {
-  return readDsnValue(dsn, "QVXTYPE=", type);
+  return readDsnType(dsn, type);
 }
 
 bool QvResourceManagerImpl::getResourceTypeFromFilename(QvbString& filename, QvbString* name,

@@ -7,6 +7,8 @@
 
 namespace {
 
+using Names = QvResourceManagerImpl;
+
 // The local file of the reference for the process's own user, or `otherwise` when there is none.
 QvbString localFilename(const QvbString& reference, const QvbString& otherwise) {
   const ReleasedSubject subject(qvbSubjectAccess());
@@ -29,9 +31,10 @@ public:
     addTable(table.dataSource, table.dataSourceType, table.catalog, table.schema, table.table);
   }
   // Known by its name alone, whatever connection came before it.
+  // Kept: Scan.NamesASourceTableWithoutAURIByItsNameAlone
   void visitBareTableRead(QvSQLTableElement, const QvbString& table, const QvbString&) override {
     const QvbString none("");
-    addTable(none, QvResourceManagerImpl::ODBC_String, none, none, table);
+    addTable(none, Names::ODBC_String, none, none, table);
   }
   // The connection has added the data source already, so that the table alone is left to add.
   void visitTableWritten(const QvbString& connection, const QvbString& catalog, const QvbString& schema,
@@ -54,11 +57,16 @@ private:
   QvResourceList* m_list;
 };
 
-} // namespace
+// The resource of a plain file, by the operation of the manager.
+Released<QvResource> fileOf(QvResourceManager& manager, QvResourceFactory& factory, QvbString filename) {
+  auto type = Names::IMPACT_RES_FILE_String;
+  return Released<QvResource>(manager.generateFileResource(type, &factory, filename));
+}
 
-Released<QvResource> QvResourceManagerImpl::findRepositoryJob(QvResourceFactory* factory,
-                                                              QvbString& jobReference) {
-  auto* resolver = jobReference.find("qvr:") >= 0 ? factory->getResourceResolver() : nullptr;
+// What a reference that names a repository object stands for; null for every other reference.
+Released<QvResource> findRepositoryJob(QvResourceManager& manager, QvResourceFactory& factory,
+                                       const QvbString& jobReference) {
+  auto* resolver = jobReference.find("qvr:") >= 0 ? factory.getResourceResolver() : nullptr;
   const Released<QvURI> uri(resolver ? getURIFromURIString(jobReference) : nullptr);
   if (!uri)
     return nullptr;
@@ -68,22 +76,23 @@ Released<QvResource> QvResourceManagerImpl::findRepositoryJob(QvResourceFactory*
   const auto objectName = data ? data->getObjectName() : QvbString();
   const auto objectType = data ? data->getObjectType() : QvbString();
   // A profile job is identified by its reference, every other job by its file.
-  if (qvbEqualsIgnoreCase(objectType.view(), IMPACT_RES_PROFILE_String.view()))
-    return Released<QvResource>(makeResource(*factory, objectName, IMPACT_RES_PROFILE_String, jobReference));
+  if (qvbEqualsIgnoreCase(objectType.view(), Names::IMPACT_RES_PROFILE_String.view()))
+    return Released<QvResource>(
+        makeResource(factory, objectName, Names::IMPACT_RES_PROFILE_String, jobReference));
   const auto reference = uri->asString();
-  if (auto* job = makeResource(*factory, objectName, objectType, localFilename(reference, reference)))
+  if (auto* job = makeResource(factory, objectName, objectType, localFilename(reference, reference)))
     return Released<QvResource>(job);
-  auto fileType = IMPACT_RES_FILE_String;
-  return Released<QvResource>(generateFileResource(fileType, factory, jobReference));
+  return fileOf(manager, factory, jobReference);
 }
+
+} // namespace
 
 bool QvResourceManagerImpl::addJobFileNode(QvResourceFactory* factory, QvResourceList* list,
                                            QvbString& jobReference) {
-  if (const auto job = findRepositoryJob(factory, jobReference))
+  if (const auto job = findRepositoryJob(*this, *factory, jobReference))
     if (const auto copy = copyThroughFactory(*factory, *job))
       return addUnlessListed(*list, *copy);
-  auto fileType = IMPACT_RES_FILE_String;
-  const Released<QvResource> file(generateFileResource(fileType, factory, jobReference));
+  const auto file = fileOf(*this, *factory, jobReference);
   return file && addUnlessListed(*list, *file);
 }
 
@@ -94,14 +103,14 @@ bool QvResourceManagerImpl::addFileResource(QvbString& filename, QvResourceFacto
 
 bool QvResourceManagerImpl::addSQLResourcesFromFile(const QvbString& path, QvResourceFactory* factory,
                                                     QvResourceList* list) {
-  QvDom document;
-  return document.loadFile(path) && addSQLResources(document, factory, list);
+  ResourceAdder adder(*this, factory, list);
+  return visitSQLStepInFile(path, &adder, nullptr);
 }
 
 bool QvResourceManagerImpl::addSQLResourcesFromString(const QvbString& xml, QvResourceFactory* factory,
                                                       QvResourceList* list) {
-  QvDom document;
-  return document.loadXML(xml) && addSQLResources(document, factory, list);
+  ResourceAdder adder(*this, factory, list);
+  return visitSQLStepInString(xml, &adder, nullptr);
 }
 
 bool QvResourceManagerImpl::addSQLResources(QvDom& document, QvResourceFactory* factory,

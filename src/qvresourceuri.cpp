@@ -8,6 +8,7 @@
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
+#include "repositoryfolders.h"
 
 #include <algorithm>
 #include <optional>
@@ -31,53 +32,7 @@ QvbString withSlashes(const QvbString& path) {
   return fixFilesystemStringSlashes(path, &converted) ? converted : path;
 }
 
-bool isSeparator(char character) { return character == '/' || character == '\\'; }
-
 bool isRelativePath(const QvbString& path) { return !path.view().starts_with('/'); }
-
-// The file name without its folder's path and separator; nothing for a file that does not lie below the folder. A folder
-// is left at a separator only, which may be its own last character: "/srv/repository/x" is not below "/srv/repo".
-std::optional<QvbString> pathBelow(const QvbString& folder, const QvbString& filename) {
-  if (folder.isEmpty() || !filename.view().starts_with(folder.view()))
-    return std::nullopt;
-  const auto rest = filename.mid(folder.length());
-  if (rest.isEmpty() || isSeparator(folder.view().back()))
-    return rest;
-  return isSeparator(rest.view().front()) ? std::optional(rest.mid(1)) : std::nullopt;
-}
-
-// How often a definition has been copied when it comes out of a lookup by its name, and out of the list of all.
-constexpr int copiesOfLookup = 1;
-constexpr int copiesOfList = 2;
-
-// The folder as a definition that was copied so often has it: each copy drops separators that a back slash before a slash
-// has kept.
-QvbString vaultPathOf(QvReposConfiguration& definition, int copies) {
-  auto path = definition.getVaultPath();
-  for (int copy = 0; copy < copies; ++copy)
-    trimFileSeperators(&path);
-  return path;
-}
-
-struct RepositoryPath {
-  QvbString repository;
-  QvbString path;
-};
-
-// The place of a file in the repository with the longest folder above it, the first one loaded among equals.
-std::optional<RepositoryPath> findRepositoryPath(const QvbString& filename) {
-  std::optional<RepositoryPath> best;
-  QvbString::Index bestLength = 0;
-  QvReposConfigManagerImpl().forEachDefinition([&](QvReposConfiguration& definition) {
-    const auto vaultPath = vaultPathOf(definition, copiesOfList);
-    const auto path = pathBelow(vaultPath, filename);
-    if (path && vaultPath.length() > bestLength) {
-      bestLength = vaultPath.length();
-      best = {definition.getName(), *path};
-    }
-  });
-  return best;
-}
 
 QvbString objectTypeOf(const QvbString& filename, QvbString* extension) {
   QvbString folder;
@@ -263,13 +218,17 @@ bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* roo
 }
 
 bool generateURIReferenceFromFilename(const QvbString& filename, QvbString* uriReference) {
+  return generateURIReference(filename, nullptr, uriReference);
+}
+
+bool generateURIReference(const QvbString& filename, RepositoryFolders* folders, QvbString* uriReference) {
   if (filename.isEmpty())
     return false;
   if (isURIReference(filename)) {
     *uriReference = filename;
     return true;
   }
-  const auto place = findRepositoryPath(filename);
+  const auto place = folders ? folders->find(filename) : findRepositoryPath(filename);
   if (!place)
     return writeURIText(getURI("file", QvbString(), withSlashes(filename)), uriReference);
   QvbString extension;

@@ -1,9 +1,9 @@
 #include "qvreposres/qvsqlstep.h"
 
-#include "domchildren.h"
 #include "qvresourcemgrimpl.h"
 #include "qvsstr/qvsstr.h"
 #include "qvxbase/qvbformat.h"
+#include "qvxdom/qvdomelements.h"
 #include "sqlstepwalk.h"
 
 #include <algorithm>
@@ -18,20 +18,26 @@ constexpr std::array sqlSteps{"QueryBuilderService",          "SQLCreateTableSel
                               "SQLInsertRowsSelect",          "SQLInsertRowsQueryReference",
                               "SQLCreateTableQueryReference", "SQLUpdateRows"};
 
-bool isSQLStep(const QvDomNode& element) {
+bool isNamed(const QvDomElement& element, std::string_view name) {
+  return qvbEqualsIgnoreCase(element.name, name);
+}
+
+bool isSQLStep(const QvDomElement& element) {
   return std::any_of(sqlSteps.begin(), sqlSteps.end(),
                      [&](const char* name) { return isNamed(element, name); });
 }
 
 // The value of the attribute of this name without regard to case, empty when there is none; the name as it is written
 // here counts first.
-QvbString attributeOf(const QvDomNode& element, const QvbString& name) {
-  auto value = element.getAttributeValue(name);
-  QvbString other;
-  for (int i = 0; value.isNull() && element.getAttributeNameValue(i, &other, nullptr); ++i)
-    if (qvbEqualsIgnoreCase(other.view(), name.view()))
-      element.getAttributeNameValue(i, nullptr, &value);
-  return value.isNull() ? QvbString("") : value;
+QvbString attributeOf(const QvDomElement& element, const QvbString& name) {
+  const auto& all = element.attributes;
+  auto found = std::find_if(all.begin(), all.end(),
+                            [&](const auto& attribute) { return attribute.name == name.view(); });
+  if (found == all.end())
+    found = std::find_if(all.begin(), all.end(), [&](const auto& attribute) {
+      return qvbEqualsIgnoreCase(attribute.name, name.view());
+    });
+  return found == all.end() ? QvbString("") : QvbString(found->value);
 }
 
 struct TableName {
@@ -55,7 +61,7 @@ std::optional<TableName> parseTableName(const QvbString& text) {
   return TableName{.catalog = fromEnd(3), .schema = fromEnd(2), .table = fromEnd(1)};
 }
 
-void visitConnection(const QvDomNode& element, QvSQLStepVisitor& visitor, QvbString& connection) {
+void visitConnection(const QvDomElement& element, QvSQLStepVisitor& visitor, QvbString& connection) {
   const bool isTableServices = attributeOf(element, Names::DB_DAC_TYPE_String).find("QVTK") >= 0;
   const auto type = isTableServices ? QvbString("GRVS") : Names::ODBC_String;
   const auto name = attributeOf(element, Names::Name_String);
@@ -74,17 +80,17 @@ const char* refusalOf(const QvDataURIComponents& table, bool isDataURI) {
   return table.table.isEmpty() ? "names no table" : nullptr;
 }
 
-void visitTableByURI(const QvDomNode& element, QvSQLTableElement kind, const QvbString& pathUri,
+void visitTableByURI(const QvDomElement& element, QvSQLTableElement kind, const QvbString& pathUri,
                      QvSQLStepVisitor& visitor) {
   QvDataURIComponents table;
   const bool isDataURI = getDataURIComponentsFromString(pathUri, &table);
   if (isDataURI && !table.dataSource.isEmpty() && !table.dataSourceType.isEmpty())
     visitor.visitTableRead(kind, table, attributeOf(element, Names::Name_String));
   if (const char* reason = refusalOf(table, isDataURI))
-    visitor.visitUnusableName(element.getName(), pathUri, reason);
+    visitor.visitUnusableName(QvbString(element.name), pathUri, reason);
 }
 
-void visitTable(const QvDomNode& element, QvSQLTableElement kind, QvSQLStepVisitor& visitor,
+void visitTable(const QvDomElement& element, QvSQLTableElement kind, QvSQLStepVisitor& visitor,
                 const QvbString& connection) {
   const auto pathUri = attributeOf(element, Names::PATHURI_String);
   if (!pathUri.isEmpty()) {
@@ -96,22 +102,22 @@ void visitTable(const QvDomNode& element, QvSQLTableElement kind, QvSQLStepVisit
     visitor.visitBareTableRead(kind, table, connection);
 }
 
-void visitTarget(const QvDomNode& element, QvSQLStepVisitor& visitor, const QvbString& connection) {
+void visitTarget(const QvDomElement& element, QvSQLStepVisitor& visitor, const QvbString& connection) {
   const auto target = attributeOf(element, Names::TARGETNAME_String);
   if (target.isEmpty())
     return;
   const auto name = parseTableName(target);
   if (!name)
-    visitor.visitUnusableName(element.getName(), target, "is not catalog, schema and table");
+    visitor.visitUnusableName(QvbString(element.name), target, "is not catalog, schema and table");
   else if (name->table.isEmpty())
-    visitor.visitUnusableName(element.getName(), target, "names no table");
+    visitor.visitUnusableName(QvbString(element.name), target, "names no table");
   else if (connection.isEmpty())
-    visitor.visitUnusableName(element.getName(), target, "has no connection before it");
+    visitor.visitUnusableName(QvbString(element.name), target, "has no connection before it");
   else
     visitor.visitTableWritten(connection, name->catalog, name->schema, name->table);
 }
 
-void visitElement(const QvDomNode& element, QvSQLStepVisitor& visitor, QvbString& connection) {
+void visitElement(const QvDomElement& element, QvSQLStepVisitor& visitor, QvbString& connection) {
   if (isNamed(element, "DatabaseConnectionObject"))
     visitConnection(element, visitor, connection);
   else if (isNamed(element, "SourceTable"))
@@ -122,40 +128,59 @@ void visitElement(const QvDomNode& element, QvSQLStepVisitor& visitor, QvbString
     visitTarget(element, visitor, connection);
 }
 
-bool walkLoaded(bool isLoaded, const QvDom& document, QvSQLStepVisitor& visitor, QvbString* error) {
-  if (isLoaded)
-    walkSQLStep(document, visitor);
-  else if (error)
-    *error = document.getErrorMessage();
-  return isLoaded;
-}
+// Tells of the elements that it is told of, one after the other.
+class StepWalk final : public QvDomElementVisitor {
+public:
+  StepWalk(QvSQLStepVisitor& visitor, QvbString& connection) : m_visitor(visitor), m_connection(connection) {}
+
+  bool visitElement(const QvDomElement& element) override {
+    ::visitElement(element, m_visitor, m_connection);
+    return true;
+  }
+
+private:
+  QvSQLStepVisitor& m_visitor;
+  QvbString& m_connection;
+};
+
+// The same, from the root of a document on, which must be a step.
+class DocumentWalk final : public QvDomElementVisitor {
+public:
+  explicit DocumentWalk(QvSQLStepVisitor& visitor) : m_visitor(visitor), m_walk(visitor, m_connection) {}
+
+  bool visitElement(const QvDomElement& element) override {
+    if (element.depth > 0)
+      return m_walk.visitElement(element);
+    const bool isStep = isSQLStep(element);
+    if (!isStep)
+      m_visitor.visitUnknownRoot(QvbString(element.name));
+    return isStep;
+  }
+
+private:
+  QvSQLStepVisitor& m_visitor;
+  QvbString m_connection{""};
+  StepWalk m_walk;
+};
 
 } // namespace
 
 void walkSQLStep(const QvDom& document, QvSQLStepVisitor& visitor) {
-  const auto root = document.getRoot();
-  if (!isSQLStep(root)) {
-    visitor.visitUnknownRoot(root.getName());
-    return;
-  }
-  QvbString connection("");
-  walkSQLNodes(root.getFirstChild(false), visitor, connection);
+  DocumentWalk walk(visitor);
+  qvDomVisitElements(document.getRoot(), walk);
 }
 
-// Siblings are a loop, so that their number costs no stack; the depth of a document is limited by its reader.
 void walkSQLNodes(const QvDomNode& node, QvSQLStepVisitor& visitor, QvbString& connection) {
-  for (auto element = node; !element.null(); element = element.getNextSibling(false)) {
-    visitElement(element, visitor, connection);
-    walkSQLNodes(element.getFirstChild(false), visitor, connection);
-  }
+  StepWalk walk(visitor, connection);
+  qvDomVisitElements(node, walk);
 }
 
 bool visitSQLStepInFile(const QvbString& path, QvSQLStepVisitor* visitor, QvbString* error) {
-  QvDom document;
-  return walkLoaded(document.loadFile(path), document, *visitor, error);
+  DocumentWalk walk(*visitor);
+  return qvDomVisitElementsOfFile(path, walk, error);
 }
 
 bool visitSQLStepInString(const QvbString& xml, QvSQLStepVisitor* visitor, QvbString* error) {
-  QvDom document;
-  return walkLoaded(document.loadXML(xml), document, *visitor, error);
+  DocumentWalk walk(*visitor);
+  return qvDomVisitElements(xml, walk, error);
 }

@@ -1,29 +1,18 @@
 // Prints the lineage of one job file: example_job_lineage FILE
-#include <qvreposres/qvlineage.h>
-#include <qvreposres/qvresourcemgr.h>
-#include <qvxbase/qvbreleased.h>
+#include <qvreposres/cpp.h>
 
-#include <cstdio>
+#include <iostream>
 
 int main(int argc, char** argv) {
   if (argc != 2)
-    return std::fprintf(stderr, "usage: %s FILE\n", argv[0]), 2;
+    return std::cerr << "usage: " << argv[0] << " FILE\n", 2;
 
-  const Released<QvImpactAnalysis> store(getQvLineageAnalysis());
-  const Released<QvResourceManager> manager(createQvResourceManager());
-  const Released<QvResourceList> job(store->createResourceList());
-  const Released<QvResourceList> used(store->createResourceList());
-  QvResourceFactory* factory = store->getDefaultResourceFactory(); // the store's own
-
-  // The job itself is one resource; what its SQL step names are the resources that it uses.
-  QvbString file = argv[1];
-  const bool scanned = manager->addSQLResourcesFromFile(file, factory, used.get());
-  manager->addJobFileNode(factory, job.get(), file);
-  if (scanned && job->next())
-    store->addDependentResources(job->getValue(), used.get());
-
-  QvbString xml;
-  if (scanned && store->getLineageAsString(&xml, nullptr, true))
-    std::fputs(xml.asCstr(), stdout);
-  return scanned ? 0 : 1;
+  qvreposres::Lineage lineage;
+  if (const auto job = lineage.record(argv[1]); !job)
+    return std::cerr << job.error() << '\n', 1; // with file, line and column
+  const auto xml = lineage.xml();
+  if (!xml)
+    return std::cerr << xml.error() << '\n', 1;
+  std::cout << *xml;
+  return 0;
 }

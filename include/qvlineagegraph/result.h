@@ -1,9 +1,9 @@
-// A value, or why there is none.
+// What fails in the lineage graph, and the result that carries it.
 #pragma once
 
+#include "qvreposres/result.h"
+
 #include <string>
-#include <utility>
-#include <variant>
 
 namespace qvlineagegraph {
 
@@ -21,44 +21,6 @@ struct Error {
 };
 
 template<class T>
-class Result {
-public:
-  Result(T value) : m_content(std::in_place_index<0>, std::move(value)) {}
-  Result(Error error) : m_content(std::in_place_index<1>, std::move(error)) {}
-
-  bool ok() const noexcept { return m_content.index() == 0; }
-  explicit operator bool() const noexcept { return ok(); }
-
-  // Of a result that is ok.
-  T& value() & { return std::get<0>(m_content); }
-  const T& value() const& { return std::get<0>(m_content); }
-  T&& value() && { return std::get<0>(std::move(m_content)); }
-  T& operator*() & { return value(); }
-  const T& operator*() const& { return value(); }
-  T&& operator*() && { return std::move(*this).value(); }
-  T* operator->() { return &value(); }
-  const T* operator->() const { return &value(); }
-
-  // Of a result that is not.
-  const Error& error() const { return std::get<1>(m_content); }
-
-private:
-  std::variant<T, Error> m_content;
-};
-
-// Done, or why not.
-template<>
-class Result<void> {
-public:
-  Result() = default;
-  Result(Error error) : m_content(std::move(error)) {}
-
-  bool ok() const noexcept { return m_content.index() == 0; }
-  explicit operator bool() const noexcept { return ok(); }
-  const Error& error() const { return std::get<Error>(m_content); }
-
-private:
-  std::variant<std::monostate, Error> m_content;
-};
+using Result = qvreposres::Expected<T, Error>;
 
 } // namespace qvlineagegraph

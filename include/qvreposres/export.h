@@ -10,8 +10,10 @@
 //               operation says so: what a record, row or object starts with, and what a cursor off the rows gives,
 //               is an empty text.
 //   Failures    A false, null or non-zero result, with a fixed English message where the operation has an
-//               output for one. No exception crosses the boundary but std::bad_alloc, when memory is short: what a
-//               host implements and hands over (a listener, a sink, a factory, a resolver, a cache) must not throw.
+//               output for one. No exception crosses the boundary but the one below: what a host implements and
+//               hands over (a listener, a sink, a factory, a resolver, a cache) must not throw.
+//   Memory      An operation that memory is short for throws std::bad_alloc, unless its header tells of a failure
+//               in its place.
 //   Threads     The library starts none. Objects are for one thread at a time unless their header says
 //               otherwise.
 //   Slots       The order of virtual operations is a binary contract: new ones are added at the end.

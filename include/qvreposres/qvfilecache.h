@@ -80,4 +80,8 @@ QVREPOSRES_API void qvFileCacheShutdown();
 QVREPOSRES_API int setFileCacheManager(FileAccessCacheManager* cache);
 // The process-wide cache, made on first use; null when there is none. Callers do not release it.
 QVREPOSRES_API FileAccessCache* getFileCache();
+
+// Why there is no copy of that name, for people, where getCacheFilename() answered this result without an error text.
+// False, with nothing written, when memory is short.
+QVREPOSRES_API bool getMissingCopyReason(const QvbString& remoteName, int result, QvbString* reason);
 }

@@ -134,8 +134,14 @@ public:
                                         QvbString* filename) = 0;
 };
 
-// A new, independent manager; the caller releases it. Memory that cannot be had is std::bad_alloc.
-extern "C" QVREPOSRES_API QvReposConfigManager* getRepositoryConfigurationManager();
+extern "C" {
+
+// A new, independent manager; the caller releases it.
+QVREPOSRES_API QvReposConfigManager* getRepositoryConfigurationManager();
+
+// "File", "ODBC" or "GRVS", a text that lasts as long as the library; empty for every other value.
+QVREPOSRES_API const char* getUnifiedReposConnectTypeName(QvUnifiedReposConnectType type);
+}
 
 // Removes trailing back slashes, then trailing slashes; whether anything was removed. False for a null path.
 QVREPOSRES_API bool trimFileSeperators(QvbString* path);

@@ -62,7 +62,7 @@ public:
 extern "C" {
 
 // The process-wide manager, made on the first call, which must not race another one (qvReposResStartup()
-// makes it ahead of concurrent use); callers do not release it. std::bad_alloc when memory is short.
+// makes it ahead of concurrent use); callers do not release it.
 QVREPOSRES_API QvReposEventManager* getRepositoryEventManager();
 
 // The word for a change: "created", "deleted", "modified", "locked", "unlocked" or "renamed"; "modified" for

@@ -43,6 +43,9 @@ QVREPOSRES_API bool getMDMRepositoryRootFolder(QvbString* out);
 // The file system folder of the master data templates, share/mdm below the option QVEXEC_HOME, whether it
 // exists or not. False when that option is unset or empty.
 QVREPOSRES_API bool getMDMTemplateRootFolder(QvbString* out);
+
+// Every extension that getTypeForFileExtension() knows, then null.
+QVREPOSRES_API const char* const* getKnownFileExtensions();
 }
 
 // Whether the path is not empty and ends in "/".

@@ -137,7 +137,7 @@ protected:
 
 extern "C" {
 
-// New ones that the caller releases. Memory that cannot be had is std::bad_alloc.
+// New ones that the caller releases.
 QVREPOSRES_API RepositoryMetadataObject* createRepositoryMetadataObject(const char* objectType);
 QVREPOSRES_API RepositorySerializationContext* createRepositoryMetadataSerializationContext();
 }

@@ -109,5 +109,5 @@ public:
                                           QvbString& reserved4) = 0;
 };
 
-// A new manager; the caller releases it. Memory that cannot be had is std::bad_alloc.
+// A new manager; the caller releases it.
 extern "C" QVREPOSRES_API QvResourceManager* createQvResourceManager();

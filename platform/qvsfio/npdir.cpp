@@ -36,7 +36,21 @@ int temporaryRoot(std::string* root) {
 }
 
 bool isSingleName(std::string_view name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos &&
+         name.find('\0') == std::string_view::npos;
+}
+
+// The name in the path of an entry of the folder; null for another path.
+const char* nameIn(const NpDir& directory, const QvbString& path) {
+  const std::string_view folder = directory.path.view();
+  std::string_view name = path.view();
+  if (!name.starts_with(folder))
+    return nullptr;
+  name.remove_prefix(folder.size());
+  if (!folder.ends_with('/') && !name.starts_with('/'))
+    return nullptr;
+  name.remove_prefix(folder.ends_with('/') ? 0 : 1);
+  return isSingleName(name) ? name.data() : nullptr;
 }
 
 int openNewFolder(const char* path, std::unique_ptr<NpDir>* directory) {
@@ -88,6 +102,28 @@ int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** dire
     *buffer = '\0';
   *directory = opened.release();
   return code;
+}
+
+int np_dir_open(const QvbString& path, NpDir** directory) {
+  *directory = nullptr;
+  return codeOf([&] {
+    auto opened = std::make_unique<NpDir>();
+    if (const int code = nativePath(path, &opened->path))
+      return code;
+    const char* const named = opened->path.asCstr();
+    opened->descriptor = Descriptor(attempt(QvbFaultPoint::FileStat, named,
+                                            [&] { return ::open(named, O_PATH | O_DIRECTORY | O_CLOEXEC); }));
+    if (!opened->descriptor)
+      return lastCode();
+    *directory = opened.release();
+    return NP_FIO_OK;
+  });
+}
+
+int np_dir_stat(NpDir* directory, const QvbString& path, NpFileStat* stat) {
+  const char* const name = directory ? nameIn(*directory, path) : nullptr;
+  return name ? npfio::statAt(directory->descriptor.get(), name, path.asCstr(), stat)
+              : np_fio_stat(path, stat);
 }
 
 void np_dir_close(NpDir* directory) { delete directory; }

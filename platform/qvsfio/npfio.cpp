@@ -113,6 +113,16 @@ int Descriptor::close(const char* subject) {
   return error == EINTR ? NP_FIO_OK : np_fio_code(error);
 }
 
+int statAt(int folder, const char* name, const char* subject, NpFileStat* stat) {
+  struct stat entry;
+  if (attempt(QvbFaultPoint::FileStat, subject, [&] { return ::fstatat(folder, name, &entry, 0); }) != 0)
+    return lastCode();
+  if (stat)
+    *stat = {kindOf(entry),        entry.st_dev,          entry.st_ino,         entry.st_size,
+             entry.st_mtim.tv_sec, entry.st_mtim.tv_nsec, entry.st_ctim.tv_sec, entry.st_ctim.tv_nsec};
+  return NP_FIO_OK;
+}
+
 int readAll(const QvbString& path, std::int64_t limit, std::string* bytes) {
   QvbString native;
   if (const int code = nativePath(path, &native))
@@ -184,13 +194,7 @@ int np_fio_stat(const QvbString& path, NpFileStat* stat) {
   if (const int code = npfio::codeOf([&] { return nativePath(path, &native); }))
     return code;
   const char* const named = native.asCstr();
-  struct stat entry;
-  if (attempt(QvbFaultPoint::FileStat, named, [&] { return ::stat(named, &entry); }) != 0)
-    return lastCode();
-  if (stat)
-    *stat = {kindOf(entry),        entry.st_dev,          entry.st_ino,         entry.st_size,
-             entry.st_mtim.tv_sec, entry.st_mtim.tv_nsec, entry.st_ctim.tv_sec, entry.st_ctim.tv_nsec};
-  return NP_FIO_OK;
+  return npfio::statAt(AT_FDCWD, named, named, stat);
 }
 
 int np_fio_unlink(const QvbString& path) {

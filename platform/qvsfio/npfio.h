@@ -86,6 +86,12 @@ QVPLATFORM_API int np_dir_create(const QvbString& path, int mode);
 // whose process ended without removing it is removed, with the files in it, when the same user makes the next one under
 // the same root (on file systems that know locks and user attributes).
 QVPLATFORM_API int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** directory);
+// Opens a folder for np_dir_stat(); `directory` becomes the handle, null on failure. A folder that can be looked at need
+// not be readable.
+QVPLATFORM_API int np_dir_open(const QvbString& path, NpDir** directory);
+// As np_fio_stat(), for many entries of one folder: the way to it is gone once. A path that is not the folder's own path
+// and one name, and every path where `directory` is null, is np_fio_stat()'s.
+QVPLATFORM_API int np_dir_stat(NpDir* directory, const QvbString& path, NpFileStat* stat);
 QVPLATFORM_API void np_dir_close(NpDir* directory);
 // Ends the handle and removes the new folder, which must be empty; it needs no memory. Null does nothing.
 QVPLATFORM_API void np_dir_discard(NpDir* directory);

@@ -13,9 +13,9 @@ namespace {
 
 // What a link points at may be missing; a chain longer than the system itself follows is an error.
 int followLinks(std::string* path) {
-  constexpr int MaxLinks = 40;
+  constexpr int maxLinks = 40;
   std::filesystem::path target = *path;
-  for (int links = 0; links < MaxLinks; ++links) {
+  for (int links = 0; links < maxLinks; ++links) {
     std::error_code notALink;
     const auto next = std::filesystem::read_symlink(target, notALink);
     if (notALink) {
@@ -30,11 +30,11 @@ int followLinks(std::string* path) {
 // Hidden, unique, and recognisable by the beginning of the target's name. Short enough for every file system
 // that can hold the target's own name.
 std::string temporaryNameFor(const std::string& name) {
-  constexpr std::size_t ShownLength = 32;
+  constexpr std::size_t shownLength = 32;
   const auto isContinuation = [&](std::size_t at) {
     return (static_cast<unsigned char>(name[at]) & 0xC0) == 0x80;
   };
-  std::size_t shown = std::min(name.size(), ShownLength);
+  std::size_t shown = std::min(name.size(), shownLength);
   while (shown > 0 && shown < name.size() && isContinuation(shown))
     --shown;
   return "." + name.substr(0, shown) + "." + qvbGetUUID().asCstr() + ".tmp";

@@ -5,7 +5,7 @@
 #include "qvxbase/qvbpath.h"
 #include "qvxbase/qvbreleased.h"
 #include "qvxbase/qvbunload.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include <algorithm>
 #include <atomic>
@@ -22,7 +22,6 @@
 
 namespace {
 
-constexpr const char* Source = "platform/qvxbase/qvbconfig";
 constexpr std::int64_t MaxFileSize = 1 << 20;
 constexpr std::string_view WhiteSpace = " \t\r\v\f";
 
@@ -121,7 +120,7 @@ struct OptionFile {
   }
   void logFault() const {
     if (!fault.isNull())
-      qvlogGetLogger("QV.Base.Config")->logEvent(QvLoggingLevel::Error, Source, __LINE__, "%S", &fault);
+      QvLog("QV.Base.Config", "platform/qvxbase/qvbconfig").error("%s", fault);
   }
 };
 

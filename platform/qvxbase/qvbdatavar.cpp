@@ -5,8 +5,8 @@
 
 namespace {
 
-constexpr std::array TrueWords{"true", "yes", "on", "t", "y"};
-constexpr std::array FalseWords{"false", "no", "off", "f", "n"};
+constexpr std::array trueWords{"true", "yes", "on", "t", "y"};
+constexpr std::array falseWords{"false", "no", "off", "f", "n"};
 
 template<class Words>
 bool isOneOf(const QvbString& text, const Words& words) noexcept {
@@ -20,8 +20,8 @@ bool QvbDatavar::asBool(bool* ok) const {
   QvbString text = m_text;
   text.trim();
   bool known = true;
-  bool value = isOneOf(text, TrueWords);
-  if (!value && !isOneOf(text, FalseWords))
+  bool value = isOneOf(text, trueWords);
+  if (!value && !isOneOf(text, falseWords))
     value = text.asDouble(&known) != 0.0 && known;
   if (ok)
     *ok = known;

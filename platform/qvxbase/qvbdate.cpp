@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr std::int64_t MillisecondsPerDay = 86'400'000;
-constexpr std::int64_t DaysPerEra = 146'097; // 400 years, after which the calendar repeats
+constexpr std::int64_t millisecondsPerDay = 86'400'000;
+constexpr std::int64_t daysPerEra = 146'097; // 400 years, after which the calendar repeats
 
 constexpr std::int64_t floorDivide(std::int64_t value, std::int64_t divisor) noexcept {
   return value / divisor - (value % divisor < 0);
@@ -32,13 +32,13 @@ constexpr std::int64_t daysToMonth(std::int64_t year, int month) noexcept {
   const std::int64_t era = floorDivide(marchYear, 400);
   const std::int64_t yearOfEra = marchYear - era * 400;
   const std::int64_t dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5;
-  return era * DaysPerEra + yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear - 719'468;
+  return era * daysPerEra + yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear - 719'468;
 }
 
 constexpr CivilDay civilDay(std::int64_t days) noexcept {
   days += 719'468;
-  const std::int64_t era = floorDivide(days, DaysPerEra);
-  const std::int64_t dayOfEra = days - era * DaysPerEra;
+  const std::int64_t era = floorDivide(days, daysPerEra);
+  const std::int64_t dayOfEra = days - era * daysPerEra;
   const std::int64_t yearOfEra = (dayOfEra - dayOfEra / 1'460 + dayOfEra / 36'524 - dayOfEra / 146'096) / 365;
   const std::int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
   const auto marchMonth = static_cast<int>((5 * dayOfYear + 2) / 153);
@@ -82,11 +82,11 @@ QvbDate QvbDate::fromEpoch(std::int64_t seconds) { return dateOf(seconds, false,
 
 void QvbDate::assign(int year, int month, int day, int hour, int minute, int second, int millisecond) {
   const std::int64_t time = ((std::int64_t{hour} * 60 + minute) * 60 + second) * 1000 + millisecond;
-  const std::int64_t extraDays = floorDivide(time, MillisecondsPerDay);
+  const std::int64_t extraDays = floorDivide(time, millisecondsPerDay);
   const std::int64_t extraYears = floorDivide(std::int64_t{month} - 1, 12);
   const auto inYear = static_cast<int>(month - extraYears * 12);
   const CivilDay civil = civilDay(daysToMonth(year + extraYears, inYear) + day - 1 + extraDays);
-  const auto inDay = static_cast<int>(time - extraDays * MillisecondsPerDay);
+  const auto inDay = static_cast<int>(time - extraDays * millisecondsPerDay);
 
   m_null = false;
   m_year = saturated(civil.year);

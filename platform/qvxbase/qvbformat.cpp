@@ -14,7 +14,6 @@ namespace {
 
 constexpr int MaxPadding = 65'536;
 constexpr std::string_view RealTypes = "fFeEgGaA";
-constexpr std::string_view KnownTypes = "diuoxXcsSpnfFeEgGaA%";
 
 struct Conversion {
   bool left = false;
@@ -26,9 +25,9 @@ struct Conversion {
   int precision = -1; // negative when the format gives none
   char type = '\0';
 
-  bool isReal() const noexcept { return RealTypes.find(type) != std::string_view::npos; }
+  bool isReal() const noexcept { return QvbFormatSyntax::has(RealTypes, type); }
   bool isText() const noexcept { return type == 's' || type == 'S'; }
-  bool isKnown() const noexcept { return type != '\0' && KnownTypes.find(type) != std::string_view::npos; }
+  bool isKnown() const noexcept { return QvbFormatSyntax::has(QvbFormatSyntax::Types, type); }
 
   bool setFlag(char character) noexcept {
     switch (character) {
@@ -142,7 +141,7 @@ public:
     conversion.setWidth(readCount());
     if (accept('.'))
       conversion.precision = std::max(readCount(), -1);
-    while (!m_rest.empty() && std::string_view("hljztLq").find(m_rest.front()) != std::string_view::npos)
+    while (!m_rest.empty() && QvbFormatSyntax::has(QvbFormatSyntax::Lengths, m_rest.front()))
       m_rest.remove_prefix(1);
     if (!m_rest.empty()) {
       conversion.type = m_rest.front();

@@ -59,6 +59,50 @@ public:
   std::string_view text;
 };
 
+// What conversions are made of.
+struct QvbFormatSyntax {
+  static constexpr std::string_view Flags = "-+ #0";
+  static constexpr std::string_view Lengths = "hljztLq";
+  static constexpr std::string_view Types = "diuoxXcsSpnfFeEgGaA%";
+
+  static constexpr bool has(std::string_view characters, char character) noexcept {
+    return characters.find(character) != std::string_view::npos;
+  }
+};
+
+// The arguments that a format takes, one for each conversion and for each "*"; -1 when a "%" begins no conversion.
+constexpr int qvbFormatArguments(std::string_view format) noexcept {
+  const auto accept = [&](std::string_view characters) {
+    const bool accepted = !format.empty() && QvbFormatSyntax::has(characters, format.front());
+    format.remove_prefix(accepted ? 1 : 0);
+    return accepted;
+  };
+  int count = 0;
+  const auto acceptNumber = [&] {
+    if (accept("*"))
+      ++count;
+    else
+      while (accept("0123456789")) {
+      }
+  };
+  while (!format.empty()) {
+    if (!accept("%")) {
+      format.remove_prefix(1);
+      continue;
+    }
+    while (accept(QvbFormatSyntax::Flags)) {
+    }
+    acceptNumber();
+    if (accept("."))
+      acceptNumber();
+    while (accept(QvbFormatSyntax::Lengths)) {
+    }
+    if (!accept("%") && !(accept(QvbFormatSyntax::Types) && ++count))
+      return -1;
+  }
+  return count;
+}
+
 QVPLATFORM_API QvbString qvbStringFormatArgs(const char* format, std::span<const QvbFormatArg> args);
 
 // The text that the format and its arguments make; a null format makes an empty text.

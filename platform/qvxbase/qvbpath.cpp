@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr char Separator = '/';
+constexpr char separator = '/';
 
 class Directory final : public QvbDirectory {
 public:
@@ -75,16 +75,16 @@ QvbString qvbConcatPath(const QvbString& directory, const QvbString& name) {
     return directory.isEmpty() ? name : directory;
   const std::string_view left = directory.view();
   const std::string_view right = name.view();
-  QvbString joined(left.substr(0, left.find_last_not_of(Separator) + 1));
-  joined.append(std::string_view(&Separator, 1));
-  return joined.append(right.substr(std::min(right.find_first_not_of(Separator), right.size())));
+  QvbString joined(left.substr(0, left.find_last_not_of(separator) + 1));
+  joined.append(std::string_view(&separator, 1));
+  return joined.append(right.substr(std::min(right.find_first_not_of(separator), right.size())));
 }
 
 bool qvbParsePath(const QvbString& path, QvbString* folder, QvbString* name) {
   if (path.isEmpty())
     return false;
   const std::string_view whole = path.view();
-  const std::size_t last = whole.rfind(Separator);
+  const std::size_t last = whole.rfind(separator);
   const std::size_t nameStart = last == std::string_view::npos ? 0 : last + 1;
   // Both are taken before an output is written that may be the path itself.
   const QvbString folderPart(whole.substr(0, nameStart > 1 ? last : nameStart));

@@ -337,3 +337,5 @@ std::size_t qvbHashIgnoreCase(std::string_view text) noexcept {
 bool qvbEqualsIgnoreCase(std::string_view a, std::string_view b) noexcept {
   return a.size() == b.size() && compareFolded(a, b) == 0;
 }
+
+int qvbCompareIgnoreCase(std::string_view a, std::string_view b) noexcept { return compareFolded(a, b); }

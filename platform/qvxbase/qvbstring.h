@@ -106,11 +106,16 @@ private:
   Rep* m_rep = nullptr;
 };
 
+// The text; an empty one for null.
+inline QvbString qvbOrEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
+
 // A hash of the bytes with ASCII case folded: texts that compare() as equal without regard to case hash
 // alike.
 QVPLATFORM_API std::size_t qvbHashIgnoreCase(std::string_view text) noexcept;
 // Whether compare() finds no difference without regard to case, found faster than their order.
 QVPLATFORM_API bool qvbEqualsIgnoreCase(std::string_view a, std::string_view b) noexcept;
+// As compare() without regard to case.
+QVPLATFORM_API int qvbCompareIgnoreCase(std::string_view a, std::string_view b) noexcept;
 
 // For hash tables whose keys are texts without regard to case. The hash is not declared noexcept, though it throws
 // nothing: libstdc++ then keeps it beside each key, where otherwise it would compute it again for every neighbour that

@@ -8,10 +8,10 @@
 
 namespace {
 
-constexpr std::string_view RepositoryScheme = "qvr";
-constexpr std::string_view ReferenceScheme = "dmsref";
-constexpr std::string_view FileScheme = "file";
-constexpr const char* TypeParameter = "type";
+constexpr std::string_view repositoryScheme = "qvr";
+constexpr std::string_view referenceScheme = "dmsref";
+constexpr std::string_view fileScheme = "file";
+constexpr const char* typeParameter = "type";
 
 QvbString toText(const std::string& bytes) { return QvbString(std::string_view(bytes)); }
 QvbString toText(const std::optional<std::string>& bytes) { return bytes ? toText(*bytes) : QvbString(); }
@@ -28,9 +28,9 @@ std::string_view withoutLeadingSlashes(std::string_view path) {
 enum class Form { Plain, RepositoryObject, Data, ServerReference };
 
 Form formOf(std::string_view scheme) {
-  if (qvbEqualsIgnoreCase(scheme, RepositoryScheme))
+  if (qvbEqualsIgnoreCase(scheme, repositoryScheme))
     return Form::RepositoryObject;
-  if (qvbEqualsIgnoreCase(scheme, ReferenceScheme))
+  if (qvbEqualsIgnoreCase(scheme, referenceScheme))
     return Form::ServerReference;
   return isDataScheme(scheme) ? Form::Data : Form::Plain;
 }
@@ -46,7 +46,7 @@ public:
     const QvbString path = getPath();
     return path.mid(path.rfind("/") + 1);
   }
-  QvbString getObjectType() override { return m_uri.getParameter(TypeParameter); }
+  QvbString getObjectType() override { return m_uri.getParameter(typeParameter); }
   QvbString getServer() override { return {}; }
   QvbString getDataSource() override { return {}; }
   QvbString getDataSourceType() override { return {}; }
@@ -70,7 +70,7 @@ public:
     const QvbString path = m_uri.getPath();
     return path.mid(path.view().starts_with('/') ? 1 : 0);
   }
-  QvbString getDataSourceType() override { return m_uri.getParameter(TypeParameter); }
+  QvbString getDataSourceType() override { return m_uri.getParameter(typeParameter); }
   QvbString getCatalog() override { return m_uri.getParameter("catalog"); }
   QvbString getSchema() override { return m_uri.getParameter("schema"); }
   QvbString getTable() override { return m_uri.getParameter("table"); }
@@ -155,17 +155,15 @@ void addParameter(QvUriText& text, const char* name, const QvbString& value) {
     text.addParameter(name, value.view());
 }
 
-QvbString orEmpty(const QvbString& text) { return text.isNull() ? QvbString("") : text; }
-
 QvDataURIComponents componentsOf(const QvbString& scheme, QvDataURI& data) {
   return {.scheme = scheme,
-          .server = orEmpty(data.getServer()),
+          .server = qvbOrEmpty(data.getServer()),
           .dataSource = data.getDataSource(),
-          .dataSourceType = orEmpty(data.getDataSourceType()),
-          .catalog = orEmpty(data.getCatalog()),
-          .schema = orEmpty(data.getSchema()),
-          .table = orEmpty(data.getTable()),
-          .column = orEmpty(data.getColumn())};
+          .dataSourceType = qvbOrEmpty(data.getDataSourceType()),
+          .catalog = qvbOrEmpty(data.getCatalog()),
+          .schema = qvbOrEmpty(data.getSchema()),
+          .table = qvbOrEmpty(data.getTable()),
+          .column = qvbOrEmpty(data.getColumn())};
 }
 
 } // namespace
@@ -183,7 +181,7 @@ QvURI* getURI(const QvbString& scheme, const QvbString& host, const QvbString& p
   if (!qvIsUriScheme(scheme.view()))
     return nullptr;
   QvUriText text = buildUri(scheme.view(), host.view(), path.view());
-  if (qvbEqualsIgnoreCase(scheme.view(), FileScheme) && host.isEmpty() && !path.view().starts_with('/')) {
+  if (qvbEqualsIgnoreCase(scheme.view(), fileScheme) && host.isEmpty() && !path.view().starts_with('/')) {
     text.authority.reset();
     text.path = qvEncodeUriPath(path.view(), QvPercent::Literal);
   }
@@ -195,8 +193,8 @@ QvURI* getReposURIFromComponents(const QvbString& repository, const QvbString& p
   const auto objectPath = withoutLeadingSlashes(path.view());
   if (objectPath.empty())
     return nullptr;
-  QvUriText text = buildUri(RepositoryScheme, repository.view(), objectPath);
-  addParameter(text, TypeParameter, objectType);
+  QvUriText text = buildUri(repositoryScheme, repository.view(), objectPath);
+  addParameter(text, typeParameter, objectType);
   return new UriRecord(std::move(text));
 }
 
@@ -205,7 +203,7 @@ QvURI* getDMSRefURIFromComponents(const QvbString& server, const QvbString& obje
   const auto path = withoutLeadingSlashes(objectPath.view());
   if (server.isEmpty() || path.empty())
     return nullptr;
-  QvUriText text = buildUri(ReferenceScheme, server.view(), path);
+  QvUriText text = buildUri(referenceScheme, server.view(), path);
   addParameter(text, "ObjectType", objectType);
   return new UriRecord(std::move(text));
 }
@@ -217,7 +215,7 @@ QvURI* getDataURIFromComponents(const QvbString& scheme, const QvbString& server
     return nullptr;
   QvUriText text = buildUri(scheme.view(), server.view(), {});
   text.path = '/' + qvEncodeUriName(dataSource.view());
-  addParameter(text, TypeParameter, dataSourceType);
+  addParameter(text, typeParameter, dataSourceType);
   addParameter(text, "catalog", catalog);
   addParameter(text, "schema", schema);
   addParameter(text, "table", table);
@@ -236,7 +234,7 @@ bool getDataURIComponentsFromString(const QvbString& text, QvDataURIComponents* 
 
 // A path that holds a zero byte names no file: the operating system would read another path.
 bool getNativePath(QvURI* uri, QvbString* path) {
-  if (!uri || !qvbEqualsIgnoreCase(uri->getScheme().view(), FileScheme))
+  if (!uri || !qvbEqualsIgnoreCase(uri->getScheme().view(), fileScheme))
     return false;
   const QvbString host = uri->getAuthority();
   const QvbString native = uri->getPath();

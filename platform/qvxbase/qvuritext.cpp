@@ -54,10 +54,8 @@ std::string_view takeWhile(std::string_view& rest, Belongs belongs) {
   return part;
 }
 
-std::string encode(std::string_view text, const ByteSet& allowed, QvPercent percent) {
-  constexpr std::string_view Digits = "0123456789ABCDEF";
-  std::string encoded;
-  encoded.reserve(text.size());
+void appendEncoded(std::string& encoded, std::string_view text, const ByteSet& allowed, QvPercent percent) {
+  constexpr std::string_view hexDigits = "0123456789ABCDEF";
   while (!text.empty()) {
     encoded += takeWhile(text, [&](char c) { return allowed.contains(c); });
     if (text.empty())
@@ -66,14 +64,20 @@ std::string encode(std::string_view text, const ByteSet& allowed, QvPercent perc
     if (percent == QvPercent::Encoding && isTriplet(text, 0))
       encoded += '%';
     else
-      encoded.append({'%', Digits[byte >> 4], Digits[byte & 15]});
+      encoded.append({'%', hexDigits[byte >> 4], hexDigits[byte & 15]});
     text.remove_prefix(1);
   }
+}
+
+std::string encode(std::string_view text, const ByteSet& allowed, QvPercent percent) {
+  std::string encoded;
+  encoded.reserve(text.size());
+  appendEncoded(encoded, text, allowed, percent);
   return encoded;
 }
 
 // The lengths that the parser's library counts are of type int.
-constexpr std::size_t MaxSyntaxLength = std::numeric_limits<int>::max() / 2;
+constexpr std::size_t maxSyntaxLength = std::numeric_limits<int>::max() / 2;
 
 struct FreeUriMembers {
   void operator()(UriUriA* uri) const noexcept { uriFreeUriMembersA(uri); }
@@ -82,7 +86,7 @@ using UriMembers = std::unique_ptr<UriUriA, FreeUriMembers>;
 
 // What the parser finds in the text, as ranges of it in `uri`; null when it is not RFC 3986 syntax.
 UriMembers parseSyntax(const std::string& text, UriUriA* uri) {
-  if (text.size() > MaxSyntaxLength)
+  if (text.size() > maxSyntaxLength)
     return nullptr;
   const int code = uriParseSingleUriExA(uri, text.data(), text.data() + text.size(), nullptr);
   if (code == URI_ERROR_MALLOC)
@@ -157,12 +161,15 @@ std::string valueOf(std::string_view parameter) {
   return equals == std::string_view::npos ? std::string() : qvDecodeUri(parameter.substr(equals + 1));
 }
 
-std::string parameterOf(std::string_view name, std::string_view value) {
-  return qvEncodeUriName(name).append("=").append(qvEncodeUriName(value));
-}
-
 void appendParameter(std::string& query, std::string_view parameter) {
   query.append(query.empty() ? "" : "&").append(parameter);
+}
+
+void appendParameter(std::string& query, std::string_view name, std::string_view value) {
+  appendParameter(query, {});
+  appendEncoded(query, name, UnreservedBytes, QvPercent::Literal);
+  query += '=';
+  appendEncoded(query, value, UnreservedBytes, QvPercent::Literal);
 }
 
 } // namespace
@@ -276,7 +283,8 @@ std::optional<std::string> QvUriText::parameter(std::string_view name) const {
 }
 
 void QvUriText::setParameter(std::string_view name, std::string_view value) {
-  const std::string setting = parameterOf(name, value);
+  std::string setting;
+  appendParameter(setting, name, value);
   std::string changed;
   bool set = false;
   for (auto rest = viewOf(query); !rest.empty();) {
@@ -292,5 +300,5 @@ void QvUriText::setParameter(std::string_view name, std::string_view value) {
 }
 
 void QvUriText::addParameter(std::string_view name, std::string_view value) {
-  appendParameter(query ? *query : query.emplace(), parameterOf(name, value));
+  appendParameter(query ? *query : query.emplace(), name, value);
 }

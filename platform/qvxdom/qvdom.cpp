@@ -3,137 +3,8 @@
 #include "qvsfio/private/npnative.h"
 #include "qvxdom/private/qvdomtree.h"
 
-#include <algorithm>
-#include <cstring>
-#include <limits>
 #include <new>
-#include <type_traits>
-
-namespace {
-
-constexpr std::uint32_t longestSearched = 16; // of the attributes of an element, without an index
-
-} // namespace
-
-const QvbString& QvDomName::asString() const {
-  if (m_shared.isNull())
-    m_shared = QvbString(m_text);
-  return m_shared;
-}
-
-bool QvDomNodeData::holdsText() const noexcept {
-  for (const auto* child = firstChild; child; child = child->next)
-    if (child->isText())
-      return true;
-  return false;
-}
-
-template<typename T>
-T* QvDomDocument::allocate(std::size_t count) {
-  static_assert(std::is_trivially_destructible_v<T>, "the arena destroys nothing");
-  return static_cast<T*>(m_arena.allocate(count * sizeof(T), alignof(T)));
-}
-
-std::string_view QvDomDocument::store(std::string_view text) {
-  if (text.empty())
-    return {};
-  auto* bytes = allocate<char>(text.size());
-  std::memcpy(bytes, text.data(), text.size());
-  return {bytes, text.size()};
-}
-
-const QvDomName* QvDomDocument::intern(std::string_view name) {
-  const auto known = m_names.find(name);
-  return known != m_names.end() ? &*known : &*m_names.emplace(store(name)).first;
-}
-
-void QvDomDocument::link(QvDomNodeData* parent, QvDomNodeData* previous, QvDomNodeData* node) noexcept {
-  node->parent = parent;
-  auto*& place = previous ? previous->next : parent->firstChild;
-  node->next = place;
-  place = node;
-  if (parent->lastChild == previous)
-    parent->lastChild = node;
-}
-
-QvDomNodeData* QvDomDocument::addElement(QvDomNodeData* parent, std::string_view name) {
-  auto* element = new (allocate<QvDomNodeData>()) QvDomNodeData;
-  element->name = intern(name);
-  if (parent)
-    link(parent, parent->lastChild, element);
-  else
-    m_root = element;
-  return element;
-}
-
-QvDomNodeData* QvDomDocument::makeText(std::string_view text) {
-  auto* run = new (allocate<QvDomNodeData>()) QvDomNodeData;
-  run->text = store(text);
-  return run;
-}
-
-void QvDomDocument::insertText(QvDomNodeData* parent, QvDomNodeData* previous, std::string_view text) {
-  link(parent, previous, makeText(text));
-}
-
-void QvDomDocument::replaceTexts(QvDomNodeData* element, std::string_view text) {
-  auto* run = text.empty() ? nullptr : makeText(text);
-  removeTexts(element);
-  if (run)
-    link(element, element->lastChild, run);
-}
-
-void QvDomDocument::removeTexts(QvDomNodeData* element) noexcept {
-  QvDomNodeData* kept = nullptr;
-  auto** place = &element->firstChild;
-  while (auto* child = *place) {
-    if (child->isText()) {
-      *place = child->next;
-    } else {
-      kept = child;
-      place = &child->next;
-    }
-  }
-  element->lastChild = kept;
-}
-
-void QvDomDocument::reserveAttributes(QvDomNodeData* element, std::size_t count) {
-  if (count <= element->attributeCapacity)
-    return;
-  if (count > std::numeric_limits<std::uint32_t>::max())
-    throw std::bad_alloc();
-  auto* grown = allocate<QvDomAttribute>(count);
-  std::copy_n(element->attributes, element->attributeCount, grown);
-  element->attributes = grown;
-  element->attributeCapacity = static_cast<std::uint32_t>(count);
-}
-
-void QvDomDocument::addAttribute(QvDomNodeData* element, std::string_view name, std::string_view value) {
-  if (element->attributeCount == element->attributeCapacity)
-    reserveAttributes(element, std::max<std::size_t>(4, std::size_t{2} * element->attributeCapacity));
-  element->attributes[element->attributeCount] = {intern(name), store(value)};
-  ++element->attributeCount;
-}
-
-QvDomAttribute* QvDomDocument::findAttribute(const QvDomNodeData* element, std::string_view name) {
-  if (element->attributeCount > longestSearched)
-    return findIndexedAttribute(element, name);
-  const auto end = element->attributes + element->attributeCount;
-  const auto found = std::find_if(element->attributes, end,
-                                  [&](const auto& attribute) { return attribute.name->view() == name; });
-  return found == end ? nullptr : found;
-}
-
-QvDomAttribute* QvDomDocument::findIndexedAttribute(const QvDomNodeData* element, std::string_view name) {
-  const auto known = m_names.find(name);
-  if (known == m_names.end())
-    return nullptr;
-  auto& index = m_attributeIndexes[element];
-  for (auto i = static_cast<std::uint32_t>(index.size()); i < element->attributeCount; ++i)
-    index.emplace(element->attributes[i].name, i);
-  const auto found = index.find(&*known);
-  return found == index.end() ? nullptr : element->attributes + found->second;
-}
+#include <utility>
 
 namespace {
 
@@ -219,12 +90,19 @@ namespace {
 
 constexpr const char* declaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 
-// Makes the text's tree; the result is empty, or "<line>:<column>: <reason>" without a tree.
-std::string parse(std::string_view text, std::unique_ptr<QvDomDocument>& document) {
-  if (text.size() > QvDom::MaxSize)
-    return "1:1: " + qvDomTooLarge();
+// Makes the text's tree; the result is empty, or "<line>:<column>: <reason>" without a tree. The document keeps the text.
+template<typename Text>
+std::string parse(Text&& text, std::unique_ptr<QvDomDocument>& document) {
   auto made = std::make_unique<QvDomDocument>();
-  auto failure = qvDomRead(text, *made);
+  const std::string_view kept = made->keep(std::forward<Text>(text));
+  if (kept.size() > QvDom::MaxSize)
+    return "1:1: " + qvDomTooLarge();
+  std::string failure;
+  if (!qvDomReadPlain(kept, *made)) {
+    auto parsed = std::make_unique<QvDomDocument>();
+    failure = qvDomRead(kept, *parsed);
+    made = std::move(parsed);
+  }
   if (failure.empty())
     document = std::move(made);
   return failure;
@@ -286,14 +164,14 @@ bool QvDom::loadFile(const QvbString& path) {
     std::string content;
     if (const int code = npfio::readAll(path, static_cast<std::int64_t>(QvDom::MaxSize), &content))
       return textOf(path, ": ", readFailure(path, code));
-    return textOf(path, ":", parse(content, m_document));
+    return textOf(path, ":", parse(std::move(content), m_document));
   });
   return m_error.isNull();
 }
 
 bool QvDom::loadXML(const QvbString& text) {
   m_document.reset();
-  m_error = failureOf([&] { return textOf(parse(text.view(), m_document)); });
+  m_error = failureOf([&] { return textOf(parse(text, m_document)); });
   return m_error.isNull();
 }
 

@@ -20,6 +20,7 @@
 
 struct QvDomNodeData;
 struct QvDomDocument;
+class QvDomElementVisitor;
 
 class QVPLATFORM_API QvDomNode {
 public:
@@ -55,6 +56,7 @@ public:
 private:
   friend class QvDom;
   friend struct QvDomDocument;
+  friend QVPLATFORM_API void qvDomVisitElements(const QvDomNode& node, QvDomElementVisitor& visitor);
   QvDomNode(QvDomDocument* document, QvDomNodeData* data) noexcept : m_document(document), m_data(data) {}
 
   QvDomDocument* m_document = nullptr;
@@ -106,3 +108,8 @@ private:
   std::unique_ptr<QvDomDocument> m_document;
   QvbString m_error;
 };
+
+// What QvDom writes for a text: between the tags of an element, and between the double quotes of an attribute. A text that
+// is written as it is comes back as it is, without a copy.
+QVPLATFORM_API QvbString qvDomEscapeText(const QvbString& text);
+QVPLATFORM_API QvbString qvDomEscapeAttribute(const QvbString& value);

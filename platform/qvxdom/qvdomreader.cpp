@@ -27,8 +27,8 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <optional>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -37,22 +37,6 @@ using Utf16 = std::basic_string_view<XMLCh>;
 
 bool isHighSurrogate(XMLCh unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool isLowSurrogate(XMLCh unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
-
-void appendUtf8(char32_t character, std::string& out) {
-  const auto put = [&](char32_t byte) { out += static_cast<char>(byte); };
-  const auto putTail = [&](int shift) { put(0x80 | ((character >> shift) & 0x3F)); };
-  if (character < 0x800) {
-    put(0xC0 | (character >> 6));
-  } else if (character < 0x10000) {
-    put(0xE0 | (character >> 12));
-    putTail(6);
-  } else {
-    put(0xF0 | (character >> 18));
-    putTail(12);
-    putTail(6);
-  }
-  putTail(0);
-}
 
 std::size_t asciiLength(Utf16 text) {
   std::size_t length = 0;
@@ -91,7 +75,7 @@ void appendUtf8(Utf16 text, std::string& out) {
     text.remove_prefix(ascii);
     if (text.empty())
       return;
-    appendUtf8(takeUtf16(text), out);
+    qvDomAppendUtf8(takeUtf16(text), out);
   }
 }
 
@@ -114,43 +98,33 @@ struct Refusal {
   std::string message;
 };
 
-bool isBlank(std::string_view text) { return text.find_first_not_of(" \t\r\n") == std::string_view::npos; }
-
 // Builds a document from the parser's events. Text between two tags is one run, whatever comments, sections and
-// references it is made of. White space alone counts as text in an element without child elements, and in one
-// that holds other text; elsewhere it is layout and is dropped, which only the end of the element can tell.
+// references it is made of.
 class Builder : public xc::DefaultHandler {
 public:
   void build(QvDomDocument& document) {
     m_document = &document;
-    m_levels.clear();
+    m_builder.emplace(document);
     m_text.clear();
     m_half = 0;
-    m_blanks.clear();
-    m_blankText.clear();
   }
 
   void setDocumentLocator(const xc::Locator* locator) override { m_locator = locator; }
 
   void startElement(const XMLCh*, const XMLCh*, const XMLCh* name,
                     const xc::Attributes& attributes) override {
-    if (m_levels.size() == QvDom::MaxDepth)
+    if (m_builder->depth() == QvDom::MaxDepth)
       throw Refusal{located(m_locator->getLineNumber(), m_locator->getColumnNumber(), qvDomTooDeep())};
-    if (!m_levels.empty())
-      endRun();
-    auto* parent = m_levels.empty() ? nullptr : m_levels.back().element;
-    auto* element = m_document->addElement(parent, scratch(m_name, name));
-    addAttributes(element, attributes);
-    m_levels.push_back({element, m_blanks.size(), false});
+    if (m_builder->depth() != 0) {
+      m_builder->addRun(m_text, false);
+      m_text.clear();
+    }
+    addAttributes(m_builder->open(scratch(m_name, name), false), attributes);
   }
 
   void endElement(const XMLCh*, const XMLCh*, const XMLCh*) override {
-    auto& level = m_levels.back();
-    if (!level.element->firstChild)
-      level.holdsText = true;
-    endRun();
-    dropBlanks(level);
-    m_levels.pop_back();
+    m_builder->close(m_text, false);
+    m_text.clear();
   }
 
   // The parser may hand over the halves of a character one by one.
@@ -175,17 +149,6 @@ public:
   }
 
 private:
-  struct Level {
-    QvDomNodeData* element;
-    std::size_t firstBlank; // the element's own blank runs are those from here on
-    bool holdsText;
-  };
-  // White space that is text only if the element turns out to hold other text.
-  struct Blank {
-    QvDomNodeData* previous;
-    std::size_t start; // in m_blankText
-  };
-
   static std::string_view scratch(std::string& buffer, const XMLCh* text) {
     buffer.clear();
     appendUtf8(Utf16(text), buffer);
@@ -200,50 +163,11 @@ private:
                                scratch(m_value, attributes.getValue(i)));
   }
 
-  void endRun() {
-    if (m_text.empty())
-      return;
-    auto& level = m_levels.back();
-    if (level.holdsText || !isBlank(m_text))
-      addText(level);
-    else
-      addBlank(level);
-    m_text.clear();
-  }
-
-  void addText(Level& level) {
-    for (auto i = level.firstBlank; i < m_blanks.size(); ++i)
-      m_document->insertText(level.element, m_blanks[i].previous, blankText(i));
-    dropBlanks(level);
-    level.holdsText = true;
-    m_document->insertText(level.element, level.element->lastChild, m_text);
-  }
-
-  void addBlank(const Level& level) {
-    m_blanks.push_back({level.element->lastChild, m_blankText.size()});
-    m_blankText += m_text;
-  }
-
-  std::string_view blankText(std::size_t index) const {
-    const auto start = m_blanks[index].start;
-    const auto end = index + 1 < m_blanks.size() ? m_blanks[index + 1].start : m_blankText.size();
-    return std::string_view(m_blankText).substr(start, end - start);
-  }
-
-  void dropBlanks(const Level& level) {
-    if (m_blanks.size() == level.firstBlank)
-      return;
-    m_blankText.resize(m_blanks[level.firstBlank].start);
-    m_blanks.resize(level.firstBlank);
-  }
-
   QvDomDocument* m_document = nullptr;
   const xc::Locator* m_locator = nullptr;
-  std::vector<Level> m_levels;
+  std::optional<QvDomBuilder> m_builder;
   std::string m_text; // of the run that is being read
   XMLCh m_half = 0;   // of the character that follows it
-  std::vector<Blank> m_blanks;
-  std::string m_blankText;
   std::string m_name;
   std::string m_value;
 };

@@ -25,17 +25,6 @@ Utf8Form utf8Form(unsigned char lead) noexcept {
   return {0, 0};
 }
 
-constexpr bool isUnicodeScalar(char32_t character) noexcept {
-  return character <= 0x10FFFF && (character < 0xD800 || character > 0xDFFF);
-}
-
-// The Char production of XML 1.0.
-constexpr bool isXmlChar(char32_t character) noexcept {
-  if (character < 0x20)
-    return character == '\t' || character == '\n' || character == '\r';
-  return isUnicodeScalar(character) && character != 0xFFFE && character != 0xFFFF;
-}
-
 enum class Place { Text, Attribute };
 
 // What stands for an ASCII character that must not stand for itself; empty for all others.
@@ -66,7 +55,7 @@ using Bytes = std::array<bool, 256>;
 constexpr Bytes plainBytes(Place place) {
   Bytes plain{};
   for (unsigned char byte = 0; byte < 0x80; ++byte)
-    plain[byte] = isXmlChar(byte) && reference(static_cast<char>(byte), place).empty();
+    plain[byte] = qvDomIsChar(byte) && reference(static_cast<char>(byte), place).empty();
   return plain;
 }
 
@@ -86,7 +75,7 @@ void writeSpecial(std::string_view& text, Place place, std::string& out) {
   auto bytes = text;
   const auto character = qvDomTakeUtf8(text);
   bytes.remove_suffix(text.size());
-  if (!isXmlChar(character))
+  if (!qvDomIsChar(character))
     out += replacement;
   else
     out += character < 0x80 ? reference(static_cast<char>(character), place) : bytes;
@@ -101,6 +90,16 @@ void writeEscaped(std::string_view text, Place place, std::string& out) {
       return;
     writeSpecial(text, place, out);
   }
+}
+
+QvbString escaped(const QvbString& text, Place place) {
+  const auto bytes = text.view();
+  if (plainLength(bytes, place) == bytes.size())
+    return text;
+  std::string out;
+  out.reserve(bytes.size() + bytes.size() / 8);
+  writeEscaped(bytes, place, out);
+  return QvbString(std::string_view(out));
 }
 
 // Walks down and up the tree without recursion: depth is the caller's matter.
@@ -215,14 +214,38 @@ char32_t qvDomTakeUtf8(std::string_view& bytes) noexcept {
     sound = (byteAt(i) & 0xC0) == 0x80;
     character = character << 6 | (byteAt(i) & 0x3F);
   }
-  sound = sound && character >= form.smallest && isUnicodeScalar(character);
+  sound = sound && character >= form.smallest && qvDomIsScalar(character);
   bytes.remove_prefix(sound ? form.length : 1);
   return sound ? character : qvDomBroken;
+}
+
+void qvDomAppendUtf8(char32_t character, std::string& out) {
+  const auto put = [&](char32_t byte) { out += static_cast<char>(byte); };
+  const auto putTail = [&](int shift) { put(0x80 | ((character >> shift) & 0x3F)); };
+  if (character < 0x80) {
+    put(character);
+    return;
+  }
+  if (character < 0x800) {
+    put(0xC0 | (character >> 6));
+  } else if (character < 0x10000) {
+    put(0xE0 | (character >> 12));
+    putTail(6);
+  } else {
+    put(0xF0 | (character >> 18));
+    putTail(12);
+    putTail(6);
+  }
+  putTail(0);
 }
 
 std::string qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out) {
   return Writer(node, layout, out).write();
 }
+
+QvbString qvDomEscapeText(const QvbString& text) { return escaped(text, Place::Text); }
+
+QvbString qvDomEscapeAttribute(const QvbString& value) { return escaped(value, Place::Attribute); }
 
 std::string qvDomTooDeep() {
   return "elements are nested deeper than " + std::to_string(QvDom::MaxDepth) + " levels";

@@ -4,7 +4,7 @@
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbunload.h"
 #include "qvxhttp/private/qvhttpurl.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include <algorithm>
 #include <array>
@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr const char* Source = "platform/qvxhttp/qvxhttp";
+QvLog httpLog() { return {"QV.Base.Http", "platform/qvxhttp/qvxhttp"}; }
 
 // Far more than any server means well with.
 constexpr std::size_t MaxHeaderBytes = 262144;
@@ -51,7 +51,7 @@ int valueOf(const QvbOption& option, int largest) {
     const QvbString fault = qvbStringFormat("%s is not a number from 1 to %d, %d is used: %S", option.key,
                                             largest, option.standardNumber(), &text);
     if (isNews(fault))
-      qvlogGetLogger("QV.Base.Http")->logEvent(QvLoggingLevel::Error, Source, __LINE__, "%S", &fault);
+      httpLog().error("%s", fault);
   }
   return option.standardNumber();
 }
@@ -467,8 +467,7 @@ httpResponse* send(const httpGet& request, const QvbString* body, QvbString* err
   const QvbString origin = fault.isNull() ? QvbString() : originOf(request.url);
   *error = origin.isNull() ? fault : qvbStringFormat("%S: %S", &origin, &fault);
   if (!response)
-    qvlogGetLogger("QV.Base.Http")
-        ->logEvent(QvLoggingLevel::Error, Source, __LINE__, "No response: %S", error);
+    httpLog().error("No response: %s", *error);
   return response.release();
 }
 

@@ -1,4 +1,4 @@
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbunload.h"
@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr const char* Source = "platform/qvxlog/qvxlog";
 constexpr int DefaultLevel = QvbOptions::LogLevel.standardNumber();
 constexpr auto EveryLevel = static_cast<int>(QvLoggingLevel::Trace);
 
@@ -155,7 +154,7 @@ private:
   }
   static void logFault(const QvbString& fault) {
     if (!fault.isNull())
-      qvlogGetLogger("QV.Base.Log")->logEvent(QvLoggingLevel::Error, Source, __LINE__, "%S", &fault);
+      QvLog("QV.Base.Log", "platform/qvxlog/qvxlog").error("%s", fault);
   }
 
   int outputLevel() const noexcept { return m_hostLevel.value_or(m_optionLevel); }

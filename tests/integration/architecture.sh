@@ -37,6 +37,20 @@ refuse "the lineage graph knows the library's or the tool's sources" \
 refuse "the library knows the lineage graph" '#include *["<]qvlineagegraph/' src platform include/qvreposres
 refuse "the tool knows the lineage graph's sources" '#include *["<](joiner|jobfacts|wildcard|textpool|nodetable|jsonsplit)' tools
 refuse "the platform's own headers are used outside it" '#include *["<][^">]*private/' src include graph tools examples
+
+# The map is whole, and what is kept on purpose has its test.
+for header in src/*.h platform/*/private/*.h graph/*.h tools/qvrepos/*.h; do
+  grep -qF "\`$header\`" docs/architecture.md || { echo "docs/architecture.md does not list $header" >&2; bad=1; }
+done
+for header in $(grep -oE '`(src|platform|graph|tools)/[a-z/_]+\.(h|cpp)`' docs/architecture.md | tr -d '`' | sort -u); do
+  [[ -f $header ]] || { echo "docs/architecture.md names $header, which is not there" >&2; bad=1; }
+done
+marks=$(grep -rhoE '// Kept:.*' src platform include graph tools | sort -u || true)
+[[ -n $marks ]] || { echo "nothing is marked as kept" >&2; bad=1; }
+while read -r _ _ test more; do
+  [[ -z $more && $test == *.* ]] && grep -rqE "TEST(_F|_P)?\(${test%%.*}, ${test#*.}\)" tests ||
+    { echo "no test holds what is kept: $test $more" >&2; bad=1; }
+done <<<"$marks"
 for folder in src platform include graph tools; do
   [[ -n $(find "$folder" -name '*.cpp' -o -name '*.h') ]] || { echo "nothing was found in $folder" >&2; bad=1; }
 done

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -12,14 +13,19 @@ std::string example(const std::string& name) { return std::string(QV_BINARY_DIR 
 TEST(Examples, LineageOfOneJobIsPrinted) {
   const auto run = runProcess({example("job_lineage"), sampleRepository + "/batch_jobs/stage_orders.ddf"});
   EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out,
+            runProcess({example("plain_interfaces"), sampleRepository + "/batch_jobs/stage_orders.ddf"}).out);
   const auto models = readLineage(run.out);
   ASSERT_EQ(models.size(), 1U);
   EXPECT_EQ(models.at("stage_orders").dependencies.size(), 5U);
 }
 
 TEST(Examples, LineageOfAMalformedJobFails) {
-  EXPECT_EQ(runProcess({example("job_lineage"), sampleRepository + "/batch_jobs/broken_export.djf"}).status,
-            1);
+  const std::string broken = sampleRepository + "/batch_jobs/broken_export.djf";
+  const auto run = runProcess({example("job_lineage"), broken});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, StartsWith(broken + ":9:"));
+  EXPECT_EQ(runProcess({example("plain_interfaces"), broken}).status, 1);
 }
 
 TEST(Examples, DefinitionsAreSavedAndListed) {

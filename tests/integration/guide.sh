@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Every program of docs/host-application.md builds against this build's libraries and prints what stands below it. A
-# block that begins with the name of a header is that header. The program of README.md lists what a job touches.
+# Every program of docs/host-application.md builds against this build's libraries and prints what stands below it, which
+# QV_REGENERATE_GOLDENS=1 writes anew. The program of README.md lists what a job touches.
 set -euo pipefail
 source=$1 build=$2
 work=$(mktemp -d)
@@ -11,7 +11,7 @@ awk -v folder="$work" '
   /^```cpp$/ { begins = 1; next }
   /^```text$/ { file = folder "/" programs ".txt"; printf "" > file; next }
   /^```$/ { file = ""; next }
-  begins { file = folder "/" ($0 ~ /^\/\/ [a-z]+\.h$/ ? $2 : ++programs ".cpp"); begins = 0 }
+  begins { file = folder "/" ++programs ".cpp"; begins = 0 }
   file { print > file }' "$source/docs/host-application.md"
 
 cd "$source"
@@ -27,9 +27,18 @@ for program in "$work"/*.cpp; do
   name=${program%.cpp}
   compile "$program"
   "$name" >"$name.out" || fail "program $(basename "$name") of the guide failed"
-  diff "$name.txt" "$name.out" || fail "program $(basename "$name") of the guide prints something else"
+  [[ ${QV_REGENERATE_GOLDENS:-} ]] || diff "$name.txt" "$name.out" ||
+    fail "program $(basename "$name") of the guide prints something else"
   programs=$((programs + 1))
 done
+if [[ ${QV_REGENERATE_GOLDENS:-} ]]; then
+  awk -v folder="$work" '
+    /^```cpp$/ { ++programs }
+    /^```text$/ { print; while ((getline line < (folder "/" programs ".out")) > 0) print line; skips = 1; next }
+    /^```$/ { skips = 0 }
+    !skips' docs/host-application.md >"$work/guide.md"
+  cp "$work/guide.md" docs/host-application.md
+fi
 ((programs == 5)) || fail "the guide has $programs programs"
 
 mkdir "$work/readme"

@@ -48,6 +48,17 @@ cmake -G Ninja -S "$work/app" -B "$work/app/build" -DCMAKE_PREFIX_PATH="$prefix"
 ninja -C "$work/app/build" --quiet
 "$work/app/build/app" "$job" | expect find_package
 
+cat >"$work/app/folder.cpp" <<EOF
+#include "qvlineagegraph/jobfolders.h"
+#include <iostream>
+int main(int, char** arguments) {
+  qvreposres::Lineage lineage;
+  for (const auto& error : qvlineagegraph::recordJobs(lineage, arguments[1]))
+    std::cout << error << '\n';
+  for (const auto& job : lineage.jobs())
+    std::cout << job << '\n';
+}
+EOF
 cat >"$work/app/graph.cpp" <<EOF
 #include "qvlineagegraph/scan.h"
 #include <cstdio>
@@ -60,9 +71,14 @@ EOF
 cat >>"$work/app/CMakeLists.txt" <<EOF
 add_executable(graph graph.cpp)
 target_link_libraries(graph PRIVATE QvReposRes::qvlineagegraph)
+add_executable(folder folder.cpp)
+target_link_libraries(folder PRIVATE QvReposRes::qvlineagegraph)
 EOF
 ninja -C "$work/app/build" --quiet
 [[ $("$work/app/build/graph" "$job") == "1 jobs" ]] || { echo "the lineage graph found no job" >&2; exit 1; }
+
+[[ $("$work/app/build/folder" "$(dirname "$job")") == *broken_export.djf:9:1:*"ProcessJob clean_orders"* ]] ||
+  { echo "no folder of jobs was recorded" >&2; exit 1; }
 
 export PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name qvreposres.pc)")
 libdir=$(pkg-config --variable=libdir qvreposres)

@@ -21,16 +21,18 @@ elsewhere=$(grep -nE '"[A-Z]+/[A-Z_]+"|qvbGetConfigOption\("|getOption\("' src/*
 [[ -z $elsewhere ]] || { echo "options that are not declared in qvboptions.h: $elsewhere" >&2; bad=1; }
 
 categories=$(rows docs/logging.md Categories)
-same "log categories" "$(names <<<"$categories")" "$(coded | grep -oE 'qvlogGetLogger\("[^"]+"' | cut -d'"' -f2)"
+same "log categories" "$(names <<<"$categories")" "$(coded | grep -oE '("QV\.[^"]+", "|qvlogGetLogger\("[^"]+")' | grep -oE 'QV[^"]+')"
 
-# Levels by source name; the sources of a service share one name.
-declare -A number=([Trace]=1 [Lifecycle]=2 [Success]=3 [Anomaly]=4 [Error]=5 [Critical]=6)
+# Levels by source name, which is the source's path; the sources of a service share the name of the first one.
+declare -A number=([trace]=1 [lifecycle]=2 [success]=3 [anomaly]=4 [error]=5 [critical]=6)
 documented=$(sed -E 's/^\| `[^`]*` \| `([^`]*)` \| ([0-9, ]*) \|.*/\1 \2/; s/,//g' <<<"$categories" |
   while read -r name levels; do printf "$name %s\n" $levels; done)
-used=$(grep -lE '[sS]ource(Name)? = "(src|platform)/' src/*.cpp platform/*/*.cpp | while read -r file; do
-  name=$(grep -oE '[sS]ource(Name)? = "[^"]+"' "$file" | cut -d'"' -f2)
-  for level in $(tr '\n' ' ' <"$file" | grep -oE '(logEvent\( *|return )QvLoggingLevel::[A-Z][a-z]+' | sed 's/.*:://'); do
-    echo "$name ${number[$level]}"
+used=$(for file in src/*.cpp platform/*/*.cpp; do
+  name=${file%.cpp}
+  for level in $(tr '\n' ' ' <"$file" |
+    grep -oE '[lL]og(\(\)|\("[^)]*"\))?\. *[a-z]+\(|(logEvent\( *|unchecked\( *|return )QvLoggingLevel::[A-Z][a-z]+' |
+    sed -E 's/.*::(.*)/\L\1/; s/.*\. *(.*)\(/\1/'); do
+    [[ -z ${number[$level]:-} ]] || echo "${name%%_*} ${number[$level]}"
   done
 done)
 same "log levels" "$documented" "$used"

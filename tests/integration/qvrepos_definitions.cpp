@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <regex>
 
 #include <sys/stat.h>
 
@@ -19,6 +20,31 @@ TEST_F(Definitions, CheckIsSilentAboutFilesThatLoad) {
   const auto check = run({"check"});
   EXPECT_EQ(check.status, 0) << check.err;
   EXPECT_EQ(check.out, "2 definitions loaded\n");
+}
+
+// What the library writes is what there is to show.
+TEST_F(Definitions, ShowHasEveryFieldOfTheFile) {
+  ASSERT_EQ(run({"create", "A"}).status, 0);
+  const auto xml = m_folder.read("user/A.rcf");
+  std::vector<std::string> values;
+  const auto fill = [&](const std::string& element) {
+    if (element == "UnifiedRepositoryType")
+      return std::string("GRVS");
+    values.push_back("value of " + element);
+    return values.back();
+  };
+  const std::regex element("<(\\w+)(/>|>[^<\\n]*</\\w+>)\n");
+  std::string filled;
+  auto rest = xml.cbegin();
+  for (std::smatch match; std::regex_search(rest, xml.cend(), match, element); rest = match.suffix().first)
+    filled +=
+        match.prefix().str() + "<" + match.str(1) + ">" + fill(match.str(1)) + "</" + match.str(1) + ">\n";
+  m_folder.write("user/A.rcf", filled + std::string(rest, xml.cend()));
+  EXPECT_GE(values.size(), 6U);
+  const auto shown = run({"show", "A"}).out;
+  for (const auto& value : values)
+    EXPECT_THAT(shown, HasSubstr(value));
+  EXPECT_THAT(shown, HasSubstr("GRVS"));
 }
 
 TEST_F(Definitions, CheckReportsEveryFileThatWouldNotLoadAndWhy) {

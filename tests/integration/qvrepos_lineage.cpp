@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -28,6 +29,21 @@ std::vector<std::string> labels(const std::map<std::string, LineageModel>& model
   for (const auto& [label, model] : models)
     names.push_back(label);
   return names;
+}
+
+TEST(QvreposLineage, JsonHasEveryAttributeOfTheXml) {
+  const auto xml = runTool({"lineage", "--config", sampleConfig, sampleRepository}).out;
+  const auto json = runTool({"lineage", "--json", "--config", sampleConfig, sampleRepository}).out;
+  std::set<std::string> names;
+  const std::regex element("<Resource [^>]*>"), attribute(" (\\w+)=\"");
+  for (std::sregex_iterator found(xml.begin(), xml.end(), element), end; found != end; ++found) {
+    const auto text = found->str();
+    for (std::sregex_iterator name(text.begin(), text.end(), attribute); name != end; ++name)
+      names.insert(name->str(1));
+  }
+  EXPECT_THAT(names, testing::IsSupersetOf({"id", "label", "type"}));
+  for (const auto& name : names)
+    EXPECT_THAT(json, HasSubstr("\"" + name + "\": "));
 }
 
 TEST(QvreposLineage, PrintsTheSampleAndNamesItsMalformedFileWithLineAndColumn) {

@@ -23,6 +23,24 @@ examples() { # examples DOCUMENT: its xml blocks, one a file
     "$source/docs/$1.md"
 }
 
+# What a schema names, its document tells of; what the code names, its schema.
+named() { grep -oE '<(element|attribute) name="[^"]+|<(name|value)>[^<]+' "$source/docs/schemas/$1.rng" | sed -E 's/.*(name="|>)//' | sort -u; }
+told() { # told SCHEMA DOCUMENT
+  named "$1" | while read -r name; do
+    grep -qF -- "$name" "$source/docs/$2.md" || fail "docs/schemas/$1.rng names $name, docs/$2.md does not"
+  done
+}
+told lineage lineage-xml
+told job-file job-file
+told definition-file definition-file
+told identity identity
+told metadata metadata-xml
+steps=$(sed -n '/sqlSteps{/,/};/p' "$source/src/qvsqlstep.cpp" | grep -oE '"[A-Za-z]+"' | tr -d '"')
+[[ -n $steps ]] || fail "src/qvsqlstep.cpp names no steps"
+for step in $steps; do
+  named job-file | grep -qx "$step" || fail "docs/schemas/job-file.rng does not know the step $step"
+done
+
 data=$source/tests/data
 keeps lineage "$data/lineage_export.xml" "$data/sample-lineage.xml"
 qvrepos lineage --config "$build/examples/qvrepos.ini" "$source"/examples/repository/{data,process}_services \
@@ -57,6 +75,10 @@ refused definition-file "$work/user/Orders.rcf" 's/VaultPath>/Path>/g'
 refused definition-file "$work/user/Orders.rcf" 's/>File</>Oracle</'
 
 identity() { qvrepos identity make "$@" >"$work/$1.xml"; keeps identity "$work/$1.xml"; }
+for kind in $(qvrepos identity make --help | sed -n '/^Subcommands:/,$p' | grep -oE '^  [a-z]+'); do
+  example=$(qvrepos identity make "$kind" --help | sed -n 's/^Example: qvrepos identity make //p')
+  eval "identity $example"
+done
 identity unified --type Profile --uuid 7f1c
 identity unified --type Profile --id 42
 identity file --filename '/data/in/"a" & b.txt'

@@ -201,6 +201,87 @@ TEST_F(Folders, ThatAreDiscardedAreGone) {
   np_dir_discard(nullptr);
 }
 
+// What both ways tell of a path, the code and what is there.
+using Told = std::array<std::int64_t, 9>;
+
+Told toldOf(int code, const NpFileStat& stat) {
+  return {code,
+          static_cast<std::int64_t>(stat.kind),
+          static_cast<std::int64_t>(stat.device),
+          static_cast<std::int64_t>(stat.inode),
+          stat.size,
+          stat.modifiedSeconds,
+          stat.modifiedNanoseconds,
+          stat.changedSeconds,
+          stat.changedNanoseconds};
+}
+
+struct Both {
+  Told inFolder;
+  Told byPath;
+};
+
+Both tellBothWays(NpDir* directory, const QvbString& path) {
+  NpFileStat inFolder{};
+  NpFileStat byPath{};
+  const int inFolderCode = np_dir_stat(directory, path, &inFolder);
+  const int byPathCode = np_fio_stat(path, &byPath);
+  return {toldOf(inFolderCode, inFolder), toldOf(byPathCode, byPath)};
+}
+
+TEST_F(Folders, TellOfTheirEntriesAsAWalkToEachDoes) {
+  m_folder.write("folder/a", "some");
+  m_folder.write("folder/below/b", "more");
+  m_folder.write("other/a", "of another folder");
+  m_folder.write("folderful", "begins like the folder");
+  fs::create_symlink("a", m_folder / "folder/link");
+  fs::create_symlink("nowhere", m_folder / "folder/broken");
+  const std::string native = m_folder / "folder";
+  for (const auto& named : {native, native + "/", "file://" + native}) {
+    NpDir* directory = nullptr;
+    ASSERT_EQ(np_dir_open(text(named), &directory), NP_FIO_OK);
+    for (const char* entry :
+         {"folder/a", "folder/below", "folder/below/b", "folder/link", "folder/broken", "folder/missing",
+          "folder/.", "folder/..", "folder/", "folder", "folder//a", "folderful", "other/a"})
+      for (const auto& prefix : {std::string(), std::string("file://")}) {
+        const auto both = tellBothWays(directory, text(prefix + m_folder / entry));
+        EXPECT_EQ(both.inFolder, both.byPath) << named << " " << entry;
+      }
+    np_dir_close(directory);
+  }
+  const auto both = tellBothWays(nullptr, path("folder/a"));
+  EXPECT_EQ(both.inFolder, both.byPath);
+  EXPECT_EQ(both.byPath[4], 4);
+}
+
+TEST_F(Folders, TellOfEntriesOfTheFolderThatWasOpenedWhateverHasItsNameNow) {
+  m_folder.write("folder/a", "some");
+  NpDir* directory = nullptr;
+  ASSERT_EQ(np_dir_open(path("folder"), &directory), NP_FIO_OK);
+  fs::rename(m_folder / "folder", m_folder / "moved");
+  m_folder.write("folder/a", "another");
+  NpFileStat stat{};
+  EXPECT_EQ(np_dir_stat(directory, path("folder/a"), &stat), NP_FIO_OK);
+  EXPECT_EQ(stat.size, 4);
+  const Faults fault(QvbFaultPoint::FileStat, "folder/a", EACCES);
+  EXPECT_EQ(np_dir_stat(directory, path("folder/a"), &stat), NP_FIO_ACCESS);
+  np_dir_close(directory);
+}
+
+TEST_F(Folders, ThatCannotBeOpenedSayWhy) {
+  m_folder.write("file", "x");
+  const auto open = openDescriptors();
+  NpDir* directory = reinterpret_cast<NpDir*>(this);
+  EXPECT_EQ(np_dir_open(path("file"), &directory), NP_FIO_NOT_FOUND);
+  EXPECT_EQ(directory, nullptr);
+  EXPECT_EQ(np_dir_open(path("missing"), &directory), NP_FIO_NOT_FOUND);
+  EXPECT_EQ(np_dir_open("file://elsewhere/folder", &directory), NP_FIO_UNSUPPORTED);
+  const Faults fault(QvbFaultPoint::FileStat, EACCES);
+  EXPECT_EQ(np_dir_open(text(m_folder.path().string()), &directory), NP_FIO_ACCESS);
+  EXPECT_EQ(directory, nullptr);
+  EXPECT_EQ(openDescriptors(), open);
+}
+
 // A handle that is closed is to others as a process that is gone.
 TEST_F(Folders, ForTemporaryFilesGoWithTheNextOneWhenTheirProcessIsGone) {
   const TemporaryRoot root(m_folder.path().c_str());

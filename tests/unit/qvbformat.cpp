@@ -269,6 +269,25 @@ TEST(Format, SurvivesEveryFormat) {
   }));
 }
 
+TEST(Format, TellsHowManyArgumentsAFormatTakes) {
+  const struct {
+    const char* format;
+    int arguments; // -1 for a "%" that begins no conversion
+  } cases[] = {
+      {"", 0},           {"plain", 0},     {"100%%", 0},    {"%5%", 0},   {"%s", 1},   {"0x%p, %S", 2},
+      {"%-+ #08.3f", 1}, {"%*.*f", 3},     {"%.f%lld", 2},  {"%n%c", 2},  {"%", -1},   {"%y", -1},
+      {"100% of", 1},    {"100% yes", -1}, {"%1.2.3d", -1}, {"%**d", -1}, {"%s%", -1}, {"%hhl", -1},
+  };
+  for (const auto& [format, arguments] : cases) {
+    EXPECT_EQ(qvbFormatArguments(format), arguments) << format;
+    // and is right: without arguments a conversion prints as it stands, with them it does not
+    if (arguments >= 0) {
+      EXPECT_EQ(qvbStringFormat(format, 1, 2, 3) == qvbStringFormat(format), arguments == 0) << format;
+    }
+  }
+  static_assert(qvbFormatArguments("compiled: %d of %s") == 2);
+}
+
 TEST(EscapeControls, LeavesNothingThatATerminalTakesForAnInstruction) {
   const struct {
     std::string_view text;

@@ -362,3 +362,30 @@ TEST_F(FileCacheHolder, OwnsOneOfTheCachesThatManyThreadsSet) {
   for (std::size_t i = 0; i < caches.size(); ++i)
     EXPECT_EQ(caches[i].released, results[i] == 0 ? 1 : 0) << results[i];
 }
+
+TEST(MissingCopies, HaveAReason) {
+  const TempDir folder;
+  const struct {
+    std::string name;
+    int result;
+    const char* reason;
+  } cases[] = {
+      {folder / "gone", NP_FIO_ERROR, "no such file, or it cannot be read"},
+      {folder / "gone", NP_FIO_ACCESS, np_fio_errdesc(NP_FIO_ACCESS)},
+      {"http://host/job", NP_FIO_NOT_FOUND, np_fio_errdesc(NP_FIO_NOT_FOUND)},
+      {folder.path().string(), NP_FIO_ERROR, "a folder, where a file is due"},
+      {"ftp://host/file", NP_FIO_OK, "give a path, or a URI of file, http or https"},
+  };
+  for (const auto& [name, result, expected] : cases) {
+    QvbString reason;
+    EXPECT_TRUE(getMissingCopyReason(text(name), result, &reason));
+    EXPECT_EQ(reason, expected) << name;
+  }
+}
+
+TEST(MissingCopies, HaveNoReasonWhenMemoryIsShort) {
+  QvbString reason("mine");
+  EXPECT_GE(withEverMoreMemory([&] { return getMissingCopyReason("/gone/from/here", 1, &reason); },
+                               [&] { EXPECT_EQ(reason, "mine"); }),
+            1);
+}

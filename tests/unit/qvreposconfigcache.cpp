@@ -13,9 +13,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <new>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -24,10 +27,12 @@ using Names = std::vector<std::string>;
 
 std::atomic<int> filesOpened;
 std::atomic<int> foldersOpened;
+std::atomic<int> looks;
 std::atomic<bool> mayOpen;
 std::atomic<bool> mayLookAt;
 
 int watchOpening(QvbFaultPoint point, const char*) {
+  looks += point == QvbFaultPoint::FileStat;
   if (point == QvbFaultPoint::FileStat)
     return mayLookAt ? 0 : EACCES;
   if (point != QvbFaultPoint::FileOpen && point != QvbFaultPoint::DirOpen)
@@ -65,7 +70,7 @@ protected:
   }
   std::vector<DefinitionFilePtr> readFiles(const Names& names) const {
     filesOpened = 0;
-    return readDefinitionFolder(folder(QvReposConfigTypeSystem, names), m_now);
+    return readDefinitionFolder(folder(QvReposConfigTypeSystem, names), m_now)->all;
   }
   // The names of the definitions in the files that could be read.
   Names read(const Names& names) const {
@@ -128,6 +133,52 @@ TEST_F(DefinitionCache, AFileThatDidNotChangeIsNotReadAgain) {
   EXPECT_EQ(second[0]->content, DefinitionFile::Content::Definition);
   EXPECT_EQ(second[1]->content, DefinitionFile::Content::Malformed);
   EXPECT_EQ(second[2]->content, DefinitionFile::Content::NoDefinition);
+}
+
+TEST_F(DefinitionCache, WhatDidNotChangeIsTheSameObjectAndCostsOneLookAtEachFile) {
+  Names names;
+  for (int i = 0; i < 50; ++i) {
+    names.push_back("definition_" + std::to_string(i) + ".rcf");
+    write(names.back(), xmlNamed(names.back()));
+  }
+  const auto all = folder(QvReposConfigTypeSystem, names);
+  const auto first = readDefinitionFolder(all, m_now);
+  EXPECT_TRUE(first->areKept);
+  looks = 0;
+  long allocations = 1'000;
+  Allocations::left = allocations;
+  const auto second = readDefinitionFolder(all, m_now);
+  allocations -= Allocations::left;
+  Allocations::left = -1;
+  EXPECT_EQ(first, second);
+  EXPECT_EQ(looks, 51) << "the folder and each file";
+  EXPECT_LT(allocations, 10) << "none for a file";
+  write("definition_7.rcf", xmlNamed("Other"));
+  const auto third = readDefinitionFolder(all, m_now);
+  EXPECT_NE(first, third);
+  EXPECT_EQ(third, readDefinitionFolder(all, m_now));
+}
+
+// Nobody is told of such a change, neither who watches the file nor who watches its folder: it shows in its times alone.
+TEST_F(DefinitionCache, AChangeThroughAMappingIsSeen) {
+  const auto path = write("a.rcf", xmlNamed("A"));
+  EXPECT_EQ(read({"a.rcf"}), Names{"A"});
+  NpFileStat before{};
+  NpFileStat after{};
+  ASSERT_EQ(np_fio_stat(text(path), &before), NP_FIO_OK);
+  const auto place = static_cast<off_t>(xmlNamed("").size()) - 3;
+  do {
+    const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_NE(file, -1);
+    void* const mapped = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    ::close(file);
+    ASSERT_NE(mapped, MAP_FAILED);
+    static_cast<char*>(mapped)[place] = 'B';
+    ASSERT_EQ(np_fio_stat(text(path), &after), NP_FIO_OK);
+    ::munmap(mapped, 4096);
+  } while (after.changedSeconds == before.changedSeconds &&
+           after.changedNanoseconds == before.changedNanoseconds);
+  EXPECT_EQ(read({"a.rcf"}), Names{"B"});
 }
 
 TEST_F(DefinitionCache, OnlyWhatChangedIsReadAgain) {
@@ -318,7 +369,7 @@ TEST_F(DefinitionCache, EachTypeHasRecordsOfItsOwn) {
   write("a.rcf", xmlNamed("A"));
   for (int round = 0; round < 2; ++round)
     for (const auto type : {QvReposConfigTypeSystem, QvReposConfigTypeUser}) {
-      const auto files = readDefinitionFolder(folder(type, {"a.rcf"}), m_now);
+      const auto files = readDefinitionFolder(folder(type, {"a.rcf"}), m_now)->all;
       ASSERT_EQ(files.size(), 1U);
       EXPECT_EQ(files[0]->definition.getType(), type);
     }
@@ -419,7 +470,7 @@ TEST_F(DefinitionCache, AFolderThatCannotBeLookedAtIsListedEachTime) {
 struct LookAtEnd {
   LookAtEnd(DefinitionFolder definitions, std::int64_t time) : folder(std::move(definitions)), now(time) {}
   ~LookAtEnd() {
-    if (readDefinitionFolder(folder, now).size() != 1 || filesOpened != 1 ||
+    if (readDefinitionFolder(folder, now)->all.size() != 1 || filesOpened != 1 ||
         listDefinitionFolder(folder.path, now)->size() != 1 || foldersOpened != 1)
       std::_Exit(1);
   }

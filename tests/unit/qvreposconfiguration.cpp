@@ -34,6 +34,7 @@ constexpr TextField savedTextFields[] = {
     {"filename", &Definition::getFilename, &Definition::setFilename, false},
     {"log file", &Definition::getVaultLogFile, &Definition::setVaultLogFile, false},
 };
+static_assert(std::size(savedTextFields) == definitionTextCount);
 constexpr TextField repositoryId = {"repository id", &Definition::getRepositoryId,
                                     &Definition::setRepositoryId, true};
 
@@ -240,10 +241,10 @@ TEST(DefinitionRecord, KeepsItsVaultPathWhenMemoryIsShortForAnother) {
 }
 
 TEST(DefinitionRecord, ConnectionTypesHaveNames) {
-  EXPECT_EQ(connectionTypeName(QvUnifiedReposConnectFile), "File");
-  EXPECT_EQ(connectionTypeName(QvUnifiedReposConnectODBC), "ODBC");
-  EXPECT_EQ(connectionTypeName(QvUnifiedReposConnectGRVS), "GRVS");
-  EXPECT_EQ(connectionTypeName(static_cast<QvUnifiedReposConnectType>(3)), "");
+  EXPECT_STREQ(getUnifiedReposConnectTypeName(QvUnifiedReposConnectFile), "File");
+  EXPECT_STREQ(getUnifiedReposConnectTypeName(QvUnifiedReposConnectODBC), "ODBC");
+  EXPECT_STREQ(getUnifiedReposConnectTypeName(QvUnifiedReposConnectGRVS), "GRVS");
+  EXPECT_STREQ(getUnifiedReposConnectTypeName(static_cast<QvUnifiedReposConnectType>(3)), "");
 }
 
 TEST(DefinitionRecord, ThePrefixSplitsAtItsFirstDot) {

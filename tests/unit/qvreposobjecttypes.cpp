@@ -8,6 +8,7 @@
 #include <rapidcheck.h>
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -155,6 +156,17 @@ TEST(ObjectTypes, AreGivenForEveryExtensionInAnyCase) {
     EXPECT_EQ(typeOf(row.key), row.value) << row.key;
     EXPECT_EQ(typeOf(upper(row.key)), row.value) << row.key;
   }
+}
+
+TEST(ObjectTypes, TellTheExtensionsThatTheyKnow) {
+  std::vector<std::string> known;
+  for (const auto* extension = getKnownFileExtensions(); *extension; ++extension)
+    known.emplace_back(*extension);
+  std::vector<std::string> expected;
+  std::ranges::transform(typesOfExtensions, std::back_inserter(expected), &Row::key);
+  std::ranges::sort(known);
+  std::ranges::sort(expected);
+  EXPECT_EQ(known, expected);
 }
 
 TEST(ObjectTypes, AreFileForAnUnknownOrEmptyExtension) {

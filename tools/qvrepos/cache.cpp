@@ -129,26 +129,15 @@ std::string copyFile(const QvbString& from, const std::string& to) {
   return failed == NP_FIO_OK ? "" : "cannot write " + to + ": " + np_fio_errdesc(failed);
 }
 
-// What the cache does not say about a file that it has no copy of.
-std::string whyNotFetched(const std::string& uri, int failed) {
-  const Released<QvURI> parsed(getURIFromURIString(text(uri)));
-  const std::string scheme = parsed ? str(parsed->getScheme()) : "";
-  if (!scheme.empty() && scheme != "file" && scheme != "http" && scheme != "https")
-    return "give a path, or a URI of file, http or https";
-  std::error_code ignored;
-  if (std::filesystem::is_directory(uri, ignored))
-    return "a folder, where a file is due";
-  // The cache's own failure, 1, says no more than that there is no copy.
-  return failed <= NP_FIO_ERROR ? "no such file, or it cannot be read" : np_fio_errdesc(failed);
-}
-
 // The local copy's path; empty, with the reason in `reason`, when there is none.
 QvbString fetch(FileAccessCache& cache, ASSubject* subject, const std::string& uri, std::string& reason) {
   QvbString local, error;
   const int failed = cache.getCacheFilename(subject, text(uri), &local, &error);
   if (failed == 0 && np_fio_stat(local, nullptr) == NP_FIO_OK)
     return local;
-  reason = uri + ": " + (error.isEmpty() ? whyNotFetched(uri, failed) : str(error));
+  if (error.isEmpty())
+    getMissingCopyReason(text(uri), failed, &error);
+  reason = uri + ": " + str(error);
   return {};
 }
 

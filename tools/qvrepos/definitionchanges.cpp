@@ -8,10 +8,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <unistd.h>
 
@@ -19,50 +20,67 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::map<std::string, QvReposConfigType> definitionTypes{{"user", QvReposConfigTypeUser},
-                                                               {"system", QvReposConfigTypeSystem}};
-const std::map<std::string, QvUnifiedReposConnectType> connectionKinds{{"File", QvUnifiedReposConnectFile},
-                                                                       {"ODBC", QvUnifiedReposConnectODBC},
-                                                                       {"GRVS", QvUnifiedReposConnectGRVS}};
+// An empty path takes the one that there was away.
+QvbString pathField(const std::string& given) { return text(given.empty() ? given : absolutePath(given)); }
+
+void setType(QvReposConfiguration& definition, const std::string& name) {
+  definition.setType(std::ranges::find(definitionTypes, name, &DefinitionType::name)->type);
+}
+
+void setConnection(QvReposConfiguration& definition, const std::string& name) {
+  definition.setUnifiedRepositoryConnectType(text(name));
+  definition.setUnifiedConnectionType(
+      *std::ranges::find(connectionTypes, name, getUnifiedReposConnectTypeName));
+}
+
+// A field that both a new definition and one that there is can be given.
+struct FieldOption {
+  const char* name;
+  const char* value; // as the help calls it
+  const char* help;
+  void (*set)(QvReposConfiguration&, const std::string&);
+  std::vector<std::string> choices = {}; // any text that XML can carry where there are none
+};
+
+const std::array fieldOptions{
+    FieldOption{"--type", "TYPE", "user or system", setType, namesOf(definitionTypes, &DefinitionType::name)},
+    FieldOption{"--vault", "DIR", "The folder of the repository's files",
+                [](auto& definition, auto& given) { definition.setVaultPath(pathField(given)); }},
+    FieldOption{"--connect", "STRING", "The connection string of its database",
+                [](auto& definition, auto& given) { definition.setUnifiedRepositoryConnect(text(given)); }},
+    FieldOption{"--connection", "KIND", "ODBC, GRVS or File", setConnection,
+                namesOf(connectionTypes, getUnifiedReposConnectTypeName)},
+    FieldOption{"--prefix", "PREFIX",
+                "The prefix of its tables, with a schema and a dot before it if there is one",
+                [](auto& definition, auto& given) { definition.setUnifiedRepositoryPrefix(text(given)); }},
+    FieldOption{"--log", "FILE", "The repository's log file",
+                [](auto& definition, auto& given) { definition.setVaultLogFile(pathField(given)); }},
+    FieldOption{"--repository-name", "NAME", "The repository's name in its database",
+                [](auto& definition, auto& given) { definition.setUnifiedRepositoryName(text(given)); }},
+    FieldOption{"--repository-version", "VERSION", "The repository's version",
+                [](auto& definition, auto& given) { definition.setUnifiedRepositoryVersion(text(given)); }},
+};
 
 // What is given of a definition; the other fields stay as they are.
 struct Fields {
-  std::optional<std::string> name, type, vault, connect, connection, prefix, logFile, repositoryName,
-      repositoryVersion;
+  std::optional<std::string> name;
   std::optional<bool> active;
+  std::array<std::optional<std::string>, fieldOptions.size()> options;
 
   bool isAnyGiven() const {
-    return name || type || vault || connect || connection || prefix || logFile || repositoryName ||
-           repositoryVersion || active;
+    return name || active ||
+           std::ranges::any_of(options, [](const auto& given) { return given.has_value(); });
   }
 };
-
-// An empty path takes the one that there was away.
-QvbString pathField(const std::string& given) { return text(given.empty() ? given : absolutePath(given)); }
 
 void apply(const Fields& fields, QvReposConfiguration& definition) {
   if (fields.name)
     definition.setName(text(*fields.name));
-  if (fields.type)
-    definition.setType(definitionTypes.at(*fields.type));
-  if (fields.vault)
-    definition.setVaultPath(pathField(*fields.vault));
-  if (fields.connect)
-    definition.setUnifiedRepositoryConnect(text(*fields.connect));
-  if (fields.connection) {
-    definition.setUnifiedRepositoryConnectType(text(*fields.connection));
-    definition.setUnifiedConnectionType(connectionKinds.at(*fields.connection));
-  }
-  if (fields.prefix)
-    definition.setUnifiedRepositoryPrefix(text(*fields.prefix));
-  if (fields.logFile)
-    definition.setVaultLogFile(pathField(*fields.logFile));
-  if (fields.repositoryName)
-    definition.setUnifiedRepositoryName(text(*fields.repositoryName));
-  if (fields.repositoryVersion)
-    definition.setUnifiedRepositoryVersion(text(*fields.repositoryVersion));
   if (fields.active)
     definition.setActive(*fields.active);
+  for (std::size_t field = 0; field < fieldOptions.size(); ++field)
+    if (fields.options[field])
+      fieldOptions[field].set(definition, *fields.options[field]);
 }
 
 // The folder of the definitions of that type; empty when there is none.
@@ -178,6 +196,7 @@ void createDefinition(Host& host, const Fields& fields) {
   if (change.manager->configurationExists(text(name)))
     return host.fail(name + ": there is a definition of that name already");
   const Definition definition(change.manager->createConfiguration(text(name), QvReposConfigTypeUser));
+  setConnection(*definition, getUnifiedReposConnectTypeName(QvUnifiedReposConnectFile));
   apply(fields, *definition);
   saveDefinition(host, *change.manager, *definition);
 }
@@ -213,32 +232,18 @@ void deleteDefinition(Host& host, const std::string& name) {
     host.printJson(definitionRecord(*definition));
 }
 
-// The options for the fields that both a new definition and one that there is can be given.
 void addFieldOptions(CLI::App& command, Fields& fields) {
-  const auto add = [&](const char* option, std::optional<std::string>& field, const char* value,
-                       const char* help) {
-    return command.add_option(option, field, help)->type_name(value);
-  };
-  add("--type", fields.type, "TYPE", "user or system")->check(CLI::IsMember({"user", "system"}));
-  add("--vault", fields.vault, "DIR", "The folder of the repository's files")->check(xmlText());
-  add("--connect", fields.connect, "STRING", "The connection string of its database")->check(xmlText());
-  add("--connection", fields.connection, "KIND", "ODBC, GRVS or File")
-      ->check(CLI::IsMember({"ODBC", "GRVS", "File"}));
-  add("--prefix", fields.prefix, "PREFIX",
-      "The prefix of its tables, with a schema and a dot before it if there is one")
-      ->check(xmlText());
-  add("--log", fields.logFile, "FILE", "The repository's log file")->check(xmlText());
-  add("--repository-name", fields.repositoryName, "NAME", "The repository's name in its database")
-      ->check(xmlText());
-  add("--repository-version", fields.repositoryVersion, "VERSION", "The repository's version")
-      ->check(xmlText());
+  for (std::size_t field = 0; field < fieldOptions.size(); ++field) {
+    const auto& option = fieldOptions[field];
+    command.add_option(option.name, fields.options[field], option.help)
+        ->type_name(option.value)
+        ->check(option.choices.empty() ? xmlText() : CLI::IsMember(option.choices));
+  }
 }
 
 void addCreateCommand(CLI::App& definitions, Host& host) {
   auto fields = std::make_shared<Fields>();
   fields->name = "";
-  fields->type = "user";
-  fields->connection = "File";
   auto* create = addDefinitionCommand(definitions, host, "create", "Save a new definition and print its file",
                                       definitionShape,
                                       "Orders --vault /srv/orders --set BASE/REPOS_USER_PATH=/tmp/orders");

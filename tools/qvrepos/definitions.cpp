@@ -19,19 +19,11 @@ DefinitionManager openManager(const Host& host) {
 }
 
 const char* typeName(QvReposConfiguration& definition) {
-  return definition.getType() == QvReposConfigTypeSystem ? "system" : "user";
+  return std::ranges::find(definitionTypes, definition.getType(), &DefinitionType::type)->name;
 }
 
 const char* connectionName(QvReposConfiguration& definition) {
-  switch (definition.getUnifiedConnectionType()) {
-  case QvUnifiedReposConnectFile:
-    return "File";
-  case QvUnifiedReposConnectODBC:
-    return "ODBC";
-  case QvUnifiedReposConnectGRVS:
-    return "GRVS";
-  }
-  return "";
+  return getUnifiedReposConnectTypeName(definition.getUnifiedConnectionType());
 }
 
 const char* stateName(QvReposConfiguration& definition) {

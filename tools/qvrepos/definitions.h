@@ -6,12 +6,32 @@
 #include "qvreposres/qvreposconfigmgr.h"
 #include "qvxbase/qvboptions.h"
 
+#include <algorithm>
+#include <iterator>
+
 using DefinitionManager = Released<QvReposConfigManager>;
 using Definition = Released<QvReposConfiguration>;
 
 // The options that name the folders of the system's and of the user's definitions.
 inline constexpr const QvbOption* folderOptions[] = {&QvbOptions::SystemDefinitions,
                                                      &QvbOptions::UserDefinitions};
+
+// In the order in which the help names them.
+inline constexpr QvUnifiedReposConnectType connectionTypes[] = {
+    QvUnifiedReposConnectODBC, QvUnifiedReposConnectGRVS, QvUnifiedReposConnectFile};
+struct DefinitionType {
+  const char* name;
+  QvReposConfigType type;
+};
+inline constexpr DefinitionType definitionTypes[] = {{"user", QvReposConfigTypeUser},
+                                                     {"system", QvReposConfigTypeSystem}};
+
+template<class Range, class Name>
+std::vector<std::string> namesOf(const Range& values, Name name) {
+  std::vector<std::string> names;
+  std::ranges::transform(values, std::back_inserter(names), name);
+  return names;
+}
 
 inline constexpr const char* definitionShape = "a record: name, type, active, vaultPath, vaultLogFile, "
                                                "connect, connection, schema, prefix, repositoryName, "

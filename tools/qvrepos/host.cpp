@@ -60,7 +60,7 @@ void Host::note(std::string_view message) {
 void Host::fail(std::string_view message) {
   flush();
   std::fprintf(stderr, "qvrepos: %s\n", visible(message).c_str());
-  m_status = ExitFailed;
+  m_status = exitFailed;
 }
 
 int Host::finish() {

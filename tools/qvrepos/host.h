@@ -17,9 +17,9 @@ inline QvbString text(std::string_view bytes) { return QvbString(bytes); }
 inline std::string str(const QvbString& value) { return std::string(value.view()); }
 
 // Exit statuses of the tool.
-inline constexpr int ExitSuccess = 0;
-inline constexpr int ExitFailed = 1; // for some input
-inline constexpr int ExitUsage = 2;
+inline constexpr int exitSuccess = 0;
+inline constexpr int exitFailed = 1; // for some input
+inline constexpr int exitUsage = 2;
 
 // JSON as it is printed: two blanks a level, a line feed at the end, and U+FFFD for bytes that are not UTF-8.
 std::string jsonText(const nlohmann::ordered_json& value);
@@ -50,7 +50,7 @@ public:
   // A failure, to standard error: "qvrepos: <message>". The run ends with status 1.
   void fail(std::string_view message);
   // Status 1 for a result that says itself what is amiss.
-  void endFailed() { m_status = ExitFailed; }
+  void endFailed() { m_status = exitFailed; }
   // A hint about a result that may surprise, to standard error; the status stays. Silent with --quiet.
   void note(std::string_view message);
   // Flushes the results; what could not be written is a failure.
@@ -60,7 +60,7 @@ private:
   // Results come before what is said of them.
   void flush();
 
-  int m_status = ExitSuccess;
+  int m_status = exitSuccess;
   int m_outputError = 0;
 };
 

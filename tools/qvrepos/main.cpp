@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <optional>
-#include <set>
 #include <sstream>
 
 namespace {
@@ -125,16 +124,24 @@ bool takesValue(const CLI::App& app, const std::string& word) {
                              [&](const CLI::App* command) { return takesValue(*command, word); });
 }
 
+// Whether the command, or one below it, takes a list as its operands.
+bool takesList(const CLI::App& command) {
+  return std::ranges::any_of(command.get_options(),
+                             [](const auto* option) {
+                               return option->get_positional() && option->get_items_expected_max() > 1;
+                             }) ||
+         std::ranges::any_of(command.get_subcommands([](const CLI::App*) { return true; }),
+                             [](const auto* child) { return takesList(*child); });
+}
+
 // The words of the command line, last word first, as the parser wants them. Where files may be listed it would take an
 // operand "[a,b]" for a list of its own; "./[a,b]" names the same file.
 std::vector<std::string> reversedWords(const CLI::App& app, int argc, char** argv) {
   std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
-  const auto listsFiles = [](const std::string& word) {
-    static const std::set<std::string> commands{"lineage",  "cache",      "graph",
-                                                "upstream", "downstream", "audit"};
-    return commands.contains(word);
-  };
-  const bool mayList = std::ranges::any_of(words, listsFiles);
+  const auto commands = app.get_subcommands([](const CLI::App* command) { return takesList(*command); });
+  const bool mayList = std::ranges::any_of(words, [&](const std::string& word) {
+    return std::ranges::find(commands, word, &CLI::App::get_name) != commands.end();
+  });
   for (std::size_t i = 1; mayList && i < words.size(); ++i)
     if (words[i].starts_with('[') && words[i].ends_with(']') && !takesValue(app, words[i - 1]))
       words[i].insert(0, "./");
@@ -146,7 +153,7 @@ std::vector<std::string> reversedWords(const CLI::App& app, int argc, char** arg
 int endParsing(const CLI::App& app, const CLI::ParseError& error, Host& host) {
   std::ostringstream result;
   if (app.exit(error, result, std::cerr) != static_cast<int>(CLI::ExitCodes::Success))
-    return ExitUsage;
+    return exitUsage;
   host.print(result.str());
   return host.finish();
 }
@@ -198,6 +205,6 @@ int main(int argc, char** argv) {
     return run(argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "qvrepos: %s\n", error.what());
-    return ExitFailed;
+    return exitFailed;
   }
 }

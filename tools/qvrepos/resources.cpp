@@ -45,6 +45,7 @@ void printRows(Host& host, const std::vector<ResourceRow>& rows) {
 // Of each resource, what tells it apart.
 std::vector<std::string> identitiesOf(const std::vector<ResourceRow>& rows) {
   std::vector<std::string> identities;
+  identities.reserve(rows.size());
   for (const auto& row : rows)
     identities.push_back(row.identity);
   return identities;

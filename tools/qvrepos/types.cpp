@@ -8,14 +8,6 @@
 
 namespace {
 
-// The extensions that the library gives a type of their own.
-constexpr const char* knownExtensions[] = {
-    "djf",     "dmc",     "ddf",     "anc",     "chp.bfd", "chp.qkb", "dax.ueo", "sri",       "qvo",
-    "qvl",     "gmr.bfd", "gmr.qkb", "html",    "htm",     "qve",     "mdf",     "mre",       "pfi.ueo",
-    "pfo",     "phx.bfd", "phx.qkb", "rgx.bfd", "rgx.qkb", "rul.ueo", "zel",     "qltykb.db", "sch.bfd",
-    "sch.qkb", "tbl",     "tsk.ueo", "vcb.bfv", "vcb.qkv", "xsq",     "cmt.ueo", "cln.ueo",   "fld.ueo",
-    "src.ueo", "wfs",     "met",     "dim.ueo", "rpg.ueo", "thd.ueo"};
-
 struct TypeRow {
   std::string extension;
   std::string type;
@@ -23,10 +15,10 @@ struct TypeRow {
 
 std::vector<TypeRow> allTypes() {
   std::vector<TypeRow> rows;
-  for (const char* extension : knownExtensions) {
+  for (const auto* extension = getKnownFileExtensions(); *extension; ++extension) {
     QvbString type;
-    getTypeForFileExtension(extension, &type);
-    rows.push_back({extension, str(type)});
+    getTypeForFileExtension(*extension, &type);
+    rows.push_back({*extension, str(type)});
   }
   std::sort(rows.begin(), rows.end(), [](const TypeRow& a, const TypeRow& b) {
     return std::tie(a.type, a.extension) < std::tie(b.type, b.extension);

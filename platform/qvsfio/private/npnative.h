@@ -19,6 +19,9 @@ namespace npfio {
 // native already is shared, so that files can be removed when memory is short.
 int nativePath(const QvbString& path, QvbString* native);
 
+// np_fio_stat() of a name in an open folder, or of a native path with AT_FDCWD. `subject` is the whole path.
+int statAt(int folder, const char* name, const char* subject, NpFileStat* stat);
+
 // np_fio_readAll() and np_fio_writeAll() for those who have their bytes elsewhere than in a QvbString.
 int readAll(const QvbString& path, std::int64_t limit, std::string* bytes);
 int writeAll(const QvbString& path, std::string_view bytes);

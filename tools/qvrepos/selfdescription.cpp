@@ -183,7 +183,7 @@ std::string manualPage(const Command& root) {
   page += fmt::format(
       ".SH \"EXIT STATUS\"\n.TP\n{}\nSuccess.\n.TP\n{}\nThe operation failed, for some input at least; "
       "standard error says why.\n.TP\n{}\nWrong usage.\n",
-      ExitSuccess, ExitFailed, ExitUsage);
+      exitSuccess, exitFailed, exitUsage);
   page +=
       ".SH ENVIRONMENT\n.TP\n.B QV_CONFIG\nThe INI file of options, where \\fB\\-\\-config\\fR names none.\n"
       ".TP\n.B QVREPOS_PASSWORD\nThe password that goes with \\fB\\-\\-user\\fR.\n";

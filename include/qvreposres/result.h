@@ -1,0 +1,50 @@
+// A value, or the reason why there is none.
+#pragma once
+
+#include <utility>
+#include <variant>
+
+namespace qvreposres {
+
+template<class T, class E>
+class Expected {
+public:
+  Expected(T value) : m_content(std::in_place_index<0>, std::move(value)) {}
+  Expected(E error) : m_content(std::in_place_index<1>, std::move(error)) {}
+
+  bool ok() const noexcept { return m_content.index() == 0; }
+  explicit operator bool() const noexcept { return ok(); }
+
+  // Of a result that is ok; std::bad_variant_access otherwise.
+  T& value() & { return std::get<0>(m_content); }
+  const T& value() const& { return std::get<0>(m_content); }
+  T&& value() && { return std::get<0>(std::move(m_content)); }
+  T& operator*() & { return value(); }
+  const T& operator*() const& { return value(); }
+  T&& operator*() && { return std::move(*this).value(); }
+  T* operator->() { return &value(); }
+  const T* operator->() const { return &value(); }
+
+  // Of a result that is not.
+  const E& error() const { return std::get<1>(m_content); }
+
+private:
+  std::variant<T, E> m_content;
+};
+
+// Done, or why not.
+template<class E>
+class Expected<void, E> {
+public:
+  Expected() = default;
+  Expected(E error) : m_content(std::move(error)) {}
+
+  bool ok() const noexcept { return m_content.index() == 0; }
+  explicit operator bool() const noexcept { return ok(); }
+  const E& error() const { return std::get<E>(m_content); }
+
+private:
+  std::variant<std::monostate, E> m_content;
+};
+
+} // namespace qvreposres

@@ -1,0 +1,136 @@
+#include "lineagexml.h"
+
+#include "qvxdom/qvdom.h"
+
+namespace {
+
+constexpr std::size_t bufferSize = std::size_t{64} << 10;
+
+void appendAttribute(std::string& tag, std::string_view start, const QvbString& value) {
+  tag.append(start).append(qvDomEscapeAttribute(value).view()).append("\"");
+}
+
+} // namespace
+
+LineageText textOf(const LineageDescription& description) {
+  std::string tag = "<Resource";
+  if (!description.analysisDate.isNull())
+    appendAttribute(tag, " analysisDate=\"", description.analysisDate);
+  appendAttribute(tag, " id=\"", description.id);
+  appendAttribute(tag, " label=\"", description.label);
+  appendAttribute(tag, " type=\"", description.type);
+  const bool hasPath = !description.dataPath.isEmpty();
+  return {QvbString(std::string_view(tag)), hasPath ? qvDomEscapeText(description.dataPath) : QvbString()};
+}
+
+// What stands around a resource: before its tag and after it, without a data path and with one.
+struct LineageXml::Place {
+  std::string_view before;
+  std::string_view after;
+  std::string_view beforePath;
+  std::string_view afterPath;
+};
+
+struct LineageXml::Form {
+  std::string_view beginRoot;
+  std::string_view emptyRoot;
+  std::string_view endRoot;
+  Place model;
+  std::string_view beginDependents;
+  Place dependent;
+  std::string_view endDependents;
+  std::string_view endModel;
+};
+
+const LineageXml::Form LineageXml::laidOut{"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                           "<RelationshipModels>\n",
+                                           "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                           "<RelationshipModels/>\n",
+                                           "</RelationshipModels>\n",
+                                           {"  <RelationshipModel>\n"
+                                            "    ",
+                                            "/>\n",
+                                            ">\n"
+                                            "      <ResourceAttributes>\n"
+                                            "        <ResourceAttribute name=\"DATA.PATH\">",
+                                            "</ResourceAttribute>\n"
+                                            "      </ResourceAttributes>\n"
+                                            "    </Resource>\n"},
+                                           "    <RelationshipNodes>\n",
+                                           {"      <RelationshipNode direction=\"1\" type=\"D\">\n"
+                                            "        ",
+                                            "/>\n"
+                                            "      </RelationshipNode>\n",
+                                            ">\n"
+                                            "          <ResourceAttributes>\n"
+                                            "            <ResourceAttribute name=\"DATA.PATH\">",
+                                            "</ResourceAttribute>\n"
+                                            "          </ResourceAttributes>\n"
+                                            "        </Resource>\n"
+                                            "      </RelationshipNode>\n"},
+                                           "    </RelationshipNodes>\n",
+                                           "  </RelationshipModel>\n"};
+
+const LineageXml::Form LineageXml::compact{
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?><RelationshipModels>",
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?><RelationshipModels/>",
+    "</RelationshipModels>",
+    {"<RelationshipModel>", "/>", "><ResourceAttributes><ResourceAttribute name=\"DATA.PATH\">",
+     "</ResourceAttribute></ResourceAttributes></Resource>"},
+    "<RelationshipNodes>",
+    {"<RelationshipNode direction=\"1\" type=\"D\">", "/></RelationshipNode>",
+     "><ResourceAttributes><ResourceAttribute name=\"DATA.PATH\">",
+     "</ResourceAttribute></ResourceAttributes></Resource></RelationshipNode>"},
+    "</RelationshipNodes>",
+    "</RelationshipModel>"};
+
+LineageXml::LineageXml(bool layout) : m_form(layout ? laidOut : compact) {}
+
+bool LineageXml::isTooLarge() const noexcept { return m_size + m_buffer.size() > QvDom::MaxSize; }
+
+void LineageXml::flush() {
+  if (!isTooLarge())
+    m_text.append(std::string_view(m_buffer));
+  m_size += m_buffer.size();
+  m_buffer.clear();
+}
+
+void LineageXml::write(const Place& place, const LineageText& resource) {
+  m_buffer.append(place.before).append(resource.tag.view());
+  if (resource.dataPath.isNull())
+    m_buffer.append(place.after);
+  else
+    m_buffer.append(place.beforePath).append(resource.dataPath.view()).append(place.afterPath);
+  if (m_buffer.size() >= bufferSize)
+    flush();
+}
+
+void LineageXml::beginModel(const LineageText& resource) {
+  if (m_hasModels)
+    endModel();
+  else
+    m_buffer.append(m_form.beginRoot);
+  m_hasModels = true;
+  write(m_form.model, resource);
+}
+
+void LineageXml::addDependent(const LineageText& resource) {
+  if (!m_hasDependents)
+    m_buffer.append(m_form.beginDependents);
+  m_hasDependents = true;
+  write(m_form.dependent, resource);
+}
+
+void LineageXml::endModel() {
+  if (m_hasDependents)
+    m_buffer.append(m_form.endDependents);
+  m_hasDependents = false;
+  m_buffer.append(m_form.endModel);
+}
+
+void LineageXml::end() {
+  if (m_hasModels)
+    endModel();
+  m_buffer.append(m_hasModels ? m_form.endRoot : m_form.emptyRoot);
+  flush();
+}

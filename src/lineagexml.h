@@ -1,0 +1,50 @@
+// Lineage XML, written from its beginning to its end as a context writes the tree of its objects.
+#pragma once
+
+#include "lineagerecords.h"
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+// What an element says of a resource.
+struct LineageDescription {
+  QvbString label;
+  QvbString id;
+  QvbString type;
+  QvbString analysisDate; // null without one
+  QvbString dataPath;     // null or empty without one
+};
+
+LineageText textOf(const LineageDescription& description);
+
+class LineageXml {
+public:
+  explicit LineageXml(bool layout);
+
+  void beginModel(const LineageText& resource);
+  void addDependent(const LineageText& resource); // of the model that was begun last
+  void end();
+
+  // Whether the document is larger than a reader would take. From then on nothing is written.
+  bool isTooLarge() const noexcept;
+  // The whole document, once it has ended.
+  QvbString take() { return std::move(m_text); }
+
+private:
+  struct Form;
+  struct Place;
+  static const Form laidOut;
+  static const Form compact;
+
+  void write(const Place& place, const LineageText& resource);
+  void endModel();
+  void flush();
+
+  const Form& m_form;
+  QvbString m_text;
+  std::string m_buffer; // what follows it
+  std::size_t m_size = 0;
+  bool m_hasModels = false;
+  bool m_hasDependents = false;
+};
