@@ -83,7 +83,7 @@ void QvReposEventMgrImpl::notifyListeners(Notification notify) {
 
 void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                                             const QvbString& object, int id, const QvbString& uuid) {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Writer);
   if (m_log.isEnabled(QvLoggingLevel::Trace))
     m_log.trace("Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
                 repository, id, uuid);
@@ -94,7 +94,7 @@ void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, Reposit
 void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const QvbString& object, int id,
                                             const QvbString& uuid, const QvbString& oldName,
                                             const QvbString& newName) {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Writer);
   // This record shows where the id is, not what it is; listeners get the id itself.
   // Kept: EventManager.LogsARenamedObjectWithTheLocationOfItsId
   m_log.trace("Firing renamed event for %s in repos %s object id=%d and uuid=%s was renamed from %s to %s.",
@@ -106,7 +106,7 @@ void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const Q
 
 bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
   return listener && tryAllocate([&] {
-           const LockGuard guard(m_lock);
+           const LockGuard guard(m_lock, LockRequest::Writer);
            m_listeners.push_back(listener);
            m_log.trace("Adding listener");
          });
@@ -117,7 +117,7 @@ bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChan
 bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
   if (!listener)
     return false;
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Writer);
   const Walk walk(*this); // closes the gaps at once unless a notification is under way
   std::ranges::replace(m_listeners, listener, nullptr);
   m_hasGaps = true;
@@ -126,7 +126,7 @@ bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectC
 
 void QvReposEventMgrImpl::fireContentChanged(const QvbString& repository, const QvbString& object,
                                              RepositoryObjectChangeType type, const QvbString& detail) {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Writer);
   if (type == RepositoryObjectRenamed)
     m_log.trace("Firing content changed event for %s in repos %s object was %s to %s", object, repository,
                 changeWord(type), detail);

@@ -237,6 +237,11 @@ void qvbClearConfigOptions() { store().clear(); }
 
 void qvbSetConfigAvailable(bool available) { store().setAvailable(available); }
 
+bool qvbCheckConfigFile(const QvbString& path, QvbString* fault) {
+  *fault = OptionFile(path).fault;
+  return fault->isNull();
+}
+
 QvbString qvbGetConfigOption(const char* key) {
   QvbString value;
   if (const Released<QvbConfigOptions> options{qvbGetConfigOptions(QvbString())})

@@ -35,6 +35,10 @@ QVPLATFORM_API void qvbClearConfigOptions();
 // A store that is switched off makes qvbGetConfigOptions answer null.
 QVPLATFORM_API void qvbSetConfigAvailable(bool available);
 
+// Whether a file can be read as an option file, for a host that would rather end than go on with half of its options; if
+// not, `fault` tells why, with the file and the first malformed line.
+QVPLATFORM_API bool qvbCheckConfigFile(const QvbString& path, QvbString* fault);
+
 // The value of one option, null when it is unset or the store is switched off.
 QVPLATFORM_API QvbString qvbGetConfigOption(const char* key);
 inline QvbString qvbGetConfigOption(const QvbOption& option) { return qvbGetConfigOption(option.key); }

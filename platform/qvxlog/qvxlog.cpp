@@ -5,6 +5,7 @@
 #include "qvxbase/qvbunload.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <new>
 #include <optional>
@@ -29,10 +30,16 @@ Output withPattern(Output output) {
 
 Output standardError() { return withPattern(std::make_shared<spdlog::sinks::stderr_sink_mt>()); }
 
-// Null when the file cannot be written.
+// Null when the file cannot be written, or its folder is not there: the sink would make it, and a mistyped name would go
+// unnoticed.
 Output fileOutput(const QvbString& path) {
+  const std::string file(path.view());
+  std::error_code ignored;
+  const auto folder = std::filesystem::path(file).parent_path();
+  if (!folder.empty() && !std::filesystem::is_directory(folder, ignored))
+    return nullptr;
   try {
-    return withPattern(std::make_shared<spdlog::sinks::basic_file_sink_mt>(std::string(path.view())));
+    return withPattern(std::make_shared<spdlog::sinks::basic_file_sink_mt>(file));
   } catch (const spdlog::spdlog_ex&) {
     return nullptr;
   }

@@ -16,13 +16,13 @@ compiles() { # compiles COMPILER STATEMENT
       int m_sum QVB_GUARDED_BY(m_mutex) = 0;
     };"
 }
-for statement in 'const LockGuard guard(m_lock); ++m_count; add();' 'const QvbMutexGuard guard(m_mutex); ++m_sum;' \
+for statement in 'const LockGuard guard(m_lock, LockRequest::Reader); ++m_count; add();' 'const QvbMutexGuard guard(m_mutex); ++m_sum;' \
   'QvbMutexGuard guard(m_mutex); guard.unlock(); guard.lock(); ++m_sum;'; do
   for compiler in clang++ g++; do
     compiles "$compiler" "$statement" || { echo "$compiler refuses: $statement" >&2; bad=1; }
   done
 done
-for statement in '++m_count;' 'add();' 'const LockGuard guard(m_lock); ++m_sum;' \
+for statement in '++m_count;' 'add();' 'const LockGuard guard(m_lock, LockRequest::Reader); ++m_sum;' \
   'QvbMutexGuard guard(m_mutex); guard.unlock(); ++m_sum;'; do
   ! compiles clang++ "$statement" || { echo "clang++ lets pass: $statement" >&2; bad=1; }
 done

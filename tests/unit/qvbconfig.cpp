@@ -188,6 +188,20 @@ TEST_F(Config, LogsAFileThatCannotBeReadOnce) {
                             path + ": cannot read the option file: " + np_fio_errdesc(NP_FIO_NOT_FOUND))));
 }
 
+TEST_F(Config, TellsWhetherAFileCanBeRead) {
+  QvbString fault;
+  dir.write("good.ini", "[BASE]\nA=1\n");
+  EXPECT_TRUE(qvbCheckConfigFile(QvbString((dir / "good.ini").c_str()), &fault));
+  EXPECT_TRUE(fault.isNull());
+  dir.write("bad.ini", "[BASE]\nnonsense\n");
+  EXPECT_FALSE(qvbCheckConfigFile(QvbString((dir / "bad.ini").c_str()), &fault));
+  EXPECT_EQ(str(fault), dir / "bad.ini:2: malformed option line");
+  EXPECT_FALSE(qvbCheckConfigFile(QvbString((dir / "none.ini").c_str()), &fault));
+  EXPECT_EQ(str(fault), dir / "none.ini: cannot read the option file: not found");
+  EXPECT_TRUE(option("BASE/A").isNull());
+  EXPECT_THAT(faults(), IsEmpty());
+}
+
 // The nth allocation fails; the file is read when there is memory again.
 TEST_F(Config, AFileThatShortMemoryKeptFromBeingReadIsReadTheNextTime) {
   const std::string value(500, 'x');
