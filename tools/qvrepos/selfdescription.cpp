@@ -1,6 +1,7 @@
 // qvrepos generate: the manual page and the shell completions, made of the command line's own description, and the
 // table of the options, made of their declarations. A hidden subcommand, which the build and scripts/docs run.
 #include "host.h"
+#include "settings.h"
 #include "usage.h"
 
 #include "qvreposres/cpp.h"
@@ -213,13 +214,6 @@ std::string manualPage(const Command& root) {
 std::string shellWord(const std::string& text) { return "'" + replaceAll(text, "'", "'\\''") + "'"; }
 
 bool isSetting(const Parameter& parameter) { return parameter.value == "KEY=VALUE"; }
-
-std::vector<std::string> optionKeys() {
-  std::vector<std::string> keys;
-  for (const auto* option : QvbOptions::All)
-    keys.emplace_back(option->key);
-  return keys;
-}
 
 // What bash completes a value to: "file", "directory", "words" and then the words, "keys" and then what goes before an
 // equals sign, "names" and then the form that prints them, or "any" for text of any kind.

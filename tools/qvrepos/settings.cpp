@@ -35,13 +35,6 @@ void useOptionFile(const std::string& file) {
   setenv("QV_CONFIG", file.c_str(), 1);
 }
 
-std::vector<std::string> optionKeys() {
-  std::vector<std::string> keys;
-  for (const QvbOption* option : QvbOptions::All)
-    keys.emplace_back(option->key);
-  return keys;
-}
-
 void setOption(const std::string& setting, Host& host) {
   const auto equals = setting.find('=');
   const auto key = setting.substr(0, equals);
@@ -54,6 +47,13 @@ void setOption(const std::string& setting, Host& host) {
 }
 
 } // namespace
+
+std::vector<std::string> optionKeys() {
+  std::vector<std::string> keys;
+  for (const QvbOption* option : QvbOptions::All)
+    keys.emplace_back(option->key);
+  return keys;
+}
 
 void addSettings(CLI::App& app, Settings& settings, Host& host) {
   app.add_option("--config", settings.configFile,
