@@ -2,7 +2,13 @@
 
 #include "qvreposres/qvsqlstep.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <optional>
+#include <set>
 
 namespace {
 
@@ -29,6 +35,21 @@ std::string whyNoFile(const std::string& path) {
          ", where a job file is due";
 }
 
+template<class Stream>
+QvbString contentOf(Stream&& stream) {
+  return text(std::string(std::istreambuf_iterator<char>(stream), {}));
+}
+
+// What can be read only once: standard input and pipes. Nothing for a file.
+std::optional<QvbString> streamed(const std::string& path) {
+  std::error_code ignored;
+  if (path == "-")
+    return contentOf(std::cin);
+  if (std::filesystem::is_fifo(path, ignored))
+    return contentOf(std::ifstream(path, std::ios::binary));
+  return std::nullopt;
+}
+
 } // namespace
 
 void noteLossyNames(Host& host, const std::vector<std::string>& names) {
@@ -39,24 +60,38 @@ void noteLossyNames(Host& host, const std::vector<std::string>& names) {
                 "look the same");
 }
 
+void noteSharedNames(Host& host, const std::vector<std::string>& files) {
+  const std::set<std::string> known(files.begin(), files.end());
+  for (const auto& file : files) {
+    std::string other = file;
+    std::ranges::replace(other, '\\', '/');
+    if (other != file && known.contains(other))
+      host.note(file + " and " + other +
+                " have one URI reference, as a backslash counts as a slash: rename one of them");
+  }
+}
+
 JobScanner::JobScanner() : m_store(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {
   if (!m_store)
     throw std::bad_alloc();
 }
 
 ScannedJob JobScanner::scan(const std::string& path, QvResourceList* job, QvResourceList* used) {
-  if (auto reason = whyNoFile(path); !reason.empty())
+  const auto stream = streamed(path);
+  if (auto reason = stream ? std::string() : whyNoFile(path); !reason.empty())
     return {std::move(reason), {}};
   QvResourceFactory* factory = m_store->getDefaultResourceFactory();
   const QvbString reference = text(path);
-  const bool read = m_manager->addSQLResourcesFromFile(reference, factory, used);
+  const bool read = stream ? m_manager->addSQLResourcesFromString(*stream, factory, used)
+                           : m_manager->addSQLResourcesFromFile(reference, factory, used);
   const bool isStep = used->next();
   used->reset();
   RootVisitor visitor;
   QvbString error;
   // A file in which something was found is a step; of the others, which are few, the walk tells more.
-  if ((!read || !isStep) && !visitSQLStepInFile(reference, &visitor, &error))
-    return {str(error), {}};
+  if ((!read || !isStep) && !(stream ? visitSQLStepInString(*stream, &visitor, &error)
+                                     : visitSQLStepInFile(reference, &visitor, &error)))
+    return {(stream ? path + ":" : "") + str(error), {}};
   QvbString jobReference = reference;
   m_manager->addJobFileNode(factory, job, jobReference);
   return {{}, visitor.root};
@@ -68,6 +103,18 @@ void reportUnknownStep(Host& host, const std::string& file, const std::string& r
     host.fail(message);
   else
     host.note(message);
+}
+
+void reportEmptiness(Host& host, bool fails) {
+  const std::string message = "no job files were found: " + qvlineagegraph::jobFileExtensions();
+  if (fails)
+    host.fail(message);
+  else
+    host.note(message);
+}
+
+void addFailIfEmptyFlag(CLI::App& command, bool& fails) {
+  command.add_flag("--fail-if-empty", fails, "Count it as a failure when there are no job files");
 }
 
 void addStrictFlag(CLI::App& command, bool& strict) {

@@ -55,7 +55,8 @@ void runResources(Host& host, const std::string& file, bool strict) {
   JobScanner scanner;
   const auto job = scanner.newList();
   const auto used = scanner.newList();
-  const auto scanned = scanner.scan(absolutePath(file), job.get(), used.get());
+  const std::string path = file == "-" ? file : absolutePath(file);
+  const auto scanned = scanner.scan(path, job.get(), used.get());
   if (!scanned.failure.empty())
     return host.fail(scanned.failure);
   std::vector<ResourceRow> rows;
@@ -64,7 +65,7 @@ void runResources(Host& host, const std::string& file, bool strict) {
   printRows(host, rows);
   noteLossyNames(host, identitiesOf(rows));
   if (!scanned.unknownRoot.empty())
-    reportUnknownStep(host, absolutePath(file), scanned.unknownRoot, strict);
+    reportUnknownStep(host, path, scanned.unknownRoot, strict);
 }
 
 } // namespace
@@ -73,7 +74,7 @@ void addResourcesCommand(CLI::App& app, Host& host) {
   auto* command =
       app.add_subcommand("resources", "List the resources that one job touches, the job itself first");
   auto file = std::make_shared<std::string>();
-  command->add_option("FILE", *file, "A job file")->required();
+  command->add_option("FILE", *file, "A job file, - for standard input")->required();
   auto strict = std::make_shared<bool>();
   addStrictFlag(*command, *strict);
   addJsonFlag(*command, host, "an array of records: type, name, location, identity");
