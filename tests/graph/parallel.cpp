@@ -46,8 +46,9 @@ TEST(Parallel, TakesEachItemOnceAndInOrderWhateverTheThreads) {
     EXPECT_EQ(squares.taken, squares.squares);
     EXPECT_EQ(squares.taken.back(), 999U * 999U);
     EXPECT_THAT(squares.workedOn, Each(1U));
-    if (threads != 0)
+    if (threads != 0) {
       EXPECT_EQ(squares.workers, threads);
+    }
   }
 }
 
