@@ -20,8 +20,7 @@ namespace {
 
 constexpr std::size_t tablesOfTheIndex = 63'666;
 constexpr std::size_t edgesOfTheIndex = 283'161;
-constexpr const char* dataSource = "Warehouse";
-constexpr const char* dataSourceType = "ODBC";
+constexpr const char* dataSource = "packages";
 constexpr const char* schema = "main";
 
 struct Graph {
@@ -100,7 +99,7 @@ std::vector<QvbString> identitiesOf(const Graph& graph) {
   const Released<QvResourceManager> manager(createQvResourceManager());
   std::vector<QvbString> identities(graph.names.size());
   for (std::size_t i = 0; i < identities.size(); ++i)
-    manager->generateTableDataSourceResourceId(dataSource, dataSourceType, "", schema, textOf(graph.names[i]),
+    manager->generateTableDataSourceResourceId(dataSource, "", "", schema, textOf(graph.names[i]),
                                                &identities[i]);
   return identities;
 }
@@ -171,12 +170,8 @@ std::string identityByHand(std::string_view name) {
 }
 
 void appendResource(std::string& xml, std::string_view indent, std::string_view name) {
-  xml.append(indent)
-      .append("<Resource id=\"qvd:///")
-      .append(dataSource)
-      .append("?type=")
-      .append(dataSourceType);
-  xml.append("&amp;schema=").append(schema).append("&amp;table=");
+  xml.append(indent).append("<Resource id=\"qvd:///").append(dataSource);
+  xml.append("?schema=").append(schema).append("&amp;table=");
   appendEncoded(xml, name);
   xml.append("\" label=\"");
   appendName(xml, name);

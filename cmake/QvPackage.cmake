@@ -1,4 +1,8 @@
-# What `cpack` makes of an installed tree: three Debian packages, one for each component.
+# The target `package`: three Debian packages, one for each component, in <build>/packages. It builds what they hold and
+# no tests; what else packing writes stays in <build>/packaging.
+block()
+set(CPACK_OUTPUT_CONFIG_FILE ${PROJECT_BINARY_DIR}/packaging/CPackConfig.cmake)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_GENERATOR DEB)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PACKAGE_NAME qvreposres)
@@ -25,9 +29,12 @@ set(same_library "${library} (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${library})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+file(WRITE ${PROJECT_BINARY_DIR}/packaging/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/packaging/triggers)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
     "${PROJECT_DESCRIPTION} - shared libraries
-Finds and names the resources of a repository, scans job files for what they touch and keeps their lineage.")
+Finds and names the resources of a repository, scans job files for what
+they touch and keeps their lineage.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libqvreposres-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -42,6 +49,45 @@ set(CPACK_DEBIAN_QVREPOS_PACKAGE_DEPENDS ${same_library})
 set(CPACK_DEBIAN_QVREPOS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_COMPONENT_QVREPOS_DESCRIPTION
     "${PROJECT_DESCRIPTION} - host tool
-The services of the library on the command line, with a manual page and completions for bash and zsh.")
+The services of the library on the command line, with a manual page and
+completions for bash and zsh.")
 
 include(CPack)
+endblock()
+
+# What each package says of itself in its folder of documents: the changes, as Debian writes them, and the terms.
+set(packaging ${PROJECT_BINARY_DIR}/packaging)
+execute_process(COMMAND sed -n "s/^- /  * /p" ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+                COMMAND fold -s -w 72
+                COMMAND sed "s/^\\([^ ]\\)/    \\1/; s/ *$//"
+                OUTPUT_VARIABLE entries COMMAND_ERROR_IS_FATAL ANY)
+file(TIMESTAMP ${PROJECT_SOURCE_DIR}/CHANGELOG.md date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+file(CONFIGURE OUTPUT ${packaging}/changelog @ONLY CONTENT
+"qvreposres (@PROJECT_VERSION@) unstable; urgency=medium
+
+@entries@
+ -- The library's developers <developers@localhost>  @date@
+")
+execute_process(COMMAND gzip -9nkf ${packaging}/changelog COMMAND_ERROR_IS_FATAL ANY)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/CHANGELOG.md)
+foreach(pair runtime=libqvreposres${PROJECT_VERSION_MAJOR} development=libqvreposres-dev qvrepos=qvrepos)
+  string(REPLACE "=" ";" pair ${pair})
+  list(GET pair 0 component)
+  list(GET pair 1 package)
+  install(FILES ${packaging}/changelog.gz ${PROJECT_SOURCE_DIR}/cmake/copyright
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
+  if(EXISTS ${PROJECT_SOURCE_DIR}/cmake/lintian/${package})
+    install(FILES ${PROJECT_SOURCE_DIR}/cmake/lintian/${package}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT ${component})
+  endif()
+endforeach()
+# The page that the lineage graph writes is made of others' work, whose terms go with it.
+install(FILES ${PROJECT_SOURCE_DIR}/graph/page/bundle/LICENCES
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libqvreposres${PROJECT_VERSION_MAJOR} RENAME LICENCES.page
+        COMPONENT runtime)
+
+# CPack's own target of this name would build everything. It is there where the configuration has its usual place.
+file(REMOVE ${PROJECT_BINARY_DIR}/CPackConfig.cmake)
+add_custom_target(package COMMAND ${CMAKE_CPACK_COMMAND} --config packaging/CPackConfig.cmake
+                  DEPENDS qvplatform qvreposres qvlineagegraph qvrepos_share
+                  WORKING_DIRECTORY ${PROJECT_BINARY_DIR} USES_TERMINAL VERBATIM)

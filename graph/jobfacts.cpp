@@ -6,10 +6,14 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <new>
+#include <optional>
 #include <utility>
 
 namespace qvlineagegraph {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -102,6 +106,15 @@ bool beginsWithBrace(const std::string& path) {
   return in >> first && first == '{';
 }
 
+// What a pipe holds, which can be read only once; nothing for a file.
+std::optional<QvbString> pipeContent(const std::string& path) {
+  std::error_code ignored;
+  if (!fs::is_fifo(path, ignored))
+    return std::nullopt;
+  std::ifstream pipe(path, std::ios::binary);
+  return text(std::string(std::istreambuf_iterator<char>(pipe), {}));
+}
+
 } // namespace
 
 JobReader::JobReader() : m_lineage(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {
@@ -114,7 +127,8 @@ JobFacts JobReader::read(const JobFile& file, const std::string& input) {
   const bool isInput = file.path == "-";
   if (!isInput)
     identify(file.path, facts);
-  if (facts.kind == "File" && beginsWithBrace(file.path)) {
+  const auto stream = isInput ? std::optional(text(input)) : pipeContent(file.path);
+  if (!stream && facts.kind == "File" && beginsWithBrace(file.path)) {
     auto saved = readJsonFile(file.path);
     if (saved)
       facts.saved = std::move(*saved);
@@ -124,9 +138,9 @@ JobFacts JobReader::read(const JobFile& file, const std::string& input) {
   }
   FactsVisitor visitor(*m_manager, *m_lineage->getDefaultResourceFactory(), facts);
   QvbString error;
-  if (isInput ? !visitSQLStepInString(text(input), &visitor, &error)
-              : !visitSQLStepInFile(text(file.path), &visitor, &error))
-    facts.failure = isInput ? "-:" + str(error) : str(error);
+  if (stream ? !visitSQLStepInString(*stream, &visitor, &error)
+             : !visitSQLStepInFile(text(file.path), &visitor, &error))
+    facts.failure = stream ? file.path + ":" + str(error) : str(error);
   return facts;
 }
 

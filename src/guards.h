@@ -28,6 +28,9 @@ struct FolderCloser {
 // A folder that stays when its handle goes.
 using HeldFolder = std::unique_ptr<NpDir, FolderCloser>;
 
+// What the holder of a lock is going to do for its caller.
+enum class LockRequest { Reader = 0, Writer = 1 };
+
 // A platform lock. Where none could be made it is taken and released all the same, and excludes nobody.
 class QVB_LOCK Lock {
 public:
@@ -37,9 +40,9 @@ public:
   Lock& operator=(const Lock&) = delete;
 
   explicit operator bool() const { return m_lock != nullptr; }
-  // The platform grants the reader's request (0) and the writer's (1) alike, to one thread at a time: what only reads
-  // for its caller may write here, as the lookups of the definition manager do, which begin with refresh().
-  void take() QVB_ACQUIRES() { qvLockGet(m_lock, 1, 1); }
+  // Both requests are granted to one thread at a time: what only reads for its caller may write here, as the lookups of
+  // the definition manager do, which begin with refresh().
+  void take(LockRequest request) QVB_ACQUIRES() { qvLockGet(m_lock, static_cast<int>(request), 1); }
   void release() QVB_RELEASES() { qvLockRelease(m_lock); }
 
 private:
@@ -49,7 +52,7 @@ private:
 // Holds a lock for its own life. The thread that holds it may take it again.
 class QVB_LOCK_GUARD LockGuard {
 public:
-  explicit LockGuard(Lock& lock) QVB_ACQUIRES(lock) : m_lock(lock) { m_lock.take(); }
+  LockGuard(Lock& lock, LockRequest request) QVB_ACQUIRES(lock) : m_lock(lock) { m_lock.take(request); }
   ~LockGuard() QVB_RELEASES() { m_lock.release(); }
   LockGuard(const LockGuard&) = delete;
   LockGuard& operator=(const LockGuard&) = delete;

@@ -6,7 +6,7 @@
 #include "qvreposres/qvresourceuri.h"
 #include "qvresource.h"
 #include "qvsfio/npfio.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 #include "repositoryfolders.h"
 
 #include <algorithm>
@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr const char* logSource = "src/lineagefactory";
 constexpr std::string_view syscatSeparator = " - ";
 
 bool isIdentityDocument(const QvbString& identity) { return identity.find("<morvaxeldocument") >= 0; }
@@ -69,13 +68,7 @@ bool locatePath(const QvbString& path, RepositoryFolders* folders, QvbString* ur
 
 Released<QvResourceImpl> newResource(const QvbString& name, const QvbString& type,
                                      const QvbString& identity) {
-  Released<QvResourceImpl> resource(newOrNull<QvResourceImpl>());
-  if (resource) {
-    resource->setName(name);
-    resource->setType(type);
-    resource->setResourceIdentity(identity);
-  }
-  return resource;
+  return Released<QvResourceImpl>(newOrNull<QvResourceImpl>(name, type, identity));
 }
 
 // Null when the URI names neither a table nor a data source.
@@ -143,9 +136,12 @@ LineageImpactFactoryImpl::~LineageImpactFactoryImpl() {
 
 QvResource* LineageImpactFactoryImpl::getResource(const QvbString& name, const QvbString& type,
                                                   const QvbString& identity) {
-  return newResource(name, type, identity).release();
+  if (m_lastType.isNull() || m_lastType.view() != type.view() || type.isNull())
+    m_lastType = type;
+  return newResource(name, m_lastType, identity).release();
 }
 
+// Kept: LineageFactory.AReplacedResolverIsNotReleased
 void LineageImpactFactoryImpl::registerResourceResolver(QvResourceResolver* resolver) {
   if (resolver)
     m_resolver = resolver;
@@ -155,15 +151,15 @@ QvResource* LineageImpactFactoryImpl::getDataResource(QvDataURI* uri) {
   return uri ? madeOrNull([&] { return dataResource(*uri).release(); }) : nullptr;
 }
 
-LineageResourceResolver::LineageResourceResolver() : m_logger(qvlogGetLogger("QV.Repos.Lineage.Analysis")) {}
+LineageResourceResolver::LineageResourceResolver()
+    : m_log("QV.Repos.Lineage.Analysis", "src/lineagefactory") {}
 
 bool LineageResourceResolver::fileExists(const QvbString& path) const {
   return resultOr(true, [&] { return isThere(path); });
 }
 
 bool LineageResourceResolver::getUnifiedRepositoryName(QvbString*) {
-  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                     "Unable to get Unified Repository name in Resource Resolver.");
+  m_log.error("Unable to get Unified Repository name in Resource Resolver.");
   return false;
 }
 
@@ -180,6 +176,7 @@ bool LineageResourceResolver::resolve(const QvbString& type, const QvbString& id
                   [&](std::string_view unified) { return qvbEqualsIgnoreCase(type.view(), unified); })) {
     m_errorMessage =
         qvbStringFormat("The %s resource %s cannot be resolved without Unified Repository.", type, id);
+    // Kept: LineageResolver.ObjectsOfAUnifiedRepositoryLeaveAMessage
     return !qvbEqualsIgnoreCase(type.view(), "Task");
   }
   if (qvbEqualsIgnoreCase(type.view(), "MasterDataProject"))
@@ -189,8 +186,7 @@ bool LineageResourceResolver::resolve(const QvbString& type, const QvbString& id
 
 void LineageResourceResolver::resolveMasterDataProject(const QvbString& type, const QvbString& id,
                                                        QvbString* name, QvbString* reference) const {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Processing MDMProject resolveResource with Id=%s, and Type=%s", id, type);
+  m_log.trace("Processing MDMProject resolveResource with Id=%s, and Type=%s", id, type);
   if (!isIdentityDocument(id))
     return;
   QvbString filename;
@@ -199,9 +195,7 @@ void LineageResourceResolver::resolveMasterDataProject(const QvbString& type, co
     return;
   *reference = project;
   *name = project;
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Setting MDMProject resolveResource with OutputURI=%s, and outputName=%s", *reference,
-                     *name);
+  m_log.trace("Setting MDMProject resolveResource with OutputURI=%s, and outputName=%s", *reference, *name);
 }
 
 bool LineageResourceResolver::resolveResource(const QvbString& type, const QvbString& id,
@@ -229,13 +223,12 @@ bool LineageResourceResolver::findLocation(const QvbString& name, const QvbStrin
   writeIfAny(name, &location->name);
   if ((this->*locatorOf(type))({identity, type, folders, location}))
     return true;
-  m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                     "Unable to getResourceLocation() with Id=%s, and Type=%s.", identity, type);
+  m_log.lifecycle("Unable to getResourceLocation() with Id=%s, and Type=%s.", identity, type);
   return false;
 }
 
 bool LineageResourceResolver::isSilent(const QvbString& type) const {
-  if (m_logger->isEnabled(QvLoggingLevel::Lifecycle))
+  if (m_log.isEnabled(QvLoggingLevel::Lifecycle))
     return false;
   const Locator silent[] = {&LineageResourceResolver::locateTable, &LineageResourceResolver::locateDatabase,
                             &LineageResourceResolver::locateFile, &LineageResourceResolver::locateJobFile,
@@ -294,6 +287,7 @@ bool LineageResourceResolver::locateDatabase(const Lookup& lookup) const {
 }
 
 // A reference to another place is passed on, and never counts as reachable.
+// Kept: JobFileType.IsNeverFoundByAURI
 bool LineageResourceResolver::locateJobFile(const Lookup& lookup) const {
   if (lookup.identity.find("://") >= 1) {
     lookup.location->uri = lookup.identity;
@@ -305,9 +299,9 @@ bool LineageResourceResolver::locateJobFile(const Lookup& lookup) const {
 }
 
 bool LineageResourceResolver::locateUnifiedObject(const Lookup& lookup) const {
+  // Kept: UnifiedType.HasNoLocationByItsIdentity
   if (isUnifiedIdentity(lookup.identity))
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Unable to obtain resource location for %s", lookup.identity);
+    m_log.error("Unable to obtain resource location for %s", lookup.identity);
   return locateByURI(lookup);
 }
 
@@ -323,27 +317,24 @@ bool LineageResourceResolver::locateFile(const Lookup& lookup) const {
 }
 
 bool LineageResourceResolver::locateUnknownType(const Lookup& lookup) const {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Assume file resource type with Id=%s, and Type=%s.", lookup.identity, lookup.type);
+  m_log.trace("Assume file resource type with Id=%s, and Type=%s.", lookup.identity, lookup.type);
   return locatePath(lookup.identity, lookup.folders, &lookup.location->uri);
 }
 
 bool LineageResourceResolver::locateMasterDataProject(const Lookup& lookup) const {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Processing MDMProject getResourceLocation() with Id=%s, and Type=%", lookup.identity,
-                     lookup.type);
+  // The record ends in a "%" where the type would be.
+  // Kept: LineageLocation.OfAMasterDataProjectIsItsName
+  m_log.trace("Processing MDMProject getResourceLocation() with Id=%s, and Type=%%", lookup.identity);
   if (!isIdentityDocument(lookup.identity))
     return false;
   QvbString filename;
   QvbString project("");
   if (!readFileIdentity(lookup.identity, &filename, &project)) {
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                       "Error setting MDMProject getResourceLocation() with values=%s", project);
+    m_log.error("Error setting MDMProject getResourceLocation() with values=%s", project);
     return false;
   }
   lookup.location->uri = project;
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                     "Setting MDMProject getResourceLocation() with OutputURI=%s", lookup.location->uri);
+  m_log.trace("Setting MDMProject getResourceLocation() with OutputURI=%s", lookup.location->uri);
   return true;
 }
 
@@ -355,15 +346,13 @@ bool LineageResourceResolver::locateByURI(const Lookup& lookup) const {
   lookup.location->uri = lookup.identity;
   if (!uri->getReposURI())
     return true;
-  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__,
-                     "Unable to obtain resource location from repos URI: %s", uri->asString());
+  m_log.error("Unable to obtain resource location from repos URI: %s", uri->asString());
   return false;
 }
 
 QvResource* LineageResourceResolver::getResourceFromURI(const QvbString& text) {
   QvResource* const resource = madeOrNull([&] { return resourceOf(text).release(); });
   if (!resource)
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                       "Unable to get resource for given URI=%s.", text);
+    m_log.lifecycle("Unable to get resource for given URI=%s.", text);
   return resource;
 }

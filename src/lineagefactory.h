@@ -2,8 +2,8 @@
 #pragma once
 
 #include "qvreposres/qvresourcefactory.h"
+#include "qvxlog/qvlog.h"
 
-class QvLogger;
 class RepositoryFolders;
 
 // What is known of the place of a resource.
@@ -31,6 +31,7 @@ public:
 private:
   QvbString m_errorMessage{""};
   QvResourceResolver* m_resolver = nullptr;
+  QvbString m_lastType; // shared by the resources of that type which come in a row
 };
 
 class QVREPOSRES_API LineageResourceResolver : public QvResourceResolver {
@@ -82,7 +83,7 @@ private:
   QVREPOSRES_HIDDEN bool locateUnknownType(const Lookup& lookup) const;
   QVREPOSRES_HIDDEN bool locateByURI(const Lookup& lookup) const;
 
-  QvLogger* m_logger;
+  QvLog m_log;
   QvbString m_errorMessage{""};
 };
 

@@ -5,12 +5,9 @@
 
 namespace {
 
-// Null and empty differ here.
+// Null and empty differ here. A text that is shared is not looked at.
 bool isSameText(const QvbString& a, const QvbString& b) noexcept {
-  const auto left = a.view();
-  const auto right = b.view();
-  return a.isNull() == b.isNull() && left.size() == right.size() &&
-         (left.data() == right.data() || left == right);
+  return a.isNull() == b.isNull() && (a.asCstr() == b.asCstr() || a == b);
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 #include "allocation.h"
 #include "lineagefactory.h"
 #include "qvresource.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 #include "textorder.h"
 
 #include <new>
@@ -36,10 +36,6 @@ void passProperties(QvResource& resource) {
 
 } // namespace
 
-std::size_t LineageNodeHash::operator()(const LineageNode& node) const {
-  return qvbHashIgnoreCase(node.identity.view()) * 31 + qvbHashIgnoreCase(node.type.view());
-}
-
 bool MapLineageResourceCompare::operator()(QvResource* a, QvResource* b) const {
   return a && (!b || (*this)(LineageSerializationImpl::nodeOf(a), LineageSerializationImpl::nodeOf(b)));
 }
@@ -50,13 +46,16 @@ bool MapLineageResourceCompare::operator()(const LineageNode& a, const LineageNo
 }
 
 LineageNode LineageSerializationImpl::nodeOf(QvResource* resource) {
-  return {resource->getResourceType(), resource->getResourceIdentity()};
+  LineageNode node{resource->getResourceType(), resource->getResourceIdentity()};
+  node.hash = qvbHashIgnoreCase(node.identity.view()) * 31 + qvbHashIgnoreCase(node.type.view());
+  return node;
 }
 
 bool LineageSerializationImpl::isPlain() const { return typeid(*this) == typeid(LineageSerializationImpl); }
 
+// Kept: LineageExport.LogsWhyThereIsNoServerReference
 LineageSerializationImpl::LineageSerializationImpl()
-    : m_logger(qvlogGetLogger("QV.Repos.QvResposRes.LineageSerialization")),
+    : m_log("QV.Repos.QvResposRes.LineageSerialization", "src/lineageserialization"),
       m_factory(newOrNull<LineageImpactFactoryImpl>()) {
   if (!m_factory)
     return;
@@ -72,6 +71,7 @@ LineageSerializationImpl::~LineageSerializationImpl() {
 
 QvResourceList* LineageSerializationImpl::createResourceList() { return newOrNull<QvResourceListImpl>(); }
 
+// Kept: LineageStore.AnswersNothingAgainstTheDirectionOfItsGraph
 QvResourceList* LineageSerializationImpl::getUsedByResources(QvResource*, bool) {
   return createResourceList();
 }
@@ -105,19 +105,18 @@ bool LineageSerializationImpl::addDependentResources(QvResource* resource, QvRes
   return true;
 }
 
+// The list may be a host's own, which may use the store while it is read: the node is entered afterwards.
 void LineageSerializationImpl::record(QvResource& resource, QvResourceList& dependents) {
   LineageNode node = nodeOf(&resource);
-  const auto known = m_dependencies.find(node);
-  if (known != m_dependencies.end())
+  if (const auto known = m_dependencies.find(node); known != m_dependencies.end())
     return appendAll(known->second.dependents, dependents);
   Dependencies added;
-  added.key.reset(createResource(resource.getName(), node.type, node.identity));
-  if (!added.key)
+  if (isPlain() && m_factory)
+    added.record = m_records.hold(QvResourceImpl(resource.getName(), node.type, node.identity));
+  else
+    added.key.reset(createResource(resource.getName(), node.type, node.identity));
+  if (!added.record && !added.key)
     return;
-  if (isPlain()) {
-    added.record = m_records.hold(static_cast<QvResourceImpl&>(*added.key));
-    added.key.reset();
-  }
   appendAll(added.dependents, dependents);
   m_dependencies.emplace(std::move(node), std::move(added));
 }
@@ -142,6 +141,7 @@ void LineageSerializationImpl::appendAll(LineageDependents& dependents, QvResour
 }
 
 // What is recorded is unique already.
+// Kept: LineageStore.OnlyDirectDependenciesAreGiven
 QvResourceList* LineageSerializationImpl::getDependentResources(QvResource* resource, bool) {
   return madeOrNull([&]() -> QvResourceList* {
     Released<QvResourceListImpl> result(new QvResourceListImpl);

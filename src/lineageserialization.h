@@ -4,13 +4,13 @@
 #include "guards.h"
 #include "lineagerecords.h"
 #include "qvreposres/qvlineage.h"
+#include "qvxlog/qvlog.h"
 
 #include <unordered_map>
 #include <vector>
 
 class LineageImpactFactoryImpl;
 class LineageResourceResolver;
-class QvLogger;
 class RepositoryMetadataObject;
 class RepositoryFolders;
 class RepositorySerializationContext;
@@ -19,14 +19,14 @@ class RepositorySerializationContext;
 struct LineageNode {
   QvbString type;
   QvbString identity;
+  std::size_t hash = 0; // of both
   bool operator==(const LineageNode& other) const noexcept {
-    return qvbEqualsIgnoreCase(type.view(), other.type.view()) &&
+    return hash == other.hash && qvbEqualsIgnoreCase(type.view(), other.type.view()) &&
            qvbEqualsIgnoreCase(identity.view(), other.identity.view());
   }
 };
-// Not declared noexcept for the reason that QvbHashIgnoreCase gives.
 struct LineageNodeHash {
-  std::size_t operator()(const LineageNode& node) const;
+  std::size_t operator()(const LineageNode& node) const noexcept { return node.hash; }
 };
 
 // Orders resources by type, then by identity, both without regard to case; null comes last.
@@ -156,7 +156,7 @@ private:
   QVREPOSRES_HIDDEN bool nameByLocation(QvResource& resource, const QvbString& identity,
                                         const QvbString& type, RepositoryFolders* folders, Filler& filler);
 
-  QvLogger* m_logger;
+  QvLog m_log;
   // What the export asks, also where a host registered another one with the factory.
   LineageResourceResolver* m_resolver = nullptr;
   LineageProgressSink* m_progressSink = nullptr;

@@ -8,15 +8,13 @@
 #include "qvreposres/qvreposserialize.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvuri.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 #include "repositoryfolders.h"
 
 #include <new>
 #include <unordered_set>
 
 namespace {
-
-constexpr const char* logSource = "src/lineageserialization";
 
 bool isServerJob(const QvbString& type) {
   return qvbEqualsIgnoreCase(type.view(), "ProcessJob") || qvbEqualsIgnoreCase(type.view(), "DataJob") ||
@@ -138,7 +136,7 @@ void LineageSerializationImpl::progress(const char* stage) {
 bool LineageSerializationImpl::fail(const QvbString& reason, QvbString* message) {
   if (message)
     *message = reason;
-  m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", reason);
+  m_log.error("%s", reason);
   return false;
 }
 
@@ -193,8 +191,12 @@ bool LineageSerializationImpl::exportStore(LineageSerializationImpl& store, QvbS
     return false;
   const ScopeExit forgetTexts([&] { store.m_records.forgetTexts(); });
   std::unordered_set<QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase> written;
+  const auto isOfOneType = [&] {
+    return qvbEqualsIgnoreCase(entries.front()->first.type.view(), entries.back()->first.type.view());
+  };
+  const bool mayRepeat = !entries.empty() && !isOfOneType();
   for (const auto* entry : entries) {
-    if (!written.insert(entry->first.identity).second) // another type came before
+    if (mayRepeat && !written.insert(entry->first.identity).second) // another type came before
       continue;
     document.xml.beginModel(textOf(*entry->second.record, document));
     for (const auto& dependent : entry->second.dependents.records())
@@ -258,7 +260,7 @@ LineageText LineageSerializationImpl::textOf(QvResource& resource, RepositoryFol
 }
 
 bool LineageSerializationImpl::isSilent(const QvbString& type) const {
-  return !m_logger->isEnabled(QvLoggingLevel::Trace) && (!m_resolver || m_resolver->isSilent(type));
+  return !m_log.isEnabled(QvLoggingLevel::Trace) && (!m_resolver || m_resolver->isSilent(type));
 }
 
 bool LineageSerializationImpl::populateModelResource(RepositorySerializationContext* context,
@@ -291,8 +293,7 @@ bool LineageSerializationImpl::nameByLocation(QvResource& resource, const QvbStr
   const QvbString name = resource.getName();
   LineageLocation location;
   if (!m_resolver->findLocation(name, identity, type, folders, &location)) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Using %s as identity, unable to find resource location.", identity);
+    m_log.trace("Using %s as identity, unable to find resource location.", identity);
     return false;
   }
   filler.setLabel(location.name.isEmpty() ? name : location.name);
@@ -300,7 +301,7 @@ bool LineageSerializationImpl::nameByLocation(QvResource& resource, const QvbStr
   const QvbString& id =
       qvbEqualsIgnoreCase(serverIdentity.view(), location.uri.view()) ? location.uri : serverIdentity;
   filler.setId(id);
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Setting %s identity as: %s", identity, id);
+  m_log.trace("Setting %s identity as: %s", identity, id);
   if (qvbEqualsIgnoreCase(type.view(), "Table"))
     filler.setDataPath(location.dataPath);
   return true;
@@ -309,8 +310,7 @@ bool LineageSerializationImpl::nameByLocation(QvResource& resource, const QvbStr
 QvbString LineageSerializationImpl::getResourceDMServerIdentity(const QvbString& identity,
                                                                 const QvbString& resourceType) {
   if (!isServerJob(resourceType)) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Unable to obtain server identity for: id=%s, type=%s", identity, resourceType);
+    m_log.trace("Unable to obtain server identity for: id=%s, type=%s", identity, resourceType);
     return identity;
   }
   QvbString result = identity;
@@ -322,32 +322,27 @@ QvbString LineageSerializationImpl::getResourceDMServerIdentity(const QvbString&
       result = reference;
   }
   if (!result.isEmpty())
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Identity found for: id=%s, type=%s, identity=%s", identity, resourceType, result);
+    m_log.trace("Identity found for: id=%s, type=%s, identity=%s", identity, resourceType, result);
   else
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Unable to create server identity for: id=%s, type=%s", identity, resourceType);
+    m_log.trace("Unable to create server identity for: id=%s, type=%s", identity, resourceType);
   return result;
 }
 
 QvbString LineageSerializationImpl::getServerReference(const QvbString& server, const QvbString& identity,
                                                        const QvbString& resourceType) {
   if (server.isEmpty()) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Empty DMS Server Name configuration option from %s: id=%s, type=%s",
-                       DMServerOptionNameKey, identity, resourceType);
+    m_log.trace("Empty DMS Server Name configuration option from %s: id=%s, type=%s", DMServerOptionNameKey,
+                identity, resourceType);
     return {};
   }
   const Released<QvURI> uri(getURIFromURIString(identity));
   if (!uri) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Unable to obtain object URI for: id=%s, type=%s", identity, resourceType);
+    m_log.trace("Unable to obtain object URI for: id=%s, type=%s", identity, resourceType);
     return {};
   }
   QvReposURI* object = uri->getReposURI();
   if (!object) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Unable to obtain object Repos URI for: id=%s, type=%s", identity, resourceType);
+    m_log.trace("Unable to obtain object Repos URI for: id=%s, type=%s", identity, resourceType);
     return {};
   }
   QvbString path = object->getPath();
@@ -361,14 +356,12 @@ QvbString LineageSerializationImpl::makeServerReference(const QvbString& server,
                                                         const QvbString& identity,
                                                         const QvbString& resourceType) {
   if (objectPath.isEmpty()) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "URI path length invalid for DMS Ref URI: id=%s, type=%s", identity, resourceType);
+    m_log.trace("URI path length invalid for DMS Ref URI: id=%s, type=%s", identity, resourceType);
     return {};
   }
   const Released<QvURI> reference(getDMSRefURIFromComponents(server, objectPath, ""));
   if (!reference) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__,
-                       "Unable to obtain object DMS Ref URI for: id=%s, type=%s", identity, resourceType);
+    m_log.trace("Unable to obtain object DMS Ref URI for: id=%s, type=%s", identity, resourceType);
     return {};
   }
   if (objectPath.find(DMServerBatchFolder) == 0)
@@ -382,7 +375,7 @@ QvbString LineageSerializationImpl::makeServerReference(const QvbString& server,
 void LineageSerializationImpl::setReferenceParameter(QvURI* reference, const QvbString& name,
                                                      const QvbString& value) {
   if (!reference->setParameter(name, value))
-    m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "%s", reference->getErrorText());
+    m_log.error("%s", reference->getErrorText());
 }
 
 bool LineageSerializationImpl::populateResourceDataPath(RepositorySerializationContext* context,

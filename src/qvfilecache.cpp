@@ -65,6 +65,7 @@ void* QVB_FileAccessCacheSingleton::createObject() {
   m_log.lifecycle("createObject: Initializing lookup maps");
   // The first lookups fill both maps of object types, so that no later one has to wait for that.
   QvbString scratch;
+  // Kept: FileCacheHolder.MakesADefaultCacheWhenThereIsNone
   getFileExtensionForType("foo", &scratch);
   getTypeForFileExtension("foo", &scratch);
   m_cache = made.release();

@@ -19,7 +19,7 @@ FileAccessCacheImpl::~FileAccessCacheImpl() {
 }
 
 void FileAccessCacheImpl::setSourceProvider(FileAccessCacheSourceProvider* provider) {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   m_sources.setDefault(provider);
   m_log.trace("Setting default cache source provider");
 }
@@ -57,7 +57,7 @@ int FileAccessCacheImpl::getCacheFilename(ASSubject* subject, const QvbString& r
 int FileAccessCacheImpl::getCopy(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
                                  QvbString* errorText) {
   m_log.trace("getCacheFilename entered for '%s'", remoteName);
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   const auto [key, isUri] = m_index.keyOf(remoteName);
   if (isUri)
     m_log.trace("getCacheFilename using '%s'", key);
@@ -256,7 +256,7 @@ int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteN
                                     QvbString* errorText) {
   *modified = true;
   return resultOr(NP_FIO_ERROR, [&] {
-    const LockGuard guard(m_lock);
+    const LockGuard guard(m_lock, LockRequest::Reader);
     const Asked asked = askForDate("isModified", subject, remoteName, errorText);
     if (!asked.source)
       return NP_FIO_OK;
@@ -273,7 +273,7 @@ int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteN
 int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& remoteName, QvbDate* /*date*/,
                                          QvbString* errorText) {
   return resultOr(NP_FIO_ERROR, [&] {
-    const LockGuard guard(m_lock);
+    const LockGuard guard(m_lock, LockRequest::Reader);
     const Asked asked = askForDate("getModifiedDate", subject, remoteName, errorText);
     if (!asked.source || !asked.date.isNull())
       return asked.result;
@@ -283,7 +283,7 @@ int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& re
 }
 
 bool FileAccessCacheImpl::flush(bool flag) {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   m_log.trace("Flushing FileAccessCache");
   // The last source's answer replaces what came of the copies.
   // Kept: FileCache.FlushesEverySourceWithTheFlag

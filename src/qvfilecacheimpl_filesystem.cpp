@@ -50,6 +50,7 @@ bool RemoteFilesystemFileProvider::copy(const QvbString& name, const QvbString& 
   if (!local || !copyBlocks(source.get(), local.get(), localFilename, totals))
     return false;
   // A copy that did not take its place is no copy, however much of it was written.
+  // Kept: FilesystemSource.TakesAnEmptySourceForAFailedCopy
   return np_fio_close(local.release()) == NP_FIO_OK && totals->written >= 1;
 }
 

@@ -93,20 +93,20 @@ int RemoteHttpFileProvider::getResponseCodeFromHTTPResponseCode(int status) {
 
 // A context that could not be made, since memory was short, is made when it is needed.
 RemoteHttpFileProvider::Context RemoteHttpFileProvider::context() {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   if (!m_context)
     m_context = Released<QvSecurityContext>(getSecurityContext());
   return m_context;
 }
 
 RemoteHttpFileProvider::Description RemoteHttpFileProvider::keptRecord(const QvbString& name) const {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   const auto found = m_records.find(name);
   return found == m_records.end() ? std::nullopt : std::optional(found->second);
 }
 
 HTTPRemoteFileInfo RemoteHttpFileProvider::keepRecord(const QvbString& name, const QvbString& body) {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   const auto found = m_records.find(name);
   HTTPRemoteFileInfo record = found == m_records.end() ? HTTPRemoteFileInfo() : found->second;
   if (!body.isEmpty())
@@ -133,7 +133,7 @@ HTTPRemoteFileInfo* RemoteHttpFileProvider::populateObjectEntry(ASSubject* subje
   return madeOrNull([&]() -> HTTPRemoteFileInfo* {
     if (!describe(subject, name, errorText, httpCode, force))
       return nullptr;
-    const LockGuard guard(m_lock);
+    const LockGuard guard(m_lock, LockRequest::Reader);
     const auto found = m_records.find(name);
     return found == m_records.end() ? nullptr : &found->second;
   });
@@ -380,7 +380,7 @@ int RemoteHttpFileProvider::writeContent(const QvbString& name, const QvbString&
 
 bool RemoteHttpFileProvider::flush(bool) {
   m_log.trace("Flushing http cache provider");
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   if (m_context) {
     m_log.trace("Flushing http cache provider security context");
     m_context.reset();

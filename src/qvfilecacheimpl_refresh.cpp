@@ -6,24 +6,21 @@
 #include <algorithm>
 #include <limits>
 
-// Without options every copy is old once any time has passed.
+// Without a store of options every copy is old once any time has passed.
 void RefreshInterval::readOption() {
-  const Released<QvbConfigOptions> options(qvbGetConfigOptions(""));
-  if (!options)
+  if (!Released<QvbConfigOptions>(qvbGetConfigOptions("")))
     return;
-  constexpr const QvbOption& option = QvbOptions::TimeBetweenChecks;
-  m_milliseconds = option.standardNumber();
-  QvbString value;
-  if (!options->getOption(option.key, &value, 0))
-    return m_log.trace("Using default time between cache checked of %d", m_milliseconds);
-  bool isNumber = false;
-  const int time = value.asInt(&isNumber);
-  if (!isNumber)
-    return m_log.error("Unable to parse time from parameter %s=%s", option.key, value);
-  m_milliseconds = time;
-  // The whole number is shown with decimals.
-  // Kept: FileCache.TakesItsIntervalFromTheOption
-  m_log.lifecycle("Setting time between cache changed checks to %f milliseconds", m_milliseconds);
+  constexpr const auto& option = QvbOptions::TimeBetweenChecks;
+  const QvbOptionNumber number = qvbGetConfigNumber(option);
+  m_milliseconds = number.value;
+  if (!number.refused.isNull())
+    m_log.error("Unable to parse time from parameter %s=%s", option.key, number.refused);
+  else if (number.given.isNull())
+    m_log.trace("Using default time between cache checked of %d", m_milliseconds);
+  else
+    // The whole number is shown with decimals.
+    // Kept: FileCache.TakesItsIntervalFromTheOption
+    m_log.lifecycle("Setting time between cache changed checks to %f milliseconds", m_milliseconds);
 }
 
 QvbDate RefreshInterval::expiryOf(const QvbDate& from) const {

@@ -33,6 +33,7 @@ QvbString writtenUnifiedName(QvReposConfiguration& definition) {
   return name.isEmpty() ? definition.getName() : name;
 }
 
+// Kept: DefinitionFormat.WritesTheConnectionTypeAndNotItsText
 QvbString writtenType(QvReposConfiguration& definition) {
   return getUnifiedReposConnectTypeName(definition.getUnifiedConnectionType());
 }
@@ -65,16 +66,14 @@ QvDomNode findDefinition(const QvDomNode& root) {
   return isNamed(root, definitionElement) ? root : findChildNamed(root, definitionElement);
 }
 
-const Element* findElement(std::string_view name) {
+void readElement(const QvDomNode& node, QvReposConfiguration& definition) {
+  const auto name = node.getName();
   const auto known = std::find_if(std::begin(elements), std::end(elements), [&](const auto& element) {
-    return qvbEqualsIgnoreCase(name, element.name);
+    return qvbEqualsIgnoreCase(name.view(), element.name);
   });
-  return known == std::end(elements) ? nullptr : known;
-}
-
-// An element without text is an empty text: null is left to the fields whose element is missing.
-void readElement(const Element& element, std::string_view text, QvReposConfiguration& definition) {
-  (definition.*element.read)(QvbString(text));
+  // An element without text is an empty text: null is left to the fields whose element is missing.
+  if (known != std::end(elements))
+    (definition.*known->read)(QvbString(node.getValue(false).view()));
 }
 
 // The connection type text that a file which names none stands for: older files leave it to the connection
@@ -86,83 +85,16 @@ const char* inferredType(const QvbString& connect) {
   return type.compare("GRVS") == 0 ? "GRVS" : "ODBC";
 }
 
-// What follows from the attributes and the elements.
-void readAttributes(const QvbString& name, std::string_view isActive, QvReposConfiguration& definition) {
-  definition.setName(name);
-  definition.setActive(isActive != "false");
-}
-void deriveType(QvReposConfiguration& definition) {
+void readDefinition(const QvDomNode& element, const QvDomNode& root, QvReposConfiguration& definition) {
+  definition.setName(element.getAttributeValue("Name"));
+  definition.setActive(element.getAttributeValue("IsActive").compare("false") != 0);
+  // The fields are the root's children even when the definition element is one of them.
+  // Kept: DefinitionFormat.ADefinitionOneLevelDownGivesTheAttributesAndTheRootTheElements
+  for (auto child = root.getFirstChild(false); !child.null(); child = child.getNextSibling(false))
+    readElement(child, definition);
   if (definition.getUnifiedRepositoryConnectType().isNull())
     definition.setUnifiedRepositoryConnectType(inferredType(definition.getUnifiedRepositoryConnect()));
   definition.setUnifiedConnectionType(connectionTypeOf(definition.getUnifiedRepositoryConnectType()));
-}
-
-void readDefinition(const QvDomNode& element, const QvDomNode& root, QvReposConfiguration& definition) {
-  readAttributes(element.getAttributeValue("Name"), element.getAttributeValue("IsActive").view(), definition);
-  // The fields are the root's children even when the definition element is one of them.
-  for (auto child = root.getFirstChild(false); !child.null(); child = child.getNextSibling(false))
-    if (const auto* known = findElement(child.getName().view()))
-      readElement(*known, child.getValue(false).view(), definition);
-  deriveType(definition);
-}
-
-// What is left of a text that is expected to be one that the library wrote.
-class WrittenText {
-public:
-  explicit WrittenText(std::string_view text) : m_rest(text) {}
-
-  bool take(std::string_view expected) {
-    if (!m_rest.starts_with(expected))
-      return false;
-    m_rest.remove_prefix(expected.size());
-    return true;
-  }
-  // Up to the character that ends it, which stays. False where a character before it means more to XML than itself, or is
-  // none of ASCII's.
-  bool takeUpTo(char end, std::string_view* value) {
-    const auto ending = std::find_if(m_rest.begin(), m_rest.end(), [end](char character) {
-      return character == end || character < ' ' || character > '~' || character == '<' || character == '>' ||
-             character == '&';
-    });
-    *value = m_rest.substr(0, static_cast<std::size_t>(ending - m_rest.begin()));
-    m_rest.remove_prefix(value->size());
-    return m_rest.starts_with(end);
-  }
-  bool isEmpty() const { return m_rest.empty(); }
-
-private:
-  std::string_view m_rest;
-};
-
-// `  <Name>text</Name>` or `  <Name/>`.
-bool takeElement(WrittenText& xml, std::string_view name, std::string_view* text) {
-  if (!xml.take("  <") || !xml.take(name))
-    return false;
-  if (xml.take("/>\n"))
-    return true;
-  return xml.take(">") && xml.takeUpTo('<', text) && xml.take("</") && xml.take(name) && xml.take(">\n");
-}
-
-} // namespace
-
-bool readWrittenDefinition(std::string_view xml, QvReposConfiguration& definition) {
-  std::string_view name, isActive;
-  std::string_view texts[std::size(elements)];
-  WrittenText rest(xml);
-  if (!rest.take("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<VaultRepositoryInfo Name=\"") ||
-      !rest.takeUpTo('"', &name) || !rest.take("\" RepositoryType=\"Vault\" IsActive=\"") ||
-      !rest.takeUpTo('"', &isActive) || !rest.take("\">\n"))
-    return false;
-  for (std::size_t i = 0; i < std::size(elements); ++i)
-    if (!takeElement(rest, elements[i].name, &texts[i]))
-      return false;
-  if (!rest.take("</VaultRepositoryInfo>\n") || !rest.isEmpty())
-    return false;
-  readAttributes(QvbString(name), isActive, definition);
-  for (std::size_t i = 0; i < std::size(elements); ++i)
-    readElement(elements[i], texts[i], definition);
-  deriveType(definition);
-  return true;
 }
 
 void parseDefinition(const QvbString& xml, DefinitionFile& file) {
@@ -182,6 +114,8 @@ void parseDefinition(const QvbString& xml, DefinitionFile& file) {
     file.content = DefinitionFile::Content::Definition;
   }
 }
+
+} // namespace
 
 bool writeConfigurationContents(QvReposConfiguration* definition, const QvbString& path, QvbString* error) {
   QvDom dom;
@@ -204,8 +138,6 @@ DefinitionFilePtr readDefinitionFile(const QvbString& path, QvReposConfigType ty
   QvbString xml;
   if (const int code = np_fio_readAll(path, maxFileSize, &xml))
     file->reason = qvbStringFormat("%S: %s", &path, np_fio_errdesc(code));
-  else if (readWrittenDefinition(xml.view(), file->definition))
-    file->content = DefinitionFile::Content::Definition;
   else
     parseDefinition(xml, *file);
   return file;

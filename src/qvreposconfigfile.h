@@ -27,9 +27,3 @@ using DefinitionFilePtr = std::shared_ptr<DefinitionFile>;
 bool writeConfigurationContents(QvReposConfiguration* definition, const QvbString& path, QvbString* error);
 // Never null. Memory that cannot be had is std::bad_alloc: what the file holds is not known then.
 DefinitionFilePtr readDefinitionFile(const QvbString& path, QvReposConfigType type);
-
-// The two readers of a file's text. The first takes a text only when writeConfigurationContents() writes it letter for
-// letter like that, with values that XML writes as they are; it reads nothing of any other and answers false. What it
-// takes it reads as the second, the XML parser, does.
-bool readWrittenDefinition(std::string_view xml, QvReposConfiguration& definition);
-void parseDefinition(const QvbString& xml, DefinitionFile& file);

@@ -42,7 +42,7 @@ bool deleteFile(const QvbString& path, QvbString* error) {
 }
 
 // The option that names the folder of the definitions of that type; null for what is no type.
-const QvbOption* folderOptionOf(QvReposConfigType type) {
+const QvbFolderOption* folderOptionOf(QvReposConfigType type) {
   switch (type) {
   case QvReposConfigTypeSystem:
     return &QvbOptions::SystemDefinitions;
@@ -84,7 +84,7 @@ QvReposConfigManagerImpl::QvReposConfigManagerImpl()
 }
 
 QvbString QvReposConfigManagerImpl::getErrorMessage() {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   return m_errorMessage;
 }
 
@@ -115,7 +115,7 @@ void QvReposConfigManagerImpl::reportRefusal(const RefusedFile& refused) {
 }
 
 bool QvReposConfigManagerImpl::refresh() {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   initFileList();
   refreshReposList();
   return true;
@@ -123,7 +123,7 @@ bool QvReposConfigManagerImpl::refresh() {
 
 QvReposConfiguration* QvReposConfigManagerImpl::getConfigurationByName(const QvbString& name) {
   refresh();
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   const auto found = m_definitions->find(name);
   return found ? found->definition.copyOf() : nullptr;
 }
@@ -162,7 +162,7 @@ bool QvReposConfigManagerImpl::configurationExists(const QvbString& name) {
 
 bool QvReposConfigManagerImpl::getDefaultConfiguration(QvbString* name) {
   name->assign("");
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   refreshReposList();
   if (m_definitions->definitions().empty())
     return fail(&m_errorMessage, "No repository definitions were found to load default definition from.");
@@ -173,7 +173,7 @@ bool QvReposConfigManagerImpl::getDefaultConfiguration(QvbString* name) {
 QvReposRefusalList* QvReposConfigManagerImpl::getRefusals() {
   Released<QvReposRefusalListImpl> list(new QvReposRefusalListImpl);
   refresh();
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   for (const auto* folder : {&m_systemFolder, &m_userFolder})
     if (!folder->path.isEmpty() && !folder->files)
       list->addFolder(folder->path, folderOptionOf(folder->type)->key);
@@ -192,7 +192,7 @@ bool QvReposConfigManagerImpl::getConfigurationFilename(const QvbString& name, Q
 bool QvReposConfigManagerImpl::deleteConfiguration(QvReposConfiguration* definition, QvbString* error) {
   if (!definition)
     return fail(error, notValid);
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Writer);
   const auto file = definition->getFilename();
   if (file.isNull())
     return fail(error, "The definition does not have a filename set.");
@@ -204,7 +204,7 @@ bool QvReposConfigManagerImpl::deleteConfiguration(QvReposConfiguration* definit
 bool QvReposConfigManagerImpl::saveConfiguration(QvReposConfiguration* definition, QvbString* error) {
   if (!definition)
     return fail(error, notValid);
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Writer);
   const auto oldFile = definition->getFilename();
   QvbString target;
   if (!findTarget(*definition, &target, error))

@@ -33,7 +33,7 @@ public:
   template<class Visit>
   QVREPOSRES_HIDDEN void forEachDefinition(const Visit& visit) {
     refresh();
-    const LockGuard guard(m_lock);
+    const LockGuard guard(m_lock, LockRequest::Reader);
     for (const auto& file : m_definitions->definitions())
       visit(file->definition);
   }

@@ -5,7 +5,7 @@
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
 #include "qvxbase/qvuri.h"
-#include "qvxlog/qvxlog.h"
+#include "qvxlog/qvlog.h"
 
 #include <algorithm>
 #include <new>
@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr const char* logSource = "src/qvreposerializecontextimpl";
 constexpr const char* xmlDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 constexpr const char* xmlDeclarationLine = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
 constexpr const char* documentElement = "morvaxeldocument";
@@ -55,9 +54,8 @@ void writeObject(QvDomNode& node, RepositoryMetadataObject& object, MetadataWrit
     object.toXML(&node);
 }
 
-void logCleared(QvLogger& logger) {
-  logger.logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                  "Cleared context to prepare for object export transaction.");
+void logCleared(const QvLog& log) {
+  log.lifecycle("Cleared context to prepare for object export transaction.");
 }
 
 // What the objects of a document are to contain, in document order.
@@ -223,8 +221,13 @@ private:
       m_context.m_objects.erase(given.position);
   }
 
-  // An object that lost its id passes to the caller, who may have it in hand. One that this document has made is known
-  // to nobody yet, so the context keeps it.
+  // An id is one object's at a time, and a document may give it to another one: the object that had it is displaced. It
+  // passes to the caller, who may have it in hand. One that this document has made is known to nobody yet, so the context
+  // keeps it.
+  //
+  // Example: a document has a Job with the id 7 and, further down, a Task with the id 7. The Task has the id from there on.
+  // Elements may refer to the Job already, so it lives on, and the context ends it. Had the Job been there before the
+  // document was read, it would now be for the caller to release.
   void displace(RepositoryMetadataObjectImpl* object) noexcept {
     if (object && m_made.count(object) != 0)
       m_context.m_displaced.push_back(object);
@@ -240,12 +243,12 @@ private:
 };
 
 RepositorySerializationContextImpl::RepositorySerializationContextImpl()
-    : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.Serialize")) {}
+    : m_log("QV.Repos.QvReposRes.Serialize", "src/qvreposerializecontextimpl") {}
 
 RepositorySerializationContextImpl::~RepositorySerializationContextImpl() {
   forgetAll();
   try {
-    logCleared(*m_logger);
+    logCleared(m_log);
   } catch (const std::bad_alloc&) { // a record that there is no memory for is lost
   }
 }
@@ -386,14 +389,13 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::readWhole(const Op
 
 // The element whose children are the document's objects. Only first children are searched for it.
 QvDomNode RepositorySerializationContextImpl::findContainer(const QvDomNode& root) const {
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Reading root node: %s", root.getName());
+  m_log.trace("Reading root node: %s", root.getName());
   if (isNamed(root, documentElement))
     return root;
   QvDomNode node = root.getFirstChild(false);
-  m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Reading node: %s", node.getName());
+  m_log.trace("Reading node: %s", node.getName());
   for (; !node.null(); node = node.getFirstChild(false)) {
-    m_logger->logEvent(QvLoggingLevel::Trace, logSource, __LINE__, "Comparing node: %s to \"%s\"",
-                       node.getName(), containerElement);
+    m_log.trace("Comparing node: %s to \"%s\"", node.getName(), containerElement);
     if (isNamed(node, containerElement))
       return node;
   }
@@ -405,8 +407,7 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::readObjects(const 
   QvbString rootId;
   for (QvDomNode node = container.getFirstChild(false); !node.null(); node = node.getNextSibling(false)) {
     if (!readObjectFromNode(&rootId, &node, message)) {
-      m_logger->logEvent(QvLoggingLevel::Error, logSource, __LINE__, "Error reading object from node: %s",
-                         message);
+      m_log.error("Error reading object from node: %s", message);
       break;
     }
   }
@@ -427,8 +428,7 @@ RepositorySerializationContextImpl::readObject(QvbString* rootId, const QvDomNod
     return nullptr;
   const QvbString id = idOf(node);
   if (id.isEmpty()) {
-    m_logger->logEvent(QvLoggingLevel::Lifecycle, logSource, __LINE__,
-                       "Object cannot be created as it has no Id: %s", type);
+    m_log.lifecycle("Object cannot be created as it has no Id: %s", type);
     return nullptr;
   }
   RepositoryMetadataObject* object = getMetadataObject(type, id);
@@ -521,13 +521,13 @@ bool RepositorySerializationContextImpl::setEventObjectInfo(const QvbString& pat
 
 int RepositorySerializationContextImpl::logEvent(RepositoryActionLogStatus status, const QvbString& message) {
   const int result = m_eventHandler ? m_eventHandler->actionLogged(status, m_eventObjectInfo, message) : 0;
-  m_logger->logEvent(levelOf(status), logSource, __LINE__, message.asCstr());
+  m_log.unchecked(levelOf(status), message);
   return result;
 }
 
 bool RepositorySerializationContextImpl::clear() {
   forgetAll();
-  logCleared(*m_logger);
+  logCleared(m_log);
   return true;
 }
 

@@ -2,11 +2,10 @@
 #pragma once
 
 #include "qvreposmetadataobject.h"
+#include "qvxlog/qvlog.h"
 
 #include <functional>
 #include <unordered_map>
-
-class QvLogger;
 
 class QVREPOSRES_API RepositorySerializationContextImpl : public RepositorySerializationContext {
 public:
@@ -59,7 +58,7 @@ private:
                                          const QvDomNode& association, QvbString* message);
   QVREPOSRES_HIDDEN void forgetAll() noexcept;
 
-  QvLogger* m_logger;
+  QvLog m_log;
   bool m_relationships = false;
   Objects m_objects;
   std::map<QvbString, std::map<QvbString, QvbString>> m_importProperties;

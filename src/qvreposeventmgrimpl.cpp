@@ -4,6 +4,7 @@
 #include "qvxbase/qvbpath.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -42,7 +43,7 @@ class QvReposEventMgrImpl::Walk {
 public:
   explicit Walk(QvReposEventMgrImpl& manager) : m_manager(manager) { ++m_manager.m_walks; }
   ~Walk() {
-    if (--m_manager.m_walks == 0)
+    if (--m_manager.m_walks == 0 && std::exchange(m_manager.m_hasGaps, false))
       std::erase(m_manager.m_listeners, nullptr);
   }
   Walk(const Walk&) = delete;
@@ -68,6 +69,8 @@ QvReposEventMgrImpl::~QvReposEventMgrImpl() {
 
 void QvReposEventMgrImpl::release() { delete this; }
 
+QvbString QvReposEventMgrImpl::getErrorMessage() { return {}; }
+
 // Calls those that are registered now and are not removed meanwhile.
 template<class Notification>
 void QvReposEventMgrImpl::notifyListeners(Notification notify) {
@@ -80,9 +83,10 @@ void QvReposEventMgrImpl::notifyListeners(Notification notify) {
 
 void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                                             const QvbString& object, int id, const QvbString& uuid) {
-  const LockGuard guard(m_lock);
-  m_log.trace("Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
-              repository, id, uuid);
+  const LockGuard guard(m_lock, LockRequest::Writer);
+  if (m_log.isEnabled(QvLoggingLevel::Trace))
+    m_log.trace("Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
+                repository, id, uuid);
   notifyListeners(
       [&](RepositoryObjectChange& listener) { listener.objectChanged(repository, type, object, id, uuid); });
 }
@@ -90,7 +94,7 @@ void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, Reposit
 void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const QvbString& object, int id,
                                             const QvbString& uuid, const QvbString& oldName,
                                             const QvbString& newName) {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Writer);
   // This record shows where the id is, not what it is; listeners get the id itself.
   // Kept: EventManager.LogsARenamedObjectWithTheLocationOfItsId
   m_log.trace("Firing renamed event for %s in repos %s object id=%d and uuid=%s was renamed from %s to %s.",
@@ -102,7 +106,7 @@ void QvReposEventMgrImpl::fireObjectRenamed(const QvbString& repository, const Q
 
 bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
   return listener && tryAllocate([&] {
-           const LockGuard guard(m_lock);
+           const LockGuard guard(m_lock, LockRequest::Writer);
            m_listeners.push_back(listener);
            m_log.trace("Adding listener");
          });
@@ -113,15 +117,16 @@ bool QvReposEventMgrImpl::addRepositoryObjectChangeListener(RepositoryObjectChan
 bool QvReposEventMgrImpl::removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) {
   if (!listener)
     return false;
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Writer);
   const Walk walk(*this); // closes the gaps at once unless a notification is under way
   std::ranges::replace(m_listeners, listener, nullptr);
+  m_hasGaps = true;
   return false;
 }
 
 void QvReposEventMgrImpl::fireContentChanged(const QvbString& repository, const QvbString& object,
                                              RepositoryObjectChangeType type, const QvbString& detail) {
-  const LockGuard guard(m_lock);
+  const LockGuard guard(m_lock, LockRequest::Writer);
   if (type == RepositoryObjectRenamed)
     m_log.trace("Firing content changed event for %s in repos %s object was %s to %s", object, repository,
                 changeWord(type), detail);

@@ -17,7 +17,7 @@ public:
 
   void release() override;
   // Null: nothing that can fail here has a message.
-  QvbString getErrorMessage() override { return {}; }
+  QvbString getErrorMessage() override;
   void fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                          const QvbString& object, int id, const QvbString& uuid) override;
   void fireObjectRenamed(const QvbString& repository, const QvbString& object, int id, const QvbString& uuid,
@@ -40,4 +40,5 @@ private:
   Lock m_lock;
   const QvbString m_clientGUID;
   int m_walks QVB_GUARDED_BY(m_lock) = 0; // under way, one inside the other
+  bool m_hasGaps QVB_GUARDED_BY(m_lock) = false;
 };

@@ -65,8 +65,13 @@ RepositoryMetadataObject* MetadataObjectSequence::takeNext() noexcept {
   return m_taken < m_objects.size() ? m_objects[m_taken++] : nullptr;
 }
 
-// Trees of any depth end without recursion: each object that ends with its parent is emptied first, from the deepest
-// level up, in the order of containment.
+// Trees of any depth end without recursion. The walk takes the contents out of an object one by one. What nobody else
+// holds ends with it: the walk goes down into it, empties it, ends it and comes back to the object whose end is its end.
+// What another parent or the context holds, too, is let go and lives on.
+//
+// Example: A contains B and C, and B contains D. The walk takes B out of A and goes down, takes D out of B and goes down,
+// finds D empty and ends it, comes back to B, finds B empty now and ends it, and comes back to A for C. D, B, C and A end
+// in this order.
 RepositoryMetadataObjectImpl::~RepositoryMetadataObjectImpl() {
   m_place.clear();
   for (RepositoryMetadataObjectImpl* ending = this; ending;) {
@@ -152,6 +157,7 @@ bool RepositoryMetadataObjectImpl::getAttributeAsBool(const QvbString& name, boo
   return true;
 }
 
+// Kept: MetadataObject.FirstAssociatedObjectIsAddedWithTheResultFalse
 bool RepositoryMetadataObjectImpl::addAssociatedObject(const QvbString& association,
                                                        RepositoryMetadataObject* object) {
   if (!object)
@@ -282,6 +288,7 @@ void RepositoryMetadataObjectImpl::writeAssociationsAndValue(QvDomNode& node,
 
 // The levels of the tree that are being written stand in a vector of their own, so that no depth is too deep. Only
 // objects of other classes are written through a call. What has no element is not gone into.
+// Kept: MetadataObject.ResultOfWritingIsThatOfTheLastContainedObject
 bool RepositoryMetadataObjectImpl::toXML(QvDomNode* node) {
   if (!node)
     return false;
@@ -322,6 +329,7 @@ RepositoryMetadataObject* RepositoryMetadataObjectListImpl::getValue(unsigned lo
   return m_cursor.onRow() && column < ColumnCount ? m_objects[m_cursor.row()] : nullptr;
 }
 
+// Kept: MetadataObjectList.SearchingMovesAnIterationInProgress
 bool RepositoryMetadataObjectListImpl::contains(RepositoryMetadataObject* object) {
   const auto match = std::find_if(m_objects.begin(), m_objects.end(), [&](RepositoryMetadataObject* element) {
     return object && element && qvbEqualsIgnoreCase(element->getId().view(), object->getId().view());

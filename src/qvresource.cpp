@@ -57,6 +57,7 @@ void QvResourceImpl::copyFrom(QvResource& source) {
 
 bool QvResourceListImpl::addRow() { return appendRow(m_rows); }
 
+// Kept: ResourceList.WritesIntoTheLastRowWhateverTheColumn
 void QvResourceListImpl::setLastRowElement(unsigned long, QvResource* value) {
   if (value && !m_rows.empty())
     m_rows.back().copyFrom(*value);
@@ -73,6 +74,7 @@ QvResource* QvResourceListImpl::getValue(unsigned long column) {
   return m_cursor.onRow() && isColumn(column, 1) ? &m_rows[m_cursor.row()] : nullptr;
 }
 
+// Kept: ResourceListContains.LeavesTheCursorOnTheRowAfterTheMatch
 bool QvResourceListImpl::contains(QvResource* resource) {
   if (!resource)
     return false;

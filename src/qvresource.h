@@ -18,6 +18,9 @@
 class QVREPOSRES_API QvResourceImpl final : public QvResource {
 public:
   QvResourceImpl() = default;
+  QVREPOSRES_HIDDEN QvResourceImpl(const QvbString& name, const QvbString& type,
+                                   const QvbString& identity) noexcept
+      : m_type(type), m_resourceIdentity(identity), m_name(name) {}
   QvResourceImpl(const QvResourceImpl&) = delete;
   QvResourceImpl& operator=(const QvResourceImpl&) = delete;
 
@@ -65,10 +68,10 @@ public:
 
 private:
   QvbString m_type{""};
-  QvbString m_resourceIdentity{""};
+  QvbString m_resourceIdentity{m_type};
   QvbString m_location{""};
-  QvbString m_name{""};
-  QvbString m_id{""};
+  QvbString m_name{m_location};
+  QvbString m_id{m_location};
   QvbDate m_analysisDate;
   int m_dependencyType = 0;
   QvResourcePropertyList* m_properties = nullptr;

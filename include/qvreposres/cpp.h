@@ -483,9 +483,12 @@ inline Result<std::filesystem::path> localCopy(const Text& uri, const Subject& s
   FileAccessCache* cache = getFileCache();
   if (!cache)
     throw std::bad_alloc();
-  if (cache->getCacheFilename(subject.get(), uri, &file, &message) == 0)
+  const int failed = cache->getCacheFilename(subject.get(), uri, &file, &message);
+  if (failed == 0)
     return toPath(file);
-  return Error{message.isEmpty() ? std::string(uri.view()) + ": there is no copy of it" : toString(message)};
+  if (message.isEmpty())
+    getMissingCopyReason(uri, failed, &message);
+  return Error{std::string(uri.view()) + ": " + toString(message)};
 }
 
 // Has a listener told of changes to repository objects for as long as it lives. The listener must live longer.
@@ -512,12 +515,14 @@ inline std::ostream& operator<<(std::ostream& out, RepositoryObjectChangeType ty
   return out << word;
 }
 
+namespace std {
 template<>
-struct std::hash<qvreposres::Resource> {
+struct hash<qvreposres::Resource> {
   std::size_t operator()(const qvreposres::Resource& resource) const noexcept {
     return qvbHashIgnoreCase(resource.identity) * 31 + qvbHashIgnoreCase(resource.type);
   }
 };
+} // namespace std
 
 #ifdef FMT_VERSION
 template<>

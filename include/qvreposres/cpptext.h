@@ -38,12 +38,14 @@ inline std::filesystem::path toPath(const QvbString& text) { return std::filesys
 inline std::ostream& operator<<(std::ostream& out, const QvbString& text) { return out << text.view(); }
 
 // As texts are equal: bytes count as they are.
+namespace std {
 template<>
-struct std::hash<QvbString> {
+struct hash<QvbString> {
   std::size_t operator()(const QvbString& text) const noexcept {
     return std::hash<std::string_view>()(text.view());
   }
 };
+} // namespace std
 
 #ifdef FMT_VERSION
 template<>

@@ -74,8 +74,8 @@ int openNewFolder(const char* path, std::unique_ptr<NpDir>* directory) {
 } // namespace
 
 int np_dir_create(const QvbString& path, int mode) {
-  constexpr int ReadableByAll = 8;
-  if (mode != ReadableByAll)
+  constexpr int readableByAll = 8;
+  if (mode != readableByAll)
     return NP_FIO_UNSUPPORTED;
   QvbString native;
   const int code = codeOf([&] { return nativePath(path, &native); });

@@ -28,15 +28,14 @@ namespace {
 
 // Only a regular file has an end that is sure to come: a pipe may never tell, and a device may have none. Opening a pipe
 // does not wait for its writer either. For a regular file O_NONBLOCK changes nothing.
-int openForReading(const char* path, Descriptor* source, struct stat* stat) {
+QvbResult<Descriptor> openForReading(const char* path, struct stat* stat) {
   Descriptor opened(attempt(QvbFaultPoint::FileOpen, path,
                             [&] { return ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY); }));
   if (!opened || npfio::uninterrupted([&] { return ::fstat(opened.get(), stat); }) != 0)
-    return lastCode();
+    return QvbFailure{lastCode()};
   if (!S_ISREG(stat->st_mode))
-    return NP_FIO_UNSUPPORTED;
-  *source = std::move(opened);
-  return NP_FIO_OK;
+    return QvbFailure{NP_FIO_UNSUPPORTED};
+  return opened;
 }
 
 // Fewer bytes than asked for mean the end. It is taken for the end, too, where a read stops at the one that is expected.
@@ -59,9 +58,9 @@ std::int64_t readFully(const Descriptor& source, const char* path, char* buffer,
 // was asked for and there was none, there is no need to ask again.
 int readToEnd(const Descriptor& source, const char* path, std::int64_t sizeHint, std::int64_t limit,
               std::string* bytes) {
-  constexpr std::size_t MinStep = 4096;
+  constexpr std::size_t minStep = 4096;
   std::size_t total = 0;
-  std::size_t step = std::max(MinStep, static_cast<std::size_t>(sizeHint) + 1);
+  std::size_t step = std::max(minStep, static_cast<std::size_t>(sizeHint) + 1);
   for (;;) {
     bytes->resize(total + step);
     const auto count = readFully(source, path, bytes->data() + total, step, total == 0 ? sizeHint : 0);
@@ -82,6 +81,26 @@ NpFileKind kindOf(const struct stat& entry) {
   if (S_ISREG(entry.st_mode))
     return NpFileKind::File;
   return S_ISDIR(entry.st_mode) ? NpFileKind::Directory : NpFileKind::Other;
+}
+
+// Keeps what was opened, a result's value, in `place`; the result's code.
+template<class T>
+int keep(QvbResult<T> opened, T* place) {
+  if (opened)
+    *place = *std::move(opened);
+  return opened.code();
+}
+
+int openAs(int mode, NpFile* file) {
+  struct stat unused {};
+  switch (mode) {
+  case NP_FIO_READ:
+    return keep(openForReading(file->path.asCstr(), &unused), &file->source);
+  case NP_FIO_REPLACE:
+    return keep(Replacement::open(file->path, Replacement::Kind::PrivateCopy), &file->replacement);
+  default:
+    return NP_FIO_UNSUPPORTED;
+  }
 }
 
 } // namespace
@@ -129,23 +148,23 @@ int readAll(const QvbString& path, std::int64_t limit, std::string* bytes) {
   QvbString native;
   if (const int code = nativePath(path, &native))
     return code;
-  Descriptor source;
   struct stat opened {};
-  if (const int code = openForReading(native.asCstr(), &source, &opened))
-    return code;
+  const auto source = openForReading(native.asCstr(), &opened);
+  if (!source)
+    return source.code();
   return opened.st_size > limit ? NP_FIO_REFUSED
-                                : readToEnd(source, native.asCstr(), opened.st_size, limit, bytes);
+                                : readToEnd(*source, native.asCstr(), opened.st_size, limit, bytes);
 }
 
 int writeAll(const QvbString& path, std::string_view bytes) {
   QvbString native;
   if (const int code = nativePath(path, &native))
     return code;
-  std::unique_ptr<Replacement> replacement;
-  if (const int code = Replacement::open(native, Replacement::Kind::Document, &replacement))
-    return code;
-  replacement->write(bytes.data(), bytes.size());
-  return replacement->commit();
+  const auto replacement = Replacement::open(native, Replacement::Kind::Document);
+  if (!replacement)
+    return replacement.code();
+  (*replacement)->write(bytes.data(), bytes.size());
+  return (*replacement)->commit();
 }
 
 } // namespace npfio
@@ -154,17 +173,12 @@ int np_fio_open(const QvbString& path, int mode, NpFile** file) {
   *file = nullptr;
   return npfio::codeOf([&] {
     auto opened = std::make_unique<NpFile>();
-    int code = nativePath(path, &opened->path);
-    struct stat unused {};
-    if (!code && mode == NP_FIO_READ)
-      code = openForReading(opened->path.asCstr(), &opened->source, &unused);
-    else if (!code && mode == NP_FIO_REPLACE)
-      code = Replacement::open(opened->path, Replacement::Kind::PrivateCopy, &opened->replacement);
-    else if (!code)
-      code = NP_FIO_UNSUPPORTED;
-    if (!code)
-      *file = opened.release();
-    return code;
+    if (const int code = nativePath(path, &opened->path))
+      return code;
+    if (const int code = openAs(mode, opened.get()))
+      return code;
+    *file = opened.release();
+    return NP_FIO_OK;
   });
 }
 

@@ -42,16 +42,14 @@ std::string temporaryNameFor(const std::string& name) {
 
 } // namespace
 
-int Replacement::open(const QvbString& path, Kind kind, std::unique_ptr<Replacement>* replacement) {
-  replacement->reset();
+QvbResult<std::unique_ptr<Replacement>> Replacement::open(const QvbString& path, Kind kind) {
   std::string target(path.view());
   if (const int code = followLinks(&target))
-    return code;
+    return QvbFailure{code};
   std::unique_ptr<Replacement> fresh(new Replacement(std::move(target), kind));
-  const int code = fresh->prepare();
-  if (!code)
-    *replacement = std::move(fresh);
-  return code;
+  if (const int code = fresh->prepare())
+    return QvbFailure{code};
+  return fresh;
 }
 
 Replacement::Replacement(std::string path, Kind kind) : m_kind(kind), m_path(std::move(path)) {

@@ -4,6 +4,7 @@
 #include "qvsfio/private/npnative.h"
 #include "qvxbase/qvbpath.h"
 #include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvbthreads.h"
 #include "qvxbase/qvbunload.h"
 #include "qvxlog/qvlog.h"
 
@@ -12,7 +13,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
@@ -22,8 +22,8 @@
 
 namespace {
 
-constexpr std::int64_t MaxFileSize = 1 << 20;
-constexpr std::string_view WhiteSpace = " \t\r\v\f";
+constexpr std::int64_t maxFileSize = 1 << 20;
+constexpr std::string_view whiteSpace = " \t\r\v\f";
 
 using Options = std::unordered_map<QvbString, QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase>;
 
@@ -34,8 +34,8 @@ QvbString valueIn(const Options& options, const QvbString& key) {
 }
 
 std::string_view stripped(std::string_view text) noexcept {
-  text.remove_prefix(std::min(text.find_first_not_of(WhiteSpace), text.size()));
-  return text.substr(0, text.find_last_not_of(WhiteSpace) + 1);
+  text.remove_prefix(std::min(text.find_first_not_of(whiteSpace), text.size()));
+  return text.substr(0, text.find_last_not_of(whiteSpace) + 1);
 }
 
 // A ";" after white space begins a comment.
@@ -113,7 +113,7 @@ struct OptionFile {
 
   explicit OptionFile(const QvbString& name) : path(name) {
     QvbString content;
-    if (const int code = np_fio_readAll(path, MaxFileSize, &content); code != NP_FIO_OK)
+    if (const int code = np_fio_readAll(path, maxFileSize, &content); code != NP_FIO_OK)
       fault = qvbStringFormat("%S: cannot read the option file: %s", &path, np_fio_errdesc(code));
     else if (const int line = OptionLines(content.view(), options).parse(); line != 0)
       fault = qvbStringFormat("%S:%d: malformed option line", &path, line);
@@ -140,7 +140,7 @@ public:
   void release() override {}
 
   void set(const QvbString& key, const QvbString& value) {
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     m_relativeFolders.erase(key);
     if (value.isNull())
       m_hostOptions.erase(key);
@@ -148,7 +148,7 @@ public:
       m_hostOptions[key] = value;
   }
   void clear() {
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     m_relativeFolders.clear();
     m_hostOptions.clear();
   }
@@ -158,7 +158,7 @@ public:
   // The folder that an option names by this relative path. It stays the same, wherever the process goes, until the
   // option names another one or is set anew.
   QvbString absoluteFolder(const QvbString& key, const QvbString& path) {
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     auto& known = m_relativeFolders[key];
     if (known.path != path || known.absolute.isNull()) {
       std::error_code error;
@@ -177,37 +177,46 @@ private:
   };
 
   QvbString lookup(const QvbString& key) {
-    std::unique_lock guard(m_mutex);
-    QvbString value = valueIn(m_hostOptions, key);
+    QvbString value = hostOption(key);
     const char* const path = value.isNull() ? environment("QV_CONFIG") : nullptr;
     if (path && *path)
-      value = valueIn(fileAt(path, guard)->options, key);
-    guard.unlock();
+      value = valueIn(fileAt(path)->options, key);
     return value.isNull() && key.find("/") < 0 ? QvbString(environment(key.asCstr())) : value;
+  }
+  QvbString hostOption(const QvbString& key) {
+    const QvbMutexGuard guard(m_mutex);
+    return valueIn(m_hostOptions, key);
   }
 
   // The file is read without the lock, and is in its place before its fault is logged, since the log reads its own
   // options from here. Another thread may have read it first.
-  std::shared_ptr<const OptionFile> fileAt(const char* path, std::unique_lock<std::mutex>& guard) {
-    const auto isInPlace = [&] { return m_file && m_file->path.view() == path; };
-    if (isInPlace())
-      return m_file;
-    guard.unlock();
+  std::shared_ptr<const OptionFile> fileAt(const char* path) {
+    if (auto known = fileInPlace(path))
+      return known;
     auto file = std::make_shared<const OptionFile>(path);
-    guard.lock();
-    if (isInPlace())
-      return m_file;
-    m_file = file;
-    guard.unlock();
+    if (auto other = putInPlace(file))
+      return other;
     file->logFault();
-    guard.lock();
     return file;
   }
+  std::shared_ptr<const OptionFile> fileInPlace(const char* path) {
+    const QvbMutexGuard guard(m_mutex);
+    return m_file && m_file->path.view() == path ? m_file : nullptr;
+  }
+  // The file that has the place already, null when this one has it now.
+  std::shared_ptr<const OptionFile> putInPlace(const std::shared_ptr<const OptionFile>& file) {
+    const QvbMutexGuard guard(m_mutex);
+    if (m_file && m_file->path == file->path)
+      return m_file;
+    m_file = file;
+    return nullptr;
+  }
 
-  std::mutex m_mutex;
-  Options m_hostOptions;
-  std::shared_ptr<const OptionFile> m_file;
-  std::unordered_map<QvbString, RelativeFolder, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_relativeFolders;
+  QvbMutex m_mutex;
+  Options m_hostOptions QVB_GUARDED_BY(m_mutex);
+  std::shared_ptr<const OptionFile> m_file QVB_GUARDED_BY(m_mutex);
+  std::unordered_map<QvbString, RelativeFolder, QvbHashIgnoreCase, QvbEqualIgnoreCase>
+      m_relativeFolders QVB_GUARDED_BY(m_mutex);
   std::atomic<bool> m_available{true};
 };
 
@@ -228,6 +237,11 @@ void qvbClearConfigOptions() { store().clear(); }
 
 void qvbSetConfigAvailable(bool available) { store().setAvailable(available); }
 
+bool qvbCheckConfigFile(const QvbString& path, QvbString* fault) {
+  *fault = OptionFile(path).fault;
+  return fault->isNull();
+}
+
 QvbString qvbGetConfigOption(const char* key) {
   QvbString value;
   if (const Released<QvbConfigOptions> options{qvbGetConfigOptions(QvbString())})
@@ -235,7 +249,16 @@ QvbString qvbGetConfigOption(const char* key) {
   return value;
 }
 
-QvbString qvbGetConfigFolder(const QvbOption& option) {
+QvbOptionNumber qvbGetConfigNumber(const QvbNumberOption& option) {
+  const QvbString given = qvbGetConfigOption(option);
+  bool isNumber = false;
+  const int value = given.asInt(&isNumber);
+  if (isNumber && value >= option.least && value <= option.most)
+    return {value, given, {}};
+  return {option.standardNumber(), given, given};
+}
+
+QvbString qvbGetConfigFolder(const QvbFolderOption& option) {
   QvbString folder = qvbGetConfigOption(option);
   QvbString path;
   if (folder.isEmpty() || npfio::nativePath(folder, &path) != NP_FIO_OK)

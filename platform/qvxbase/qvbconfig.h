@@ -35,11 +35,23 @@ QVPLATFORM_API void qvbClearConfigOptions();
 // A store that is switched off makes qvbGetConfigOptions answer null.
 QVPLATFORM_API void qvbSetConfigAvailable(bool available);
 
+// Whether a file can be read as an option file, for a host that would rather end than go on with half of its options; if
+// not, `fault` tells why, with the file and the first malformed line.
+QVPLATFORM_API bool qvbCheckConfigFile(const QvbString& path, QvbString* fault);
+
 // The value of one option, null when it is unset or the store is switched off.
 QVPLATFORM_API QvbString qvbGetConfigOption(const char* key);
 inline QvbString qvbGetConfigOption(const QvbOption& option) { return qvbGetConfigOption(option.key); }
 
+// What an option that is a number says.
+struct QvbOptionNumber {
+  int value;         // the standard one where the option says none
+  QvbString given;   // as the option has it; null when it is unset or the store is switched off
+  QvbString refused; // the same where it is no number in the option's range, else null
+};
+QVPLATFORM_API QvbOptionNumber qvbGetConfigNumber(const QvbNumberOption& option);
+
 // The native path of the folder that an option names, which may be a "file:" URI. A relative path is made absolute when
 // it is first read: it goes on naming that folder when the process changes its working folder. Null or empty when the
 // option is; a URI of another host stays as it is.
-QVPLATFORM_API QvbString qvbGetConfigFolder(const QvbOption& option);
+QVPLATFORM_API QvbString qvbGetConfigFolder(const QvbFolderOption& option);

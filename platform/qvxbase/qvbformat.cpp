@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr int MaxPadding = 65'536;
-constexpr std::string_view RealTypes = "fFeEgGaA";
+constexpr int maxPadding = 65'536;
+constexpr std::string_view realTypes = "fFeEgGaA";
 
 struct Conversion {
   bool left = false;
@@ -25,7 +25,7 @@ struct Conversion {
   int precision = -1; // negative when the format gives none
   char type = '\0';
 
-  bool isReal() const noexcept { return QvbFormatSyntax::has(RealTypes, type); }
+  bool isReal() const noexcept { return QvbFormatSyntax::has(realTypes, type); }
   bool isText() const noexcept { return type == 's' || type == 'S'; }
   bool isKnown() const noexcept { return QvbFormatSyntax::has(QvbFormatSyntax::Types, type); }
 
@@ -47,12 +47,12 @@ struct Conversion {
   }
   void setWidth(int value) noexcept {
     left = left || value < 0;
-    width = static_cast<int>(std::min<std::int64_t>(std::abs(std::int64_t{value}), MaxPadding));
+    width = static_cast<int>(std::min<std::int64_t>(std::abs(std::int64_t{value}), maxPadding));
   }
 };
 
 int decimalsOf(const Conversion& conversion) noexcept {
-  return conversion.precision < 0 ? 6 : std::min(conversion.precision, MaxPadding);
+  return conversion.precision < 0 ? 6 : std::min(conversion.precision, maxPadding);
 }
 
 // The digits as the C locale prints them. `decimals` is negative for as many as the value needs.
@@ -305,7 +305,7 @@ private:
 
   // The zeros that bring the digits up to the precision.
   static int missingDigits(const Conversion& conversion, std::string_view digits) noexcept {
-    return std::max(std::min(conversion.precision, MaxPadding) - static_cast<int>(digits.size()), 0);
+    return std::max(std::min(conversion.precision, maxPadding) - static_cast<int>(digits.size()), 0);
   }
   static int missingWidth(const Conversion& conversion, std::string_view prefix,
                           std::string_view digits) noexcept {

@@ -59,7 +59,7 @@ QvbString::Rep* QvbString::Rep::empty() noexcept {
 
 namespace {
 
-constexpr std::string_view WhiteSpace = " \t\n\v\f\r";
+constexpr std::string_view whiteSpace = " \t\n\v\f\r";
 
 constexpr bool isUpper(char character) noexcept { return character >= 'A' && character <= 'Z'; }
 
@@ -83,7 +83,7 @@ std::string_view strip(std::string_view text, std::string_view characters, bool 
 
 // The text from where its number may begin. from_chars takes no blanks and no "+".
 std::string_view numberStart(std::string_view text) noexcept {
-  text = strip(text, WhiteSpace, true, false);
+  text = strip(text, whiteSpace, true, false);
   if (text.starts_with('+') && !text.starts_with("+-"))
     text.remove_prefix(1);
   return text;
@@ -301,7 +301,7 @@ QvbString& QvbString::lowercase() {
 }
 
 QvbString& QvbString::trim(bool left, bool right) {
-  const std::string_view kept = strip(view(), WhiteSpace, left, right);
+  const std::string_view kept = strip(view(), whiteSpace, left, right);
   return kept.size() == view().size() ? *this : *this = QvbString(kept);
 }
 

@@ -21,7 +21,7 @@ struct QvDomElement {
 };
 
 // Implemented by the caller. Called on the thread that reads, in document order.
-class QVPLATFORM_API QvDomElementVisitor {
+class QvDomElementVisitor {
 public:
   // What the element says is good until the call returns. False for no more elements.
   virtual bool visitElement(const QvDomElement& element) = 0;

@@ -255,8 +255,14 @@ std::size_t findCrowdedElement(const Units& units) {
   return npos;
 }
 
-// Whether it is worth looking for one. There is no "<" within a tag, so that it must be far from one to the next
-// somewhere, which a few probes tell; a comment or section in which that looks like such a tag is rare.
+// Whether it is worth looking for one. There is no "<" within a tag, and an attribute takes five characters at least, so
+// that a tag with too many of them is long. A probe looks half of that length behind a "<": when the next "<" is another
+// half away, the tag there is looked at, and else that "<" is where the next probe starts from. A comment or section in
+// which that looks like such a tag is rare.
+//
+// Example: were more than 1,000 attributes too many, such a tag would be longer than 5,000 characters. A probe 2,500
+// characters behind a "<" falls into a tag that begins less than 2,500 behind it, and that tag then goes on for more than
+// 2,500; a tag that begins later is met by a later probe. Short tags cost one look for each 2,500 characters.
 bool mayBeCrowded(std::string_view document, const Units& units) {
   constexpr auto half = maxAttributes * std::string_view(" a=''").size() / 2;
   if (units.size() < document.size())
@@ -285,6 +291,11 @@ std::string refusal(std::string_view document, const Form& form, const Units& un
     return "1:1: the encoding \"" + *declaration.encoding + "\" is not that of the first bytes, " +
            std::string(form.encoding);
   const bool utf8 = encoding == "UTF-8";
+  const auto first = std::min(document.find_first_not_of(" \t\r\n"), document.size());
+  if (first == document.size())
+    return "1:1: the document is empty";
+  if (utf8 && document[first] != '<')
+    return positionOf(units, first, utf8) + ": this is no XML, which begins with \"<\"";
   if (const auto index = endOfMisc(units); units.holdsAt(index, "<!DOCTYPE"))
     return positionOf(units, index, utf8) + ": a document type declaration is not allowed";
   const auto crowded = mayBeCrowded(document, units) ? findCrowdedElement(units) : npos;

@@ -1,9 +1,12 @@
 #include "qvxhttp/qvsecuritycontext.h"
 
+#include "qvsfio/npfio.h"
 #include "qvxbase/private/qvuritext.h"
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvbresult.h"
+#include "qvxbase/qvbthreads.h"
 #include "qvxbase/qvbunload.h"
 #include "qvxhttp/private/qvhttpurl.h"
 #include "qvxhttp/qvxhttp.h"
@@ -12,7 +15,6 @@
 #include <chrono>
 #include <future>
 #include <map>
-#include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
@@ -22,12 +24,12 @@ namespace {
 
 // --- The CAS REST protocol
 
-constexpr std::size_t MaxTicketLength = 256;
+constexpr std::size_t maxTicketLength = 256;
 
 bool isTicket(std::string_view text) {
-  constexpr std::string_view Characters = "0123456789._-"
+  constexpr std::string_view characters = "0123456789._-"
                                           "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-  return !text.empty() && text.size() <= MaxTicketLength && text.find_first_not_of(Characters) == text.npos;
+  return !text.empty() && text.size() <= maxTicketLength && text.find_first_not_of(characters) == text.npos;
 }
 
 // The last segment of a URL's path.
@@ -36,18 +38,15 @@ std::string_view lastSegment(std::string_view url) {
   return url.substr(url.rfind('/') + 1);
 }
 
-// An outcome is a ticket, or the text that tells why there is none.
-struct Outcome {
-  QvbString ticket;
-  QvbString error;
-  bool isLoginLost = false;
-};
+// A ticket, or why there is none.
+using Outcome = QvbResult<QvbString>;
+constexpr int loginIsLost = NP_FIO_ACCESS;
 
-Outcome failure(const QvbString& error) { return {{}, error}; }
+QvbFailure failure(const QvbString& text) { return {NP_FIO_ERROR, text}; }
 
-Outcome refusal(const char* what, httpResponse& response) {
-  const QvbString message = response.getStatusCodeMessage();
-  return failure(qvbStringFormat("%s: %d %S", what, response.getStatusCode(), &message));
+QvbFailure refusal(const char* what, httpResponse& response) {
+  return failure(
+      qvbStringFormat("%s: %d %s", what, response.getStatusCode(), response.getStatusCodeMessage()));
 }
 
 // What the ticket server answers. Requests go to URLs below its own, wherever its answers point to.
@@ -60,49 +59,50 @@ public:
   // A ticket-granting ticket.
   Outcome logIn(const QvbString& user, const QvbString& password) const {
     const QvbString form(std::string_view("username=" + encoded(user) + "&password=" + encoded(password)));
-    QvbString error;
-    const Released<httpResponse> response = post(m_tickets, form, &error);
-    if (!response)
-      return failure(error);
+    const auto answer = post(m_tickets, form);
+    if (!answer)
+      return answer.failure();
+    const auto& response = *answer;
     if (response->getStatusCode() != 201)
       return refusal("The ticket server refused the login", *response);
     const QvbString location = response->getHeader("Location");
     const std::string_view grant = lastSegment(location.view());
-    return isTicket(grant) ? Outcome{QvbString(grant), {}}
-                           : failure("The ticket server answered a login without a ticket-granting ticket");
+    if (!isTicket(grant))
+      return failure("The ticket server answered a login without a ticket-granting ticket");
+    return QvbString(grant);
   }
 
   // A service ticket.
   Outcome requestTicket(const QvbString& grant, const QvbString& service) const {
     const QvbString form(std::string_view("service=" + encoded(service)));
-    QvbString error;
-    const Released<httpResponse> response = post(qvbStringFormat("%S/%S", &m_tickets, &grant), form, &error);
-    if (!response)
-      return failure(error);
+    const auto answer = post(qvbStringFormat("%s/%s", m_tickets, grant), form);
+    if (!answer)
+      return answer.failure();
+    const auto& response = *answer;
     const int status = response->getStatusCode();
     if (status != 200) {
-      Outcome refused = refusal("The ticket server refused a service ticket", *response);
-      refused.isLoginLost = status == 401 || status == 404 || status == 410;
+      QvbFailure refused = refusal("The ticket server refused a service ticket", *response);
+      if (status == 401 || status == 404 || status == 410)
+        refused.code = loginIsLost;
       return refused;
     }
     const QvbString ticket = response->getBody();
-    return isTicket(ticket.view()) ? Outcome{ticket, {}}
-                                   : failure("The ticket server gave a service ticket that is not one");
+    if (!isTicket(ticket.view()))
+      return failure("The ticket server gave a service ticket that is not one");
+    return ticket;
   }
 
 private:
   static std::string encoded(const QvbString& text) { return qvEncodeUriName(text.view()); }
 
-  static Released<httpResponse> post(const QvbString& url, const QvbString& form, QvbString* error) {
+  static QvbResult<Released<httpResponse>> post(const QvbString& url, const QvbString& form) {
     httpGet request;
     request.url = url;
     request.contentType = "application/x-www-form-urlencoded";
     httpClient client;
     Released<httpResponse> response(client.post(request, form));
-    if (!response) {
-      const QvbString reason = client.getErrorText();
-      *error = qvbStringFormat("The ticket server did not answer: %S", &reason);
-    }
+    if (!response)
+      return failure(qvbStringFormat("The ticket server did not answer: %s", client.getErrorText()));
     return response;
   }
 
@@ -127,11 +127,11 @@ public:
     if (!getUser(subject, &user, error))
       return false;
     Outcome outcome = ticketFor(user, url);
-    if (outcome.isLoginLost)
+    if (outcome.code() == loginIsLost)
       outcome = ticketFor(user, url);
-    if (outcome.ticket.isNull())
-      return fail(error, outcome.error);
-    *ticket = outcome.ticket;
+    if (!outcome)
+      return fail(error, outcome.failure().text);
+    *ticket = *outcome;
     return true;
   }
 
@@ -164,14 +164,14 @@ private:
   // One attempt; a login that failed or is lost is given up.
   Outcome ticketFor(const QvbSubjectInfoParm& user, const QvbString& url) {
     const Outcome login = outcomeOf(loginOf(user), user);
-    Outcome outcome = login.ticket.isNull() ? login : m_server.requestTicket(login.ticket, url);
-    if (login.ticket.isNull() || outcome.isLoginLost)
-      giveUp(user, login.ticket);
+    Outcome outcome = login ? m_server.requestTicket(*login, url) : login;
+    if (!login || outcome.code() == loginIsLost)
+      giveUp(user, login);
     return outcome;
   }
 
   Login loginOf(const QvbSubjectInfoParm& user) {
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     Login& login = m_logins[keyOf(user)];
     if (!login.valid())
       login = std::async(std::launch::deferred,
@@ -188,23 +188,24 @@ private:
     }
   }
   void forget(const QvbSubjectInfoParm& user) {
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     m_logins.erase(keyOf(user));
   }
   // Another thread may have put a newer login in its place, which stays.
-  void giveUp(const QvbSubjectInfoParm& user, const QvbString& ticket) {
-    const std::lock_guard guard(m_mutex);
+  void giveUp(const QvbSubjectInfoParm& user, const Outcome& login) {
+    const QvbMutexGuard guard(m_mutex);
     const auto found = m_logins.find(keyOf(user));
-    if (found != m_logins.end() && isDone(found->second) && found->second.get().ticket == ticket)
+    if (found != m_logins.end() && isDone(found->second) && ticketOf(found->second.get()) == ticketOf(login))
       m_logins.erase(found);
   }
+  static QvbString ticketOf(const Outcome& login) { return login ? *login : QvbString(); }
   static bool isDone(const Login& login) {
     return login.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
   }
 
   const TicketServer m_server;
-  std::mutex m_mutex;
-  std::map<Key, Login> m_logins;
+  QvbMutex m_mutex;
+  std::map<Key, Login> m_logins QVB_GUARDED_BY(m_mutex);
 };
 
 class FailingContext final : public QvSecurityContext {
@@ -233,9 +234,9 @@ QvSecurityContext* makeContext() {
 // --- The host's factory
 
 struct HostFactory {
-  std::mutex mutex;
-  QvbSecurityContextFactory make = nullptr;
-  void* data = nullptr;
+  QvbMutex mutex;
+  QvbSecurityContextFactory make QVB_GUARDED_BY(mutex) = nullptr;
+  void* data QVB_GUARDED_BY(mutex) = nullptr;
 };
 
 HostFactory& hostFactory() {
@@ -258,7 +259,7 @@ QvbString qvbUrlWithTicket(const QvbString& url, char separator, const QvbString
 
 QvSecurityContext* getSecurityContext() {
   HostFactory& host = hostFactory();
-  std::unique_lock lock(host.mutex);
+  QvbMutexGuard lock(host.mutex);
   const QvbSecurityContextFactory make = host.make;
   void* const data = host.data;
   lock.unlock();
@@ -267,7 +268,7 @@ QvSecurityContext* getSecurityContext() {
 
 void qvbSetSecurityContextFactory(QvbSecurityContextFactory factory, void* data) {
   HostFactory& host = hostFactory();
-  const std::lock_guard guard(host.mutex);
+  const QvbMutexGuard guard(host.mutex);
   host.make = factory;
   host.data = data;
 }

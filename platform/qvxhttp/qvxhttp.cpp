@@ -1,16 +1,17 @@
 #include "qvxhttp/qvxhttp.h"
 
+#include "qvsfio/npfio.h"
 #include "qvxbase/private/qvbperthread.h"
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbresult.h"
+#include "qvxbase/qvbthreads.h"
 #include "qvxbase/qvbunload.h"
 #include "qvxhttp/private/qvhttpurl.h"
 #include "qvxlog/qvlog.h"
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <set>
 #include <string>
@@ -23,37 +24,30 @@ namespace {
 QvLog httpLog() { return {"QV.Base.Http", "platform/qvxhttp/qvxhttp"}; }
 
 // Far more than any server means well with.
-constexpr std::size_t MaxHeaderBytes = 262144;
+constexpr std::size_t maxHeaderBytes = 262144;
 
 // --- Options
-
-// What libcurl can count in milliseconds.
-constexpr int MaxSeconds = INT_MAX / 1000;
 
 // Whether the text was not there yet.
 bool isNews(const QvbString& text) {
   struct Told {
-    std::mutex mutex;
-    std::set<QvbString> texts;
+    QvbMutex mutex;
+    std::set<QvbString> texts QVB_GUARDED_BY(mutex);
   };
   static Told& told = qvbUntilUnload<Told>();
-  const std::lock_guard guard(told.mutex);
+  const QvbMutexGuard guard(told.mutex);
   return told.texts.insert(text).second;
 }
 
-int valueOf(const QvbOption& option, int largest) {
-  const QvbString text = qvbGetConfigOption(option);
-  bool isNumber = false;
-  const int value = text.asInt(&isNumber);
-  if (isNumber && value >= 1 && value <= largest)
-    return value;
-  if (!text.isNull()) {
-    const QvbString fault = qvbStringFormat("%s is not a number from 1 to %d, %d is used: %S", option.key,
-                                            largest, option.standardNumber(), &text);
+int valueOf(const QvbNumberOption& option) {
+  const QvbOptionNumber number = qvbGetConfigNumber(option);
+  if (!number.refused.isNull()) {
+    const QvbString fault = qvbStringFormat("%s is not a number from %d to %d, %d is used: %s", option.key,
+                                            option.least, option.most, number.value, number.refused);
     if (isNews(fault))
       httpLog().error("%s", fault);
   }
-  return option.standardNumber();
+  return number.value;
 }
 
 // --- What a request may hold
@@ -67,9 +61,9 @@ bool hasControl(const QvbString& text) { return std::ranges::any_of(text.view(),
 
 // RFC 9110, section 5.6.2.
 bool isToken(std::string_view text) {
-  constexpr std::string_view Characters = "!#$%&'*+-.^_`|~0123456789"
+  constexpr std::string_view characters = "!#$%&'*+-.^_`|~0123456789"
                                           "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-  return !text.empty() && text.find_first_not_of(Characters) == text.npos;
+  return !text.empty() && text.find_first_not_of(characters) == text.npos;
 }
 
 // Why the request cannot be sent, null when it can.
@@ -96,7 +90,7 @@ struct Reason {
   int status;
   const char* phrase;
 };
-constexpr std::array Reasons{
+constexpr std::array reasons{
     Reason{100, "Continue"},
     Reason{101, "Switching Protocols"},
     Reason{102, "Processing"},
@@ -160,8 +154,8 @@ constexpr std::array Reasons{
 };
 
 QvbString registeredReason(int status) {
-  const auto* const found = std::ranges::find(Reasons, status, &Reason::status);
-  return found == Reasons.end() ? "" : found->phrase;
+  const auto* const found = std::ranges::find(reasons, status, &Reason::status);
+  return found == reasons.end() ? "" : found->phrase;
 }
 
 class Response final : public httpResponse {
@@ -199,10 +193,10 @@ class AnnouncedLength {
 public:
   // False when the line contradicts itself or one before it.
   bool agreesWith(std::string_view line) {
-    constexpr std::string_view Field = "Content-Length:";
-    if (!qvbEqualsIgnoreCase(line.substr(0, Field.size()), Field))
+    constexpr std::string_view field = "Content-Length:";
+    if (!qvbEqualsIgnoreCase(line.substr(0, field.size()), field))
       return true;
-    std::string_view rest = line.substr(Field.size());
+    std::string_view rest = line.substr(field.size());
     while (true) {
       const std::size_t comma = std::min(rest.find(','), rest.size());
       if (!agreesWithValue(QvbString(rest.substr(0, comma)).trim()))
@@ -290,7 +284,7 @@ private:
 class Transfer {
 public:
   explicit Transfer(const httpGet& request)
-      : m_handle(threadHandle()), m_bodyLimit(valueOf(QvbOptions::MaxBody, INT_MAX)),
+      : m_handle(threadHandle()), m_bodyLimit(valueOf(QvbOptions::MaxBody)),
         m_response(std::make_unique<Response>()) {
     set(CURLOPT_ERRORBUFFER, m_detail.data());
     setLimits();
@@ -310,17 +304,15 @@ public:
     m_headers.add("Expect:");
   }
 
-  // Null, with `fault` telling why, when no response came whole.
-  std::unique_ptr<Response> perform(QvbString* fault) {
+  // A response that came whole.
+  QvbResult<std::unique_ptr<Response>> perform() {
     set(CURLOPT_HTTPHEADER, m_headers.get());
     if (m_code == CURLE_OK)
       m_code = curl_easy_perform(m_handle.get());
     if (m_isOutOfMemory)
       throw std::bad_alloc();
-    if (m_code != CURLE_OK) {
-      *fault = describeFault();
-      return nullptr;
-    }
+    if (m_code != CURLE_OK)
+      return QvbFailure{NP_FIO_ERROR, describeFault()};
     takeStatusAndHeaders();
     return std::move(m_response);
   }
@@ -335,9 +327,9 @@ private:
 
   void setLimits() {
     set(CURLOPT_NOSIGNAL, 1L);
-    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(valueOf(QvbOptions::ConnectTimeout, MaxSeconds)));
+    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(valueOf(QvbOptions::ConnectTimeout)));
     set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(valueOf(QvbOptions::LowSpeedTime, MaxSeconds)));
+    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(valueOf(QvbOptions::LowSpeedTime)));
     set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(m_bodyLimit));
   }
   void setTrust() {
@@ -394,7 +386,7 @@ private:
       m_length = AnnouncedLength();
     }
     m_isLengthUnclear = !m_length.agreesWith(line);
-    return m_headerBytes <= MaxHeaderBytes && !m_isLengthUnclear;
+    return m_headerBytes <= maxHeaderBytes && !m_isLengthUnclear;
   }
   bool addBody(std::string_view bytes) {
     m_isBodyTooLarge = bytes.size() > static_cast<std::size_t>(m_bodyLimit) -
@@ -418,8 +410,8 @@ private:
       return qvbStringFormat("The body is larger than %d bytes", m_bodyLimit);
     if (m_isLengthUnclear)
       return "The response announces more than one length";
-    if (m_headerBytes > MaxHeaderBytes)
-      return qvbStringFormat("The headers are larger than %u bytes", MaxHeaderBytes);
+    if (m_headerBytes > maxHeaderBytes)
+      return qvbStringFormat("The headers are larger than %u bytes", maxHeaderBytes);
     // libcurl's own words may quote a URL, with whatever it holds
     const std::string_view detail(m_detail.data());
     return detail.empty() || detail.find_first_of("?@") != detail.npos ? curl_easy_strerror(m_code)
@@ -455,20 +447,25 @@ QvbString originOf(const QvbString& text) {
   return QvbString(origin).trimChar('/', false, true);
 }
 
+QvbResult<std::unique_ptr<Response>> perform(const httpGet& request, const QvbString* body) {
+  if (const QvbString fault = faultOf(request); !fault.isNull())
+    return QvbFailure{NP_FIO_ERROR, fault};
+  Transfer transfer(request);
+  if (body)
+    transfer.setBody(*body);
+  return transfer.perform();
+}
+
 httpResponse* send(const httpGet& request, const QvbString* body, QvbString* error) {
-  QvbString fault = faultOf(request);
-  std::unique_ptr<Response> response;
-  if (fault.isNull()) {
-    Transfer transfer(request);
-    if (body)
-      transfer.setBody(*body);
-    response = transfer.perform(&fault);
-  }
-  const QvbString origin = fault.isNull() ? QvbString() : originOf(request.url);
-  *error = origin.isNull() ? fault : qvbStringFormat("%S: %S", &origin, &fault);
-  if (!response)
-    httpLog().error("No response: %s", *error);
-  return response.release();
+  auto response = perform(request, body);
+  error->setNull();
+  if (response)
+    return (*response).release();
+  const QvbString& fault = response.failure().text;
+  const QvbString origin = originOf(request.url);
+  *error = origin.isNull() ? fault : qvbStringFormat("%s: %s", origin, fault);
+  httpLog().error("No response: %s", *error);
+  return nullptr;
 }
 
 } // namespace

@@ -1,11 +1,12 @@
 #include "qvxlog/qvlog.h"
 
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbthreads.h"
 #include "qvxbase/qvbunload.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
@@ -17,8 +18,8 @@
 
 namespace {
 
-constexpr int DefaultLevel = QvbOptions::LogLevel.standardNumber();
-constexpr auto EveryLevel = static_cast<int>(QvLoggingLevel::Trace);
+constexpr int defaultLevel = QvbOptions::LogLevel.standardNumber();
+constexpr auto everyLevel = static_cast<int>(QvLoggingLevel::Trace);
 
 using Output = std::shared_ptr<spdlog::sinks::sink>;
 
@@ -29,10 +30,16 @@ Output withPattern(Output output) {
 
 Output standardError() { return withPattern(std::make_shared<spdlog::sinks::stderr_sink_mt>()); }
 
-// Null when the file cannot be written.
+// Null when the file cannot be written, or its folder is not there: the sink would make it, and a mistyped name would go
+// unnoticed.
 Output fileOutput(const QvbString& path) {
+  const std::string file(path.view());
+  std::error_code ignored;
+  const auto folder = std::filesystem::path(file).parent_path();
+  if (!folder.empty() && !std::filesystem::is_directory(folder, ignored))
+    return nullptr;
   try {
-    return withPattern(std::make_shared<spdlog::sinks::basic_file_sink_mt>(std::string(path.view())));
+    return withPattern(std::make_shared<spdlog::sinks::basic_file_sink_mt>(file));
   } catch (const spdlog::spdlog_ex&) {
     return nullptr;
   }
@@ -58,24 +65,21 @@ void writeTo(spdlog::sinks::sink& output, const QvLogRecord& record) {
 
 // What the options say, with the texts for what they say wrong.
 struct LogSettings {
-  int level = DefaultLevel;
+  int level = defaultLevel;
   Output output;
   QvbString levelFault;
   QvbString fileFault;
 
   LogSettings() {
-    readLevel(qvbGetConfigOption(QvbOptions::LogLevel));
+    readLevel(qvbGetConfigNumber(QvbOptions::LogLevel));
     readFile(qvbGetConfigOption(QvbOptions::LogFile));
   }
 
 private:
-  void readLevel(const QvbString& option) {
-    bool ok = false;
-    const int number = option.asInt(&ok);
-    if (ok && number >= 1 && number <= 6)
-      level = number;
-    else if (!option.isNull())
-      levelFault = qvbStringFormat("LOG/LEVEL is not a level from 1 to 6: %S", &option);
+  void readLevel(const QvbOptionNumber& option) {
+    level = option.value;
+    if (!option.refused.isNull())
+      levelFault = qvbStringFormat("LOG/LEVEL is not a level from 1 to 6: %s", option.refused);
   }
   void readFile(const QvbString& option) {
     output = option.isEmpty() ? nullptr : fileOutput(option);
@@ -95,7 +99,7 @@ struct QvLogRegistry {
   }
 
   QvLogger* logger(const QvbString& category) {
-    std::unique_lock guard(m_mutex);
+    QvbMutexGuard guard(m_mutex);
     if (!m_output) {
       guard.unlock();
       readOptions();
@@ -111,19 +115,19 @@ struct QvLogRegistry {
 
   void setSink(std::shared_ptr<QvLogSink> sink) {
     // The former sink ends outside the lock: its destructor may log.
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     m_sink.swap(sink);
     updateLoggers();
   }
 
   void setLevel(QvLoggingLevel level) {
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     m_hostLevel = static_cast<int>(level);
     updateLoggers();
   }
 
   void write(const QvLogRecord& record) {
-    std::unique_lock guard(m_mutex);
+    QvbMutexGuard guard(m_mutex);
     const auto sink = m_sink;
     const Output output = static_cast<int>(record.level) >= outputLevel() ? m_output : nullptr;
     guard.unlock();
@@ -145,7 +149,7 @@ private:
   }
   // Whether these are the settings that count: the first ones do.
   bool configure(const LogSettings& settings) {
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     if (m_output)
       return false;
     m_output = settings.output;
@@ -157,22 +161,22 @@ private:
       QvLog("QV.Base.Log", "platform/qvxlog/qvxlog").error("%s", fault);
   }
 
-  int outputLevel() const noexcept { return m_hostLevel.value_or(m_optionLevel); }
-  int threshold() const noexcept { return m_sink ? EveryLevel : outputLevel(); }
-  void updateLoggers() noexcept {
+  int outputLevel() const noexcept QVB_REQUIRES(m_mutex) { return m_hostLevel.value_or(m_optionLevel); }
+  int threshold() const noexcept QVB_REQUIRES(m_mutex) { return m_sink ? everyLevel : outputLevel(); }
+  void updateLoggers() noexcept QVB_REQUIRES(m_mutex) {
     for (const auto& [category, logger] : m_loggers)
       logger->m_threshold.store(threshold(), std::memory_order_relaxed);
   }
 
-  std::mutex m_mutex;
-  std::map<QvbString, std::unique_ptr<QvLogger>> m_loggers;
-  std::shared_ptr<QvLogSink> m_sink;
-  Output m_output; // null until the options are read
-  int m_optionLevel = DefaultLevel;
-  std::optional<int> m_hostLevel;
+  QvbMutex m_mutex;
+  std::map<QvbString, std::unique_ptr<QvLogger>> m_loggers QVB_GUARDED_BY(m_mutex);
+  std::shared_ptr<QvLogSink> m_sink QVB_GUARDED_BY(m_mutex);
+  Output m_output QVB_GUARDED_BY(m_mutex); // null until the options are read
+  int m_optionLevel QVB_GUARDED_BY(m_mutex) = defaultLevel;
+  std::optional<int> m_hostLevel QVB_GUARDED_BY(m_mutex);
 };
 
-QvLogger::QvLogger(const QvbString& category) : m_category(category), m_threshold(DefaultLevel) {}
+QvLogger::QvLogger(const QvbString& category) : m_category(category), m_threshold(defaultLevel) {}
 
 void QvLogger::write(QvLoggingLevel level, const char* source, int line, const char* format,
                      std::span<const QvbFormatArg> args) noexcept {

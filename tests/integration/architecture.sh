@@ -21,7 +21,7 @@ refuse() { # refuse WHAT PATTERN PATH...
 
 # What of the standard library holds and computes, and nothing that reaches outside the process.
 allowed='algorithm|array|chrono|cstddef|cstdint|deque|functional|initializer_list|iterator|limits|map|memory|mutex|new'
-allowed+='|optional|string|string_view|typeinfo|unordered_map|unordered_set|utility|vector'
+allowed+='|optional|span|string|string_view|typeinfo|unordered_map|unordered_set|utility|vector'
 report "the library includes what is not on its list of standard headers" \
   < <(find_lines '^ *# *include *<' src | grep -vE "include *<($allowed)>")
 refuse "the library calls the operating system" \

@@ -14,7 +14,7 @@ names() { sed -E 's/^\| `([^`]*)`.*/\1/'; }
 coded() { cat src/*.cpp src/*.h platform/*/*.cpp platform/*/*.h | grep -v '^ *//'; }
 
 same "options" "$(grep '^|' docs/options.md)" "$("$build/bin/qvrepos" generate options)"
-declared=$(grep -oE 'QvbOption [A-Za-z]+' platform/qvxbase/qvboptions.h | cut -d' ' -f2)
+declared=$(grep -oE 'constexpr Qvb[A-Za-z]*Option [A-Za-z]+' platform/qvxbase/qvboptions.h | cut -d' ' -f3)
 shown=$(sed -n '/All\[\]/,/};/p' platform/qvxbase/qvboptions.h | grep -oE '&[A-Za-z]+' | tr -d '&')
 same "options in the list of all" "$shown" "$declared"
 elsewhere=$(grep -nE '"[A-Z]+/[A-Z_]+"|qvbGetConfigOption\("|getOption\("' src/*.cpp src/*.h platform/*/*.cpp tools/qvrepos/*.cpp || true)
@@ -30,7 +30,7 @@ documented=$(sed -E 's/^\| `[^`]*` \| `([^`]*)` \| ([0-9, ]*) \|.*/\1 \2/; s/,//
 used=$(for file in src/*.cpp platform/*/*.cpp; do
   name=${file%.cpp}
   for level in $(tr '\n' ' ' <"$file" |
-    grep -oE '[lL]og(\(\)|\("[^)]*"\))?\. *[a-z]+\(|(logEvent\( *|unchecked\( *|return )QvLoggingLevel::[A-Z][a-z]+' |
+    grep -oE '[lL]og(\(\)|\("[^)]*"\))?\. *[a-z]+\(|(unchecked\( *|return )QvLoggingLevel::[A-Z][a-z]+' |
     sed -E 's/.*::(.*)/\L\1/; s/.*\. *(.*)\(/\1/'); do
     [[ -z ${number[$level]:-} ]] || echo "${name%%_*} ${number[$level]}"
   done

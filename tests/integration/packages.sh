@@ -10,7 +10,7 @@ cd "$work"
 mkdir control
 fail() { echo "$*" >&2; exit 1; }
 
-cpack --config "$build/CPackConfig.cmake" -B "$work/packages" >"$work/cpack.log" 2>&1 ||
+cpack --config "$build/packaging/CPackConfig.cmake" -B "$work/packages" >"$work/cpack.log" 2>&1 ||
   { cat "$work/cpack.log" >&2; exit 1; }
 architecture=$(dpkg --print-architecture)
 major=${version%%.*}
@@ -77,11 +77,15 @@ holds libqvreposres-dev "-rw-r--r-- $headers/qvreposres/qvreposres.h" "-rw-r--r-
   "-rw-r--r-- $headers/qvlineagegraph/graph.h" "-rw-r--r-- $lib/pkgconfig/qvlineagegraph.pc" \
   "-rw-r--r-- $lib/pkgconfig/qvreposres.pc" "-rw-r--r-- $lib/cmake/QvReposRes/QvReposResConfig.cmake" \
   "-rw-r--r-- usr/share/doc/libqvreposres-dev/examples/programs/job_lineage.cpp"
-holds qvrepos "-rwxr-xr-x usr/bin/qvrepos" "-rw-r--r-- usr/share/man/man1/qvrepos.1" \
+holds qvrepos "-rwxr-xr-x usr/bin/qvrepos" "-rw-r--r-- usr/share/man/man1/qvrepos.1.gz" \
   "-rw-r--r-- usr/share/bash-completion/completions/qvrepos" "-rw-r--r-- usr/share/zsh/vendor-completions/_qvrepos"
-holds_only "$runtime" "$lib/lib"
-holds_only libqvreposres-dev "$lib/|$headers/|usr/share/doc/libqvreposres-dev/"
-holds_only qvrepos 'usr/bin/qvrepos|usr/share/(man|bash-completion|zsh)/'
+for name in "$runtime" libqvreposres-dev qvrepos; do
+  holds "$name" "-rw-r--r-- usr/share/doc/$name/changelog.gz" "-rw-r--r-- usr/share/doc/$name/copyright"
+done
+holds "$runtime" "-rw-r--r-- usr/share/doc/$runtime/LICENCES.page"
+holds_only "$runtime" "$lib/lib|usr/share/(doc/$runtime|lintian/overrides)/"
+holds_only libqvreposres-dev "$lib/|$headers/|usr/share/(doc/libqvreposres-dev|lintian/overrides)/"
+holds_only qvrepos 'usr/bin/qvrepos|usr/share/(man|bash-completion|zsh|doc/qvrepos|lintian/overrides)/'
 
 grep -qx "libqvreposres $major $runtime (>= $version)" "$work/control/$runtime/shlibs" ||
   fail "$runtime does not tell dpkg-shlibdeps of its libraries"
@@ -120,5 +124,21 @@ ninja -C "$work/app/build" --quiet
 "$work/app/build/app" "$job" | expect find_package
 
 "$root/usr/bin/qvrepos" lineage "$job" | expect qvrepos
-[[ $("$root/usr/bin/qvrepos" generate man) == "$(<"$root/usr/share/man/man1/qvrepos.1")" ]] ||
+[[ $("$root/usr/bin/qvrepos" generate man) == "$(zcat "$root/usr/share/man/man1/qvrepos.1.gz")" ]] ||
   fail "the manual page is not this tool's"
+grep -q 'the owner of the library, who sets the terms' "$root/usr/share/doc/qvrepos/copyright" ||
+  fail "the copyright file does not say whose the terms are"
+[[ $(zcat "$root/usr/share/doc/qvrepos/changelog.gz" | head -n 1) == "qvreposres ($version) unstable; urgency=medium" ]] ||
+  fail "the changelog is not that of this version"
+
+# The examples of the help work on the installed ones.
+cp -r "$examples" "$work/examples"
+tried=0
+while read -r example; do
+  (cd "$work" && PATH=$root/usr/bin:$PATH bash -c "$example" >"$work/out" 2>&1) || { cat "$work/out" >&2; fail "this fails: $example"; }
+  tried=$((tried + 1))
+done < <("$root/usr/bin/qvrepos" generate man | sed -n '/^\.SH EXAMPLES/,$p' | sed 's/\\-/-/g' | grep '^qvrepos .*examples/repository')
+((tried > 5)) || fail "the help has no more than $tried examples with files"
+
+# What is found in the packages stands in cmake/lintian with its reason.
+lintian --allow-root --fail-on error,warning --tag-display-limit 0 "$work"/packages/*.deb || fail "lintian finds more than is listed"

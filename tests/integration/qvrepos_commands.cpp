@@ -108,10 +108,7 @@ TEST(Qvrepos, IdentitiesReadBackToWhatWasGiven) {
   }
 }
 
-TEST(Qvrepos, IdentityFailuresSayWhatIsNeeded) {
-  const auto make = runTool({"identity", "make", "table", "--dsn", "Sales"});
-  EXPECT_EQ(make.status, 1);
-  EXPECT_EQ(make.err, "qvrepos: an identity of kind table needs --table\n");
+TEST(Qvrepos, WhatIsNoIdentityIsNamed) {
   const auto parse = runTool({"identity", "parse", "no identity"});
   EXPECT_EQ(parse.status, 1);
   EXPECT_EQ(parse.err,
@@ -199,9 +196,11 @@ TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
       "upstream, downstream, diff, audit\n";
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
       {{}, "qvrepos: a subcommand is missing; " + all},
-      {{"lineag", "x"}, "qvrepos: there is no subcommand lineag; " + all},
+      {{"lineag", "x"}, "qvrepos: there is no subcommand lineag; did you mean lineage?\n"},
+      {{"frobnicate"}, "qvrepos: there is no subcommand frobnicate; " + all},
+      {{"help", "lineag"}, "qvrepos: there is no subcommand lineag; did you mean lineage?\n"},
       {{"--jsn"}, "qvrepos: there is no option --jsn before a subcommand; " + all},
-      {{"lineage"}, "qvrepos lineage: PATH is required\n"},
+      {{"lineage"}, "qvrepos lineage: PATH is missing\n"},
       {{"lineage", "x", "-o", ""}, "qvrepos lineage: --output: must not be empty\n"},
       {{"cache", "get", ""}, "qvrepos cache get: URI: must not be empty\n"},
       {{"definitions", "create", "a\x01"},
@@ -210,17 +209,20 @@ TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
        "qvrepos definitions create: --connect: holds what XML cannot carry: \xff\n"},
       {{"identity", "make", "unified", "--id", "\x1b"},
        "qvrepos identity make unified: --id: holds what XML cannot carry: \\x1b\n"},
-      {{"lineage", "x", "-o"}, "qvrepos lineage: --output: 1 required FILE missing\n"},
+      {{"lineage", "x", "-o"}, "qvrepos lineage: --output: a value is missing: FILE\n"},
+      {{"version", "--config"}, "qvrepos version: --config: a value is missing: FILE\n"},
+      {{"version", "--config", "a", "--config", "b"}, "qvrepos version: --config is given more than once\n"},
+      {{"lineage", "x", "--compact=1"}, "qvrepos lineage: --compact takes no value\n"},
       {{"uri", "a", "b", "c"}, "qvrepos uri: not expected: b c\n"},
-      {{"version", "--jsn"}, "qvrepos version: not expected: --jsn\n"},
+      {{"version", "--jsn"}, "qvrepos version: there is no option --jsn; did you mean --json?\n"},
+      {{"version", "--frobnicate=1"}, "qvrepos version: there is no option --frobnicate\n"},
+      {{"version", "--confg", "x"}, "qvrepos version: there is no option --confg; did you mean --config?\n"},
       {{"definitions"},
        "qvrepos definitions: a subcommand is missing; choose from list, show, default, check, create, "
        "set, rename, delete\n"},
-      {{"definitions", "shw"},
-       "qvrepos definitions: there is no subcommand shw; choose from list, show, default, check, create, "
-       "set, rename, delete\n"},
+      {{"definitions", "shw"}, "qvrepos definitions: there is no subcommand shw; did you mean show?\n"},
       {{"definitions", "create", "x", "--type", "y"},
-       "qvrepos definitions create: --type: y not in {user,system}\n"},
+       "qvrepos definitions create: --type: there is no y; choose from user, system\n"},
       {{"definitions", "create", "a", "--connect", "\xef\xbf\xbe"},
        "qvrepos definitions create: --connect: holds what XML cannot carry: \xef\xbf\xbe\n"},
       {{"identity", "make", "table", "--table", "a\xef\xbf\xbf"},
@@ -228,14 +230,32 @@ TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
       {{"definitions", "delete", ""}, "qvrepos definitions delete: NAME: must not be empty\n"},
       {{"definitions", "set", "", "--activate"}, "qvrepos definitions set: NAME: must not be empty\n"},
       {{"definitions", "set", "Sales"},
-       "qvrepos definitions set: an option that says what to change is required\n"},
+       "qvrepos definitions set: an option that says what to change is missing\n"},
       {{"definitions", "set", "Sales", "--activate", "--deactivate"},
-       "qvrepos definitions set: --activate excludes --deactivate\n"},
+       "qvrepos definitions set: --activate and --deactivate do not go together; give one of them\n"},
       {{"identity", "make", "tble"},
-       "qvrepos identity make: there is no subcommand tble; choose from file, unified, table, datasource\n"},
+       "qvrepos identity make: there is no subcommand tble; did you mean table?\n"},
+      {{"identity", "make", "table", "--dsn", "Sales"},
+       "qvrepos identity make table: an identity of kind table needs --table\n"},
+      {{"identity", "make", "file"},
+       "qvrepos identity make file: an identity of kind file needs --filename\n"},
+      {{"identity", "make", "unified"},
+       "qvrepos identity make unified: an identity of kind unified needs --id or --uuid\n"},
+      {{"identity", "make", "datasource"},
+       "qvrepos identity make datasource: an identity of kind datasource needs --dsn\n"},
+      {{"graph", "x", "--format", "pdf"},
+       "qvrepos graph: --format: there is no pdf; choose from table, tree, json, csv, dot, mermaid, svg, "
+       "png, "
+       "html, openlineage\n"},
+      {{"graph", "x", "--threads", "many"},
+       "qvrepos graph: --threads: not a whole number from 1 to 256: many\n"},
+      {{"upstream", "n", "x", "--depth", "-1"},
+       "qvrepos upstream: --depth: not a whole number from 0 to 4294967295: -1\n"},
       {{"version", "--set", "novalue"}, "qvrepos version: --set: write it as KEY=VALUE: novalue\n"},
-      {{"version", "--config", "/no/file"}, "qvrepos version: --config: File does not exist: /no/file\n"},
-      {{"version", "--log-level", "7"}, "qvrepos version: --log-level: Value 7 not in range 1 to 6\n"}};
+      {{"version", "--config", ""}, "qvrepos version: --config: must not be empty\n"},
+      {{"version", "--log-level", "7"},
+       "qvrepos version: --log-level: there is no level 7; choose from trace, debug, info, warning, error, "
+       "critical, or 1 to 6\n"}};
   for (const auto& [words, message] : cases) {
     const auto run = runTool(words);
     const auto command = message.substr(0, message.find(':'));
@@ -248,16 +268,19 @@ TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
 
 TEST(Qvrepos, InputThatNoCommandCanTakeFailsWithTheReason) {
   const TempDir folder;
+  const auto empty = folder.write("empty.djf", "");
+  const auto words = folder.write("words.djf", "hello");
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
       {{"uri", ""}, "a file name must not be empty"},
       {{"resources", ""}, "a file name must not be empty"},
       {{"lineage", ""}, "a file name must not be empty"},
       {{"resources", folder.path()}, folder.path().string() + ": a folder, where a job file is due"},
-      {{"identity", "make", "file"}, "an identity of kind file needs --filename"},
-      {{"identity", "make", "unified"}, "an identity of kind unified needs --id or --uuid"},
-      {{"identity", "make", "datasource"}, "an identity of kind datasource needs --dsn"}};
-  for (const auto& [words, message] : cases) {
-    const auto run = runTool(words);
+      {{"resources", empty}, empty + ":1:1: the document is empty"},
+      {{"resources", words}, words + ":1:1: this is no XML, which begins with \"<\""},
+      {{"version", "--config", "/no/file"}, "/no/file: cannot read the option file: not found"},
+      {{"version", "--config", words}, words + ":1: malformed option line"}};
+  for (const auto& [command, message] : cases) {
+    const auto run = runTool(command);
     EXPECT_EQ(run.status, 1) << message;
     EXPECT_EQ(run.out, "") << message;
     EXPECT_EQ(run.err, "qvrepos: " + message + "\n");
@@ -267,7 +290,9 @@ TEST(Qvrepos, InputThatNoCommandCanTakeFailsWithTheReason) {
 TEST(Qvrepos, OptionsThatNobodyReadsComeWithAHint) {
   const auto run = runTool({"version", "--set", "BASE/REPO_SYS_PATH=/x"});
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.err, "qvrepos: no option is named BASE/REPO_SYS_PATH; the manual page lists all\n");
+  EXPECT_EQ(run.err, "qvrepos: no option is named BASE/REPO_SYS_PATH; did you mean BASE/REPOS_SYS_PATH?\n");
+  EXPECT_EQ(runTool({"version", "--set", "x=1"}).err,
+            "qvrepos: no option is named x; the manual page lists all\n");
   EXPECT_EQ(runTool({"version", "--set", "base/repos_sys_path=/x"}).err, "");
 }
 
@@ -307,6 +332,107 @@ TEST(Qvrepos, EmptyResultsComeWithAHintUnlessItIsQuiet) {
   EXPECT_EQ(definitions.status, 0);
   EXPECT_EQ(definitions.err, noFolderHint);
   EXPECT_EQ(runTool({"definitions", "list", "-q"}).err, "");
+}
+
+TEST(Qvrepos, AFolderWithoutJobFilesIsAFailureWhereThatIsWanted) {
+  const TempDir folder;
+  const std::string message = "qvrepos: no job files were found: their extensions are djf, dmc, ddf, xsq\n";
+  for (const char* command : {"lineage", "graph", "audit"}) {
+    EXPECT_EQ(runTool({command, folder.path()}).status, 0) << command;
+    EXPECT_THAT(runTool({command, folder.path()}).err, HasSubstr(message)) << command;
+    const auto run = runTool({command, folder.path(), "--fail-if-empty"});
+    EXPECT_EQ(run.status, 1) << command;
+    EXPECT_THAT(run.err, HasSubstr(message)) << command;
+    EXPECT_EQ(runTool({command, sampleRepository + "/data_services", "--fail-if-empty"}).status, 0)
+        << command;
+  }
+}
+
+TEST(Qvrepos, StandardInputAndPipesAreReadLikeFiles) {
+  const TempDir folder;
+  const auto job = folder.write("job.djf", "<SQLUpdateRows><x");
+  for (const std::string command : {"lineage", "resources", "graph"}) {
+    const auto file = runTool({command, job}).err;
+    const auto expected = [&](const std::string& name) {
+      return std::regex_replace(file, std::regex(job), name);
+    };
+    EXPECT_EQ(runProcess({"bash", "-c", toolPath + " " + command + " - <" + job}).err, expected("-"));
+    const auto pipe = runProcess({"bash", "-c", toolPath + " " + command + " <(cat " + job + ")"}).err;
+    EXPECT_EQ(std::regex_replace(pipe, std::regex("/dev/fd/[0-9]+"), "-"), expected("-")) << command;
+  }
+  const std::string whole = sampleRepository + "/batch_jobs/load_calendar.djf";
+  EXPECT_THAT(runProcess({"bash", "-c", "cat " + whole + " | " + toolPath + " resources -"}).out,
+              HasSubstr("holidays"));
+}
+
+TEST(Qvrepos, ADashIsStandardOutput) {
+  const std::string job = sampleRepository + "/batch_jobs/load_calendar.djf";
+  EXPECT_EQ(runTool({"lineage", job, "-o", "-"}).out, runTool({"lineage", job}).out);
+  EXPECT_EQ(runTool({"graph", job, "-o", "-"}).out, runTool({"graph", job}).out);
+}
+
+TEST(Qvrepos, FilesThatShareAUriAreNamed) {
+  const TempDir folder;
+  const auto one = folder.write("a/b.djf", "<SQLUpdateRows/>");
+  const auto other = folder.write("a\\b.djf", "<SQLUpdateRows/>");
+  const std::string message = "qvrepos: " + other + " and " + one +
+                              " have one URI reference, as a backslash counts as a slash: rename one of "
+                              "them\n";
+  EXPECT_EQ(runTool({"lineage", folder.path()}).err, message);
+  EXPECT_THAT(runTool({"graph", folder.path()}).err, HasSubstr(message));
+  EXPECT_EQ(runTool({"lineage", folder / "a"}).err, "");
+}
+
+TEST(Qvrepos, HelpIsACommandToo) {
+  EXPECT_EQ(runTool({"help", "lineage"}).out, runTool({"lineage", "--help"}).out);
+  EXPECT_EQ(runTool({"help", "definitions", "set"}).out, runTool({"definitions", "set", "--help"}).out);
+  EXPECT_EQ(runTool({"help"}).out, runTool({"--help"}).out);
+}
+
+TEST(Qvrepos, ChoicesAreTakenInAnyCase) {
+  const std::string job = sampleRepository + "/batch_jobs/load_calendar.djf";
+  EXPECT_EQ(runTool({"graph", job, "--format", "CSV", "--view", "Jobs"}).out,
+            runTool({"graph", job, "--format", "csv", "--view", "jobs"}).out);
+  EXPECT_EQ(runTool({"graph", job, "--format", "CSV"}).status, 0);
+  EXPECT_THAT(runTool({"version", "--log-level", "Debug"}).err,
+              HasSubstr("Startup of QvRepos Event Manager"));
+}
+
+TEST(Qvrepos, OptionsComeFromTheNamedFileOrTheUsersOwn) {
+  const TempDir folder;
+  const auto own = folder.write("qvrepos.ini", "[BASE]\nREPOS_USER_PATH=" + (folder / "own") + "\n");
+  const auto other = folder.write("other.ini", "[BASE]\nREPOS_USER_PATH=" + (folder / "other") + "\n");
+  const std::vector<std::string> environment{"XDG_CONFIG_HOME=" + folder.path().string()};
+  const auto create = [&](std::vector<std::string> words, std::vector<std::string> extra = {}) {
+    words.insert(words.begin(), {"definitions", "create", "Sales"});
+    extra.insert(extra.end(), environment.begin(), environment.end());
+    return runTool(words, extra).out;
+  };
+  EXPECT_EQ(create({}), (folder / "own/Sales.rcf") + "\n");
+  EXPECT_EQ(create({"--config", other}), (folder / "other/Sales.rcf") + "\n");
+  EXPECT_EQ(create({"--set", "BASE/REPOS_USER_PATH=" + (folder / "set")}), (folder / "set/Sales.rcf") + "\n");
+  const auto missing = runTool({"version"}, {"QV_CONFIG=/no/file"});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.err, "qvrepos: /no/file: cannot read the option file: not found\n");
+}
+
+TEST(Qvrepos, CompletionsOfferOptionKeysTypesAndDefinitions) {
+  const TempDir folder;
+  runTool({"definitions", "create", "My Sales", "--set", "BASE/REPOS_USER_PATH=" + folder.path().string()});
+  const auto config = folder.write("x.ini", "[BASE]\nREPOS_USER_PATH=" + folder.path().string() + "\n");
+  const auto complete = [&](const std::string& words) {
+    return runProcess({"bash", "-c",
+                       "PATH=" QV_BINARY_DIR "/bin:$PATH; source " QV_BINARY_DIR
+                       "/share/bash-completion/completions/qvrepos; COMP_WORDS=(" +
+                           words +
+                           "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _qvrepos; printf '%s\n' "
+                           "\"${COMPREPLY[@]}\""},
+                      {"QV_CONFIG=" + config})
+        .out;
+  };
+  EXPECT_EQ(complete("qvrepos version --set BASE/REPOS_S"), "BASE/REPOS_SYS_PATH=\n");
+  EXPECT_EQ(complete("qvrepos types ProcessJobS"), "ProcessJobState\n");
+  EXPECT_EQ(complete("qvrepos definitions show M"), "My\\ Sales\n");
 }
 
 TEST(Qvrepos, VersionIsAFlagToo) {

@@ -107,15 +107,17 @@ Words completed(Words words, const std::string& folder = "/") {
 
 TEST(QvreposGenerate, TheCommandThatMakesTheFilesIsNotInTheHelpNorInTheFiles) {
   EXPECT_THAT(runTool({"--help"}).out, Not(HasSubstr("generate")));
-  for (const char* form : {"man", "bash", "zsh"})
-    EXPECT_THAT(generated(form), Not(HasSubstr("generate"))) << form;
+  EXPECT_THAT(generated("man"), Not(HasSubstr("generate")));
+  EXPECT_THAT(completed({"gen"}), IsEmpty()); // the completions call it, and do not offer it
+  EXPECT_THAT(generated("zsh"), Not(HasSubstr("'generate:")));
 }
 
 TEST(QvreposGenerate, AnotherFormIsWrongUsage) {
   const auto run = runTool({"generate", "html"});
   EXPECT_EQ(run.status, 2);
   EXPECT_EQ(run.out, "");
-  EXPECT_THAT(run.err, HasSubstr("FORM: html not in {bash,man,options,zsh}"));
+  EXPECT_THAT(run.err,
+              HasSubstr("FORM: there is no html; choose from bash, definitions, man, options, types, zsh"));
 }
 
 TEST(QvreposGenerate, TheBuildHoldsWhatTheToolPrints) {
@@ -238,10 +240,12 @@ TEST(QvreposGenerate, ZshTakesTheFileForTheToolAndFindsEveryFunctionThatItCalls)
     EXPECT_THAT(zsh, HasSubstr("\n" + std::string((*at)[1]) + "() {\n"));
   EXPECT_EQ(calls + 1, allHelp().size());
   EXPECT_THAT(zsh, HasSubstr("user or system (default\\: user)]:TYPE:(user system)'"));
-  EXPECT_THAT(zsh, HasSubstr("'(--config)--config[Read options from this INI file]:FILE:_files'"));
   EXPECT_THAT(
-      zsh,
-      HasSubstr("'*--set[Set an option, for example DMSERVER/NAME=main; wins over --config]:KEY=VALUE: '"));
+      zsh, HasSubstr("'(--config)--config[Read options from this INI file, instead of that of QV_CONFIG or "
+                     "$XDG_CONFIG_HOME/qvrepos.ini]:FILE:_files'"));
+  EXPECT_THAT(
+      zsh, HasSubstr("'*--set[Set an option, for example DMSERVER/NAME=main; wins over --config]:KEY=VALUE:"
+                     "_qvrepos_keys'"));
 }
 
 } // namespace

@@ -241,13 +241,13 @@ struct WrongUse {
 
 TEST(QvreposGraph, WrongUsesEndWithTwoAndSayWhatWouldBeRight) {
   const std::vector<WrongUse> uses{
-      {{"graph"}, "PATH is required"},
-      {{"graph", marts, "--format", "xls"}, "--format: xls not in {table,tree,"},
-      {{"graph", marts, "--view", "columns"}, "--view: columns not in {all,jobs,tables}"},
+      {{"graph"}, "PATH is missing"},
+      {{"graph", marts, "--format", "xls"}, "--format: there is no xls; choose from table, tree,"},
+      {{"graph", marts, "--view", "columns"}, "--view: there is no columns; choose from all, jobs, tables"},
       {{"graph", marts, "--format", "csv", "--json"},
        "--json is a form of its own: it takes no --format csv"},
       {{"graph", marts, "--select", "++"}, "\"++\""},
-      {{"graph", marts, "--threads", "0"}, "--threads: Value 0 not in range"},
+      {{"graph", marts, "--threads", "0"}, "--threads: not a whole number from 1 to 256: 0"},
       {{"graph", marts, "--include", ""}, "--include: must not be empty"},
       {{"graph", marts, "--namespace", "W=postgres://db"}, "go with --format openlineage"},
       {{"graph", marts, "--format", "openlineage", "--namespace", "W"}, "write it as NAME=URI: W"},
@@ -257,15 +257,17 @@ TEST(QvreposGraph, WrongUsesEndWithTwoAndSayWhatWouldBeRight) {
       {{"graph", marts, "--emit", "ftp://host"}, "write it as http://... or https://...: ftp://host"},
       {{"graph", marts, "--emit", "http://host", "-o", "x"}, "it takes no --output"},
       {{"graph", marts, "--format", "openlineage", "--resume", "x"}, "--resume goes with --emit"},
-      {{"upstream"}, "NAME is required"},
+      {{"upstream"}, "NAME is missing"},
       {{"upstream", "", marts}, "NAME: must not be empty"},
-      {{"upstream", "dw.orders"}, "PATH is required"},
-      {{"downstream", "dw.orders", marts, "--depth", "-1"}, "--depth"},
-      {{"downstream", "dw.orders", marts, "--select", "x"}, "not expected: --select"},
-      {{"diff", marts}, "NEW is required"},
+      {{"upstream", "dw.orders"}, "PATH is missing"},
+      {{"downstream", "dw.orders", marts, "--depth", "-1"}, "--depth: not a whole number from 0"},
+      {{"downstream", "dw.orders", marts, "--select", "x"}, "there is no option --select"},
+      {{"diff", marts}, "NEW is missing"},
       {{"diff", "-", "-"}, "standard input can be one of both only"},
-      {{"diff", marts, marts, "--format", "xml"}, "--format: xml not in {json,markdown,table}"},
-      {{"audit", marts, "--fail-on", "cycle,typos"}, "--fail-on: typos not in {never-written,"},
+      {{"diff", marts, marts, "--format", "xml"},
+       "--format: there is no xml; choose from json, markdown, table"},
+      {{"audit", marts, "--fail-on", "cycle,typos"},
+       "--fail-on: there is no typos; choose from never-written,"},
   };
   for (const auto& [words, message] : uses) {
     const auto run = runTool(words);

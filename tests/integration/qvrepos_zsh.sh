@@ -36,6 +36,8 @@ becomes 'qvrepos definitions del' 'qvrepos definitions delete '
 becomes 'qvrepos lineage --com' 'qvrepos lineage --compact '
 becomes 'qvrepos --log' 'qvrepos --log-level '
 becomes 'qvrepos definitions create Orders --type sy' 'qvrepos definitions create Orders --type system '
+becomes 'qvrepos types ProcessJobS' 'qvrepos types ProcessJobState '
+becomes 'qvrepos version --set BASE/REPOS_S' 'qvrepos version --set BASE/REPOS_SYS_PATH='
 becomes 'qvrepos nonsense li' 'qvrepos nonsense li'
 ZDOTDIR=$work TERM=dumb timeout 60 zsh -f type.zsh "${typed[@]}"
 diff <(printf '%s\n' "${completed[@]}") completed

@@ -6,7 +6,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "$1" >&2; exit 1; }
 
-scripts/docs "$work"
+[[ $(scripts/docs "$work") == "$work/html/index.html" ]] || fail "scripts/docs does not tell where the reference begins"
 for header in include/*/*.h; do
   name=$(basename "$header" .h)
   [[ -n $(find "$work/html" -name "*${name}_8h.html") ]] || fail "$header is not in the reference"
@@ -18,9 +18,18 @@ says "One definition. Getters copy; setters store"              # of a class
 says "The folder of the repository's files; stored without"     # of an operation
 says "False, with the output untouched, when there is no such"  # of an operation
 says "The process-wide manager, made on the first call"         # of an entry point
+says "<li><b>Ownership</b>: What a factory or an operation returns" # of the conventions of all headers
+says "The text value that every interface of the library takes" # of a type of the platform
+says "Write a host application"                                 # of a guide
+
+# Who releases what, each operation once.
+rows=$(grep -c '^inline constexpr bool handsOver<&' include/qvreposres/owned.h)
+page=$(find "$work/html" -name 'md_*ownership.html')
+((rows > 30)) && [[ $(grep -c '^<tr class="markdownTableRow' "$page") == "$rows" ]] ||
+  fail "the table of who releases what does not have $rows rows"
 
 # A comment that doxygen does not understand fails the build of the reference.
-cp -r docs include scripts "$work"
+cp -r docs include platform scripts "$work"
 echo '// Has no \such command.' >>"$work/include/qvreposres/qvlineage.h"
 echo 'void undocumentable();' >>"$work/include/qvreposres/qvlineage.h"
 ! "$work/scripts/docs" "$work/again" 2>"$work/log" || fail "a warning does not fail scripts/docs"

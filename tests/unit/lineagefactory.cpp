@@ -366,6 +366,22 @@ TEST(LineageResolver, NamesADatabaseOfADataURIByAnEmptyText) {
 }
 
 // In place of a path that is null, and of parts that an identity does not have.
+// What logs an error at times is never silent; what tells its life cycle alone is unless that is logged.
+TEST(LineageResolver, TellsWhichLookupsAreNotLogged) {
+  LineageResourceResolver resolver;
+  for (const char* type : {"Table", "TABLE", "Database", "File", "ProcessJob", "ZELFile", "Odd"})
+    for (const auto level : {QvLoggingLevel::Trace, QvLoggingLevel::Lifecycle, QvLoggingLevel::Success,
+                             QvLoggingLevel::Critical}) {
+      qvlogSetLevel(level);
+      EXPECT_EQ(resolver.isSilent(type), level > QvLoggingLevel::Lifecycle) << type;
+    }
+  for (const char* type : {"", "Task", "rule", "ProfileJob", "Field", "MasterDataProject"})
+    EXPECT_FALSE(resolver.isSilent(type)) << type;
+  qvlogSetLevel(QvLoggingLevel::Anomaly);
+  const LogCapture log;
+  EXPECT_FALSE(resolver.isSilent("Table"));
+}
+
 TEST_F(LineageLocation, OfNothingIsAnEmptyText) {
   const QvbString none;
   for (const char* type : {"File", "Folder", "ProcessJob"}) {
@@ -418,7 +434,7 @@ TEST_F(LineageLocation, OfATableWithoutDataSourceIsUnknownButItHasItsName) {
   EXPECT_THAT(answer.log, ElementsAre(notLocated(identity, "Table")));
 }
 
-// More tables than the resolver remembers, each asked for twice, and names that differ in case alone.
+// Many tables, each asked for twice, and names that differ in case alone.
 TEST_F(LineageLocation, OfATableIsTheSameHoweverOftenAndAfterHoweverManyOthers) {
   const Resolver resolver = makeResolver();
   const auto uriOfTable = [&](const std::string& table) {

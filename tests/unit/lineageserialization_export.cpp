@@ -577,6 +577,19 @@ TEST_F(LineageExport, WritesAnAnalysisDateUnlessItIsNullOrZero) {
             R"(<Resource analysisDate="1970-01-01T00:00:00.001" id="i" label="n" type="Task"/>)");
 }
 
+// As an element for a caller's context, and in the export of a store.
+TEST_F(LineageExport, BothWaysSayTheSameOfAResource) {
+  HostResource job, table;
+  job.name = "n";
+  job.type = "Task";
+  job.identity = "i";
+  table.type = "Table";
+  table.identity = tableIdentity("Sales", "dbo", "CUSTOMERS");
+  table.date.assign(2026, 11, 21, 10, 15, 30, 250);
+  const auto xml = exportedFor(*m_store, &job, listOf({&table}).get());
+  EXPECT_THAT(xml, testing::AllOf(testing::HasSubstr(element(&job)), testing::HasSubstr(element(&table))));
+}
+
 // A table of a job, written and read again.
 bool readsBack(LineageSerializationImpl& store, const std::string& source, const std::string& schema,
                const std::string& table, const std::string& label) {

@@ -188,6 +188,20 @@ TEST_F(Config, LogsAFileThatCannotBeReadOnce) {
                             path + ": cannot read the option file: " + np_fio_errdesc(NP_FIO_NOT_FOUND))));
 }
 
+TEST_F(Config, TellsWhetherAFileCanBeRead) {
+  QvbString fault;
+  dir.write("good.ini", "[BASE]\nA=1\n");
+  EXPECT_TRUE(qvbCheckConfigFile(QvbString((dir / "good.ini").c_str()), &fault));
+  EXPECT_TRUE(fault.isNull());
+  dir.write("bad.ini", "[BASE]\nnonsense\n");
+  EXPECT_FALSE(qvbCheckConfigFile(QvbString((dir / "bad.ini").c_str()), &fault));
+  EXPECT_EQ(str(fault), dir / "bad.ini:2: malformed option line");
+  EXPECT_FALSE(qvbCheckConfigFile(QvbString((dir / "none.ini").c_str()), &fault));
+  EXPECT_EQ(str(fault), dir / "none.ini: cannot read the option file: not found");
+  EXPECT_TRUE(option("BASE/A").isNull());
+  EXPECT_THAT(faults(), IsEmpty());
+}
+
 // The nth allocation fails; the file is read when there is memory again.
 TEST_F(Config, AFileThatShortMemoryKeptFromBeingReadIsReadTheNextTime) {
   const std::string value(500, 'x');
@@ -208,11 +222,34 @@ TEST_F(Config, AFileThatShortMemoryKeptFromBeingReadIsReadTheNextTime) {
   }
 }
 
+TEST_F(Config, GivesANumberInItsRangeOrTheStandardOne) {
+  constexpr const QvbNumberOption& level = QvbOptions::LogLevel;
+  static_assert(level.standardNumber() == 4 && level.least == 1 && level.most == 6);
+  const struct {
+    const char* option; // null for none
+    int value;
+    bool isRefused;
+  } cases[] = {{nullptr, 4, false}, {"1", 1, false}, {" 6", 6, false}, {"0", 4, true},
+               {"7", 4, true},      {"", 4, true},   {"2 ", 4, true},  {"two", 4, true}};
+  for (const auto& [option, value, isRefused] : cases) {
+    qvbSetConfigOption(level.key, option);
+    const QvbOptionNumber number = qvbGetConfigNumber(level);
+    EXPECT_EQ(number.value, value) << (option ? option : "none");
+    EXPECT_EQ(number.given.isNull(), option == nullptr);
+    EXPECT_EQ(number.refused.isNull(), !isRefused);
+    EXPECT_EQ(number.refused, isRefused ? QvbString(option) : QvbString());
+  }
+  qvbSetConfigOption(level.key, "2");
+  qvbSetConfigAvailable(false);
+  EXPECT_EQ(qvbGetConfigNumber(level).value, 4);
+  qvbSetConfigAvailable(true);
+}
+
 class FolderOption : public Config {
 protected:
   ~FolderOption() override { std::filesystem::current_path(m_before); }
 
-  static constexpr const QvbOption& Folder = QvbOptions::UserDefinitions;
+  static constexpr const QvbFolderOption& Folder = QvbOptions::UserDefinitions;
   std::string folder(const char* value) const {
     qvbSetConfigOption(Folder.key, value);
     return str(qvbGetConfigFolder(Folder));

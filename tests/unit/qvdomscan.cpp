@@ -210,6 +210,13 @@ std::string attributes(int count) {
   return all;
 }
 
+TEST(QvDomScan, WhatIsEmptyOrNoXmlIsCalledThat) {
+  for (const char* empty : {"", "\xEF\xBB\xBF", " \r\n\t"})
+    EXPECT_EQ(messageOf(empty), "1:1: the document is empty");
+  EXPECT_EQ(messageOf("hello"), "1:1: this is no XML, which begins with \"<\"");
+  EXPECT_EQ(messageOf("\n {\"a\": 1}"), "2:2: this is no XML, which begins with \"<\"");
+}
+
 TEST(QvDomScan, AnElementHasAsManyAttributesAsTheLimit) {
   QvDom dom;
   ASSERT_TRUE(dom.loadXML(text("<r><e" + attributes(10'000) + "/></r>"))) << dom.getErrorMessage();

@@ -345,7 +345,8 @@ bool readsBackAs(QvReposConfiguration& read, QvReposConfiguration& written) {
   written.setVaultPath(path);
   return read.isActive() == written.isActive() &&
          read.getUnifiedConnectionType() == written.getUnifiedConnectionType() &&
-         read.getUnifiedRepositoryConnectType() == getUnifiedReposConnectTypeName(written.getUnifiedConnectionType()) &&
+         read.getUnifiedRepositoryConnectType() ==
+             getUnifiedReposConnectTypeName(written.getUnifiedConnectionType()) &&
          std::all_of(std::begin(writtenTexts), std::end(writtenTexts),
                      [&](auto get) { return (read.*get)() == (written.*get)(); });
 }
@@ -384,84 +385,6 @@ TEST_F(DefinitionFormat, BlankValuesReadBackAsTheyWere) {
     ASSERT_TRUE(file);
     EXPECT_TRUE(readsBackAs(file->definition, definition)) << testing::PrintToString(std::string(value));
   }
-}
-
-// What the reader of written texts made of one. Nobody but it may read what it does not take.
-enum class Reading { Taken, LeftToTheParser, WrittenOverButNotTaken, OtherThanTheParser };
-
-bool isSameText(const QvbString& a, const QvbString& b) { return a == b && a.isNull() == b.isNull(); }
-
-bool isSameDefinition(QvReposConfiguration& a, QvReposConfiguration& b) {
-  return a.isActive() == b.isActive() && a.getUnifiedConnectionType() == b.getUnifiedConnectionType() &&
-         isSameText(a.getUnifiedRepositoryConnectType(), b.getUnifiedRepositoryConnectType()) &&
-         std::all_of(std::begin(writtenTexts), std::end(writtenTexts),
-                     [&](auto get) { return isSameText((a.*get)(), (b.*get)()); });
-}
-
-Reading readBothWays(const std::string& xml) {
-  QvReposConfigurationImpl untouched;
-  QvReposConfigurationImpl definition;
-  if (!readWrittenDefinition(xml, definition))
-    return isSameDefinition(definition, untouched) ? Reading::LeftToTheParser
-                                                   : Reading::WrittenOverButNotTaken;
-  DefinitionFile parsed("x.rcf", QvReposConfigTypeSystem);
-  parseDefinition(text(xml), parsed);
-  return parsed.content == Content::Definition && isSameDefinition(definition, parsed.definition)
-             ? Reading::Taken
-             : Reading::OtherThanTheParser;
-}
-
-bool doReadersAgree(const std::string& xml) {
-  const auto reading = readBothWays(xml);
-  return reading == Reading::Taken || reading == Reading::LeftToTheParser;
-}
-
-TEST_F(DefinitionFormat, WrittenTextsArePlainlyReadAndOthersLeftToTheParser) {
-  QvReposConfigurationImpl definition;
-  EXPECT_EQ(readBothWays(write(definition)), Reading::Taken);
-  fillWith(definition,
-           {"Sales 'n' more", "/srv/vault", "DSN=Sales;QVXTYPE=GRVS;", "dbo.QV_", " ", "\"u\"", "~"});
-  definition.setActive(false);
-  const auto plain = write(definition);
-  EXPECT_EQ(readBothWays(plain), Reading::Taken);
-  for (const std::string xml : {"", " ", "\n"})
-    for (const auto& other : {xml, plain + xml + "<", xml + " " + plain})
-      EXPECT_EQ(readBothWays(other), Reading::LeftToTheParser) << other;
-  for (const char* value : {"a&b", "a<b", "a>b", "a\nb", "\t", "\xC3\xA9", "\x7F"}) {
-    definition.setVaultLogFile(value);
-    EXPECT_EQ(readBothWays(write(definition)), Reading::LeftToTheParser) << value;
-  }
-}
-
-// Of a text with short values: each end, each byte left out, and each byte, with and without the one that was there, at
-// each place.
-TEST_F(DefinitionFormat, BothReadersAgreeOnWhatBarelyDiffersFromAWrittenText) {
-  QvReposConfigurationImpl definition;
-  fillWith(definition, {"n", "/v", "", "p", "", "", "2"});
-  const auto xml = write(definition);
-  for (std::size_t place = 0; place <= xml.size(); ++place) {
-    const auto before = xml.substr(0, place);
-    const auto after = xml.substr(std::min(place + 1, xml.size()));
-    ASSERT_TRUE(doReadersAgree(before)) << before;
-    ASSERT_TRUE(doReadersAgree(before + after)) << before + after;
-    for (int byte = 0; byte < 256; ++byte) {
-      const auto changed = before + static_cast<char>(byte);
-      ASSERT_TRUE(doReadersAgree(changed + after)) << changed + after;
-      ASSERT_TRUE(doReadersAgree(changed + xml.substr(place))) << changed + xml.substr(place);
-    }
-  }
-}
-
-TEST_F(DefinitionFormat, BothReadersAgreeOnAnyValueAndAnyPartPutElsewhere) {
-  EXPECT_TRUE(rc::check("both readers agree", [this] {
-    QvReposConfigurationImpl definition;
-    fillWith(definition, *rc::gen::container<std::vector<std::string>>(7, genValue()));
-    auto xml = write(definition);
-    const auto anyPlace = [&] { return *rc::gen::inRange<std::size_t>(0, xml.size() + 1); };
-    const auto part = xml.substr(anyPlace(), anyPlace());
-    return doReadersAgree(xml) && doReadersAgree(xml.insert(anyPlace(), part)) &&
-           doReadersAgree(xml.erase(anyPlace(), anyPlace()));
-  }));
 }
 
 } // namespace

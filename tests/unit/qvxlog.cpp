@@ -11,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +22,7 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::MatchesRegex;
 
 constexpr std::array AllLevels = {QvLoggingLevel::Trace,   QvLoggingLevel::Lifecycle,
@@ -293,6 +295,16 @@ TEST_F(LogOutput, FallsBackToStandardErrorWhenTheFileCannotBeOpened) {
                                  "LOG/FILE cannot be opened: " +
                                      str(path(""))) +
                    levelLine("error", 5) + levelLine("critical", 6)));
+}
+
+TEST_F(LogOutput, MakesNoFolderForItsFile) {
+  EXPECT_EXIT(
+      {
+        setOption("LOG/FILE", path("none/log.txt"));
+        endAfterLogging("QV.Test");
+      },
+      succeeds(), HasSubstr("LOG/FILE cannot be opened: " + str(path("none/log.txt"))));
+  EXPECT_FALSE(std::filesystem::exists(*dir / "none"));
 }
 
 TEST_F(LogOutput, EscapesWhatCouldPassForAnotherRecord) {

@@ -1,5 +1,6 @@
 // qvrepos audit: what looks wrong in the lineage.
 #include "graphs.h"
+#include "usage.h"
 
 #include "qvlineagegraph/formats.h"
 
@@ -47,7 +48,7 @@ void addAuditCommand(CLI::App& app, Host& host) {
       ->type_name("KIND,...")
       ->allow_extra_args(false)
       ->delimiter(',')
-      ->check(CLI::IsMember(kindNames()));
+      ->transform(oneOf(kindNames()));
   addOutputOption(*command, options->output);
   addScanOptions(*command, options->scan);
   addJsonFlag(*command, host,

@@ -193,7 +193,7 @@ void getInScratch(Host& host, const CacheOptions& options) {
   if (fetched && options.keep)
     return scratch.keep();
   if (fetched && options.output.empty())
-    host.note("the copies end with this command; --keep leaves them there, --output puts them elsewhere");
+    host.note("the copies are gone when this command ends: --keep leaves them, --output puts them elsewhere");
   qvFileCacheShutdown();
 }
 

@@ -2,6 +2,7 @@
 #include "changelock.h"
 #include "definitions.h"
 #include "interrupt.h"
+#include "usage.h"
 
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbconfig.h"
@@ -237,7 +238,7 @@ void addFieldOptions(CLI::App& command, Fields& fields) {
     const auto& option = fieldOptions[field];
     command.add_option(option.name, fields.options[field], option.help)
         ->type_name(option.value)
-        ->check(option.choices.empty() ? xmlText() : CLI::IsMember(option.choices));
+        ->transform(option.choices.empty() ? xmlText() : oneOf(option.choices));
   }
 }
 

@@ -1,5 +1,6 @@
 // qvrepos diff: what changed in the lineage.
 #include "graphs.h"
+#include "usage.h"
 
 #include "qvlineagegraph/formats.h"
 
@@ -54,7 +55,7 @@ void addDiffCommand(CLI::App& app, Host& host) {
   command->add_option("NEW", options->after, "The newer" + what)->required()->check(notEmpty());
   command->add_option("--format", options->format, "The form of the result (default: table)")
       ->type_name("FORMAT")
-      ->check(CLI::IsMember(writers));
+      ->transform(oneOfKeys(writers));
   addOutputOption(*command, options->output);
   command->add_flag("--exit-code", options->exitCode, "End with status 1 when there is a difference");
   addScanOptions(*command, options->scan);

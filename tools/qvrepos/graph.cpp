@@ -1,11 +1,13 @@
 // qvrepos graph, upstream, downstream: the lineage graph, or a part of it, in one of many formats.
 #include "events.h"
 #include "graphs.h"
+#include "usage.h"
 
 #include "qvlineagegraph/formats.h"
 #include "qvlineagegraph/json.h"
 #include "qvlineagegraph/select.h"
 
+#include <limits>
 #include <map>
 
 #include <unistd.h>
@@ -149,10 +151,10 @@ void addCommonOptions(CLI::App& command, Host& host, GraphOptions& options, cons
       .add_option("--view", options.view,
                   "Show jobs and tables (all), or one of them, joined by way of the other")
       ->type_name("VIEW")
-      ->check(CLI::IsMember(viewKinds));
+      ->transform(oneOfKeys(viewKinds));
   command.add_option("--format", options.format, "The form of the result (default: " + format + ")")
       ->type_name("FORMAT")
-      ->check(CLI::IsMember(formats));
+      ->transform(oneOf(formats));
   addOutputOption(command, options.output);
   command.add_option("--title", options.title, "The title of the page, with --format html")
       ->type_name("TITLE");
@@ -174,7 +176,7 @@ void addDirectionCommand(CLI::App& app, Host& host, Direction direction) {
   addPathOperands(*command, options->scan);
   command->add_option("--depth", options->depth, "Go this many steps at most")
       ->type_name("N")
-      ->check(CLI::Validator(CLI::NonNegativeNumber).description(""));
+      ->check(numberFrom(0, std::numeric_limits<unsigned>::max()));
   addCommonOptions(*command, host, *options, "tree");
   command->footer(up ? "Example: qvrepos upstream mart.daily_sales examples/repository/data_services"
                      : "Example: qvrepos downstream dw.orders examples/repository/data_services");

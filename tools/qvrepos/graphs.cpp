@@ -1,6 +1,7 @@
 #include "graphs.h"
 #include "jobs.h"
 #include "progress.h"
+#include "usage.h"
 
 #include <iostream>
 #include <iterator>
@@ -14,7 +15,16 @@ constexpr unsigned mostThreads = 256;
 
 std::string standardInput() { return {std::istreambuf_iterator<char>(std::cin), {}}; }
 
+std::vector<std::string> jobFilesOf(const Graph& graph) {
+  std::vector<std::string> files;
+  for (NodeIndex index = 0; index < graph.nodeCount(); ++index)
+    if (const Node node = graph.node(index); node.type == NodeType::Job)
+      files.emplace_back(node.file);
+  return files;
+}
+
 void report(Host& host, const Graph& graph, bool strict) {
+  noteSharedNames(host, jobFilesOf(graph));
   for (const Note& note : graph.notes())
     if (note.kind == NoteKind::Failed)
       host.fail(note.text);
@@ -54,10 +64,11 @@ void addScanOptions(CLI::App& command, ScanArguments& arguments) {
   command
       .add_option("--threads", options.threads, "Scan with this many threads, one for each core unless given")
       ->type_name("N")
-      ->check(CLI::Validator(CLI::Range(1U, mostThreads)).description(""));
+      ->check(numberFrom(1, mostThreads));
   command.add_flag("--exact", options.exact,
                    "Leave a bare table name alone, even where exactly one table of the name is known");
   addStrictFlag(command, arguments.strict);
+  addFailIfEmptyFlag(command, arguments.failIfEmpty);
 }
 
 Graph scanned(Host& host, const ScanArguments& arguments, const std::vector<std::string>& paths) {
@@ -76,6 +87,8 @@ Graph scanned(Host& host, const ScanArguments& arguments, const std::vector<std:
   if (!graph)
     throw std::runtime_error(graph.error().message);
   report(host, *graph, arguments.strict);
+  if (const Counts counts = graph->counts(); counts.jobs + counts.failed + counts.notUnderstood == 0)
+    reportEmptiness(host, arguments.failIfEmpty);
   return std::move(*graph);
 }
 

@@ -13,6 +13,7 @@ struct ScanArguments {
   std::vector<std::string> paths;
   qvlineagegraph::ScanOptions options;
   bool strict = false;
+  bool failIfEmpty = false;
 };
 
 void addScanOptions(CLI::App& command, ScanArguments& arguments);

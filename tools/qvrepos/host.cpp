@@ -35,7 +35,7 @@ void Host::printTable(const std::vector<std::string>& heading,
 }
 
 void Host::write(std::string_view result, const std::string& output) {
-  if (output.empty())
+  if (output.empty() || output == "-")
     return print(result);
   const std::string path = absolutePath(nativePath(output));
   if (const auto reason = whyNotWritable(path); !reason.empty())
@@ -75,7 +75,8 @@ void addJsonFlag(CLI::App& command, Host& host, const std::string& shape) {
 }
 
 void addOutputOption(CLI::App& command, std::string& output) {
-  command.add_option("-o,--output", output, "Write to this file instead of standard output")
+  command
+      .add_option("-o,--output", output, "Write to this file instead of standard output, which - stands for")
       ->type_name("FILE")
       ->check(notEmpty());
 }

@@ -88,6 +88,9 @@ std::string nativePath(const std::string& given);
 // URI stays as it is. Throws for an empty path.
 std::string absolutePath(const std::string& path);
 
+// The object types that there are, each once, in the order of their names.
+std::vector<std::string> objectTypes();
+
 void addLineageCommand(CLI::App& app, Host& host);
 void addResourcesCommand(CLI::App& app, Host& host);
 void addDefinitionsCommand(CLI::App& app, Host& host);

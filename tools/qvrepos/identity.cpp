@@ -93,7 +93,7 @@ void makeIdentity(Host& host, const IdentityKind& kind, const std::vector<std::s
     values.push_back(text(value));
   QvbString identity;
   if (!kind.make(*manager, values, &identity))
-    host.fail(std::string("an identity of kind ") + kind.name + " needs " + kind.required);
+    throw CLI::ValidationError(std::string("an identity of kind ") + kind.name + " needs " + kind.required);
   else if (host.json)
     host.printJson({{"kind", kind.name}, {"identity", str(identity)}});
   else

@@ -2,7 +2,13 @@
 
 #include "qvreposres/qvsqlresources.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <optional>
+#include <set>
 
 namespace {
 
@@ -26,6 +32,21 @@ std::string whyNoFile(const std::string& path) {
          ", where a job file is due";
 }
 
+template<class Stream>
+QvbString contentOf(Stream&& stream) {
+  return text(std::string(std::istreambuf_iterator<char>(stream), {}));
+}
+
+// What can be read only once: standard input and pipes. Nothing for a file.
+std::optional<QvbString> streamed(const std::string& path) {
+  std::error_code ignored;
+  if (path == "-")
+    return contentOf(std::cin);
+  if (std::filesystem::is_fifo(path, ignored))
+    return contentOf(std::ifstream(path, std::ios::binary));
+  return std::nullopt;
+}
+
 } // namespace
 
 void noteLossyNames(Host& host, const std::vector<std::string>& names) {
@@ -34,6 +55,17 @@ void noteLossyNames(Host& host, const std::vector<std::string>& names) {
       host.note(name +
                 ": the name holds what XML cannot carry, shown as U+FFFD; names that differ in nothing else "
                 "look the same");
+}
+
+void noteSharedNames(Host& host, const std::vector<std::string>& files) {
+  const std::set<std::string> known(files.begin(), files.end());
+  for (const auto& file : files) {
+    std::string other = file;
+    std::ranges::replace(other, '\\', '/');
+    if (other != file && known.contains(other))
+      host.note(file + " and " + other +
+                " have one URI reference, as a backslash counts as a slash: rename one of them");
+  }
 }
 
 JobScanner::JobScanner() : m_store(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {
@@ -49,13 +81,16 @@ Released<QvResourceList> JobScanner::newList() {
 }
 
 ScannedJob JobScanner::scan(const std::string& path) {
+  const auto stream = streamed(path);
+  if (auto reason = stream ? std::string() : whyNoFile(path); !reason.empty())
+    return {std::move(reason), {}, nullptr};
   auto used = newList();
   JobVisitor visitor(*m_manager, m_store->getDefaultResourceFactory(), used.get());
   QvbString error;
-  if (visitSQLStepInFile(text(path), &visitor, &error))
+  if (stream ? visitSQLStepInString(*stream, &visitor, &error)
+             : visitSQLStepInFile(text(path), &visitor, &error))
     return {{}, visitor.root, std::move(used)};
-  auto reason = whyNoFile(path);
-  return {reason.empty() ? str(error) : reason, {}, nullptr};
+  return {(stream ? path + ":" : "") + str(error), {}, nullptr};
 }
 
 Released<QvResourceList> JobScanner::jobOf(const std::string& path) {
@@ -71,6 +106,18 @@ void reportUnknownStep(Host& host, const std::string& file, const std::string& r
     host.fail(message);
   else
     host.note(message);
+}
+
+void reportEmptiness(Host& host, bool fails) {
+  const std::string message = "no job files were found: " + qvlineagegraph::jobFileExtensions();
+  if (fails)
+    host.fail(message);
+  else
+    host.note(message);
+}
+
+void addFailIfEmptyFlag(CLI::App& command, bool& fails) {
+  command.add_flag("--fail-if-empty", fails, "Count it as a failure when there are no job files");
 }
 
 void addStrictFlag(CLI::App& command, bool& strict) {

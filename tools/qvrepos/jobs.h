@@ -18,6 +18,9 @@ struct ScannedJob {
 // look the same.
 void noteLossyNames(Host& host, const std::vector<std::string>& names);
 
+// Says which files have one URI reference, and with it one identity: a backslash in a name counts as a slash.
+void noteSharedNames(Host& host, const std::vector<std::string>& files);
+
 // Reads job files; one for each thread.
 class JobScanner {
 public:
@@ -39,3 +42,7 @@ private:
 // Names a file that is no step that is known: a hint, or, where the user is strict, a failure.
 void reportUnknownStep(Host& host, const std::string& file, const std::string& root, bool strict);
 void addStrictFlag(CLI::App& command, bool& strict);
+
+// Says that what was given holds no job files: a hint, or, where the user wants that, a failure.
+void reportEmptiness(Host& host, bool fails);
+void addFailIfEmptyFlag(CLI::App& command, bool& fails);

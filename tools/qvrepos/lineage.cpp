@@ -20,6 +20,7 @@ struct LineageOptions {
   std::string output;
   bool compact = false;
   bool strict = false;
+  bool failIfEmpty = false;
 };
 
 // Records what each job uses, in the order of the files, which are read by several threads; files that cannot be read are
@@ -137,13 +138,13 @@ std::string jsonLineage(const QvbString& xml) {
 void runLineage(Host& host, const LineageOptions& options) {
   std::vector<std::string> given;
   for (const auto& path : options.paths)
-    given.push_back(absolutePath(nativePath(path)));
+    given.push_back(path == "-" ? path : absolutePath(nativePath(path)));
   const auto found = qvlineagegraph::findJobFiles(given);
   for (const auto& failure : found.failures)
     host.fail(failure.text);
 
   if (found.files.empty() && found.failures.empty())
-    host.note("no job files were found: " + qvlineagegraph::jobFileExtensions());
+    reportEmptiness(host, options.failIfEmpty);
 
   JobScanner recorder;
   recordJobs(host, recorder, found.files, options.strict);
@@ -151,6 +152,7 @@ void runLineage(Host& host, const LineageOptions& options) {
   for (const auto& file : found.files)
     paths.push_back(file.path);
   noteLossyNames(host, paths);
+  noteSharedNames(host, paths);
 
   QvbString xml, message;
   if (!recorder.store()->getLineageAsString(&xml, &message, !options.compact && !host.json))
@@ -168,11 +170,13 @@ void addLineageCommand(CLI::App& app, Host& host) {
   auto* command = app.add_subcommand("lineage", "Print the lineage of job files as XML");
   auto options = std::make_shared<LineageOptions>();
   command
-      ->add_option("PATH", options->paths,
-                   "Job files, and folders that are searched for job files to any depth")
+      ->add_option(
+          "PATH", options->paths,
+          "Job files, folders that are searched for job files to any depth, and - for standard input")
       ->required();
   addOutputOption(*command, options->output);
   addStrictFlag(*command, options->strict);
+  addFailIfEmptyFlag(*command, options->failIfEmpty);
   command->add_flag("--compact", options->compact, "Write XML without white space between elements");
   addJsonFlag(
       *command, host,

@@ -53,17 +53,18 @@ std::vector<std::string> identitiesOf(const std::vector<ResourceRow>& rows) {
 
 void runResources(Host& host, const std::string& file, bool strict) {
   JobScanner scanner;
-  const auto scanned = scanner.scan(absolutePath(file));
+  const std::string path = file == "-" ? file : absolutePath(file);
+  const auto scanned = scanner.scan(path);
   if (!scanned.failure.empty())
     return host.fail(scanned.failure);
-  const auto job = scanner.jobOf(absolutePath(file));
+  const auto job = scanner.jobOf(path);
   std::vector<ResourceRow> rows;
   collect(scanner.store(), job.get(), rows);
   collect(scanner.store(), scanned.used.get(), rows);
   printRows(host, rows);
   noteLossyNames(host, identitiesOf(rows));
   if (!scanned.unknownRoot.empty())
-    reportUnknownStep(host, absolutePath(file), scanned.unknownRoot, strict);
+    reportUnknownStep(host, path, scanned.unknownRoot, strict);
 }
 
 } // namespace
@@ -72,7 +73,7 @@ void addResourcesCommand(CLI::App& app, Host& host) {
   auto* command =
       app.add_subcommand("resources", "List the resources that one job touches, the job itself first");
   auto file = std::make_shared<std::string>();
-  command->add_option("FILE", *file, "A job file")->required();
+  command->add_option("FILE", *file, "A job file, - for standard input")->required();
   auto strict = std::make_shared<bool>();
   addStrictFlag(*command, *strict);
   addJsonFlag(*command, host, "an array of records: type, name, location, identity");

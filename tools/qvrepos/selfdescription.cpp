@@ -1,8 +1,10 @@
 // qvrepos generate: the manual page and the shell completions, made of the command line's own description, and the
 // table of the options, made of their declarations. A hidden subcommand, which the build and scripts/docs run.
 #include "host.h"
+#include "settings.h"
+#include "usage.h"
 
-#include "qvreposres/qvreposres.h"
+#include "qvreposres/cpp.h"
 #include "qvxbase/qvboptions.h"
 
 #include <fmt/format.h>
@@ -17,6 +19,7 @@ struct Parameter {
   std::string value;              // the name of its value, empty for a flag
   std::string help;
   std::vector<std::string> choices; // all values, where they are few
+  std::string source;               // the form of this command that prints the values, where it is not a few
   bool required = false;
   bool repeated = false;
 };
@@ -66,6 +69,16 @@ Parameter describe(const CLI::Option& option) {
   return parameter;
 }
 
+// Which form prints what the operand of a command may be.
+std::string sourceOf(const std::string& words, const Parameter& operand) {
+  if (operand.value != "NAME")
+    return {};
+  if (words == "qvrepos types")
+    return "types";
+  return words.starts_with("qvrepos definitions ") && words != "qvrepos definitions create" ? "definitions"
+                                                                                            : "";
+}
+
 Command describe(const CLI::App& app, const std::string& words) {
   Command command{words, app.get_description(), {}, {}, {}, {}, {}};
   static const std::string exampleMark = "Example: ";
@@ -78,6 +91,8 @@ Command describe(const CLI::App& app, const std::string& words) {
   for (const CLI::Option* option : app.get_options())
     if (!option->get_group().empty())
       (option->nonpositional() ? command.options : command.operands).push_back(describe(*option));
+  for (auto& operand : command.operands)
+    operand.source = sourceOf(words, operand);
   for (const CLI::App* child :
        app.get_subcommands([](const CLI::App* sub) { return !sub->get_group().empty(); }))
     command.subcommands.push_back(describe(*child, words + " " + child->get_name()));
@@ -186,6 +201,9 @@ std::string manualPage(const Command& root) {
       exitSuccess, exitFailed, exitUsage);
   page +=
       ".SH ENVIRONMENT\n.TP\n.B QV_CONFIG\nThe INI file of options, where \\fB\\-\\-config\\fR names none.\n"
+      ".TP\n.B XDG_CONFIG_HOME\nThe folder of qvrepos.ini, which is read where neither names one; ~/.config "
+      "where it is "
+      "not set.\n"
       ".TP\n.B QVREPOS_PASSWORD\nThe password that goes with \\fB\\-\\-user\\fR.\n";
   return page + ".SH EXAMPLES\n" + roffExamples(root);
 }
@@ -195,11 +213,26 @@ std::string manualPage(const Command& root) {
 // Text as one word of a shell.
 std::string shellWord(const std::string& text) { return "'" + replaceAll(text, "'", "'\\''") + "'"; }
 
-// What bash completes a value to: "file", "directory", "words" and then the words, or "any" for text of any kind.
+bool isSetting(const Parameter& parameter) { return parameter.value == "KEY=VALUE"; }
+
+// What bash completes a value to: "file", "directory", "words" and then the words, "keys" and then what goes before an
+// equals sign, "names" and then the form that prints them, or "any" for text of any kind.
 std::string bashValue(const Parameter& parameter) {
+  if (isSetting(parameter))
+    return "keys " + CLI::detail::join(optionKeys(), " ");
+  if (!parameter.source.empty())
+    return "names " + parameter.source;
   if (!parameter.choices.empty())
     return "words " + CLI::detail::join(parameter.choices, " ");
   return isFile(parameter) ? "file" : isFolder(parameter) ? "directory" : "any";
+}
+
+// That of the operands which can be listed, or else the last, which may be repeated.
+std::string bashOperand(const Command& command) {
+  if (command.operands.empty())
+    return "any";
+  const bool isListed = !command.operands.front().source.empty();
+  return bashValue(isListed ? command.operands.front() : command.operands.back());
 }
 
 std::string bashCommand(const Command& command) {
@@ -210,8 +243,7 @@ std::string bashCommand(const Command& command) {
     options.insert(options.end(), option.names.begin(), option.names.end());
   return fmt::format("    {})\n      subcommands={} options={} operand={}\n      ;;\n",
                      shellWord(command.words), shellWord(CLI::detail::join(subcommands, " ")),
-                     shellWord(CLI::detail::join(options, " ")),
-                     shellWord(command.operands.empty() ? "any" : bashValue(command.operands.back())));
+                     shellWord(CLI::detail::join(options, " ")), shellWord(bashOperand(command)));
 }
 
 // The cases of those options that take a value; `scope` is how their pattern begins.
@@ -257,6 +289,15 @@ constexpr const char* bashWalk = R"(_qvrepos() {
       mapfile -t COMPREPLY < <(compgen -A "$operand" -- "$current")
       compopt -o filenames 2>/dev/null # fails where no key was pressed
       ;;
+    keys*)
+      mapfile -t COMPREPLY < <(compgen -S = -W "${operand#keys}" -- "$current")
+      compopt -o nospace 2>/dev/null || true
+      ;;
+    names*)
+      mapfile -t COMPREPLY < <(qvrepos generate "${operand#names }" 2>/dev/null | while IFS= read -r word; do
+        [[ $word != "$current"* ]] || printf '%q\n' "$word"
+      done)
+      ;;
     words*) mapfile -t COMPREPLY < <(compgen -W "${operand#words}" -- "$current" | sort -u) ;;
   esac
 }
@@ -283,6 +324,10 @@ std::string zshText(std::string text) {
 }
 
 std::string zshAction(const Parameter& parameter) {
+  if (isSetting(parameter))
+    return "_qvrepos_keys";
+  if (!parameter.source.empty())
+    return "(${(f)\"$(qvrepos generate " + parameter.source + " 2>/dev/null)\"})";
   if (!parameter.choices.empty())
     return "(" + CLI::detail::join(parameter.choices, " ") + ")";
   return isFile(parameter) ? "_files" : isFolder(parameter) ? "_files -/" : " ";
@@ -344,7 +389,8 @@ std::string zshCommand(const Command& command, const Command& root) {
 }
 
 std::string zshCompletion(const Command& root) {
-  std::string script = "#compdef qvrepos\n";
+  std::string script =
+      "#compdef qvrepos\n_qvrepos_keys() { compadd -S = -- " + CLI::detail::join(optionKeys(), " ") + " }\n";
   visitCommands(root, [&](const Command& command) { script += zshCommand(command, root); });
   return script + "_qvrepos \"$@\"\n";
 }
@@ -358,15 +404,28 @@ std::string optionTable(const Command&) {
   return table;
 }
 
+std::string typeNames(const Command&) { return CLI::detail::join(objectTypes(), "\n") + "\n"; }
+
+std::string definitionNames(const Command&) {
+  std::string names;
+  qvreposres::Definitions definitions;
+  for (const auto& definition : definitions.all())
+    names += definition.name() + "\n";
+  return names;
+}
+
 } // namespace
 
 void addGenerateCommand(CLI::App& app, Host& host) {
   static const std::map<std::string, std::string (*)(const Command&)> forms{
-      {"man", manualPage}, {"bash", bashCompletion}, {"zsh", zshCompletion}, {"options", optionTable}};
+      {"man", manualPage},      {"bash", bashCompletion}, {"zsh", zshCompletion},
+      {"options", optionTable}, {"types", typeNames},     {"definitions", definitionNames}};
   auto* command =
-      app.add_subcommand("generate", "Print the manual page, a shell's completion or the table of options")
+      app.add_subcommand(
+             "generate",
+             "Print the manual page, a shell's completion, the table of options, or what completions offer")
           ->group("");
   auto form = std::make_shared<std::string>();
-  command->add_option("FORM", *form, "man, bash, zsh or options")->required()->check(CLI::IsMember(forms));
+  command->add_option("FORM", *form, "What to print")->required()->transform(oneOfKeys(forms));
   command->callback([&app, &host, form] { host.print(forms.at(*form)(describe(app, app.get_name()))); });
 }

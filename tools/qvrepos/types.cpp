@@ -58,6 +58,14 @@ void printTypes(Host& host, const std::string& name) {
 
 } // namespace
 
+std::vector<std::string> objectTypes() {
+  std::vector<std::string> types;
+  for (const auto& row : allTypes())
+    if (types.empty() || types.back() != row.type)
+      types.push_back(row.type);
+  return types;
+}
+
 void addTypesCommand(CLI::App& app, Host& host) {
   auto* command = app.add_subcommand("types", "List object types and their file extensions");
   auto name = std::make_shared<std::string>();

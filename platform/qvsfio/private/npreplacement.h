@@ -2,6 +2,7 @@
 #pragma once
 
 #include "qvsfio/private/npnative.h"
+#include "qvxbase/qvbresult.h"
 
 #include <cstdint>
 #include <memory>
@@ -23,8 +24,8 @@ public:
     Document
   };
 
-  // Null in `replacement` on failure. Only a regular file can be replaced.
-  static int open(const QvbString& path, Kind kind, std::unique_ptr<Replacement>* replacement);
+  // Only a regular file can be replaced.
+  static QvbResult<std::unique_ptr<Replacement>> open(const QvbString& path, Kind kind);
   // Without a successful commit() the old file is what it was, or, where it could not be put back or exchanged,
   // what np_fio_close() says.
   ~Replacement();

@@ -3,8 +3,9 @@
 // A thread_local object with a destructor would hold the library in the process for as long as its thread lives.
 #pragma once
 
+#include "qvxbase/qvbthreads.h"
+
 #include <memory>
-#include <mutex>
 #include <new>
 #include <unordered_map>
 
@@ -38,7 +39,7 @@ private:
   Own& add() {
     auto own = std::make_unique<Own>(this);
     Own* const made = own.get();
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     const auto place = m_all.emplace(made, std::move(own)).first;
     if (::pthread_setspecific(m_key, made) != 0) {
       m_all.erase(place);
@@ -50,12 +51,12 @@ private:
   static void end(void* thread) {
     auto* const own = static_cast<Own*>(thread);
     QvbPerThread& owner = *own->owner;
-    std::unique_lock guard(owner.m_mutex);
+    QvbMutexGuard guard(owner.m_mutex);
     const auto ended = owner.m_all.extract(own); // which destroys it without the lock
     guard.unlock();
   }
 
   pthread_key_t m_key{};
-  std::mutex m_mutex;
-  std::unordered_map<Own*, std::unique_ptr<Own>> m_all;
+  QvbMutex m_mutex;
+  std::unordered_map<Own*, std::unique_ptr<Own>> m_all QVB_GUARDED_BY(m_mutex);
 };

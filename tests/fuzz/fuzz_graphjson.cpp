@@ -1,0 +1,23 @@
+// Any text as a saved graph: what is read is JSON to another parser, too, and is written as a text that reads and writes the
+// same again.
+#include "fuzz.h"
+#include "qvlineagegraph/json.h"
+
+#include <nlohmann/json.hpp>
+
+using namespace qvlineagegraph;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  const auto graph = readJson(text);
+  if (!graph)
+    return 0;
+  require(nlohmann::json::accept(text));
+  std::string once, twice;
+  writeJson(View(*graph, ViewKind::All), once);
+  const auto again = readJson(once);
+  require(static_cast<bool>(again));
+  writeJson(View(*again, ViewKind::All), twice);
+  require(once == twice);
+  return 0;
+}
