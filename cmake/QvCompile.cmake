@@ -20,6 +20,16 @@ if(QVREPOSRES_COVERAGE)
   target_link_options(qv_compile INTERFACE --coverage)
 endif()
 
+# No memory that code is run from can be written to, and the tables that code is found by are read-only.
+target_link_options(qv_compile INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack,-z,text)
+# What is shipped checks its stack, and the sizes that it gives the C library, where it is optimised, as that needs.
+# Sanitizers look at the same things in their own way.
+set(QV_HARDENED $<AND:$<CONFIG:Release,RelWithDebInfo,MinSizeRel>,$<NOT:$<BOOL:${QVREPOSRES_SANITIZE}>>>)
+function(qv_harden target)
+  target_compile_options(${target} PRIVATE $<${QV_HARDENED}:-fstack-protector-strong> $<${QV_HARDENED}:-U_FORTIFY_SOURCE>
+                                           $<${QV_HARDENED}:-D_FORTIFY_SOURCE=2>)
+endfunction()
+
 # What a shared library of ours shows: see cmake/exports.map. Its own functions it finds without asking.
 function(qv_restrict_exports target)
   target_link_options(${target} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <new>
 #include <optional>
+#include <utility>
 
 namespace qvlineagegraph {
 
@@ -69,7 +70,11 @@ private:
     return str(resource->getResourceIdentity());
   }
 
+  // Many tables in a row are of one data source.
   void addDataSource(QvbString dsn, QvbString type) {
+    if (!m_facts.dataSources.empty() && m_latest.first == dsn && m_latest.second == type)
+      return;
+    m_latest = {dsn, type};
     m_facts.dataSources.push_back(
         {shortName(dsn), str(type), identityOf(m_manager.generateDataSourceResource(&m_factory, dsn, type))});
   }
@@ -87,7 +92,8 @@ private:
   QvResourceManager& m_manager;
   QvResourceFactory& m_factory;
   JobFacts& m_facts;
-  std::string m_dataSource; // of the latest connection
+  std::string m_dataSource;                 // of the latest connection
+  std::pair<QvbString, QvbString> m_latest; // data source and its type
 };
 
 // No XML begins with a brace.

@@ -9,12 +9,16 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <iterator>
+#include <memory>
 #include <optional>
+#include <system_error>
 #include <unordered_set>
 #include <utility>
 
+#include <dirent.h>
 #include <fnmatch.h>
 
 namespace fs = std::filesystem;
@@ -34,13 +38,17 @@ fs::path absolutePath(const std::string& given, std::error_code& error) {
   return fs::absolute(fs::path(std::string(path.view())), error).lexically_normal();
 }
 
-bool isJobFile(const fs::path& path) {
-  QvbString extension, folder, name, type;
-  getComponentsFromFilesystemPath(QvbString(std::string_view(path.native())), &extension, &folder, &name);
+bool isJobFile(const std::string& name) {
+  QvbString extension, folder, base, type;
+  getComponentsFromFilesystemPath(QvbString(std::string_view(name)), &extension, &folder, &base);
   return getTypeForFileExtension(extension, &type) &&
          std::any_of(jobTypes.begin(), jobTypes.end(),
                      [&](const char* jobType) { return type.compare(jobType) == 0; });
 }
+
+struct FolderCloser {
+  void operator()(DIR* folder) const { ::closedir(folder); }
+};
 
 bool matchesAny(const std::vector<std::string>& patterns, const std::string& below, const std::string& name) {
   return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
@@ -49,7 +57,7 @@ bool matchesAny(const std::vector<std::string>& patterns, const std::string& bel
 }
 
 struct Entry {
-  fs::path path;
+  std::string path;
   std::string below; // the folder that was given
   bool isFolder = false;
 };
@@ -74,7 +82,7 @@ public:
     if (status.type() == fs::file_type::not_found)
       fail(path.string(), "no such file or folder");
     else if (fs::is_directory(status))
-      searchFolder(path);
+      searchFolder(path.string());
     else if (fs::exists(status))
       add(path.string(), path.filename().string());
     else
@@ -98,13 +106,13 @@ private:
   }
 
   // Folders that are reached through a symbolic link are not entered: a link cannot make the search endless.
-  void searchFolder(const fs::path& root) {
+  void searchFolder(const std::string& root) {
     std::vector<Entry> pending{{root, "", true}};
     while (!pending.empty()) {
       const Entry next = std::move(pending.back());
       pending.pop_back();
       if (!next.isFolder) {
-        add(next.path.string(), next.below);
+        add(next.path, next.below);
         continue;
       }
       auto wanted = wantedEntries(next);
@@ -114,39 +122,47 @@ private:
 
   // In name order.
   std::vector<Entry> wantedEntries(const Entry& folder) {
-    std::error_code error;
-    std::vector<fs::directory_entry> all;
-    for (auto entry = fs::directory_iterator(folder.path, error); !error && entry != fs::directory_iterator();
-         entry.increment(error))
-      all.push_back(*entry);
-    if (error)
-      fail(folder.path.string(), error.message());
-    std::sort(all.begin(), all.end());
     std::vector<Entry> wanted;
-    for (const auto& entry : all)
-      if (auto one = lookAt(entry, folder.below))
+    for (const auto& [name, kind] : namesIn(folder.path))
+      if (auto one = lookAt(folder, name, kind))
         wanted.push_back(std::move(*one));
     return wanted;
   }
 
-  // The entry, where it is a folder or a job file that the patterns let through.
-  std::optional<Entry> lookAt(const fs::directory_entry& entry, const std::string& folderBelow) {
-    const std::string name = entry.path().filename().string();
-    std::string below = folderBelow.empty() ? name : folderBelow + '/' + name;
+  // The names in a folder, sorted, with the kinds (DT_...) that the folder knows of what they name.
+  std::vector<std::pair<std::string, unsigned char>> namesIn(const std::string& folder) {
+    std::vector<std::pair<std::string, unsigned char>> names;
+    errno = 0;
+    const std::unique_ptr<DIR, FolderCloser> opened(::opendir(folder.c_str()));
+    while (const dirent* entry = opened ? ::readdir(opened.get()) : nullptr) {
+      if (const std::string_view name = entry->d_name; name != "." && name != "..")
+        names.emplace_back(name, entry->d_type);
+      errno = 0;
+    }
+    if (errno != 0)
+      fail(folder, std::generic_category().message(errno));
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  // The entry, where it is a folder or a job file that the patterns let through. Its folder usually knows its kind.
+  std::optional<Entry> lookAt(const Entry& folder, const std::string& name, unsigned char kind) {
+    std::string below = folder.below.empty() ? name : folder.below + '/' + name;
     if (matchesAny(m_patterns.exclude, below, name))
       return std::nullopt;
+    std::string path = folder.path + (folder.path.ends_with('/') ? "" : "/") + name;
     std::error_code error;
-    if (entry.symlink_status(error).type() == fs::file_type::directory)
-      return Entry{entry.path(), std::move(below), true};
-    if (!error && !isJobFile(entry.path()))
+    if (kind == DT_DIR ||
+        (kind == DT_UNKNOWN && fs::symlink_status(path, error).type() == fs::file_type::directory))
+      return Entry{std::move(path), std::move(below), true};
+    if (!error && !isJobFile(name))
       return std::nullopt;
     if (!m_patterns.include.empty() && !matchesAny(m_patterns.include, below, name))
       return std::nullopt;
-    const auto target = entry.status(error);
+    const bool isFile = kind == DT_REG || fs::is_regular_file(path, error);
     if (error)
-      fail(entry.path().string(), error.message());
-    return fs::is_regular_file(target) ? std::optional(Entry{entry.path(), std::move(below), false})
-                                       : std::nullopt;
+      fail(path, error.message());
+    return isFile ? std::optional(Entry{std::move(path), std::move(below), false}) : std::nullopt;
   }
 
   const PathPatterns& m_patterns;

@@ -186,14 +186,21 @@ Result<Described> describe(const View& view, const std::vector<std::string>& exp
   return described;
 }
 
-Error nothingMatched(const View& view, const std::vector<std::string>& unmatched) {
-  std::string message;
+std::vector<std::string> reasonsOf(const View& view, const std::vector<std::string>& unmatched) {
+  std::vector<std::string> reasons;
   for (const auto& name : unmatched) {
-    message.append(message.empty() ? "" : "\n").append("nothing matches \"" + name + "\"");
+    std::string& reason = reasons.emplace_back("nothing matches \"" + name + "\"");
     const auto nearest = nearestNames(view, name);
     for (const auto& one : nearest)
-      message.append(&one == &nearest.front() ? "; the nearest names are: " : ", ").append(one);
+      reason.append(&one == &nearest.front() ? "; the nearest names are: " : ", ").append(one);
   }
+  return reasons;
+}
+
+Error nothingMatched(const std::vector<std::string>& reasons) {
+  std::string message;
+  for (const auto& reason : reasons)
+    message.append(message.empty() ? "" : "\n").append(reason);
   return {ErrorKind::NothingMatched, std::move(message)};
 }
 
@@ -206,17 +213,18 @@ Result<Selected> select(const View& view, const Selection& selection) {
   const auto unwanted = describe(view, selection.exclude);
   if (!unwanted)
     return unwanted.error();
+  auto unmatched = reasonsOf(view, wanted->unmatched);
   if (selection.select.empty())
     mark(wanted->all, {view.nodes().begin(), view.nodes().end()});
-  else if (wanted->unmatched.size() == selection.select.size())
-    return nothingMatched(view, wanted->unmatched);
+  else if (unmatched.size() == selection.select.size())
+    return nothingMatched(unmatched);
   for (const NodeIndex node : view.nodes())
     if (unwanted->all[node])
       wanted->all[node] = wanted->named[node] = false;
   const auto shown = markedOf(view, wanted->all);
   if (shown.empty() && !selection.exclude.empty())
     return Error{ErrorKind::NothingMatched, "everything that was selected is excluded"};
-  return Selected{view.induced(shown), markedOf(view, wanted->named)};
+  return Selected{view.induced(shown), markedOf(view, wanted->named), std::move(unmatched)};
 }
 
 std::string quotedName(std::string_view name) {

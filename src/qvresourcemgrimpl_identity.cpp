@@ -1,10 +1,10 @@
 // Resource identities and the connection strings that feed them.
 #include "qvresourcemgrimpl.h"
 
-#include "domchildren.h"
 #include "identity.h"
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxdom/qvdomelements.h"
 
 #include <array>
 #include <initializer_list>
@@ -14,8 +14,8 @@
 namespace {
 
 struct IdentityKind {
-  const char* documentClass;
-  const char* element;
+  std::string_view documentClass;
+  std::string_view element;
 };
 
 constexpr IdentityKind fileKind{"fileresource", "file"};
@@ -26,7 +26,7 @@ constexpr IdentityKind dataSourceKind{"datasourceresource", "datasource"};
 enum class Presence { Always, UnlessEmpty };
 
 struct IdentityPart {
-  const char* attribute;
+  std::string_view attribute;
   const QvbString& value;
   Presence presence = Presence::Always;
 };
@@ -34,7 +34,7 @@ struct IdentityPart {
 constexpr std::size_t maxIdentityParts = 5;
 
 struct IdentityOutput {
-  const char* attribute;
+  std::string_view attribute;
   QvbString* value;
 };
 
@@ -54,36 +54,52 @@ void writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart>
   *identity = text.size() > QvDom::MaxSize ? QvbString() : QvbString(std::string_view(text));
 }
 
-// The kind's element on the way along first children; neither the root's name nor its attributes count.
+// Finds the kind's element on the way along first children, and what it says; neither the root's name nor its attributes
+// count.
 // Kept: Identity.IsReadByItsInnerElementAlone
-QvDomNode findKindElement(QvDomNode node, const IdentityKind& kind) {
-  while (!node.null() && !isNamed(node, kind.element))
-    node = node.getFirstChild(false);
-  return node;
-}
+class IdentityReading final : public QvDomElementVisitor {
+public:
+  IdentityReading(const IdentityKind& kind, std::initializer_list<IdentityOutput> outputs)
+      : m_kind(kind), m_outputs(outputs) {}
+
+  bool visitElement(const QvDomElement& element) override {
+    if (element.depth != m_level++)
+      return false;
+    if (!qvbEqualsIgnoreCase(element.name, m_kind.element))
+      return true;
+    m_isFound = true;
+    for (const auto& attribute : element.attributes)
+      for (std::size_t part = 0; part < m_outputs.size(); ++part)
+        if (m_outputs.begin()[part].attribute == attribute.name)
+          m_values[part] = QvbString(attribute.value);
+    return false;
+  }
+
+  // What is missing or empty leaves its output as it was.
+  bool give() {
+    for (std::size_t part = 0; m_isFound && part < m_outputs.size(); ++part)
+      if (!m_values[part].isEmpty())
+        *m_outputs.begin()[part].value = m_values[part];
+    return m_isFound;
+  }
+
+private:
+  const IdentityKind& m_kind;
+  std::initializer_list<IdentityOutput> m_outputs;
+  std::array<QvbString, maxIdentityParts> m_values; // all are read before one is written: memory may be short
+  std::size_t m_level = 0;
+  bool m_isFound = false;
+};
 
 bool readIdentity(const QvbString& identity, const IdentityKind& kind,
                   std::initializer_list<IdentityOutput> outputs) {
-  QvDom document;
   if (identity.isEmpty())
     return false;
-  if (!document.loadXML(identity)) {
-    if (lackedMemory(document))
-      throw std::bad_alloc();
-    return false;
-  }
-  const auto element = findKindElement(document.getRoot(), kind);
-  if (element.null())
-    return false;
-  // All are read before one is written: reading may meet short memory.
-  std::array<QvbString, maxIdentityParts> values;
-  const auto* output = outputs.begin();
-  for (std::size_t part = 0; part < outputs.size(); ++part)
-    values[part] = element.getAttributeValue(output[part].attribute);
-  for (std::size_t part = 0; part < outputs.size(); ++part)
-    if (!values[part].isEmpty())
-      *output[part].value = values[part];
-  return true;
+  IdentityReading reading(kind, outputs);
+  QvbString error;
+  if (!qvDomVisitElements(identity, reading, &error) && error.view() == "out of memory")
+    throw std::bad_alloc();
+  return reading.give();
 }
 
 // The text between the key, found anywhere in the connection string, and the next ";".

@@ -2,6 +2,7 @@
 #include "qvresourcemgrimpl.h"
 
 #include "qvreposres/qvresourceuri.h"
+#include "qvreposres/qvsqlresources.h"
 #include "qvresource.h"
 #include "sqlstepwalk.h"
 
@@ -16,45 +17,9 @@ QvbString localFilename(const QvbString& reference, const QvbString& otherwise) 
   return generateFilenameFromURIReference(subject.get(), reference, &filename) ? filename : otherwise;
 }
 
-// Adds what a step names to a list, by the operations of the manager it is given.
-class ResourceAdder final : public QvSQLStepVisitor {
+class ResourceAdder final : public QvSQLResourceAdder {
 public:
-  ResourceAdder(QvResourceManager& manager, QvResourceFactory* factory, QvResourceList* list)
-      : m_manager(manager), m_factory(factory), m_list(list) {}
-
-  void visitConnection(const QvbString& name, const QvbString& type, const QvbString& connection) override {
-    if (!name.isEmpty())
-      addDataSource(connection, type);
-  }
-  void visitTableRead(QvSQLTableElement, const QvDataURIComponents& table, const QvbString&) override {
-    addDataSource(table.dataSource, table.dataSourceType);
-    addTable(table.dataSource, table.dataSourceType, table.catalog, table.schema, table.table);
-  }
-  // Known by its name alone, whatever connection came before it.
-  // Kept: Scan.NamesASourceTableWithoutAURIByItsNameAlone
-  void visitBareTableRead(QvSQLTableElement, const QvbString& table, const QvbString&) override {
-    const QvbString none("");
-    addTable(none, Names::ODBC_String, none, none, table);
-  }
-  // The connection has added the data source already, so that the table alone is left to add.
-  void visitTableWritten(const QvbString& connection, const QvbString& catalog, const QvbString& schema,
-                         const QvbString& table) override {
-    addTable(connection, "", catalog, schema, table);
-  }
-  void visitUnusableName(const QvbString&, const QvbString&, const QvbString&) override {}
-  void visitUnknownRoot(const QvbString&) override {}
-
-private:
-  void addDataSource(QvbString dsn, QvbString type) {
-    m_manager.addDataSourceResource(m_factory, m_list, dsn, type);
-  }
-  void addTable(QvbString dsn, QvbString type, QvbString catalog, QvbString schema, QvbString table) {
-    m_manager.addTableResource(m_factory, m_list, dsn, type, catalog, schema, table);
-  }
-
-  QvResourceManager& m_manager;
-  QvResourceFactory* m_factory;
-  QvResourceList* m_list;
+  using QvSQLResourceAdder::QvSQLResourceAdder;
 };
 
 // The resource of a plain file, by the operation of the manager.

@@ -29,6 +29,8 @@ struct Selected {
   View view;
   std::vector<NodeIndex>
       named; // the nodes that bear the names of `select`, as far as they are shown; ascending
+  // For each expression of `select` that matches nothing beside others that do, in their order, what an error would say.
+  std::vector<std::string> unmatched;
 };
 
 // An error for an expression that is none, and, with the nearest names, when `select` matches nothing. What `exclude`

@@ -38,22 +38,24 @@ QvbResult<Descriptor> openForReading(const char* path, struct stat* stat) {
   return opened;
 }
 
-// Fewer bytes than asked for mean the end.
-std::int64_t readFully(const Descriptor& source, const char* path, char* buffer, std::size_t size) {
+// Fewer bytes than asked for mean the end. It is taken for the end, too, where a read stops at the one that is expected.
+std::int64_t readFully(const Descriptor& source, const char* path, char* buffer, std::size_t size,
+                       std::int64_t expectedEnd = 0) {
   std::size_t total = 0;
   while (total < size) {
     const auto count = attempt(QvbFaultPoint::FileRead, path,
                                [&] { return ::read(source.get(), buffer + total, size - total); });
     if (count < 0)
       return -lastCode();
-    if (count == 0)
-      break;
     total += static_cast<std::size_t>(count);
+    if (count == 0 || (count == expectedEnd && total < size))
+      break;
   }
   return static_cast<std::int64_t>(total);
 }
 
-// The size that the file had when it was opened is only a hint: it may grow, and some files tell none.
+// The size that the file had when it was opened is only a hint: it may grow, and some files tell none. Where one byte more
+// was asked for and there was none, there is no need to ask again.
 int readToEnd(const Descriptor& source, const char* path, std::int64_t sizeHint, std::int64_t limit,
               std::string* bytes) {
   constexpr std::size_t minStep = 4096;
@@ -61,7 +63,7 @@ int readToEnd(const Descriptor& source, const char* path, std::int64_t sizeHint,
   std::size_t step = std::max(minStep, static_cast<std::size_t>(sizeHint) + 1);
   for (;;) {
     bytes->resize(total + step);
-    const auto count = readFully(source, path, bytes->data() + total, step);
+    const auto count = readFully(source, path, bytes->data() + total, step, total == 0 ? sizeHint : 0);
     if (count < 0)
       return static_cast<int>(-count);
     total += static_cast<std::size_t>(count);

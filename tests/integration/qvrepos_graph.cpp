@@ -90,6 +90,20 @@ TEST(QvreposGraph, OfNothingThatMatchesNamesTheNearest) {
   EXPECT_THAT(run.err, AllOf(HasSubstr("\"dw.ordres\""), HasSubstr("Warehouse.dw.orders")));
 }
 
+TEST(QvreposGraph, NamesAnExpressionThatMatchesNothingBesideOthersThatDo) {
+  const TempDir folder;
+  writeChain(folder);
+  folder.write("orders.djf", stepOf("order", "dw.orders"));
+  const auto run =
+      runTool({"graph", "--select", "dw.b", "--select", "dw.ordres", "--select", "x*y", folder.path()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, runTool({"graph", "--select", "dw.b", folder.path()}).out);
+  EXPECT_THAT(
+      run.err,
+      AllOf(HasSubstr("qvrepos: nothing matches \"dw.ordres\"; the nearest names are: Warehouse.dw.orders"),
+            HasSubstr("qvrepos: nothing matches \"x*y\""), Not(HasSubstr("\"dw.b\""))));
+}
+
 TEST(QvreposGraph, UpstreamAndDownstreamDrawTrees) {
   const TempDir folder;
   writeChain(folder);

@@ -17,6 +17,10 @@ namespace {
 
 using namespace std::string_literals;
 
+// A processing instruction after the root, which means nothing: a document with it is read by the parser, whereas plain
+// ones are not.
+const std::string forTheParser = "<?p?>";
+
 std::string messageOf(const std::string& xml) {
   QvDom dom;
   EXPECT_FALSE(dom.loadXML(text(xml))) << xml;
@@ -69,8 +73,10 @@ TEST(QvDomReader, WhatIsKeptOfADocument) {
        "<x:r xmlns:x=\"u\" y:a=\"1\" xml:lang=\"en\"><y:b/></x:r>"},
       {"<\xC3\xA9l\xC3\xA9ment n\xC2\xB7m='v'/>", "<\xC3\xA9l\xC3\xA9ment n\xC2\xB7m=\"v\"/>"},
   };
-  for (const auto& c : cases)
+  for (const auto& c : cases) {
     EXPECT_EQ(normalized(c.xml), c.kept);
+    EXPECT_EQ(normalized(c.xml + forTheParser), c.kept);
+  }
 }
 
 struct MalformedCase {
@@ -142,9 +148,10 @@ std::string nested(std::size_t depth) {
 
 TEST(QvDomReader, ElementsNestAsDeepAsTheLimit) {
   EXPECT_TRUE(QvDom().loadXML(text(nested(1000))));
+  EXPECT_TRUE(QvDom().loadXML(text(nested(1000) + forTheParser)));
   EXPECT_EQ(messageOf(nested(1001)), "1:3004: elements are nested deeper than 1000 levels");
   EXPECT_EQ(messageOf("\n" + nested(1'000'000)), "2:3004: elements are nested deeper than 1000 levels");
-  EXPECT_TRUE(QvDom().loadXML(text(nested(1000)))) << "the reader goes on after a refusal";
+  EXPECT_TRUE(QvDom().loadXML(text(nested(1000) + forTheParser))) << "the reader goes on after a refusal";
 }
 
 TEST(QvDomReader, ATextOverTheSizeLimitIsRefused) {
@@ -191,7 +198,8 @@ TEST(QvDomReader, CharactersAcrossTheParsersBuffersStayWhole) {
     characters += "\xF0\x9F\x98\x80";
   for (std::size_t shift = 0; shift < 2; ++shift) {
     const auto value = std::string(shift, 'x').append(characters);
-    const auto dom = loaded(std::string("<r a='").append(value).append("'>").append(value).append("</r>"));
+    const auto dom = loaded(
+        std::string("<r a='").append(value).append("'>").append(value).append("</r>").append(forTheParser));
     EXPECT_TRUE(dom.getRoot().getValue(false).view() == value) << shift;
     EXPECT_TRUE(dom.getRoot().getAttributeValue("a").view() == value) << shift;
   }
@@ -202,14 +210,14 @@ TEST(QvDomReader, AReaderGoesOnAfterEveryFailure) {
     messageOf("<r a='\xC3'/>");
     messageOf("<r><a>");
     messageOf("<?xml version='1.0' encoding='ISO-8859-99'?><r/>");
-    EXPECT_EQ(normalized("<r a='1'>x</r>"), "<r a=\"1\">x</r>");
+    EXPECT_EQ(normalized("<r a='1'>x</r>" + forTheParser), "<r a=\"1\">x</r>");
   }
 }
 
 TEST(QvDomReader, AReaderIsRenewedWithoutNotice) {
   for (int i = 0; i < 10'100; ++i)
-    ASSERT_TRUE(QvDom().loadXML("<r/>")) << i;
-  const auto large = text("<r>" + std::string(3'000'000, 'x') + "</r>");
+    ASSERT_TRUE(QvDom().loadXML(text("<r/>" + forTheParser))) << i;
+  const auto large = text("<r>" + std::string(3'000'000, 'x') + "</r>" + forTheParser);
   for (int i = 0; i < 3; ++i)
     ASSERT_TRUE(QvDom().loadXML(large)) << i;
 }
@@ -220,7 +228,7 @@ TEST(QvDomReader, ThreadsReadAtTheSameTime) {
   for (std::size_t i = 0; i < results.size(); ++i)
     threads.emplace_back([&result = results[i], i] {
       for (int round = 0; round < 200; ++round)
-        result = normalized("<r n='" + std::to_string(i) + "'><a>x</a></r>");
+        result = normalized("<r n='" + std::to_string(i) + "'><a>x</a></r>" + forTheParser);
     });
   for (auto& thread : threads)
     thread.join();
@@ -232,7 +240,7 @@ TEST(QvDomReader, ThreadsReadAtTheSameTime) {
 struct LateReader {
   ~LateReader() {
     if (result)
-      *result = normalized("<r><a>x</a></r>");
+      *result = normalized("<r><a>x</a></r><?p?>");
   }
   std::string* result = nullptr;
 };
@@ -242,7 +250,7 @@ TEST(QvDomReader, AThreadReadsToItsVeryEnd) {
   std::string late;
   std::thread([&] {
     lateReader.result = &late; // made before the thread's first document, it ends after the thread's reader
-    loaded("<r/>");
+    loaded("<r/>" + forTheParser);
   }).join();
   EXPECT_EQ(late, "<r><a>x</a></r>");
 }
@@ -250,7 +258,7 @@ TEST(QvDomReader, AThreadReadsToItsVeryEnd) {
 struct ReaderAtExit {
   ~ReaderAtExit() {
     QvDom dom;
-    const bool read = dom.loadXML("<r/>") && !dom.loadXML("<r>") && dom.loadXML("<r/>");
+    const bool read = dom.loadXML("<r/><?p?>") && !dom.loadXML("<r>") && dom.loadXML("<r/><?p?>");
     std::_Exit(read ? 3 : 4);
   }
 };
@@ -258,7 +266,7 @@ struct ReaderAtExit {
 TEST(QvDomReaderDeathTest, StaticDestructorsRead) {
   const auto end = [] {
     static const ReaderAtExit atExit;
-    loaded("<r/>");
+    loaded("<r/>" + forTheParser);
     std::exit(0);
   };
   EXPECT_EXIT(end(), testing::ExitedWithCode(3), "");

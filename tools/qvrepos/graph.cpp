@@ -137,6 +137,9 @@ void runGraph(Host& host, GraphOptions& options) {
     postEvents(host, result, options.events);
   else
     host.write(result, options.output);
+  if (selected)
+    for (const auto& reason : selected->unmatched)
+      host.note(reason);
   noteCounts(host, graph);
 }
 

@@ -1,6 +1,6 @@
 #include "jobs.h"
 
-#include "qvreposres/qvsqlstep.h"
+#include "qvreposres/qvsqlresources.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -12,17 +12,14 @@
 
 namespace {
 
-// Takes nothing but the root element of a file that is no step that is known.
-class RootVisitor final : public QvSQLStepVisitor {
+// Adds what a step names, and keeps the root element of a file that is no step that is known.
+class JobVisitor final : public QvSQLResourceAdder {
 public:
-  std::string root;
+  using QvSQLResourceAdder::QvSQLResourceAdder;
 
-  void visitConnection(const QvbString&, const QvbString&, const QvbString&) override {}
-  void visitTableRead(QvSQLTableElement, const QvDataURIComponents&, const QvbString&) override {}
-  void visitBareTableRead(QvSQLTableElement, const QvbString&, const QvbString&) override {}
-  void visitTableWritten(const QvbString&, const QvbString&, const QvbString&, const QvbString&) override {}
-  void visitUnusableName(const QvbString&, const QvbString&, const QvbString&) override {}
   void visitUnknownRoot(const QvbString& name) override { root = str(name); }
+
+  std::string root;
 };
 
 // Why what is there can be no job file; empty where it may be one.
@@ -76,25 +73,31 @@ JobScanner::JobScanner() : m_store(getQvLineageAnalysis()), m_manager(createQvRe
     throw std::bad_alloc();
 }
 
-ScannedJob JobScanner::scan(const std::string& path, QvResourceList* job, QvResourceList* used) {
+Released<QvResourceList> JobScanner::newList() {
+  Released<QvResourceList> list(m_store->createResourceList());
+  if (!list)
+    throw std::bad_alloc();
+  return list;
+}
+
+ScannedJob JobScanner::scan(const std::string& path) {
   const auto stream = streamed(path);
   if (auto reason = stream ? std::string() : whyNoFile(path); !reason.empty())
-    return {std::move(reason), {}};
-  QvResourceFactory* factory = m_store->getDefaultResourceFactory();
-  const QvbString reference = text(path);
-  const bool read = stream ? m_manager->addSQLResourcesFromString(*stream, factory, used)
-                           : m_manager->addSQLResourcesFromFile(reference, factory, used);
-  const bool isStep = used->next();
-  used->reset();
-  RootVisitor visitor;
+    return {std::move(reason), {}, nullptr};
+  auto used = newList();
+  JobVisitor visitor(*m_manager, m_store->getDefaultResourceFactory(), used.get());
   QvbString error;
-  // A file in which something was found is a step; of the others, which are few, the walk tells more.
-  if ((!read || !isStep) && !(stream ? visitSQLStepInString(*stream, &visitor, &error)
-                                     : visitSQLStepInFile(reference, &visitor, &error)))
-    return {(stream ? path + ":" : "") + str(error), {}};
-  QvbString jobReference = reference;
-  m_manager->addJobFileNode(factory, job, jobReference);
-  return {{}, visitor.root};
+  if (stream ? visitSQLStepInString(*stream, &visitor, &error)
+             : visitSQLStepInFile(text(path), &visitor, &error))
+    return {{}, visitor.root, std::move(used)};
+  return {(stream ? path + ":" : "") + str(error), {}, nullptr};
+}
+
+Released<QvResourceList> JobScanner::jobOf(const std::string& path) {
+  auto job = newList();
+  QvbString reference = text(path);
+  m_manager->addJobFileNode(m_store->getDefaultResourceFactory(), job.get(), reference);
+  return job;
 }
 
 void reportUnknownStep(Host& host, const std::string& file, const std::string& root, bool strict) {

@@ -7,10 +7,11 @@
 #include "qvreposres/qvlineage.h"
 #include "qvreposres/qvresourcemgr.h"
 
-// How the reading of a job file went: both empty for a step that is known.
+// How the reading of a job file went: the texts are both empty for a step that is known.
 struct ScannedJob {
-  std::string failure;     // the reason, with file, line and column where the file is malformed
-  std::string unknownRoot; // the root element of a file that is no step that is known
+  std::string failure;             // the reason, with file, line and column where the file is malformed
+  std::string unknownRoot;         // the root element of a file that is no step that is known
+  Released<QvResourceList> used{}; // what its SQL step names
 };
 
 // Says which names hold what XML cannot carry: the library writes U+FFFD for it, so that names which differ in nothing else
@@ -20,18 +21,20 @@ void noteLossyNames(Host& host, const std::vector<std::string>& names);
 // Says which files have one URI reference, and with it one identity: a backslash in a name counts as a slash.
 void noteSharedNames(Host& host, const std::vector<std::string>& files);
 
-// The lineage of job files, gathered in a store.
+// Reads job files; one for each thread.
 class JobScanner {
 public:
   JobScanner();
 
-  // On success with the job's own resource in `job` and what its SQL step names in `used`.
-  ScannedJob scan(const std::string& path, QvResourceList* job, QvResourceList* used);
+  ScannedJob scan(const std::string& path);
+  // The job's own resource, alone in a list.
+  Released<QvResourceList> jobOf(const std::string& path);
 
   QvImpactAnalysis* store() { return m_store.get(); }
-  Released<QvResourceList> newList() { return Released<QvResourceList>(m_store->createResourceList()); }
 
 private:
+  Released<QvResourceList> newList();
+
   Released<QvImpactAnalysis> m_store;
   Released<QvResourceManager> m_manager;
 };

@@ -2,9 +2,14 @@
 #include "jobs.h"
 #include "progress.h"
 
+#include "qvlineagegraph/parallel.h"
 #include "qvxdom/qvdom.h"
 
+#include <array>
+#include <memory>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -18,64 +23,116 @@ struct LineageOptions {
   bool failIfEmpty = false;
 };
 
-// Records what each job uses; files that cannot be read are reported and left out, those that are no step that is known
-// are named.
-void recordJobs(Host& host, JobScanner& scanner, const std::vector<qvlineagegraph::JobFile>& files,
+// Records what each job uses, in the order of the files, which are read by several threads; files that cannot be read are
+// reported and left out, those that are no step that is known are named.
+void recordJobs(Host& host, JobScanner& recorder, const std::vector<qvlineagegraph::JobFile>& files,
                 bool strict) {
-  std::vector<std::string> failures;
-  std::vector<std::pair<std::string, std::string>> unknown;
-  {
-    ProgressBar bar(host, files.size(), shownFrom);
-    for (const auto& [file, name] : files) {
-      const auto job = scanner.newList();
-      const auto used = scanner.newList();
-      const auto scanned = scanner.scan(file, job.get(), used.get());
-      if (!scanned.failure.empty())
-        failures.push_back(scanned.failure);
-      else if (job->next())
-        scanner.store()->addDependentResources(job->getValue(), used.get());
-      if (!scanned.unknownRoot.empty())
-        unknown.emplace_back(file, scanned.unknownRoot);
-      bar.step();
+  std::vector<ScannedJob> jobs(files.size());
+  std::optional<ProgressBar> bar(std::in_place, host, files.size(), shownFrom);
+  qvlineagegraph::ParallelWork work;
+  work.items = files.size();
+  work.worker = [&] {
+    return [&, scanner = std::make_shared<JobScanner>()](std::size_t i) {
+      jobs[i] = scanner->scan(files[i].path);
+    };
+  };
+  work.take = [&](std::size_t i) {
+    const auto used = std::move(jobs[i].used);
+    if (const auto job = used ? recorder.jobOf(files[i].path) : nullptr; job && job->next())
+      recorder.store()->addDependentResources(job->getValue(), used.get());
+    bar->step();
+  };
+  qvlineagegraph::workInOrder(work);
+  bar.reset();
+  for (const auto& job : jobs)
+    if (!job.failure.empty())
+      host.fail(job.failure);
+  for (std::size_t i = 0; i < files.size(); ++i)
+    if (!jobs[i].unknownRoot.empty())
+      reportUnknownStep(host, files[i].path, jobs[i].unknownRoot, strict);
+}
+
+// Writes lineage as JSON, element for element, in the shape that jsonText() gives.
+class JsonLineage {
+public:
+  explicit JsonLineage(const QvDomNode& models) {
+    m_out.reserve(std::size_t{1} << 20);
+    m_out += "[";
+    bool isFirst = true;
+    for (auto model = models.getFirstChild(false); !model.null(); model = model.getNextSibling(false)) {
+      m_out += std::exchange(isFirst, false) ? "\n  " : ",\n  ";
+      writeModel(model);
+    }
+    m_out += isFirst ? "]\n" : "\n]\n";
+  }
+
+  std::string take() && { return std::move(m_out); }
+
+private:
+  void writeModel(const QvDomNode& model) {
+    const QvDomNode resource = model.getFirstChild(false);
+    writeMembers(resource, "\n    ");
+    m_out += m_isFirstMember ? "\n    \"uses\": [" : ",\n    \"uses\": [";
+    const QvDomNode nodes = resource.getNextSibling(false);
+    bool isFirst = true;
+    for (auto node = nodes.getFirstChild(false); !node.null(); node = node.getNextSibling(false)) {
+      m_out += std::exchange(isFirst, false) ? "\n      " : ",\n      ";
+      writeMembers(node.getFirstChild(false), "\n        ");
+      m_out += m_isFirstMember ? "}" : "\n      }";
+    }
+    m_out += isFirst ? "]\n  }" : "\n    ]\n  }";
+  }
+
+  // A resource element's attributes, and the data path below it where there is one, after an opening brace.
+  void writeMembers(const QvDomNode& resource, std::string_view lineStart) {
+    m_out += '{';
+    m_isFirstMember = true;
+    for (const QvbString& name : m_attributes)
+      writeMember(name.view(), resource.getAttributeValue(name), lineStart);
+    if (const auto path = resource.getFirstChild(false).getFirstChild(false); !path.null()) {
+      const QvbString value = path.getValue(false);
+      writeMember("dataPath", value.isNull() ? QvbString("") : value, lineStart);
     }
   }
-  for (const auto& reason : failures)
-    host.fail(reason);
-  for (const auto& [file, root] : unknown)
-    reportUnknownStep(host, file, root, strict);
-}
 
-// A resource element's attributes, and the data path below it where there is one.
-nlohmann::ordered_json resourceRecord(const QvDomNode& resource) {
-  nlohmann::ordered_json record;
-  for (const char* name : {"id", "label", "type", "analysisDate"})
-    if (const auto value = resource.getAttributeValue(name); !value.isNull())
-      record[name] = str(value);
-  if (const auto path = resource.getFirstChild(false).getFirstChild(false); !path.null())
-    record["dataPath"] = str(path.getValue(false));
-  return record;
-}
+  void writeMember(std::string_view name, const QvbString& value, std::string_view lineStart) {
+    if (value.isNull())
+      return;
+    if (!std::exchange(m_isFirstMember, false))
+      m_out += ',';
+    m_out.append(lineStart).append("\"").append(name).append("\": \"");
+    writeText(value.view());
+    m_out += '"';
+  }
 
-nlohmann::ordered_json modelRecord(const QvDomNode& model) {
-  const QvDomNode resource = model.getFirstChild(false);
-  auto record = resourceRecord(resource);
-  auto& uses = record["uses"] = nlohmann::ordered_json::array();
-  const QvDomNode nodes = resource.getNextSibling(false);
-  for (auto node = nodes.getFirstChild(false); !node.null(); node = node.getNextSibling(false))
-    uses.push_back(resourceRecord(node.getFirstChild(false)));
-  return record;
-}
+  // What XML carried is UTF-8 already.
+  void writeText(std::string_view text) {
+    for (std::size_t plain = 0;; text.remove_prefix(plain + 1)) {
+      plain = 0;
+      while (plain < text.size() && isPlain(text[plain]))
+        ++plain;
+      m_out += text.substr(0, plain);
+      if (plain == text.size())
+        return;
+      const std::string coded = nlohmann::json(std::string(1, text[plain])).dump();
+      m_out.append(coded, 1, coded.size() - 2);
+    }
+  }
 
-// The lineage as JSON, element for element.
+  static bool isPlain(char byte) {
+    return byte != '"' && byte != '\\' && static_cast<unsigned char>(byte) >= 0x20;
+  }
+
+  const std::array<QvbString, 4> m_attributes{"id", "label", "type", "analysisDate"};
+  std::string m_out;
+  bool m_isFirstMember = true;
+};
+
 std::string jsonLineage(const QvbString& xml) {
   QvDom document;
   if (!document.loadXML(xml))
     throw std::runtime_error(str(document.getErrorMessage()));
-  auto models = nlohmann::ordered_json::array();
-  for (auto model = document.getRoot().getFirstChild(false); !model.null();
-       model = model.getNextSibling(false))
-    models.push_back(modelRecord(model));
-  return jsonText(models);
+  return JsonLineage(document.getRoot()).take();
 }
 
 void runLineage(Host& host, const LineageOptions& options) {
@@ -89,8 +146,8 @@ void runLineage(Host& host, const LineageOptions& options) {
   if (found.files.empty() && found.failures.empty())
     reportEmptiness(host, options.failIfEmpty);
 
-  JobScanner scanner;
-  recordJobs(host, scanner, found.files, options.strict);
+  JobScanner recorder;
+  recordJobs(host, recorder, found.files, options.strict);
   std::vector<std::string> paths;
   for (const auto& file : found.files)
     paths.push_back(file.path);
@@ -98,11 +155,13 @@ void runLineage(Host& host, const LineageOptions& options) {
   noteSharedNames(host, paths);
 
   QvbString xml, message;
-  if (!scanner.store()->getLineageAsString(&xml, &message, !options.compact))
+  if (!recorder.store()->getLineageAsString(&xml, &message, !options.compact && !host.json))
     return host.fail("no lineage: " + str(message));
+  if (host.json)
+    return host.write(jsonLineage(xml), options.output);
   if (options.compact)
     xml.append("\n");
-  host.write(host.json ? jsonLineage(xml) : str(xml), options.output);
+  host.write(xml.view(), options.output);
 }
 
 } // namespace

@@ -53,15 +53,14 @@ std::vector<std::string> identitiesOf(const std::vector<ResourceRow>& rows) {
 
 void runResources(Host& host, const std::string& file, bool strict) {
   JobScanner scanner;
-  const auto job = scanner.newList();
-  const auto used = scanner.newList();
   const std::string path = file == "-" ? file : absolutePath(file);
-  const auto scanned = scanner.scan(path, job.get(), used.get());
+  const auto scanned = scanner.scan(path);
   if (!scanned.failure.empty())
     return host.fail(scanned.failure);
+  const auto job = scanner.jobOf(path);
   std::vector<ResourceRow> rows;
   collect(scanner.store(), job.get(), rows);
-  collect(scanner.store(), used.get(), rows);
+  collect(scanner.store(), scanned.used.get(), rows);
   printRows(host, rows);
   noteLossyNames(host, identitiesOf(rows));
   if (!scanned.unknownRoot.empty())
