@@ -139,6 +139,7 @@ private:
   QVREPOSRES_HIDDEN bool fail(const QvbString& reason, QvbString* message);
   QVREPOSRES_HIDDEN bool start(Export& document, QvbString* message);
   QVREPOSRES_HIDDEN bool finish(Export& document, QvbString* xml);
+  QVREPOSRES_HIDDEN bool isWatched() const;
   QVREPOSRES_HIDDEN bool exportStore(LineageSerializationImpl& store, QvbString* xml, QvbString* message,
                                      bool layout);
   QVREPOSRES_HIDDEN bool exportAnalysis(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message,

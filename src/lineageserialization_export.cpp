@@ -171,14 +171,19 @@ bool LineageSerializationImpl::getLineageAsString(QvImpactAnalysis* analysis, Qv
                                                   QvbString* message, bool layout) {
   return resultOr(false, [&] {
     auto* own = dynamic_cast<LineageSerializationImpl*>(analysis);
-    return own && own->isPlain() ? exportStore(*own, xml, message, layout)
-                                 : exportAnalysis(analysis, xml, message, layout);
+    return own && own->isPlain() && !isWatched() ? exportStore(*own, xml, message, layout)
+                                                 : exportAnalysis(analysis, xml, message, layout);
   });
 }
 
 bool LineageSerializationImpl::getResourceLineageAsString(QvResource* resource, QvResourceList* dependents,
                                                           QvbString* xml, QvbString* message, bool layout) {
   return resultOr(false, [&] { return exportOne(resource, dependents, xml, message, layout); });
+}
+
+// Whoever is told of an export while it goes on may change the store meanwhile.
+bool LineageSerializationImpl::isWatched() const {
+  return m_progressSink || m_log.isEnabled(QvLoggingLevel::Trace);
 }
 
 // A store that nobody has a part in but the library: each resource is described once, unless somebody might see that.

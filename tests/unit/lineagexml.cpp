@@ -229,6 +229,28 @@ TEST_F(LineageXmlText, DescribesAResourceOnceHoweverManyUseIt) {
   EXPECT_LT(allocationsOfExport(true) - allocationsOfExport(false), 50);
 }
 
+// The lists were made before the sink heard of the next stage.
+TEST_F(LineageXmlText, IsThatOfTheStoreAsItWasWhenASinkChangesIt) {
+  struct Forgetting : LineageProgressSink {
+    void progress(const QvbString& stage) override {
+      if (stage.find("Creating") == 0)
+        store->deleteResource(job);
+    }
+    LineageSerializationImpl* store = nullptr;
+    HostResource* job = nullptr;
+  } sink;
+  const Store store(new LineageSerializationImpl);
+  HostResource job;
+  job.type = "Task";
+  job.identity = "http://host/job";
+  store->addDependentResources(&job, List(new QvResourceListImpl).get());
+  const std::string before = exported(*store, *store, false);
+  sink.store = store.get();
+  sink.job = &job;
+  store->setProgressSink(&sink);
+  EXPECT_EQ(exported(*store, *store, false), before);
+}
+
 TEST_F(LineageXmlText, ForgetsWhatItWroteWithTheExport) {
   const Store store(new LineageSerializationImpl);
   HostResource file;
