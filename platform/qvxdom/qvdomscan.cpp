@@ -293,8 +293,8 @@ std::string refusal(std::string_view document, const Form& form, const Units& un
   const bool utf8 = encoding == "UTF-8";
   const auto first = std::min(document.find_first_not_of(" \t\r\n"), document.size());
   if (first == document.size())
-    return "1:1: the document is empty";
-  if (utf8 && document[first] != '<')
+    return positionOf(units, first, utf8) + ": the document is empty";
+  if (auto rest = document.substr(first); utf8 && rest.front() != '<' && qvDomIsChar(qvDomTakeUtf8(rest)))
     return positionOf(units, first, utf8) + ": this is no XML, which begins with \"<\"";
   if (const auto index = endOfMisc(units); units.holdsAt(index, "<!DOCTYPE"))
     return positionOf(units, index, utf8) + ": a document type declaration is not allowed";

@@ -79,8 +79,8 @@ const Operation Replacements[] = {
      {Point::DirOpen, Point::FileOpen, Point::FileWrite, Point::FileClose, Point::FileRename}}};
 
 const Operation Others[] = {
-    // once for the bytes, once for the end
-    {"read whole", readWhole, {Point::FileOpen, Point::FileRead, Point::FileRead}},
+    // one byte more than the file has is asked for: that it does not come is the end
+    {"read whole", readWhole, {Point::FileOpen, Point::FileRead}},
     {"read handle",
      readThroughAHandle,
      {Point::FileOpen, Point::FileRead, Point::FileRead, Point::FileClose}},
