@@ -24,10 +24,11 @@ endif()
 target_link_options(qv_compile INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack,-z,text)
 # What is shipped checks its stack, and the sizes that it gives the C library, where it is optimised, as that needs.
 # Sanitizers look at the same things in their own way.
-set(QV_HARDENED $<AND:$<CONFIG:Release,RelWithDebInfo,MinSizeRel>,$<NOT:$<BOOL:${QVREPOSRES_SANITIZE}>>>)
 function(qv_harden target)
-  target_compile_options(${target} PRIVATE $<${QV_HARDENED}:-fstack-protector-strong> $<${QV_HARDENED}:-U_FORTIFY_SOURCE>
-                                           $<${QV_HARDENED}:-D_FORTIFY_SOURCE=2>)
+  if(NOT QVREPOSRES_SANITIZE)
+    target_compile_options(${target} PRIVATE
+      "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-fstack-protector-strong;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+  endif()
 endfunction()
 
 # What a shared library of ours shows: see cmake/exports.map. Its own functions it finds without asking.
