@@ -21,7 +21,7 @@
 namespace {
 
 constexpr std::int64_t largestCopy = std::int64_t{1} << 30;
-constexpr std::size_t shownFrom = 2; // each file may take its time
+constexpr std::size_t copiesWithABar = 2; // each file may take its time
 constexpr const char* passwordVariable = "QVREPOS_PASSWORD";
 
 struct CacheOptions {
@@ -167,7 +167,7 @@ bool runGet(Host& host, const CacheOptions& options) {
   std::vector<FetchedFile> results;
   std::vector<std::string> failures;
   {
-    ProgressBar bar(host, options.uris.size(), shownFrom);
+    ProgressBar bar(host, options.uris.size(), copiesWithABar);
     for (std::size_t i = 0; i < options.uris.size(); ++i, bar.step()) {
       std::string reason;
       const QvbString local = fetch(*cache, subject.get(), options.uris[i], reason);

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr std::size_t shownFrom = 20; // fewer files are read before a bar is
+constexpr std::size_t filesWithABar = 20; // fewer files are read before a bar is
 
 struct LineageOptions {
   std::vector<std::string> paths;
@@ -28,7 +28,7 @@ struct LineageOptions {
 void recordJobs(Host& host, JobScanner& recorder, const std::vector<qvlineagegraph::JobFile>& files,
                 bool strict) {
   std::vector<ScannedJob> jobs(files.size());
-  std::optional<ProgressBar> bar(std::in_place, host, files.size(), shownFrom);
+  std::optional<ProgressBar> bar(std::in_place, host, files.size(), filesWithABar);
   qvlineagegraph::ParallelWork work;
   work.items = files.size();
   work.worker = [&] {
