@@ -30,8 +30,9 @@ void setType(QvReposConfiguration& definition, const std::string& name) {
 
 void setConnection(QvReposConfiguration& definition, const std::string& name) {
   definition.setUnifiedRepositoryConnectType(text(name));
-  definition.setUnifiedConnectionType(
-      *std::ranges::find(connectionTypes, name, getUnifiedReposConnectTypeName));
+  for (const auto type : connectionTypes)
+    if (name == getUnifiedReposConnectTypeName(type))
+      definition.setUnifiedConnectionType(type);
 }
 
 // A field that both a new definition and one that there is can be given.

@@ -63,8 +63,8 @@ void noteSharedNames(Host& host, const std::vector<std::string>& files) {
     std::string other = file;
     std::ranges::replace(other, '\\', '/');
     if (other != file && known.contains(other))
-      host.note(file + " and " + other +
-                " have one URI reference, as a backslash counts as a slash: rename one of them");
+      host.note(std::string(file).append(" and ").append(other).append(
+          " have one URI reference, as a backslash counts as a slash: rename one of them"));
   }
 }
 

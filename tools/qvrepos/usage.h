@@ -16,6 +16,7 @@ CLI::Validator oneOf(std::vector<std::string> values);
 template<class Map>
 CLI::Validator oneOfKeys(const Map& map) {
   std::vector<std::string> values;
+  values.reserve(map.size());
   for (const auto& [key, value] : map)
     values.push_back(key);
   return oneOf(std::move(values));
