@@ -58,8 +58,9 @@ int FileAccessCacheImpl::getCopy(ASSubject* subject, const QvbString& remoteName
                                  QvbString* errorText) {
   m_log.trace("getCacheFilename entered for '%s'", remoteName);
   const LockGuard guard(m_lock, LockRequest::Reader);
-  const auto [key, isUri] = m_index.keyOf(remoteName);
-  if (isUri)
+  const CacheIndex::Key name = m_index.keyOf(remoteName);
+  const QvbString& key = name.text;
+  if (name.isUri)
     m_log.trace("getCacheFilename using '%s'", key);
   FileAccessCacheEntry* const entry = m_index.find(key);
   if (!entry)

@@ -86,9 +86,10 @@ NpFileKind kindOf(const struct stat& entry) {
 // Keeps what was opened, a result's value, in `place`; the result's code.
 template<class T>
 int keep(QvbResult<T> opened, T* place) {
-  if (opened)
-    *place = *std::move(opened);
-  return opened.code();
+  if (!opened)
+    return opened.code();
+  *place = *std::move(opened);
+  return NP_FIO_OK;
 }
 
 int openAs(int mode, NpFile* file) {
