@@ -61,7 +61,7 @@ const QvDomName* QvDomNames::intern(std::string_view name, bool lasts) {
 void QvDomNames::grow() {
   const auto formerCount = m_bucketCount;
   const auto count = 4 * formerCount;
-  auto* buckets = static_cast<QvDomName**>(m_arena.allocate(count * sizeof(QvDomName*), alignof(QvDomName*)));
+  auto* buckets = std::pmr::polymorphic_allocator<QvDomName*>(&m_arena).allocate(count);
   std::fill_n(buckets, count, nullptr);
   m_bucketCount = count;
   auto* former = std::exchange(m_buckets, buckets);
