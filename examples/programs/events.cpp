@@ -1,6 +1,8 @@
 // Listens to repository events and fires some: example_events
 #include <qvreposres/cpp.h>
 
+#include <cstdio>
+#include <exception>
 #include <iostream>
 
 namespace {
@@ -24,7 +26,7 @@ public:
 
 } // namespace
 
-int main() {
+int main() try {
   const qvreposres::Library library;
   Printer printer;
   const qvreposres::Subscription subscription(printer);
@@ -33,4 +35,7 @@ int main() {
   events->fireObjectRenamed("Sales", "batch_jobs/load", 7, "", "load", "load_customers");
   events->fireContentChanged("Sales", "batch_jobs/load_customers", RepositoryObjectModified, "step 2");
   return 0;
+} catch (const std::exception& failure) { // short memory
+  std::fprintf(stderr, "%s\n", failure.what());
+  return 1;
 }
