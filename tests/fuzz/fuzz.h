@@ -9,11 +9,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include <sanitizer/allocator_interface.h>
 #include <unistd.h>
 
 inline void require(bool holds) {
@@ -44,9 +44,11 @@ inline bool isSameInXml(const QvbString& read, const QvbString& written) {
   return read == written || read.view().find("\xef\xbf\xbd") != std::string_view::npos;
 }
 
-// What this process allocated so far.
+// What this process allocated so far, as the sanitizer's allocator tells.
 struct Allocated {
   static inline std::size_t bytes = 0;
+  static inline const int isCounted = __sanitizer_install_malloc_and_free_hooks(
+      [](const volatile void*, std::size_t size) { bytes += size; }, [](const volatile void*) {});
 };
 
 // The work allocates no more than so many bytes for each byte of the input, and a fixed amount besides, which an XML reader
@@ -87,12 +89,3 @@ private:
   std::string m_folder;
   std::string m_path;
 };
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  Allocated::bytes += size;
-  if (void* const memory = std::malloc(size))
-    return memory;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
