@@ -39,9 +39,9 @@ inline std::vector<QvbString> fieldsOf(const std::uint8_t* data, std::size_t siz
   return fields;
 }
 
-// Controls and broken UTF-8, which XML cannot carry, come back as U+FFFD.
+// Controls and broken UTF-8, which XML cannot carry, come back as U+FFFD; a null text may come back as an empty one.
 inline bool isSameInXml(const QvbString& read, const QvbString& written) {
-  return read == written || read.view().find("\xef\xbf\xbd") != std::string_view::npos;
+  return read.view() == written.view() || read.view().find("\xef\xbf\xbd") != std::string_view::npos;
 }
 
 // What this process allocated so far, as the sanitizer's allocator tells.
