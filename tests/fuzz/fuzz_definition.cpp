@@ -14,10 +14,13 @@ Definition first(QvReposConfigManager& manager) {
   return Definition(all->next() ? all->getValue() : nullptr);
 }
 
+// `b` is what was read after `a` was saved, where the definition's name stands for a missing name of its database.
 bool sayTheSame(QvReposConfiguration& a, QvReposConfiguration& b) {
+  const QvbString unified =
+      a.getUnifiedRepositoryName().isEmpty() ? a.getName() : a.getUnifiedRepositoryName();
   return isSameInXml(b.getVaultLogFile(), a.getVaultLogFile()) &&
          isSameInXml(b.getUnifiedRepositoryVersion(), a.getUnifiedRepositoryVersion()) &&
-         isSameInXml(b.getUnifiedRepositoryName(), a.getUnifiedRepositoryName());
+         isSameInXml(b.getUnifiedRepositoryName(), unified);
 }
 
 } // namespace
