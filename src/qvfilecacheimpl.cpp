@@ -57,11 +57,11 @@ int FileAccessCacheImpl::getCacheFilename(ASSubject* subject, const QvbString& r
 int FileAccessCacheImpl::getCopy(ASSubject* subject, const QvbString& remoteName, QvbString* localFilename,
                                  QvbString* errorText) {
   m_log.trace("getCacheFilename entered for '%s'", remoteName);
-  const LockGuard guard(m_lock, LockRequest::Reader);
-  const CacheIndex::Key name = m_index.keyOf(remoteName);
+  const CacheIndex::Key name = keyOf(remoteName);
   const QvbString& key = name.text;
   if (name.isUri)
     m_log.trace("getCacheFilename using '%s'", key);
+  const LockGuard guard(m_lock, LockRequest::Reader);
   FileAccessCacheEntry* const entry = m_index.find(key);
   if (!entry)
     return addFileToCache(subject, key, localFilename, errorText);
@@ -236,19 +236,12 @@ bool FileAccessCacheImpl::removeFileFromCache(const QvbString& name) {
   return false;
 }
 
-// What isModified() and getModifiedDate() ask of the source that the name's scheme asks for, by the name of the copy.
-// Without a source, which is logged, there is nothing to ask.
-FileAccessCacheImpl::Asked FileAccessCacheImpl::askForDate(const char* operation, ASSubject* subject,
-                                                           const QvbString& remoteName,
-                                                           QvbString* errorText) {
-  Asked asked{m_sources.forName(remoteName)};
-  if (asked.source) {
-    asked.key = m_index.keyOf(remoteName).text;
-    asked.result = asked.source->getModifiedDate(subject, asked.key, &asked.date, errorText, true);
-  } else {
-    m_log.error("%s: Error accessing provider for '%s', provider 0x%p", operation, remoteName, asked.source);
-  }
-  return asked;
+// The source that tells a name's date; null, which is logged, for a name without one.
+FileAccessCacheSourceProvider* FileAccessCacheImpl::dateSource(const char* operation, const QvbString& name) {
+  FileAccessCacheSourceProvider* const source = getCacheSourceProviderForFileType(name);
+  if (!source)
+    m_log.error("%s: Error accessing provider for '%s', provider 0x%p", operation, name, source);
+  return source;
 }
 
 // A name without a source is modified, and no failure.
@@ -257,15 +250,17 @@ int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteN
                                     QvbString* errorText) {
   *modified = true;
   return resultOr(NP_FIO_ERROR, [&] {
-    const LockGuard guard(m_lock, LockRequest::Reader);
-    const Asked asked = askForDate("isModified", subject, remoteName, errorText);
-    if (!asked.source)
+    FileAccessCacheSourceProvider* const source = dateSource("isModified", remoteName);
+    if (!source)
       return NP_FIO_OK;
-    m_log.trace("isModifed: modified date returned %d for %s", asked.result, remoteName);
-    const FileAccessCacheEntry* entry = m_index.find(asked.key);
-    const QvbDate known = entry ? entry->modifiedDate : QvbDate();
-    *modified = !asked.date.isNull() && asked.date.compare(known) != 0;
-    return asked.result;
+    const QvbString key = keyOf(remoteName).text;
+    const LockGuard guard(m_lock, LockRequest::Reader);
+    QvbDate date;
+    const int result = source->getModifiedDate(subject, key, &date, errorText, true);
+    m_log.trace("isModifed: modified date returned %d for %s", result, remoteName);
+    const FileAccessCacheEntry* entry = m_index.find(key);
+    *modified = !date.isNull() && date.compare(entry ? entry->modifiedDate : QvbDate()) != 0;
+    return result;
   });
 }
 
@@ -274,11 +269,16 @@ int FileAccessCacheImpl::isModified(ASSubject* subject, const QvbString& remoteN
 int FileAccessCacheImpl::getModifiedDate(ASSubject* subject, const QvbString& remoteName, QvbDate* /*date*/,
                                          QvbString* errorText) {
   return resultOr(NP_FIO_ERROR, [&] {
+    FileAccessCacheSourceProvider* const source = dateSource("getModifiedDate", remoteName);
+    if (!source)
+      return NP_FIO_OK;
+    const QvbString key = keyOf(remoteName).text;
     const LockGuard guard(m_lock, LockRequest::Reader);
-    const Asked asked = askForDate("getModifiedDate", subject, remoteName, errorText);
-    if (!asked.source || !asked.date.isNull())
-      return asked.result;
-    m_log.trace("getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, asked.source);
+    QvbDate date;
+    const int result = source->getModifiedDate(subject, key, &date, errorText, true);
+    if (!date.isNull())
+      return result;
+    m_log.trace("getModifiedDate: Retrieved NULL date for '%s', provider 0x%p", remoteName, source);
     return NP_FIO_ACCESS;
   });
 }

@@ -63,14 +63,12 @@ private:
                                         FileAccessCacheEntry& entry, const QvbDate& date,
                                         QvbString* localFilename, FileAccessCacheSourceProvider* provider)
       QVB_REQUIRES(m_lock);
-  struct QVREPOSRES_HIDDEN Asked {
-    FileAccessCacheSourceProvider* source;
-    QvbString key{};
-    QvbDate date{};
-    int result = NP_FIO_OK;
-  };
-  QVREPOSRES_HIDDEN Asked askForDate(const char* operation, ASSubject* subject, const QvbString& remoteName,
-                                     QvbString* errorText) QVB_REQUIRES(m_lock);
+  // Names and their sources are looked at before the lock is taken.
+  QVREPOSRES_HIDDEN FileAccessCacheSourceProvider* dateSource(const char* operation, const QvbString& name)
+      QVB_UNCHECKED_LOCKS; // a scheme's source stays what it is
+  QVREPOSRES_HIDDEN CacheIndex::Key keyOf(const QvbString& remoteName) QVB_UNCHECKED_LOCKS {
+    return m_index.keyOf(remoteName); // which guards itself
+  }
   QVREPOSRES_HIDDEN bool discardCopies() QVB_REQUIRES(m_lock);
 
   const QvLog m_log{"QV.FileAccessCache", "src/qvfilecacheimpl"};

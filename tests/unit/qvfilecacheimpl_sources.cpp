@@ -191,6 +191,29 @@ TEST_F(FileCache, NeverWritesTheModificationDate) {
 
 // --- The lock
 
+TEST_F(FileCache, TakesNoLockForANameWithoutASource) {
+  bool modified = false;
+  TestLocks::requests.clear();
+  EXPECT_EQ(cache->isModified(alice.get(), "ftp://h/a", &modified, &error), 0);
+  EXPECT_EQ(cache->getModifiedDate(alice.get(), "ftp://h/a", nullptr, &error), 0);
+  EXPECT_THAT(TestLocks::requests, IsEmpty());
+}
+
+TEST_F(FileCache, LogsTheKeyOfANameBeforeItTakesItsLock) {
+  struct Sink final : QvLogSink {
+    void record(const QvLogRecord& record) override {
+      if (record.text.find("getCacheFilename") == 0)
+        held.push_back(TestLocks::held);
+    }
+    std::vector<int> held;
+  };
+  const auto sink = std::make_shared<Sink>();
+  qvlogSetSink(sink);
+  get("file://" + source);
+  EXPECT_THAT(sink->held, ElementsAre(0, 0)) << "entered, and using";
+  qvlogSetSink(nullptr);
+}
+
 TEST_F(FileCache, HoldsItsLockWhileItAsksASource) {
   std::vector<int> held;
   provider.whenCalled = [&] { held.push_back(TestLocks::held); };
