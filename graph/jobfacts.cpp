@@ -118,7 +118,7 @@ std::optional<QvbString> pipeContent(const std::string& path) {
 } // namespace
 
 JobReader::JobReader() : m_lineage(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {
-  if (!m_lineage)
+  if (!m_lineage || !m_lineage->getDefaultResourceFactory())
     throw std::bad_alloc();
 }
 
