@@ -374,7 +374,15 @@ private:
     return job;
   }
 
-  Owned<QvImpactAnalysis> m_store = detail::required(own<&getQvLineageAnalysis>());
+  // Short memory can leave a store without its factory.
+  static Owned<QvImpactAnalysis> newStore() {
+    auto store = detail::required(own<&getQvLineageAnalysis>());
+    if (!store->getDefaultResourceFactory())
+      throw std::bad_alloc();
+    return store;
+  }
+
+  Owned<QvImpactAnalysis> m_store = newStore();
   Owned<QvResourceManager> m_manager = own<&createQvResourceManager>();
 };
 
