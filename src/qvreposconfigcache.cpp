@@ -4,12 +4,12 @@
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvbthreads.h"
 #include "qvxbase/qvbunload.h"
 
 #include <algorithm>
 #include <chrono>
 #include <map>
-#include <mutex>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -62,13 +62,13 @@ class KnownFolders {
 public:
   // Null when nothing is known.
   std::shared_ptr<const Value> find(const Key& key) {
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     const auto known = m_folders.find(key);
     return known == m_folders.end() ? nullptr : known->second;
   }
 
   void keep(const Key& key, std::shared_ptr<const Value> value) {
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     if (m_folders.size() >= maxFolders && !m_folders.contains(key))
       m_folders.clear();
     m_folders[key] = std::move(value);
@@ -78,8 +78,8 @@ private:
   // A process has two folders unless its options change.
   static constexpr std::size_t maxFolders = 8;
 
-  std::mutex m_mutex;
-  std::map<Key, std::shared_ptr<const Value>> m_folders;
+  QvbMutex m_mutex;
+  std::map<Key, std::shared_ptr<const Value>> m_folders QVB_GUARDED_BY(m_mutex);
 };
 using Listings = KnownFolders<QvbString, KnownListing>;
 using Contents = KnownFolders<std::pair<QvReposConfigType, QvbString>, KnownFiles>;

@@ -114,27 +114,30 @@ void QvReposConfigManagerImpl::reportRefusal(const RefusedFile& refused) {
                 definition.getFilename());
 }
 
-bool QvReposConfigManagerImpl::refresh() {
+std::shared_ptr<const DefinitionSet> QvReposConfigManagerImpl::loadAnew() {
   const LockGuard guard(m_lock, LockRequest::Reader);
   initFileList();
   refreshReposList();
+  return m_definitions;
+}
+
+bool QvReposConfigManagerImpl::refresh() {
+  loadAnew();
   return true;
 }
 
 QvReposConfiguration* QvReposConfigManagerImpl::getConfigurationByName(const QvbString& name) {
-  refresh();
-  const LockGuard guard(m_lock, LockRequest::Reader);
-  const auto found = m_definitions->find(name);
+  const auto found = loadAnew()->find(name);
   return found ? found->definition.copyOf() : nullptr;
 }
 
 template<class Filter>
 QvReposConfigurationList* QvReposConfigManagerImpl::listWhere(const Filter& isWanted) {
   Released<QvReposConfigurationListImpl> list(new QvReposConfigurationListImpl);
-  forEachDefinition([&](QvReposConfiguration& definition) {
-    if (isWanted(definition))
-      list->append(&definition);
-  });
+  const auto loaded = loadAnew();
+  for (const auto& file : loaded->definitions())
+    if (isWanted(file->definition))
+      list->append(&file->definition);
   return list.release();
 }
 

@@ -28,15 +28,8 @@ public:
   QvReposRefusalList* getRefusals() override;
   bool getConfigurationFilename(const QvbString& name, QvReposConfigType type, QvbString* filename) override;
 
-  // Calls `visit` under the lock with each definition as it is now, in load order: a lookup without copies. What it is
-  // called with must not be changed, nor kept.
-  template<class Visit>
-  QVREPOSRES_HIDDEN void forEachDefinition(const Visit& visit) {
-    refresh();
-    const LockGuard guard(m_lock, LockRequest::Reader);
-    for (const auto& file : m_definitions->definitions())
-      visit(file->definition);
-  }
+  // The definitions as they are now: a lookup without copies. None of them may be changed.
+  QVREPOSRES_HIDDEN std::shared_ptr<const DefinitionSet> loadAnew();
 
 private:
   // Lists the files of both folders.

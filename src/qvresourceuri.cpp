@@ -202,19 +202,14 @@ bool fixFilesystemStringSlashes(const QvbString& in, QvbString* out) {
 }
 
 bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* root) {
-  const auto name = repositoryName; // which may be the output
-  *root = qvbGetConfigFolder(QvbOptions::RepositoryFileRoot);
-  if (!root->isEmpty())
-    return true;
-  root->setNull();
-  QvbString vaultPath;
-  QvReposConfigManagerImpl().forEachDefinition([&](QvReposConfiguration& definition) {
-    if (qvbEqualsIgnoreCase(definition.getName().view(), name.view()))
-      vaultPath = vaultPathOf(definition, copiesOfLookup);
-  });
-  if (!vaultPath.isEmpty())
-    *root = vaultPath;
-  return !root->isNull();
+  auto path = qvbGetConfigFolder(QvbOptions::RepositoryFileRoot);
+  if (path.isEmpty()) {
+    const Released<QvReposConfiguration> definition(
+        QvReposConfigManagerImpl().getConfigurationByName(repositoryName));
+    path = definition ? definition->getVaultPath() : QvbString();
+  }
+  *root = path.isEmpty() ? QvbString() : path;
+  return !path.isEmpty();
 }
 
 bool generateURIReferenceFromFilename(const QvbString& filename, QvbString* uriReference) {
@@ -228,7 +223,7 @@ bool generateURIReference(const QvbString& filename, RepositoryFolders* folders,
     *uriReference = filename;
     return true;
   }
-  const auto place = folders ? folders->find(filename) : findRepositoryPath(filename);
+  const auto place = folders ? folders->find(filename) : RepositoryFolders().find(filename);
   if (!place)
     return writeURIText(getURI("file", QvbString(), withSlashes(filename)), uriReference);
   QvbString extension;

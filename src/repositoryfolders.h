@@ -1,37 +1,28 @@
 // Which repository a file lies in.
 #pragma once
 
-#include "qvreposres/qvreposconfigmgr.h"
 #include "qvxlog/qvxlog.h"
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <vector>
 
-// How often a definition has been copied when it comes out of a lookup by its name, and out of the list of all.
-inline constexpr int copiesOfLookup = 1;
-inline constexpr int copiesOfList = 2;
-
-// The folder as a definition that was copied so often has it: each copy drops separators that a back slash before a slash
-// has kept.
-QvbString vaultPathOf(QvReposConfiguration& definition, int copies);
+class DefinitionSet;
 
 struct RepositoryPath {
   QvbString repository;
   QvbString path; // below its folder
 };
 
-// The place of a file in the repository with the longest folder above it, the first one loaded among equals. The
-// definitions are looked at anew.
-std::optional<RepositoryPath> findRepositoryPath(const QvbString& filename);
-
-// The same for many files: the definitions are looked at when the first one is asked for. Only where the definition
-// manager's life cycle is logged they are looked at for each, so that each look is told.
-class RepositoryFolders {
+// The folders of repositories, each path with the repository that came first.
+class RepositoryTable {
 public:
-  RepositoryFolders();
+  RepositoryTable() = default;
+  explicit RepositoryTable(const DefinitionSet& definitions);
 
-  std::optional<RepositoryPath> find(const QvbString& filename);
+  // The place of a file in the repository with the longest folder above it.
+  std::optional<RepositoryPath> find(const QvbString& filename) const;
 
 private:
   static constexpr std::size_t none = static_cast<std::size_t>(-1);
@@ -41,12 +32,20 @@ private:
     QvbString repository;
     std::size_t prefix = none; // the place of the longest other path that this one begins with
   };
-
-  void read();
-
-  QvLogger* m_logger;
-  bool m_isRead = false;
   std::vector<Folder> m_folders; // by path
+};
+
+// The same for the files of one piece of work: the definitions are looked at when the first one is asked for. Only where
+// the definition manager's life cycle is logged they are looked at for each, so that each look is told.
+class RepositoryFolders {
+public:
+  RepositoryFolders();
+
+  std::optional<RepositoryPath> find(const QvbString& filename);
+
+private:
+  QvLogger* m_logger;
+  std::shared_ptr<const RepositoryTable> m_table; // null before the first look
 };
 
 // generateURIReferenceFromFilename() with folders that are known; null for a look at the definitions.

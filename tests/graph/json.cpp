@@ -153,6 +153,13 @@ TEST(SavedGraph, MayHaveItsMembersInAnyOrder) {
       ElementsAre("t read a inferred"));
 }
 
+TEST(SavedGraph, PassesOverWhatItHasNoUseForUnread) {
+  EXPECT_EQ(
+      restored(R"({"format":"qvlineagegraph","version":1,"other":{"a":[01,tru],},"nodes":[{"type":"job"}]})")
+          .nodeCount(),
+      1U);
+}
+
 TEST(SavedGraph, NeedsNoEdgesAndNotes) {
   EXPECT_EQ(restored(R"({"format":"qvlineagegraph","version":1})").nodeCount(), 0U);
 }

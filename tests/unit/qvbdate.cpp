@@ -1,6 +1,7 @@
 #include "qvxbase/qvbdate.h"
 
 #include "support/textio.h"
+#include "support/zone.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
@@ -8,7 +9,6 @@
 #include <array>
 #include <chrono>
 #include <climits>
-#include <cstdlib>
 #include <ctime>
 #include <tuple>
 #include <vector>
@@ -150,23 +150,12 @@ TEST(QvbDate, OrdersAsTheSecondsDo) {
 // The zone's name and rules are read from TZ, so that the offset is known: local time is 3.5 hours behind.
 class QvbDateInAZone : public testing::Test {
 protected:
-  QvbDateInAZone() {
-    if (const char* zone = std::getenv("TZ"))
-      m_zone = zone;
-    setZone("XST3:30");
-  }
-  ~QvbDateInAZone() override { setZone(m_zone); }
-
   static double sinceEpoch() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
   }
 
 private:
-  static void setZone(const std::string& zone) {
-    zone.empty() ? ::unsetenv("TZ") : ::setenv("TZ", zone.c_str(), 1);
-    ::tzset();
-  }
-  std::string m_zone;
+  const Zone m_zone{"XST3:30"};
 };
 
 TEST_F(QvbDateInAZone, NowIsTheClockInUtc) {

@@ -292,6 +292,19 @@ TEST_F(Scan, MakesNothingOfAURIWithoutDataSourceOrType) {
             Rows{});
 }
 
+TEST_F(Scan, NamesATableByBytesThatItsIdentityCannotCarry) {
+  const Rows rows = scan("<SourceTable PathURI='qvd:///Sales?type=ODBC&amp;table=a%01b'/>");
+  ASSERT_EQ(rows.size(), 2U);
+  EXPECT_EQ(rows[1].name, "a\x01"
+                          "b");
+  QvbString dsn, dsntype, catalog, schema, table;
+  ASSERT_TRUE(m_manager->getTableObjectFromResourceId(text(rows[1].identity), &dsn, &dsntype, &catalog,
+                                                      &schema, &table));
+  EXPECT_EQ(dsn, "Sales");
+  EXPECT_EQ(table, "a\xef\xbf\xbd"
+                   "b");
+}
+
 TEST_F(Scan, ComparesElementNamesWithoutCase) {
   ASSERT_TRUE(addSQL("<sqlUPDATErows><databaseconnectionobject Name='S'/><sourceTABLE Name='a'/>"
                      "<aliastable Name='b'/><CREATE TargetName='c'/></sqlUPDATErows>"));

@@ -1,11 +1,11 @@
 #include "qvsstr/qvsstr.h"
 
+#include "support/zone.h"
+
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
 #include <array>
-#include <cstdlib>
-#include <ctime>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -112,29 +112,6 @@ std::optional<Elements> parse(const char* text, int form = 2) {
   EXPECT_EQ(e, Untouched) << (text ? text : "(null)");
   return std::nullopt;
 }
-
-// The zone that a test needs, whatever the one that the program was started in.
-class Zone {
-public:
-  explicit Zone(const char* name) {
-    if (const char* before = std::getenv("TZ"))
-      m_before = before;
-    set(name);
-  }
-  ~Zone() { set(m_before ? m_before->c_str() : nullptr); }
-  Zone(const Zone&) = delete;
-  Zone& operator=(const Zone&) = delete;
-
-private:
-  static void set(const char* name) {
-    if (name)
-      setenv("TZ", name, 1);
-    else
-      unsetenv("TZ");
-    tzset();
-  }
-  std::optional<std::string> m_before;
-};
 
 struct DateCase {
   const char* text;

@@ -69,7 +69,7 @@ void noteSharedNames(Host& host, const std::vector<std::string>& files) {
 }
 
 JobScanner::JobScanner() : m_store(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {
-  if (!m_store)
+  if (!m_store || !m_store->getDefaultResourceFactory())
     throw std::bad_alloc();
 }
 
