@@ -87,7 +87,7 @@ public:
   // The first row of the text, or the number of rows. `keyOf` gives a row's text, or null for a row without one.
   template<class KeyOf>
   std::size_t find(const QvbString& text, std::size_t rows, const KeyOf& keyOf) {
-    if (rows > longestSearched)
+    if (rows > LongestSearched)
       enter(rows - 1, keyOf);
     if (m_firstRows)
       if (const auto found = m_firstRows->find(text); found != m_firstRows->end())
@@ -102,7 +102,7 @@ public:
   }
 
 private:
-  static constexpr std::size_t longestSearched = 8;
+  static constexpr std::size_t LongestSearched = 8;
 
   template<class KeyOf>
   void enter(std::size_t rows, const KeyOf& keyOf) noexcept {
