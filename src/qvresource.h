@@ -92,7 +92,7 @@ public:
     const auto isSame = [&](const QvbString* key) {
       return key && key->hashIgnoreCase() == hash && qvbEqualsIgnoreCase(key->view(), text.view());
     };
-    if (rows > longestSearched)
+    if (rows > LongestSearched)
       enter(rows - 1, keyOf);
     const auto isSameRow = [&](std::size_t at) { return isSame(keyOf(at)); };
     std::size_t row = m_rows.find(hash, isSameRow);
@@ -103,7 +103,7 @@ public:
   }
 
 private:
-  static constexpr std::size_t longestSearched = 8;
+  static constexpr std::size_t LongestSearched = 8;
 
   // Of rows with the same text the first one is entered.
   template<class KeyOf>

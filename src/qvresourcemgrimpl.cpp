@@ -28,17 +28,21 @@ const QvbString QvResourceManagerImpl::TARGETNAME_String = "TargetName";
 
 namespace {
 
-bool startsWith(const QvbString& text, std::string_view prefix) { return text.view().starts_with(prefix); }
+// The factory's resolver, if it has a reference for the object; else null.
+QvResourceResolver* findReference(QvResourceFactory& factory, const QvbString& type, const QvbString& id,
+                                  const QvbString& uuid, QvbString* name, QvbString* reference) {
+  auto* resolver = factory.getResourceResolver();
+  const bool isKnown = resolver && resolver->resolveResource(type, id, uuid, name, reference);
+  return isKnown && !reference->isEmpty() ? resolver : nullptr;
+}
 
 // The resource that the resolver's reference for this object leads to; null when one of the steps gives nothing.
 Released<QvResource> findByReference(QvResourceFactory& factory, const QvbString& type, const QvbString& id,
                                      const QvbString& uuid) {
-  auto* resolver = factory.getResourceResolver();
   QvbString name;
   QvbString reference;
-  if (!resolver || !resolver->resolveResource(type, id, uuid, &name, &reference) || reference.isEmpty())
-    return nullptr;
-  return Released<QvResource>(resolver->getResourceFromURI(reference));
+  auto* resolver = findReference(factory, type, id, uuid, &name, &reference);
+  return Released<QvResource>(resolver ? resolver->getResourceFromURI(reference) : nullptr);
 }
 
 // Whether the factory's resolver serves the repository and knows the object.
@@ -91,12 +95,10 @@ QvResource* generateRuleByName(QvResourceFactory& factory, const QvbString& id, 
 
 // The file by the reference that the resolver has for it; null when the resolver has none.
 QvResource* resolveFile(QvResourceFactory& factory, const QvbString& type, const QvbString& filename) {
-  auto* resolver = factory.getResourceResolver();
   QvbString name;
   QvbString reference;
-  if (!resolver || !resolver->resolveResource(type, filename, "", &name, &reference) || reference.isEmpty())
-    return nullptr;
-  return makeResource(factory, name, type, reference);
+  const bool isKnown = findReference(factory, type, filename, "", &name, &reference);
+  return isKnown ? makeResource(factory, name, type, reference) : nullptr;
 }
 
 // The parts of "folder/name (Type)". The name keeps the blank before the bracket.
@@ -113,9 +115,10 @@ void splitObjectPath(const QvbString& path, QvbString* name, QvbString* type) {
 }
 
 QvbString objectURI(const QvbString& path) {
-  if (startsWith(path, "VELK://") || startsWith(path, "velk://"))
+  const auto text = path.view();
+  if (text.starts_with("VELK://") || text.starts_with("velk://"))
     return path;
-  return qvbStringFormat(startsWith(path, "/") ? "VELK://%S" : "VELK:///%S", &path);
+  return qvbStringFormat(text.starts_with('/') ? "VELK://%s" : "VELK:///%s", path);
 }
 
 QvbString serverReferenceURI(const QvbString& server, const QvbString& reference, const QvbString& objectType,
@@ -286,7 +289,7 @@ QvResource* QvResourceManagerImpl::generateDMSRefResource(QvResourceFactory* fac
                                                           QvbString& object, QvbString& name) {
   auto objectPath = reference;
   if (reference.isEmpty() && !service.isEmpty() && !object.isEmpty())
-    objectPath = qvbStringFormat("%S:%S", &service, &object);
+    objectPath = qvbStringFormat("%s:%s", service, object);
   QvbString ownName;
   QvbString type;
   if (!getResourceTypeFromFilename(objectPath, &ownName, &type))

@@ -92,8 +92,8 @@ QvbString parameterNameError(const QvbString& name) {
   if (name.isEmpty())
     return "The name of a URI parameter is empty.";
   if (!std::ranges::all_of(name.view(), isWordByte))
-    return qvbStringFormat("The name of the URI parameter \"%S\" may hold letters, digits and \"_\" only.",
-                           &name);
+    return qvbStringFormat("The name of the URI parameter \"%s\" may hold letters, digits and \"_\" only.",
+                           name);
   return {};
 }
 

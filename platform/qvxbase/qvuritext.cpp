@@ -1,11 +1,12 @@
 #include "qvxbase/private/qvuritext.h"
 
+#include "qvxbase/qvbreleased.h"
+
 #include <uriparser/Uri.h>
 
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <memory>
 #include <new>
 #include <utility>
 
@@ -36,11 +37,11 @@ private:
   std::array<bool, 256> m_bytes{};
 };
 
-constexpr ByteSet UnreservedBytes("");
-constexpr ByteSet RegisteredNameBytes("!$&'()*+,;=");
-constexpr ByteSet AuthorityBytes("!$&'()*+,;=:@[]");
-constexpr ByteSet PathBytes("!$&'()*+,;=:@/");
-constexpr ByteSet QueryBytes("!$&'()*+,;=:@/?");
+constexpr ByteSet unreservedBytes("");
+constexpr ByteSet registeredNameBytes("!$&'()*+,;=");
+constexpr ByteSet authorityBytes("!$&'()*+,;=:@[]");
+constexpr ByteSet pathBytes("!$&'()*+,;=:@/");
+constexpr ByteSet queryBytes("!$&'()*+,;=:@/?");
 
 bool isTriplet(std::string_view text, std::size_t at) {
   return at + 2 < text.size() && text[at] == '%' && isHexDigit(text[at + 1]) && isHexDigit(text[at + 2]);
@@ -80,10 +81,7 @@ std::string encode(std::string_view text, const ByteSet& allowed, QvPercent perc
 // The lengths that the parser's library counts are of type int.
 constexpr std::size_t maxSyntaxLength = std::numeric_limits<int>::max() / 2;
 
-struct FreeUriMembers {
-  void operator()(UriUriA* uri) const noexcept { uriFreeUriMembersA(uri); }
-};
-using UriMembers = std::unique_ptr<UriUriA, FreeUriMembers>;
+using UriMembers = EndedBy<UriUriA, uriFreeUriMembersA>;
 
 // What the parser finds in the text, as ranges of it in `uri`; null when it is not RFC 3986 syntax.
 UriMembers parseSyntax(const std::string& text, UriUriA* uri) {
@@ -151,9 +149,9 @@ void appendParameter(std::string& query, std::string_view parameter) {
 
 void appendParameter(std::string& query, std::string_view name, std::string_view value) {
   appendParameter(query, {});
-  appendEncoded(query, name, UnreservedBytes, QvPercent::Literal);
+  appendEncoded(query, name, unreservedBytes, QvPercent::Literal);
   query += '=';
-  appendEncoded(query, value, UnreservedBytes, QvPercent::Literal);
+  appendEncoded(query, value, unreservedBytes, QvPercent::Literal);
 }
 
 } // namespace
@@ -171,22 +169,22 @@ std::string_view qvUriSchemeOf(std::string_view text) {
 }
 
 std::string qvEncodeUriAuthority(std::string_view text, QvPercent percent) {
-  std::string encoded = encode(text, AuthorityBytes, percent);
+  std::string encoded = encode(text, authorityBytes, percent);
   if (isServerAuthority(encoded))
     return encoded;
-  return encode(encoded, RegisteredNameBytes, QvPercent::Encoding);
+  return encode(encoded, registeredNameBytes, QvPercent::Encoding);
 }
 
 std::string qvEncodeUriPath(std::string_view text, QvPercent percent) {
-  return encode(text, PathBytes, percent);
+  return encode(text, pathBytes, percent);
 }
 
 std::string qvEncodeUriName(std::string_view text) {
-  return encode(text, UnreservedBytes, QvPercent::Literal);
+  return encode(text, unreservedBytes, QvPercent::Literal);
 }
 
 void qvAppendUriName(std::string& uri, std::string_view text) {
-  appendEncoded(uri, text, UnreservedBytes, QvPercent::Literal);
+  appendEncoded(uri, text, unreservedBytes, QvPercent::Literal);
 }
 
 std::string qvDecodeUri(std::string_view encoded) {
@@ -244,9 +242,9 @@ std::optional<QvUriText> QvUriText::parse(std::string_view text) {
     uri.authority = qvEncodeUriAuthority(*ranges->authority, QvPercent::Encoding);
   uri.path = qvEncodeUriPath(ranges->path, QvPercent::Encoding);
   if (ranges->query)
-    uri.query = encode(*ranges->query, QueryBytes, QvPercent::Encoding);
+    uri.query = encode(*ranges->query, queryBytes, QvPercent::Encoding);
   if (ranges->fragment)
-    uri.fragment = encode(*ranges->fragment, QueryBytes, QvPercent::Encoding);
+    uri.fragment = encode(*ranges->fragment, queryBytes, QvPercent::Encoding);
   return uri;
 }
 
