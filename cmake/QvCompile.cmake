@@ -15,9 +15,8 @@ if(QVREPOSRES_SANITIZE)
     target_compile_options(qv_compile INTERFACE -fno-sanitize-recover=undefined)
   endif()
 endif()
-if(QVREPOSRES_COVERAGE) # each program and library adds to a file of its own when it ends
+if(QVREPOSRES_COVERAGE) # each program and library that counts adds to a file of its own when it ends
   set(QV_COUNT -fprofile-instr-generate=${PROJECT_BINARY_DIR}/profiles/%m.profraw)
-  target_link_options(qv_compile INTERFACE ${QV_COUNT})
 endif()
 
 # No memory that code is run from can be written to, and the tables that code is found by are read-only.
@@ -29,6 +28,12 @@ target_link_options(qv_compile INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack,-z,t
 function(qv_harden target)
   if(QVREPOSRES_COVERAGE)
     target_compile_options(${target} PRIVATE ${QV_COUNT} -fcoverage-mapping)
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "OBJECT_LIBRARY")
+      target_link_options(${target} INTERFACE ${QV_COUNT})
+    else()
+      target_link_options(${target} PRIVATE ${QV_COUNT})
+    endif()
   elseif(NOT QVREPOSRES_SANITIZE)
     target_compile_options(${target} PRIVATE
       "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-fstack-protector-strong;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2;-fno-plt>")

@@ -3,6 +3,7 @@
 
 #include "guards.h"
 #include "qvreposconfigset.h"
+#include "qvxbase/qvbresult.h"
 #include "qvxlog/qvlog.h"
 
 #include <memory>
@@ -43,7 +44,7 @@ private:
   // Makes the last level of the path where it is missing. `error` is required.
   QVREPOSRES_HIDDEN bool createDirectoryIfNotExist(const QvbString& path, QvbString* error);
   // The file that the definition is to be saved in; its folder is made where it is missing.
-  QVREPOSRES_HIDDEN bool findTarget(QvReposConfiguration& definition, QvbString* target, QvbString* error);
+  QVREPOSRES_HIDDEN QvbResult<QvbString> findTarget(QvReposConfiguration& definition);
 
   QvbString m_errorMessage QVB_GUARDED_BY(m_lock){""};
   DefinitionFolder m_systemFolder QVB_GUARDED_BY(m_lock){QvReposConfigTypeSystem, {}, {}};

@@ -43,7 +43,7 @@ RepositoryTable::RepositoryTable(const DefinitionSet& definitions) {
   m_folders.erase(repeated, end);
   for (std::size_t i = 1; i < m_folders.size(); ++i) {
     auto prefix = i - 1;
-    while (prefix != none && !m_folders[i].path.view().starts_with(m_folders[prefix].path.view()))
+    while (prefix != None && !m_folders[i].path.view().starts_with(m_folders[prefix].path.view()))
       prefix = m_folders[prefix].prefix;
     m_folders[i].prefix = prefix;
   }
@@ -51,8 +51,8 @@ RepositoryTable::RepositoryTable(const DefinitionSet& definitions) {
 
 std::optional<RepositoryPath> RepositoryTable::find(const QvbString& filename) const {
   const auto after = std::ranges::upper_bound(m_folders, filename.view(), {}, pathOf);
-  auto place = after == m_folders.begin() ? none : static_cast<std::size_t>(after - m_folders.begin()) - 1;
-  for (; place != none; place = m_folders[place].prefix)
+  auto place = after == m_folders.begin() ? None : static_cast<std::size_t>(after - m_folders.begin()) - 1;
+  for (; place != None; place = m_folders[place].prefix)
     if (auto path = pathBelow(m_folders[place].path, filename))
       return RepositoryPath{m_folders[place].repository, *std::move(path)};
   return std::nullopt;

@@ -25,12 +25,12 @@ public:
   std::optional<RepositoryPath> find(const QvbString& filename) const;
 
 private:
-  static constexpr std::size_t none = static_cast<std::size_t>(-1);
+  static constexpr std::size_t None = static_cast<std::size_t>(-1);
 
   struct Folder {
     QvbString path;
     QvbString repository;
-    std::size_t prefix = none; // the place of the longest other path that this one begins with
+    std::size_t prefix = None; // the place of the longest other path that this one begins with
   };
   std::vector<Folder> m_folders; // by path
 };
