@@ -16,15 +16,17 @@ namespace {
 // Joins what the files say. False when the caller stopped it.
 bool joinAll(const std::vector<JobFile>& files, const ScanOptions& options, Joiner& joiner) {
   std::vector<std::unique_ptr<JobFacts>> read(files.size());
-  ParallelWork work{
-      .items = files.size(), .threads = options.threads, .worker = {}, .take = {}, .progress = {}};
+  ParallelWork work;
+  work.items = files.size();
+  work.threads = options.threads;
   work.worker = [&] {
     return [&, reader = std::make_shared<JobReader>()](std::size_t i) {
       read[i] = std::make_unique_for_overwrite<JobFacts>();
       reader->read(files[i], options.input, *read[i]);
     };
   };
-  work.take = [&](std::size_t i) { joiner.add(files[i], *std::exchange(read[i], nullptr)); };
+  work.take = [&](std::size_t i) { joiner.add(files[i], *read[i]); };
+  work.release = [&](std::size_t i) { read[i].reset(); };
   if (options.progress)
     work.progress = [&](std::size_t done) { return options.progress(done, files.size()); };
   return workInOrder(work);

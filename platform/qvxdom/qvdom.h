@@ -17,10 +17,13 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 
 struct QvDomNodeData;
 struct QvDomDocument;
 class QvDomElementVisitor;
+QVPLATFORM_API bool qvDomVisitElementsOfFile(const QvbString& path, QvDomElementVisitor& visitor,
+                                             QvbString* error);
 
 class QVPLATFORM_API QvDomNode {
 public:
@@ -106,6 +109,11 @@ public:
   QvbString getErrorMessage() const;
 
 private:
+  // The two steps of loadFile(), for who looks at the bytes in between.
+  friend bool qvDomVisitElementsOfFile(const QvbString&, QvDomElementVisitor&, QvbString*);
+  QVPLATFORM_HIDDEN bool readFile(const QvbString& path, std::string* content);
+  QVPLATFORM_HIDDEN bool loadContent(const QvbString& path, std::string content);
+
   std::unique_ptr<QvDomDocument> m_document;
   QvbString m_error;
 };

@@ -166,9 +166,12 @@ TEST_F(GraphMemory, CostsParallelWorkAlone) {
   expectSameAnswerAfterEveryShortage([&] {
     std::vector<std::string> done(20);
     std::string out;
-    ParallelWork work{.items = done.size(), .threads = 1, .worker = {}, .take = {}, .progress = {}};
+    ParallelWork work;
+    work.items = done.size();
+    work.threads = 1;
     work.worker = [&] { return [&](std::size_t i) { done[i] = std::string(40, 'a') + std::to_string(i); }; };
     work.take = [&](std::size_t i) { out += done[i]; };
+    work.release = [&](std::size_t i) { done[i].clear(); };
     workInOrder(work);
     return out;
   });

@@ -2,6 +2,8 @@
 #include "qvxdom/qvdom.h"
 #include "qvxdom/qvdomelements.h"
 
+#include "support/faults.h"
+#include "support/tempdir.h"
 #include "support/textio.h"
 
 #include <gtest/gtest.h>
@@ -223,6 +225,22 @@ TEST(QvDomPlain, NothingIsToldOfADocumentThatIsRefused) {
   EXPECT_FALSE(qvDomVisitElementsOfFile("/no/such/file", visitor, &error));
   EXPECT_EQ(error, "/no/such/file: not found");
   EXPECT_FALSE(qvDomVisitElements("", visitor, nullptr));
+}
+
+TEST(QvDomPlain, AFileIsReadOnceInWhateverFormItIs) {
+  const TempDir dir;
+  for (const std::string& xml : {std::string("<r/>"), "<r/>" + forTheParser, std::string("<r>")}) {
+    dir.write("step.xml", xml);
+    int opened = 0;
+    const Faults counting([&](QvbFaultPoint point, const std::string&) {
+      opened += point == QvbFaultPoint::FileOpen;
+      return 0;
+    });
+    NotingVisitor visitor;
+    QvbString error;
+    qvDomVisitElementsOfFile(text(dir / "step.xml"), visitor, &error);
+    EXPECT_EQ(opened, 1) << xml;
+  }
 }
 
 TEST(QvDomPlain, TheVisitorEndsTheTelling) {

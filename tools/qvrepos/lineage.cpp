@@ -35,11 +35,12 @@ std::vector<ScannedJob> recordJobs(const Host& host, JobScanner& recorder,
     };
   };
   work.take = [&](std::size_t i) {
-    const auto used = std::move(jobs[i].used);
+    const auto& used = jobs[i].used;
     if (const auto job = used ? recorder.jobOf(files[i].path) : nullptr; job && job->next())
       recorder.store()->addDependentResources(job->getValue(), used.get());
     bar.step();
   };
+  work.release = [&](std::size_t i) { jobs[i].used.reset(); };
   qvlineagegraph::workInOrder(work);
   return jobs;
 }
