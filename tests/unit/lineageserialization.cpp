@@ -52,6 +52,31 @@ std::vector<std::string> dependents(QvImpactAnalysis& store, QvResource* of) {
   return identitiesIn(store.getDependentResources(of, false));
 }
 
+// Makes resources of the host's own of what depends on others.
+class HostStore final : public LineageSerializationImpl {
+public:
+  QvResource* createResource(const QvbString& name, const QvbString& type,
+                             const QvbString& identity) override {
+    auto* made = new HostResource;
+    made->name = name;
+    made->type = type;
+    made->identity = identity;
+    made->location = text("host:" + str(identity));
+    return made;
+  }
+};
+
+TEST(LineageStore, CopiesWhatADerivedStoreMadeIntoItsList) {
+  const Released<HostStore> store(new HostStore);
+  ASSERT_TRUE(
+      store->addDependentResources(resource("job", "ProcessJob", "/job").get(), listOf({"/a"}).get()));
+  const List all(store->getAllUniqueUsedResources());
+  ASSERT_TRUE(all->next());
+  EXPECT_EQ(fieldsOf(*all->getValue()), (ResourceFields{"job", "ProcessJob", "/job"}));
+  EXPECT_EQ(all->getValue()->getResourceLocation(), "host:/job");
+  EXPECT_FALSE(all->next());
+}
+
 TEST(LineageOrder, IsThatOfTypeThenIdentityWithoutRegardToCase) {
   const MapLineageResourceCompare less;
   const Resource a = resource("x", "File", "b");
