@@ -14,14 +14,11 @@ bool endsWith(std::string_view text, std::string_view end) {
   return text.size() >= end.size() && equalsIgnoringCase(text.substr(text.size() - end.size()), end);
 }
 
-// What follows the first occurrence; a null view where there is none.
+// What follows the first occurrence of the run, which is not empty; a null view where there is none.
 std::string_view after(std::string_view text, std::string_view run) {
-  for (; text.size() >= run.size(); text.remove_prefix(1)) {
+  for (; text.size() >= run.size(); text.remove_prefix(1))
     if (startsWith(text, run))
       return text.substr(run.size());
-    if (text.empty())
-      break;
-  }
   return {};
 }
 

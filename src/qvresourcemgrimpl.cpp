@@ -2,9 +2,11 @@
 #include "qvresourcemgrimpl.h"
 
 #include "allocation.h"
+#include "lineagefactory.h"
 #include "qvresource.h"
 #include "qvxbase/qvbformat.h"
 
+#include <typeinfo>
 #include <utility>
 
 const QvbString QvResourceManagerImpl::IMPACT_RES_DATASRC_String = "Database";
@@ -59,6 +61,13 @@ bool resolveInRepository(QvResourceFactory& factory, const QvbString& repository
 QvbString identityDsnType(QvResourceManager& manager, const QvbString& dsn, const QvbString& dsnType) {
   QvbString named;
   return manager.getDSNTypeFromDSN(dsn, &named) ? dsnType : "";
+}
+
+// The name shows the whole connection string, where it is one; the identity carries the short form.
+// Kept: Manager.NamesADataSourceByItsWholeConnectionString
+QvbString dataSourceName(QvResourceManager& manager, const QvbString& dsn) {
+  QvbString shortName;
+  return manager.getNameFromDSN(dsn, &shortName) ? dsn : "";
 }
 
 // The resource of a unified object, resolved in its repository where the resolver serves that one.
@@ -148,6 +157,16 @@ bool recordServerObject(QvResource& resource, const QvbString& service, const Qv
                          addProperty(*properties, "ObjectType", objectType));
 }
 
+// The list, where nobody but the library has a part in what is made and where it goes: then nobody misses the resource on
+// its way there. Null otherwise.
+QvResourceListImpl* ownListOf(const QvResourceManager& manager, const QvResourceFactory& factory,
+                              QvResourceList& list) {
+  const bool isOwn = typeid(manager) == typeid(QvResourceManagerImpl) &&
+                     typeid(factory) == typeid(LineageImpactFactoryImpl) &&
+                     typeid(list) == typeid(QvResourceListImpl);
+  return isOwn ? static_cast<QvResourceListImpl*>(&list) : nullptr;
+}
+
 // Adds what a generate operation gave; true when it gave something, whether or not it was listed already.
 bool addGenerated(QvResourceList* list, QvResource* generated) {
   const Released<QvResource> resource(generated);
@@ -168,16 +187,12 @@ Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& 
       makeResource(factory, resource.getName(), resource.getResourceType(), resource.getResourceIdentity()));
 }
 
-// The name shows the whole connection string, where it is one; the identity carries the short form.
-// Kept: Manager.NamesADataSourceByItsWholeConnectionString
 QvResource* QvResourceManagerImpl::generateDataSourceResource(QvResourceFactory* factory, QvbString& dsn,
                                                               QvbString& dsnType) {
   QvbString identity;
   if (!generateDataSourceResourceId(dsn, identityDsnType(*this, dsn, dsnType), &identity))
     return nullptr;
-  QvbString shortName;
-  return makeResource(*factory, getNameFromDSN(dsn, &shortName) ? dsn : "", IMPACT_RES_DATASRC_String,
-                      identity);
+  return makeResource(*factory, dataSourceName(*this, dsn), IMPACT_RES_DATASRC_String, identity);
 }
 
 QvResource* QvResourceManagerImpl::generateTableResource(QvResourceFactory* factory, QvbString& dsn,
@@ -288,13 +303,32 @@ QvResource* QvResourceManagerImpl::generateDMSRefResource(QvResourceFactory* fac
 
 bool QvResourceManagerImpl::addDataSourceResource(QvResourceFactory* factory, QvResourceList* list,
                                                   QvbString& dsn, QvbString& dsnType) {
-  return addGenerated(list, generateDataSourceResource(factory, dsn, dsnType));
+  QvResourceListImpl* const own = ownListOf(*this, *factory, *list);
+  if (!own)
+    return addGenerated(list, generateDataSourceResource(factory, dsn, dsnType));
+  if (own->containsDataSource(dsn, dsnType))
+    return true;
+  QvbString identity;
+  if (!generateDataSourceResourceId(dsn, identityDsnType(*this, dsn, dsnType), &identity))
+    return false;
+  own->rememberDataSource(
+      dsn, dsnType,
+      own->addUnlessListed(dataSourceName(*this, dsn), IMPACT_RES_DATASRC_String, qvbOrEmpty(identity)));
+  return true;
 }
 
 bool QvResourceManagerImpl::addTableResource(QvResourceFactory* factory, QvResourceList* list, QvbString& dsn,
                                              QvbString& dsnType, QvbString& catalog, QvbString& schema,
                                              QvbString& table) {
-  return addGenerated(list, generateTableResource(factory, dsn, dsnType, catalog, schema, table));
+  QvResourceListImpl* const own = ownListOf(*this, *factory, *list);
+  if (!own)
+    return addGenerated(list, generateTableResource(factory, dsn, dsnType, catalog, schema, table));
+  QvbString identity;
+  const bool isTable = generateTableDataSourceResourceId(dsn, identityDsnType(*this, dsn, dsnType), catalog,
+                                                         schema, table, &identity);
+  if (isTable)
+    own->addUnlessListed(table, IMPACT_RES_TABLE_String, qvbOrEmpty(identity));
+  return isTable;
 }
 
 bool QvResourceManagerImpl::addMonitorResource(QvResourceFactory* factory, QvResourceList* list,

@@ -52,6 +52,7 @@ public:
   QvbString getAttributeValue(const QvbString& name) const;
   // Appends the attribute, or replaces its value in place. A name that XML does not allow sets nothing.
   void setAttributeValue(const QvbString& name, const QvbString& value);
+  // How many attributes there are.
   int getAttributeCount() const noexcept;
   // In document order; false, with nothing written, when the index is out of range. Outputs may be null.
   bool getAttributeNameValue(int index, QvbString* name, QvbString* value) const;

@@ -164,6 +164,27 @@ TEST_F(Emit, ReadsWhichOfABatchWereRefused) {
   EXPECT_THAT(posted(single), ElementsAre(ElementsAre(2)));
 }
 
+TEST_F(Emit, EndsAmongTheEventsOfARefusedBatchWhereAccessIsDenied) {
+  takeSingles();
+  m_server.answer(batch, {422});
+  m_server.answer(single, {200, 403});
+  const auto report = emit(3);
+  EXPECT_EQ(report.accepted, 1U);
+  EXPECT_EQ(report.done, 1U);
+  EXPECT_THAT(report.stopped, HasSubstr("status 403"));
+  EXPECT_THAT(posted(single), ElementsAre(ElementsAre(0), ElementsAre(1)));
+}
+
+TEST_F(Emit, EndsWhereAnEventOfATakenBatchIsDeniedItsSecondAttempt) {
+  takeBatches(R"({"failed_events": [{"index": 1, "retriable": true}]})");
+  takeSingles();
+  m_server.answer(single, {401});
+  const auto report = emit(3);
+  EXPECT_EQ(report.accepted, 1U);
+  EXPECT_EQ(report.done, 1U);
+  EXPECT_THAT(report.stopped, HasSubstr("status 401"));
+}
+
 TEST_F(Emit, EndsAtOnceWhereAccessIsDenied) {
   takeBatches();
   for (const int status : {401, 403}) {

@@ -1,6 +1,6 @@
 #include "support/graphsketch.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 using namespace qvlineagegraph;
 
@@ -17,6 +17,12 @@ TEST(FormatMermaid, TellsJobsTablesAndInferredEdgesApart) {
                                                        "  n2[(\"#95;b#95; #91;c#93;\")]:::table\n"
                                                        "  n1 --> n0\n"
                                                        "  n2 -.-> n0\n");
+}
+
+TEST(FormatMermaid, ShowsAFileByItself) {
+  GraphBuilder builder;
+  builder.add({.type = NodeType::File, .name = "in.txt"});
+  EXPECT_THAT(written(writeMermaid, builder.build()), testing::HasSubstr("  n0[\"in.txt\"]:::file\n"));
 }
 
 } // namespace

@@ -90,6 +90,18 @@ TEST(FormatOpenLineage, PutsATableOfNoKnownDataSourceByItself) {
   EXPECT_EQ(input, json({{"namespace", "qvd:///"}, {"name", "holidays"}}));
 }
 
+TEST(FormatOpenLineage, NamesAFileByItsPathOrElseItsName) {
+  GraphBuilder builder;
+  const auto load = builder.add({.type = NodeType::Job, .name = "load"});
+  const auto known = builder.add({.type = NodeType::File, .name = "in.txt", .file = "/data/in.txt"});
+  const auto unknown = builder.add({.type = NodeType::File, .name = "out.txt"});
+  builder.addEdge({known, load, Access::Read, false});
+  builder.addEdge({load, unknown, Access::Write, false});
+  const auto event = events(builder.build()).at(0);
+  EXPECT_EQ(event["inputs"][0], json({{"namespace", "file"}, {"name", "/data/in.txt"}}));
+  EXPECT_EQ(event["outputs"][0], json({{"namespace", "file"}, {"name", "out.txt"}}));
+}
+
 TEST(FormatOpenLineage, MarksInferredEdges) {
   GraphSketch sketch;
   const auto load = sketch.job("load");

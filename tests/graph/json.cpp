@@ -9,6 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <rapidcheck/gtest.h>
 
+#include <array>
+
 using namespace qvlineagegraph;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -84,6 +86,20 @@ TEST(SavedGraph, OfAPartHoldsWhatThePartNeeds) {
   EXPECT_THAT(edgeTexts(restored(out)), ElementsAre("Health.dw.s read m"));
   EXPECT_THAT(edgeTexts(restored(saved(graph, ViewKind::Tables))),
               testing::UnorderedElementsAre("Health.dw.s via Health.dw.t", "Health.dw.t via Health.dw.u"));
+}
+
+TEST(SavedGraph, OfAPartHasTheNotesOfItsNodesAndThoseOfNone) {
+  GraphBuilder builder;
+  const auto here = builder.add({.type = NodeType::Job, .name = "here"});
+  const auto there = builder.add({.type = NodeType::Job, .name = "there"});
+  builder.addNote({NoteKind::Spelling, there, "/there", "of what is left out"});
+  builder.addNote({NoteKind::Spelling, here, "/here", "of what is shown"});
+  builder.addNote({NoteKind::Failed, noNode, "/x", "of a file"});
+  const Graph graph = builder.build();
+  std::string out;
+  writeJson(View(graph).induced(std::array{here}), out);
+  EXPECT_THAT(noteTexts(restored(out)),
+              ElementsAre("spelling|here|/here|of what is shown", "failed||/x|of a file"));
 }
 
 RC_GTEST_PROP(SavedGraph, CarriesEveryText, ()) {
@@ -170,7 +186,8 @@ TEST(SavedGraph, IsRefusedWhereItIsNone) {
        {"", " ", "[]", "{", "{}", "{\"format\":\"qvlineagegraph\"}", "{\"format\":\"other\",\"version\":1}",
         "{\"format\":\"qvlineagegraph\",\"version\":2}", "{\"format\":\"qvlineagegraph\",\"version\":\"1\"}",
         "nonsense", "{\"format\":\"qvlineagegraph\",\"version\":1} x",
-        "{\"format\":\"qvlineagegraph\",\"version\":1"})
+        "{\"format\":\"qvlineagegraph\",\"version\":1", "{\"format\":\"qvlineagegraph\" \"version\":1}",
+        "{\"format\":\"qvlineagegraph\",\"version\":1,\"open"})
     EXPECT_THAT(refusal(text), HasSubstr("no saved graph: ")) << text;
   for (const std::string rest : {R"("nodes":{}})",
                                  R"("nodes":[1]})",
@@ -179,6 +196,7 @@ TEST(SavedGraph, IsRefusedWhereItIsNone) {
                                  R"("nodes":[{"type":"job","name":3}]})",
                                  R"("nodes":[{"type":"job"},]})",
                                  R"("nodes":[{"type":"job"} {}]})",
+                                 R"("nodes":[{"type":"job"}}]})",
                                  R"("nodes":[{"type":"job"})",
                                  R"("nodes":[{"type":"job","name":"open)",
                                  R"("nodes" [] })",

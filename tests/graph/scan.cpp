@@ -262,6 +262,13 @@ TEST_F(Scanning, TakesASavedGraphAsAPath) {
               ElementsAre(StartsWith("failed||" + broken + "|" + broken + ": ")));
 }
 
+TEST_F(Scanning, TakesATableOfASavedGraphWhoseIdentityItDoesNotKnowAsItStands) {
+  const auto path = m_folder.write("saved.json", R"({"format":"qvlineagegraph","version":1,"nodes":[
+    {"type":"datasource","name":"S"},{"type":"table","name":"S.t","identity":"odd","source":0}]})");
+  const auto reader = job("reader.djf", connection("S") + readsBare("t"));
+  EXPECT_THAT(nodeTexts(scanned({path, reader})), testing::Contains("table S.t in S"));
+}
+
 TEST_F(Scanning, CarriesEveryName) {
   const std::string odd = " blank \"quote' <b>&amp;[x]{y}\xc3\xa9\xe2\x82\xac%;DSN=";
   std::string escaped;

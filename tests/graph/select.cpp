@@ -58,8 +58,9 @@ const Names customersOnly{"Warehouse.dw.customers"};
 TEST(Selecting, MatchesTablesFromTheEndOfTheDataPath) {
   const Graph graph = chain();
   const View view(graph);
-  for (const char* name : {"customers", "dw.customers", "Warehouse.dw.customers", "DW.Customers",
-                           "*.customers", "cust*rs", "dw.*", "w*use.dw.*", "*dw*", "*use.d*", "cu\\stomers"})
+  for (const char* name :
+       {"customers", "dw.customers", "Warehouse.dw.customers", "DW.Customers", "*.customers", "cust*rs",
+        "dw.*", "w*use.dw.*", "*dw*", "*use.d*", "cu\\stomers", "cu**m*rs"})
     EXPECT_EQ(selected(view, {name}), customersOnly) << name;
   for (const char* name :
        {"omers", "w.customers", "cust", "dw.", "Warehouse.customers", "customers*x", "\\*"})
@@ -142,6 +143,8 @@ TEST(Selecting, NamesTheNearestWhenNothingMatches) {
               HasSubstr("nothing matches \"dw.custmers\"; the nearest names are: Warehouse.dw.customers"));
   EXPECT_THAT(nearestNames(view, "rport"), ElementsAre("mart/report"));
   EXPECT_THAT(nearestNames(view, "people", 1), ElementsAre("Crm.people"));
+  EXPECT_TRUE(nearestNames(view, "people", 0).empty());
+  EXPECT_TRUE(nearestNames(view, std::string(201, 'e')).empty());
   EXPECT_EQ(refusal(view, {{"people"}, {"+report"}}).kind, ErrorKind::NothingMatched);
 }
 

@@ -303,6 +303,18 @@ TEST(Views, InferAnEdgeOnlyWhereNothingBetterSaysIt) {
   EXPECT_THAT(edgeTexts(View(both, ViewKind::Tables)), ElementsAre("s via t"));
 }
 
+TEST(Graphs, KeepTheNotesOfThoseThatTheyTakeIn) {
+  GraphBuilder first;
+  first.add({.type = NodeType::Job, .name = "a"});
+  const auto noted = first.add({.type = NodeType::Job, .name = "b"});
+  first.addNote({NoteKind::Spelling, noted, "/b", "of b"});
+  first.addNote({NoteKind::Failed, noNode, "/c", "of no node"});
+  GraphBuilder all;
+  all.add({.type = NodeType::Job, .name = "b"});
+  all.merge(first.build());
+  EXPECT_THAT(noteTexts(all.build()), ElementsAre("spelling|b|/b|of b", "failed||/c|of no node"));
+}
+
 TEST(Views, OfNothingAreEmpty) {
   const Graph graph;
   const View view(graph);

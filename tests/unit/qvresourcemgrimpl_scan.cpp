@@ -358,6 +358,15 @@ TEST_F(Scan, ReadsAFile) {
   EXPECT_FALSE(m_manager->addSQLResourcesFromFile(text(folder / "missing"), &m_factory, m_list.get()));
 }
 
+TEST_F(Scan, TakesADocumentThatWasReadElsewhere) {
+  QvDom step, other;
+  ASSERT_TRUE(step.loadXML("<QueryBuilderService><SourceTable Name='orders'/></QueryBuilderService>"));
+  ASSERT_TRUE(other.loadXML("<Other><SourceTable Name='people'/></Other>"));
+  EXPECT_TRUE(m_manager->addSQLResources(step, &m_factory, m_list.get()));
+  EXPECT_TRUE(m_manager->addSQLResources(other, &m_factory, m_list.get()));
+  EXPECT_EQ(rowsOf(*m_list), (Rows{table("", "", "", "orders")}));
+}
+
 TEST_F(Scan, AddsEachTableOnce) {
   EXPECT_EQ(
       scan("<SourceTable Name='orders'/><AliasTable Name='ORDERS'/><SourceTable Name='orders'/>").size(), 1U);
