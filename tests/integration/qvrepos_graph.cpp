@@ -6,10 +6,13 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 
 using nlohmann::json;
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -228,6 +231,16 @@ TEST(QvreposGraph, WritesEachFormatToAFile) {
     EXPECT_EQ(run.err, "") << format;
     EXPECT_THAT(folder.read("out." + format), StartsWith(beginning)) << format;
   }
+  // These are all that there are, and docs/graph.md tells of each.
+  std::ifstream page(QV_SOURCE_DIR "/docs/graph.md");
+  const std::string guide{std::istreambuf_iterator<char>(page), {}};
+  std::string names;
+  for (const auto& [format, beginning] : beginnings) {
+    names += (names.empty() ? "" : ", ") + format;
+    EXPECT_THAT(guide, ContainsRegex("\n\\|[^|]*`" + format + "`[^|]*\\|"));
+  }
+  EXPECT_THAT(runTool({"graph", folder.path(), "--format", "none"}).err,
+              HasSubstr("choose from " + names + "\n"));
 }
 
 TEST(QvreposGraph, RefusesAPictureThatNobodyCouldRead) {
