@@ -83,13 +83,13 @@ inline std::size_t lineageOf(const std::string& path, unsigned threads) {
     };
   };
   work.take = [&](std::size_t i) {
-    const auto names = std::move(used[i]);
     const Released<QvResourceList> job(recorder.store->createResourceList());
     QvbString reference(found.files[i].path.c_str());
     recorder.manager->addJobFileNode(recorder.store->getDefaultResourceFactory(), job.get(), reference);
-    if (job->next() && recorder.store->addDependentResources(job->getValue(), names.get()))
+    if (job->next() && recorder.store->addDependentResources(job->getValue(), used[i].get()))
       ++jobs;
   };
+  work.release = [&](std::size_t i) { used[i].reset(); };
   qvlineagegraph::workInOrder(work);
   QvbString xml;
   if (!recorder.store->getLineageAsString(&xml, nullptr, true) || xml.isEmpty())

@@ -4,12 +4,14 @@
 #include "qvxbase/qvbreleased.h"
 #include "qvxhttp/qvxhttp.h"
 
-#include <nlohmann/json.hpp>
+#include <simdjson.h>
 
 #include <algorithm>
 #include <charconv>
+#include <new>
 #include <optional>
 #include <thread>
+#include <tuple>
 
 namespace qvlineagegraph {
 
@@ -153,19 +155,22 @@ private:
   // A batch that was taken as a whole may name events that were not: "failed_events", with index and reason.
   static std::vector<std::optional<Failure>> failuresIn(const std::string& body, std::size_t size) {
     std::vector<std::optional<Failure>> failures(size);
-    const auto answer = nlohmann::json::parse(body, nullptr, false);
-    if (!answer.is_object() || !answer.contains("failed_events") || !answer["failed_events"].is_array())
+    simdjson::dom::parser parser;
+    simdjson::dom::array events;
+    const auto error = parser.parse(body)["failed_events"].get(events);
+    if (error == simdjson::MEMALLOC)
+      throw std::bad_alloc();
+    if (error)
       return failures;
-    for (const auto& event : answer["failed_events"]) {
-      if (!event.is_object() || !event.contains("index") || !event["index"].is_number_unsigned())
+    for (const simdjson::dom::element event : events) {
+      std::uint64_t index = 0;
+      if (event["index"].get(index) || index >= size)
         continue;
-      const auto index = event["index"].get<std::size_t>();
-      const auto reason = event.find("reason"), mayPass = event.find("retriable");
-      if (index < size)
-        failures[index] = {reason != event.end() && reason->is_string()
-                               ? reason->get<std::string>().substr(0, longestReason)
-                               : "no reason is given",
-                           mayPass != event.end() && *mayPass == true};
+      std::string_view reason = "no reason is given";
+      bool mayPass = false;
+      std::ignore = event["reason"].get(reason);
+      std::ignore = event["retriable"].get(mayPass);
+      failures[index] = {std::string(reason.substr(0, longestReason)), mayPass};
     }
     return failures;
   }

@@ -3,6 +3,7 @@
 #include "qvlineagegraph/formats.h"
 
 #include "formattext.h"
+#include "jsonwriter.h"
 
 namespace qvlineagegraph {
 
@@ -20,19 +21,23 @@ void writeAuditTable(std::span<const Finding> findings, const Graph&, std::strin
 }
 
 void writeAuditJson(std::span<const Finding> findings, const Graph& graph, std::string& out) {
-  auto records = nlohmann::ordered_json::array();
-  for (const Finding& finding : findings) {
-    auto nodes = nlohmann::ordered_json::array();
-    for (const NodeIndex index : finding.nodes) {
-      const Node node = graph.node(index);
-      nodes.push_back({{"type", nameOf(node.type)}, {"name", node.name}, {"identity", node.identity}});
-    }
-    records.push_back({{"kind", nameOf(finding.kind)},
-                       {"message", finding.message},
-                       {"nodes", nodes},
-                       {"files", finding.files}});
-  }
-  out += jsonText(records, 2);
+  JsonWriter json(out, JsonWriter::Layout::Indented);
+  json.array([&] {
+    for (const Finding& finding : findings)
+      json.object([&] {
+        json.name("kind").text(nameOf(finding.kind));
+        json.name("message").text(finding.message);
+        json.name("nodes").array([&] {
+          for (const NodeIndex index : finding.nodes)
+            writeNodeRecord(json, graph.node(index));
+        });
+        json.name("files").array([&] {
+          for (const auto& file : finding.files)
+            json.text(file);
+        });
+      });
+  });
+  out += '\n';
 }
 
 } // namespace qvlineagegraph

@@ -3,12 +3,11 @@
 #include "qvlineagegraph/formats.h"
 
 #include "formattext.h"
+#include "jsonwriter.h"
 
 namespace qvlineagegraph {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // A node of either graph.
 struct Side {
@@ -60,29 +59,29 @@ private:
   const Graph& m_after;
 };
 
-Json nodeRecord(const Node& node) {
-  return {{"type", nameOf(node.type)}, {"name", node.name}, {"identity", node.identity}};
-}
-
 template<class Entry>
-Json changeRecords(const DiffReader& reader, const std::vector<Entry>& changes) {
-  auto records = Json::array();
-  for (const auto& change : changes) {
-    Json record{{"change", nameOf(change.change)}};
-    record.update(nodeRecord(reader.side(change).node()));
-    records.push_back(record);
-  }
-  return records;
+void writeChanges(JsonWriter& json, const DiffReader& reader, const std::vector<Entry>& changes) {
+  json.array([&] {
+    for (const auto& change : changes)
+      json.object([&] {
+        json.name("change").text(nameOf(change.change));
+        writeNodeMembers(json, reader.side(change).node());
+      });
+  });
 }
 
-Json edgeRecord(const DiffReader& reader, const EdgeChange& change) {
+void writeEdge(JsonWriter& json, const DiffReader& reader, const EdgeChange& change) {
   const Edge& edge = reader.edge(change);
   const Graph& graph = reader.graph(change);
-  return {{"change", nameOf(change.change)},
-          {"access", nameOf(edge.access)},
-          {"inferred", edge.inferred},
-          {"from", nodeRecord(graph.node(edge.from))},
-          {"to", nodeRecord(graph.node(edge.to))}};
+  json.object([&] {
+    json.name("change").text(nameOf(change.change));
+    json.name("access").text(nameOf(edge.access));
+    json.name("inferred").truth(edge.inferred);
+    json.name("from");
+    writeNodeRecord(json, graph.node(edge.from));
+    json.name("to");
+    writeNodeRecord(json, graph.node(edge.to));
+  });
 }
 
 } // namespace
@@ -94,14 +93,22 @@ void writeDiffTable(const Diff& diff, const Graph& before, const Graph& after, s
 
 void writeDiffJson(const Diff& diff, const Graph& before, const Graph& after, std::string& out) {
   const DiffReader reader(diff, before, after);
-  Json record{{"jobs", changeRecords(reader, diff.jobs)}, {"tables", changeRecords(reader, diff.tables)}};
-  auto& edges = record["edges"] = Json::array();
-  for (const EdgeChange& change : diff.edges)
-    edges.push_back(edgeRecord(reader, change));
-  auto& downstream = record["downstream"] = Json::array();
-  for (const DownstreamNode& node : diff.downstream)
-    downstream.push_back(nodeRecord(reader.side(node).node()));
-  out += jsonText(record, 2);
+  JsonWriter json(out, JsonWriter::Layout::Indented);
+  json.object([&] {
+    json.name("jobs");
+    writeChanges(json, reader, diff.jobs);
+    json.name("tables");
+    writeChanges(json, reader, diff.tables);
+    json.name("edges").array([&] {
+      for (const EdgeChange& change : diff.edges)
+        writeEdge(json, reader, change);
+    });
+    json.name("downstream").array([&] {
+      for (const DownstreamNode& node : diff.downstream)
+        writeNodeRecord(json, reader.side(node).node());
+    });
+  });
+  out += '\n';
 }
 
 void writeDiffMarkdown(const Diff& diff, const Graph& before, const Graph& after, std::string& out) {

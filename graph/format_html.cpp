@@ -2,19 +2,14 @@
 #include "qvlineagegraph/formats.h"
 #include "qvlineagegraph/json.h"
 
+#include "jsonwriter.h"
 #include "pagetemplate.h"
-
-#include <nlohmann/json.hpp>
 
 namespace qvlineagegraph {
 
 namespace {
 
 constexpr std::string_view place = "@DATA@";
-
-std::string jsonOf(const nlohmann::json& value) {
-  return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
 
 std::string_view nameOf(ViewKind kind) {
   switch (kind) {
@@ -28,18 +23,27 @@ std::string_view nameOf(ViewKind kind) {
 }
 
 // A node as the page finds it again, whatever its place in the saved graph.
-nlohmann::json keyOf(const Node& node) {
-  return {nameOf(node.type), node.identity.empty() ? node.name : node.identity};
+void writeKey(JsonWriter& json, const Node& node) {
+  json.array([&] {
+    json.text(nameOf(node.type));
+    json.text(node.identity.empty() ? node.name : node.identity);
+  });
 }
 
 // The members that the page has beside those of a saved graph.
 std::string membersOf(const View& view, const HtmlOptions& options) {
-  auto selection = nlohmann::json::array();
-  for (const NodeIndex index : options.selected)
-    if (view.contains(index))
-      selection.push_back(keyOf(view.node(index)));
-  return "\"title\":" + jsonOf(options.title) + ",\"view\":" + jsonOf(nameOf(view.kind())) +
-         ",\"selection\":" + jsonOf(selection) + ',';
+  std::string members;
+  JsonWriter json(members, JsonWriter::Layout::Line);
+  json.object([&] {
+    json.name("title").text(options.title);
+    json.name("view").text(nameOf(view.kind()));
+    json.name("selection").array([&] {
+      for (const NodeIndex index : options.selected)
+        if (view.contains(index))
+          writeKey(json, view.node(index));
+    });
+  });
+  return members.substr(1, members.size() - 2) + ',';
 }
 
 // In JSON "<" stands in strings alone. Without it nothing can end the element that holds the text, or open another.

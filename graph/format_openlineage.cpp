@@ -2,7 +2,7 @@
 #include "qvlineagegraph/formats.h"
 
 #include "datapath.h"
-#include "formattext.h"
+#include "jsonwriter.h"
 
 #include "qvreposres/qvreposres.h"
 #include "qvxbase/qvbdate.h"
@@ -17,15 +17,16 @@ namespace qvlineagegraph {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr const char* eventSchema = "https://openlineage.io/spec/2-0-2/OpenLineage.json#/$defs/";
 constexpr const char* facetSchemas = "https://openlineage.io/spec/facets/";
 constexpr const char* ownJobNamespace = "qvrepos";
 
 std::string producer() { return std::string("urn:qvreposres:") + qvx_build_version; }
 
-Json facet(const std::string& schema) { return {{"_producer", producer()}, {"_schemaURL", schema}}; }
+void beginFacet(JsonWriter& json, std::string_view schemas, std::string_view schema) {
+  json.name("_producer").text(producer());
+  json.name("_schemaURL").text(std::string(schemas).append(schema));
+}
 
 QvbString bytes(std::string_view text) { return QvbString(text); }
 
@@ -74,56 +75,77 @@ public:
                    ? std::string(QvbDate::currentDate(true).asString(false).view()) + "Z"
                    : options.eventTime) {}
 
-  Json event(NodeIndex job) const {
-    Json event{{"eventTime", m_time},
-               {"producer", producer()},
-               {"schemaURL", std::string(eventSchema) + "JobEvent"},
-               {"job", jobRecord(m_view.node(job))}};
-    auto& inputs = event["inputs"] = Json::array();
-    for (const Edge& edge : m_view.in(job))
-      inputs.push_back(dataset(edge.from, edge, "inputFacets", "InputDatasetFacet"));
-    auto& outputs = event["outputs"] = Json::array();
-    for (const Edge& edge : m_view.out(job))
-      outputs.push_back(dataset(edge.to, edge, "outputFacets", "OutputDatasetFacet"));
-    return event;
+  void write(NodeIndex job, std::string& out) const {
+    JsonWriter json(out, JsonWriter::Layout::Line);
+    json.object([&] {
+      json.name("eventTime").text(m_time);
+      json.name("producer").text(producer());
+      json.name("schemaURL").text(std::string(eventSchema) + "JobEvent");
+      json.name("job");
+      writeJob(json, m_view.node(job));
+      json.name("inputs").array([&] {
+        for (const Edge& edge : m_view.in(job))
+          writeDataset(json, edge.from, edge, "inputFacets", "InputDatasetFacet");
+      });
+      json.name("outputs").array([&] {
+        for (const Edge& edge : m_view.out(job))
+          writeDataset(json, edge.to, edge, "outputFacets", "OutputDatasetFacet");
+      });
+    });
+    out += '\n';
   }
 
 private:
-  Json jobRecord(const Node& job) const {
-    Json type = facet(std::string(facetSchemas) + "2-0-4/JobTypeJobFacet.json#/$defs/JobTypeJobFacet");
-    type["processingType"] = "BATCH";
-    type["integration"] = "QVREPOS";
-    if (!job.kind.empty())
-      type["jobType"] = job.kind;
-    Json facets{{"jobType", type}};
-    if (job.file.starts_with('/')) {
-      Json location = facet(std::string(facetSchemas) +
-                            "1-1-0/SourceCodeLocationJobFacet.json#/$defs/SourceCodeLocationJobFacet");
-      location["type"] = "file";
-      location["url"] = uriText(getURI(bytes("file"), QvbString(), bytes(job.file)));
-      facets["sourceCodeLocation"] = location;
-    }
-    return {{"namespace", m_options.jobNamespace.empty() ? ownJobNamespace : m_options.jobNamespace},
-            {"name", job.name},
-            {"facets", facets}};
+  void writeJob(JsonWriter& json, const Node& job) const {
+    json.object([&] {
+      json.name("namespace").text(m_options.jobNamespace.empty() ? ownJobNamespace : m_options.jobNamespace);
+      json.name("name").text(job.name);
+      json.name("facets").object([&] { writeJobFacets(json, job); });
+    });
   }
 
-  Json dataset(NodeIndex index, const Edge& edge, const char* kind, const char* schema) const {
-    Json record = m_view.graph().type(index) == NodeType::Table ? table(index) : file(index);
-    if (edge.inferred) {
-      record[kind]["qvrepos_edge"] = facet(std::string(eventSchema) + schema);
-      record[kind]["qvrepos_edge"]["inferred"] = true;
-    }
-    return record;
+  static void writeJobFacets(JsonWriter& json, const Node& job) {
+    json.name("jobType").object([&] {
+      beginFacet(json, facetSchemas, "2-0-4/JobTypeJobFacet.json#/$defs/JobTypeJobFacet");
+      json.name("processingType").text("BATCH");
+      json.name("integration").text("QVREPOS");
+      if (!job.kind.empty())
+        json.name("jobType").text(job.kind);
+    });
+    if (!job.file.starts_with('/'))
+      return;
+    json.name("sourceCodeLocation").object([&] {
+      beginFacet(json, facetSchemas,
+                 "1-1-0/SourceCodeLocationJobFacet.json#/$defs/SourceCodeLocationJobFacet");
+      json.name("type").text("file");
+      json.name("url").text(uriText(getURI(bytes("file"), QvbString(), bytes(job.file))));
+    });
   }
 
-  Json file(NodeIndex index) const {
-    const Node node = m_view.node(index);
-    return {{"namespace", "file"}, {"name", node.file.empty() ? node.name : node.file}};
+  void writeDataset(JsonWriter& json, NodeIndex index, const Edge& edge, std::string_view facets,
+                    std::string_view schema) const {
+    json.object([&] {
+      if (m_view.graph().type(index) == NodeType::Table)
+        writeTableMembers(json, m_view.node(index));
+      else
+        writeFileMembers(json, m_view.node(index));
+      if (!edge.inferred)
+        return;
+      json.name(facets).object([&] {
+        json.name("qvrepos_edge").object([&] {
+          beginFacet(json, eventSchema, schema);
+          json.name("inferred").truth(true);
+        });
+      });
+    });
   }
 
-  Json table(NodeIndex index) const {
-    const Node node = m_view.node(index);
+  static void writeFileMembers(JsonWriter& json, const Node& node) {
+    json.name("namespace").text("file");
+    json.name("name").text(node.file.empty() ? node.name : node.file);
+  }
+
+  void writeTableMembers(JsonWriter& json, const Node& node) const {
     auto parts = splitDataPath(node.name);
     const std::string source = node.source == noNode ? "" : std::string(m_view.graph().name(node.source));
     if (!source.empty() && parts.size() > 1)
@@ -131,15 +153,17 @@ private:
     const Place place = placeOfSource(source);
     if (!place.database.empty() && parts.size() < (hasNoSchemas(place.uri) ? 2U : 3U))
       parts.insert(parts.begin(), place.database);
-    Json record{{"namespace", place.space}, {"name", parts.empty() ? std::string(node.name) : joined(parts)}};
-    if (!source.empty()) {
-      Json from = facet(std::string(facetSchemas) +
-                        "1-0-1/DatasourceDatasetFacet.json#/$defs/DatasourceDatasetFacet");
-      from["name"] = source;
-      from["uri"] = place.uri;
-      record["facets"]["dataSource"] = from;
-    }
-    return record;
+    json.name("namespace").text(place.space);
+    json.name("name").text(parts.empty() ? std::string(node.name) : joined(parts));
+    if (source.empty())
+      return;
+    json.name("facets").object([&] {
+      json.name("dataSource").object([&] {
+        beginFacet(json, facetSchemas, "1-0-1/DatasourceDatasetFacet.json#/$defs/DatasourceDatasetFacet");
+        json.name("name").text(source);
+        json.name("uri").text(place.uri);
+      });
+    });
   }
 
   Place placeOfSource(const std::string& source) const {
@@ -175,7 +199,7 @@ Result<void> writeOpenLineage(const View& view, const OpenLineageOptions& option
   const EventWriter writer(view, options);
   for (const NodeIndex node : view.nodes())
     if (view.graph().type(node) == NodeType::Job)
-      out += jsonText(writer.event(node));
+      writer.write(node, out);
   return {};
 }
 

@@ -1,5 +1,9 @@
 #include "formattext.h"
 
+#include "jsonwriter.h"
+
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 namespace qvlineagegraph {
@@ -38,7 +42,11 @@ bool isPlain(std::string_view text, std::size_t at) {
 // The bytes with U+FFFD for what is not UTF-8.
 std::string utf8Text(std::string_view bytes) {
   const bool isAscii = std::ranges::all_of(bytes, [](char byte) { return (byte & 0x80) == 0; });
-  return isAscii ? std::string(bytes) : nlohmann::json::parse(jsonText(bytes)).get<std::string>();
+  if (isAscii)
+    return std::string(bytes);
+  std::string json;
+  appendJsonString(json, bytes);
+  return nlohmann::json::parse(json).get<std::string>();
 }
 
 } // namespace
@@ -69,9 +77,5 @@ std::string codedText(std::string_view bytes, std::string_view prefix) {
 }
 
 std::string_view inferredMark(const Edge& edge) { return edge.inferred ? " (inferred)" : ""; }
-
-std::string jsonText(const nlohmann::ordered_json& value, int indentation) {
-  return value.dump(indentation, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
-}
 
 } // namespace qvlineagegraph

@@ -3,8 +3,6 @@
 
 #include "qvlineagegraph/graph.h"
 
-#include <nlohmann/json.hpp>
-
 #include <string>
 #include <string_view>
 
@@ -20,8 +18,5 @@ std::string codedText(std::string_view bytes, std::string_view prefix);
 
 // " (inferred)" behind the name of what an inferred edge leads to.
 std::string_view inferredMark(const Edge& edge);
-
-// One line of JSON, or, with an indentation, several; U+FFFD for bytes that are not UTF-8.
-std::string jsonText(const nlohmann::ordered_json& value, int indentation = -1);
 
 } // namespace qvlineagegraph

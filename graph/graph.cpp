@@ -21,15 +21,6 @@ bool isSameButInferred(const Edge& a, const Edge& b) {
   return std::tie(a.from, a.to, a.access) == std::tie(b.from, b.to, b.access);
 }
 
-// Sorted, and of edges that differ in `inferred` alone the first, which is not.
-std::vector<Edge> arranged(std::vector<Edge> edges) {
-  if (!std::is_sorted(edges.begin(), edges.end(), isBefore))
-    std::sort(edges.begin(), edges.end(), isBefore);
-  edges.erase(std::unique(edges.begin(), edges.end(), isSameButInferred), edges.end());
-  edges.shrink_to_fit();
-  return edges;
-}
-
 // Where the edges of each node begin, when they stand by this end.
 std::vector<std::uint32_t> offsetsBy(NodeIndex Edge::*end, std::size_t nodeCount,
                                      const std::vector<Edge>& edges) {
@@ -39,6 +30,27 @@ std::vector<std::uint32_t> offsetsBy(NodeIndex Edge::*end, std::size_t nodeCount
   for (std::size_t i = 1; i < offsets.size(); ++i)
     offsets[i] += offsets[i - 1];
   return offsets;
+}
+
+// Sorted: put to the rows of their first nodes, and each row for itself.
+std::vector<Edge> sorted(std::size_t nodeCount, const std::vector<Edge>& edges) {
+  const auto starts = offsetsBy(&Edge::from, nodeCount, edges);
+  auto nextOfNode = starts;
+  std::vector<Edge> rows(edges.size());
+  for (const Edge& edge : edges)
+    rows[nextOfNode[edge.from]++] = edge;
+  for (std::size_t i = 0; i < nodeCount; ++i)
+    std::sort(rows.begin() + starts[i], rows.begin() + starts[i + 1], isBefore);
+  return rows;
+}
+
+// Sorted, and of edges that differ in `inferred` alone the first, which is not.
+std::vector<Edge> arranged(std::size_t nodeCount, std::vector<Edge> edges) {
+  if (!std::is_sorted(edges.begin(), edges.end(), isBefore))
+    edges = sorted(nodeCount, edges);
+  edges.erase(std::unique(edges.begin(), edges.end(), isSameButInferred), edges.end());
+  edges.shrink_to_fit();
+  return edges;
 }
 
 std::vector<std::uint32_t> positionsByEnd(const std::vector<Edge>& edges,
@@ -52,7 +64,8 @@ std::vector<std::uint32_t> positionsByEnd(const std::vector<Edge>& edges,
 } // namespace
 
 Edges::Edges(std::size_t nodeCount, std::vector<Edge> edges)
-    : m_edges(arranged(std::move(edges))), m_outOffsets(offsetsBy(&Edge::from, nodeCount, m_edges)),
+    : m_edges(arranged(nodeCount, std::move(edges))),
+      m_outOffsets(offsetsBy(&Edge::from, nodeCount, m_edges)),
       m_inOffsets(offsetsBy(&Edge::to, nodeCount, m_edges)) {
   m_incoming = positionsByEnd(m_edges, m_inOffsets);
 }

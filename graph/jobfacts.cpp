@@ -27,16 +27,14 @@ public:
       : m_manager(manager), m_factory(factory), m_facts(facts) {}
 
   void visitConnection(const QvbString& name, const QvbString& type, const QvbString& connection) override {
-    m_dataSource = name.isEmpty() ? std::string() : shortName(connection);
-    if (!name.isEmpty())
-      addDataSource(connection, type);
+    m_dataSource = name.isEmpty() ? std::string_view() : addDataSource(connection, type);
   }
 
   void visitTableRead(QvSQLTableElement, const QvDataURIComponents& table, const QvbString&) override {
-    addDataSource(table.dataSource, table.dataSourceType);
+    const std::string_view dataSource = addDataSource(table.dataSource, table.dataSourceType);
     if (!table.table.isEmpty())
-      addTable({.access = Access::Read, .dataSource = shortName(table.dataSource)}, table.dataSource,
-               table.dataSourceType, table.catalog, table.schema, table.table);
+      addTable({.access = Access::Read, .dataSource = dataSource}, table.dataSource, table.dataSourceType,
+               table.catalog, table.schema, table.table);
   }
 
   void visitBareTableRead(QvSQLTableElement, const QvbString& table, const QvbString&) override {
@@ -58,41 +56,43 @@ public:
   void visitUnknownRoot(const QvbString& name) override { m_facts.unknownRoot = str(name); }
 
 private:
-  std::string shortName(const QvbString& dsn) {
+  std::string_view shortName(const QvbString& dsn) {
     QvbString name;
-    return str(m_manager.generateShortDSN(dsn, &name) ? name : dsn);
+    return m_facts.memory.keep((m_manager.generateShortDSN(dsn, &name) ? name : dsn).view());
   }
 
-  static std::string identityOf(QvResource* made) {
+  std::string_view identityOf(QvResource* made) {
     const Released<QvResource> resource(made);
     if (!resource) // nothing that the walk tells lacks what its identity needs
       throw std::bad_alloc();
-    return str(resource->getResourceIdentity());
+    return m_facts.memory.keep(resource->getResourceIdentity().view());
   }
 
-  // Many tables in a row are of one data source.
-  void addDataSource(QvbString dsn, QvbString type) {
+  // Its short name. Many tables in a row are of one data source.
+  std::string_view addDataSource(QvbString dsn, QvbString type) {
     if (!m_facts.dataSources.empty() && m_latest.first == dsn && m_latest.second == type)
-      return;
+      return m_facts.dataSources.back().name;
     m_latest = {dsn, type};
-    m_facts.dataSources.push_back(
-        {shortName(dsn), str(type), identityOf(m_manager.generateDataSourceResource(&m_factory, dsn, type))});
+    const std::string_view name = shortName(dsn);
+    m_facts.dataSources.push_back({name, m_facts.memory.keep(type.view()),
+                                   identityOf(m_manager.generateDataSourceResource(&m_factory, dsn, type))});
+    return name;
   }
 
   void addTable(TableFact fact, QvbString dsn, QvbString type, QvbString catalog, QvbString schema,
                 QvbString table) {
-    fact.catalog = str(catalog);
-    fact.schema = str(schema);
-    fact.table = str(table);
+    fact.catalog = m_facts.memory.keep(catalog.view());
+    fact.schema = m_facts.memory.keep(schema.view());
+    fact.table = m_facts.memory.keep(table.view());
     fact.identity =
         identityOf(m_manager.generateTableResource(&m_factory, dsn, type, catalog, schema, table));
-    m_facts.tables.push_back(std::move(fact));
+    m_facts.tables.push_back(fact);
   }
 
   QvResourceManager& m_manager;
   QvResourceFactory& m_factory;
   JobFacts& m_facts;
-  std::string m_dataSource;                 // of the latest connection
+  std::string_view m_dataSource;            // of the latest connection
   std::pair<QvbString, QvbString> m_latest; // data source and its type
 };
 
@@ -118,12 +118,11 @@ std::optional<QvbString> pipeContent(const std::string& path) {
 } // namespace
 
 JobReader::JobReader() : m_lineage(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {
-  if (!m_lineage)
+  if (!m_lineage || !m_lineage->getDefaultResourceFactory())
     throw std::bad_alloc();
 }
 
-JobFacts JobReader::read(const JobFile& file, const std::string& input) {
-  JobFacts facts;
+void JobReader::read(const JobFile& file, const std::string& input, JobFacts& facts) {
   const bool isInput = file.path == "-";
   if (!isInput)
     identify(file.path, facts);
@@ -134,14 +133,13 @@ JobFacts JobReader::read(const JobFile& file, const std::string& input) {
       facts.saved = std::move(*saved);
     else
       facts.failure = saved.error().message;
-    return facts;
+    return;
   }
   FactsVisitor visitor(*m_manager, *m_lineage->getDefaultResourceFactory(), facts);
   QvbString error;
   if (stream ? !visitSQLStepInString(*stream, &visitor, &error)
              : !visitSQLStepInFile(text(file.path), &visitor, &error))
     facts.failure = stream ? file.path + ":" + str(error) : str(error);
-  return facts;
 }
 
 void JobReader::identify(const std::string& path, JobFacts& facts) {
@@ -151,8 +149,8 @@ void JobReader::identify(const std::string& path, JobFacts& facts) {
       m_manager->generateFileResource(type, m_lineage->getDefaultResourceFactory(), filename));
   if (!job)
     return;
-  facts.identity = str(job->getResourceIdentity());
-  facts.kind = str(job->getResourceType());
+  facts.identity = facts.memory.keep(job->getResourceIdentity().view());
+  facts.kind = facts.memory.keep(job->getResourceType().view());
 }
 
 } // namespace qvlineagegraph

@@ -65,7 +65,8 @@ struct Entry {
 // The search, which goes on for as long as it can: what cannot be looked at is noted.
 class Search {
 public:
-  explicit Search(const PathPatterns& patterns) : m_patterns(patterns) {}
+  Search(const PathPatterns& patterns, bool canMeetTwice)
+      : m_patterns(patterns), m_canMeetTwice(canMeetTwice) {}
 
   void take(const std::string& given) {
     if (given == "-") {
@@ -95,9 +96,9 @@ public:
   }
 
 private:
-  void add(const std::string& path, const std::string& below) {
-    if (m_known.insert(path).second)
-      m_found.files.push_back({path, below});
+  void add(std::string path, std::string below) {
+    if (!m_canMeetTwice || m_known.insert(path).second)
+      m_found.files.push_back({std::move(path), std::move(below)});
   }
 
   void fail(const std::string& path, const std::string& reason) {
@@ -109,10 +110,10 @@ private:
   void searchFolder(const std::string& root) {
     std::vector<Entry> pending{{root, "", true}};
     while (!pending.empty()) {
-      const Entry next = std::move(pending.back());
+      Entry next = std::move(pending.back());
       pending.pop_back();
       if (!next.isFolder) {
-        add(next.path, next.below);
+        add(std::move(next.path), std::move(next.below));
         continue;
       }
       auto wanted = wantedEntries(next);
@@ -155,7 +156,7 @@ private:
     if (kind == DT_DIR ||
         (kind == DT_UNKNOWN && fs::symlink_status(path, error).type() == fs::file_type::directory))
       return Entry{std::move(path), std::move(below), true};
-    if (!error && !isJobFile(name))
+    if (!error && !hasJobExtension(name))
       return std::nullopt;
     if (!m_patterns.include.empty() && !matchesAny(m_patterns.include, below, name))
       return std::nullopt;
@@ -165,7 +166,23 @@ private:
     return isFile ? std::optional(Entry{std::move(path), std::move(below), false}) : std::nullopt;
   }
 
+  // Of most files the name ends as that of the file before, and an extension lies behind the first dot.
+  bool hasJobExtension(const std::string& name) {
+    const auto dot = name.find('.');
+    if (dot == std::string::npos || dot == 0)
+      return isJobFile(name);
+    const auto ending = std::string_view(name).substr(dot);
+    if (ending != m_latestEnding) {
+      m_latestEnding = ending;
+      m_isLatestJob = isJobFile(name);
+    }
+    return m_isLatestJob;
+  }
+
   const PathPatterns& m_patterns;
+  bool m_canMeetTwice; // what one path leads to is met once
+  std::string m_latestEnding;
+  bool m_isLatestJob = false;
   JobFiles m_found;
   std::unordered_set<std::string> m_known;
 };
@@ -173,7 +190,7 @@ private:
 } // namespace
 
 JobFiles findJobFiles(std::span<const std::string> paths, const PathPatterns& patterns) {
-  Search search(patterns);
+  Search search(patterns, paths.size() > 1);
   for (const auto& path : paths)
     search.take(path);
   return std::move(search).result();

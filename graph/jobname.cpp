@@ -27,17 +27,23 @@ std::string_view withoutExtension(std::string_view path) {
 } // namespace
 
 void nameJobs(std::vector<JobFile>& files) {
-  Uses shortUses, longUses;
-  for (const JobFile& file : files) {
-    ++shortUses[withoutExtension(file.name)];
-    ++longUses[file.name];
+  Uses shortUses(files.size()), longUses;
+  std::vector<const std::size_t*> usesOf(files.size());
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    auto& uses = shortUses[withoutExtension(files[i].name)];
+    ++uses;
+    usesOf[i] = &uses;
   }
+  for (std::size_t i = 0; i < files.size();
+       ++i) // names that are the same are so without their extensions, too
+    if (*usesOf[i] > 1)
+      ++longUses[files[i].name];
   std::vector<std::string> names;
   names.reserve(files.size());
-  for (const JobFile& file : files) {
-    const auto shortName = withoutExtension(file.name);
-    if (shortUses[shortName] == 1)
-      names.emplace_back(shortName);
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    const JobFile& file = files[i];
+    if (*usesOf[i] == 1)
+      names.emplace_back(withoutExtension(file.name));
     else
       names.push_back(longUses[file.name] == 1 ? file.name : file.path);
   }

@@ -17,10 +17,11 @@ std::string nameKey(NodeIndex source, std::string_view table) {
 }
 
 std::string dataPathOf(const TableFact& fact) {
-  return fact.isBare ? fact.table : joinDataPath({fact.dataSource, fact.catalog, fact.schema, fact.table});
+  return joinDataPath({fact.dataSource, fact.catalog, fact.schema, fact.table});
 }
 
-bool isSpelledAlike(const TableFact& a, const TableFact& b) {
+template<class Name, class Other>
+bool isSpelledAlike(const Name& a, const Other& b) {
   return a.table == b.table && a.schema == b.schema && a.catalog == b.catalog;
 }
 
@@ -30,7 +31,7 @@ bool isSameOrAbsent(std::string_view part, std::string_view other) {
 
 } // namespace
 
-void Joiner::add(const JobFile& file, JobFacts facts) {
+void Joiner::add(const JobFile& file, JobFacts& facts) {
   if (facts.saved) {
     addSaved(*facts.saved);
     return;
@@ -50,8 +51,8 @@ void Joiner::add(const JobFile& file, JobFacts facts) {
     addDataSource(
         {.type = NodeType::DataSource, .name = source.name, .identity = source.identity, .kind = source.type},
         file.path);
-  for (auto& table : facts.tables)
-    addTable(job, std::move(table), file.path);
+  for (const auto& table : facts.tables)
+    addTable(job, table, file.path);
 }
 
 NodeIndex Joiner::addJob(const JobFile& file, const JobFacts& facts) {
@@ -78,13 +79,9 @@ void Joiner::addSaved(const Graph& saved) {
     if (!manager->getTableObjectFromResourceId(QvbString(node.identity), &dataSource, &type, &catalog,
                                                &schema, &table))
       continue;
-    TableFact fact;
-    fact.dataSource = dataSource.view();
-    fact.catalog = catalog.view();
-    fact.schema = schema.view();
-    fact.table = table.view();
     learn(m_builder.find(NodeType::Table, node.identity),
-          m_builder.find(NodeType::DataSource, saved.name(node.source)), std::move(fact));
+          m_builder.find(NodeType::DataSource, saved.name(node.source)),
+          {.catalog = catalog.view(), .schema = schema.view(), .table = table.view()});
   }
 }
 
@@ -96,38 +93,34 @@ NodeIndex Joiner::addDataSource(const Node& source, const std::string& file) {
   return node;
 }
 
-void Joiner::addTable(NodeIndex job, TableFact fact, const std::string& file) {
+void Joiner::addTable(NodeIndex job, const TableFact& fact, const std::string& file) {
   const Node dataSource{.type = NodeType::DataSource, .name = fact.dataSource};
   const NodeIndex source = fact.dataSource.empty() ? noNode : addDataSource(dataSource, file);
   if (fact.isBare) {
-    m_bareReads.push_back({file, job, source, std::move(fact)});
+    m_bareReads.push_back({file, job, source, std::string(fact.table), std::string(fact.identity)});
     return;
   }
-  const NodeIndex table = tableNode(fact, source);
+  NodeIndex table = m_builder.find(NodeType::Table, fact.identity);
+  if (table == noNode)
+    table = m_builder.add(
+        {.type = NodeType::Table, .name = dataPathOf(fact), .identity = fact.identity, .source = source});
   if (fact.access == Access::Read)
     m_builder.addEdge({table, job, Access::Read, false});
   else
     m_builder.addEdge({job, table, Access::Write, false});
   if (table < m_tables.size() && !m_tables[table].table.empty() && !isSpelledAlike(fact, m_tables[table]))
     noteSpelling(table, dataPathOf(fact), file);
-  learn(table, source, std::move(fact));
+  learn(table, source, fact);
 }
 
-NodeIndex Joiner::tableNode(const TableFact& fact, NodeIndex source) {
-  if (const NodeIndex known = m_builder.find(NodeType::Table, fact.identity); known != noNode)
-    return known;
-  const std::string name = dataPathOf(fact);
-  return m_builder.add({.type = NodeType::Table, .name = name, .identity = fact.identity, .source = source});
-}
-
-void Joiner::learn(NodeIndex node, NodeIndex source, TableFact fact) {
+void Joiner::learn(NodeIndex node, NodeIndex source, const TableFact& fact) {
   if (node >= m_tables.size())
     m_tables.resize(node + 1);
   if (!m_tables[node].table.empty())
     return;
   if (source != noNode)
     m_byName[nameKey(source, fact.table)].push_back(node);
-  m_tables[node] = std::move(fact);
+  m_tables[node] = {std::string(fact.catalog), std::string(fact.schema), std::string(fact.table)};
 }
 
 void Joiner::note(NoteKind kind, NodeIndex node, const std::string& file, std::string text) {
@@ -140,7 +133,7 @@ void Joiner::noteSpelling(NodeIndex node, std::string spelling, const std::strin
 }
 
 void Joiner::noteBareSpelling(NodeIndex node, std::string_view own, const BareRead& read) {
-  const std::string& name = read.table.table;
+  const std::string& name = read.name;
   if (own != name && qvbEqualsIgnoreCase(own, name))
     noteSpelling(node, name, read.file);
 }
@@ -152,8 +145,8 @@ std::vector<NodeIndex> Joiner::tablesNamed(NodeIndex source, const std::string& 
 
 // As the database would read the name: a table's, or a schema's and a table's.
 std::vector<NodeIndex> Joiner::tablesMeant(const BareRead& read) const {
-  auto meant = tablesNamed(read.source, read.table.table);
-  const auto parts = splitDataPath(read.table.table);
+  auto meant = tablesNamed(read.source, read.name);
+  const auto parts = splitDataPath(read.name);
   if (!meant.empty() || parts.size() < 2 || parts.size() > 3)
     return meant;
   const std::string_view catalog = parts.size() == 3 ? std::string_view(parts[0]) : std::string_view();
@@ -172,7 +165,8 @@ void Joiner::resolve(const BareRead& read) {
     noteBareSpelling(meant.front(), m_tables[meant.front()].table, read);
     return;
   }
-  const NodeIndex table = tableNode(read.table, noNode);
+  const NodeIndex table =
+      m_builder.add({.type = NodeType::Table, .name = read.name, .identity = read.identity});
   noteBareSpelling(table, m_builder.nameOf(table), read);
   m_builder.addEdge({table, read.job, Access::Read, false});
   if (meant.empty())

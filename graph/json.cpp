@@ -2,8 +2,8 @@
 #include "qvlineagegraph/json.h"
 
 #include "jsonsplit.h"
+#include "jsonwriter.h"
 
-#include <nlohmann/json.hpp>
 #include <simdjson.h>
 
 #include <algorithm>
@@ -29,15 +29,10 @@ void appendNumber(std::string& out, std::size_t number) {
   out.append(digits.data(), end);
 }
 
-void appendString(std::string& out, std::string_view text) {
-  constexpr auto replace = nlohmann::json::error_handler_t::replace;
-  out += nlohmann::json(text).dump(-1, ' ', false, replace);
-}
-
 void appendMember(std::string& out, std::string_view name, std::string_view text) {
   if (!text.empty()) {
     out.append(",\"").append(name).append("\":");
-    appendString(out, text);
+    appendJsonString(out, text);
   }
 }
 
@@ -89,9 +84,9 @@ private:
   void writeNode(const Node& node) {
     separate();
     m_out.append("{\"type\":\"").append(nameOf(node.type)).append("\",\"name\":");
-    appendString(m_out, node.name);
+    appendJsonString(m_out, node.name);
     m_out += ",\"identity\":";
-    appendString(m_out, node.identity);
+    appendJsonString(m_out, node.identity);
     appendMember(m_out, "file", node.file);
     appendMember(m_out, "kind", node.kind);
     if (node.source != noNode) {
@@ -165,8 +160,7 @@ NodeIndex indexOf(od::value value) {
 }
 
 template<class Enum, std::size_t count>
-Enum enumOf(const std::array<Enum, count>& values, od::value value) {
-  const std::string_view name = value.get_string();
+Enum enumOf(const std::array<Enum, count>& values, std::string_view name) {
   if (const auto found = valueNamed(values, name))
     return *found;
   throw Refusal{"\"" + std::string(name) + "\" is not known here"};
@@ -197,12 +191,19 @@ private:
     return {ErrorKind::Malformed, "no saved graph: " + reason};
   }
 
+  // In memory of our own: the parser does not look whether it got any for its texts.
+  std::string_view textOf(od::raw_json_string raw) { return m_parser.unescape(raw, m_nextText); }
+  std::string_view textOf(od::value value) { return textOf(value.get_raw_json_string()); }
+
   void take(std::string_view name, std::string_view text) {
+    if (m_texts.size() < text.size() + simdjson::SIMDJSON_PADDING)
+      m_texts.resize(text.size() + simdjson::SIMDJSON_PADDING);
+    m_nextText = m_texts.data();
     // The splitter keeps room after the text.
     od::document document =
         m_parser.iterate(text.data(), text.size(), text.size() + simdjson::SIMDJSON_PADDING);
     if (name == "format")
-      m_isOurs = std::string_view(document.get_string()) == formatName;
+      m_isOurs = textOf(document.get_raw_json_string()) == formatName;
     else if (name == "version")
       m_version = document.get_int64();
     else if (name == "nodes")
@@ -223,16 +224,16 @@ private:
     for (od::field field : object) {
       const auto key = field.key();
       if (key == "type") {
-        node.type = enumOf(nodeTypes, field.value());
+        node.type = enumOf(nodeTypes, textOf(field.value()));
         hasType = true;
       } else if (key == "name")
-        node.name = field.value().get_string();
+        node.name = textOf(field.value());
       else if (key == "identity")
-        node.identity = field.value().get_string();
+        node.identity = textOf(field.value());
       else if (key == "file")
-        node.file = field.value().get_string();
+        node.file = textOf(field.value());
       else if (key == "kind")
-        node.kind = field.value().get_string();
+        node.kind = textOf(field.value());
       else if (key == "source")
         source = indexOf(field.value());
     }
@@ -252,7 +253,7 @@ private:
       else if (key == "to")
         edge.to = indexOf(field.value());
       else if (key == "access")
-        edge.access = enumOf(accesses, field.value());
+        edge.access = enumOf(accesses, textOf(field.value()));
       else if (key == "inferred")
         edge.inferred = field.value().get_bool();
     }
@@ -264,13 +265,13 @@ private:
     for (od::field field : object) {
       const auto key = field.key();
       if (key == "kind")
-        note.kind = enumOf(noteKinds, field.value());
+        note.kind = enumOf(noteKinds, textOf(field.value()));
       else if (key == "node")
         note.node = indexOf(field.value());
       else if (key == "file")
-        note.file = std::string_view(field.value().get_string());
+        note.file = textOf(field.value());
       else if (key == "text")
-        note.text = std::string_view(field.value().get_string());
+        note.text = textOf(field.value());
     }
     m_notes.push_back(std::move(note));
   }
@@ -302,6 +303,8 @@ private:
   }
 
   od::parser m_parser;
+  std::vector<std::uint8_t> m_texts; // of one member's value
+  std::uint8_t* m_nextText = nullptr;
   GraphBuilder m_builder;
   bool m_isOurs = false;
   std::optional<std::int64_t> m_version;

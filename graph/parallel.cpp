@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <deque>
 #include <exception>
 #include <system_error>
 #include <thread>
@@ -46,8 +47,11 @@ private:
   void work(bool isCaller) noexcept {
     try {
       const auto worker = m_work.worker();
+      Own own(*this);
       for (std::size_t i = m_next++; i < m_work.items && !m_isStopped; i = m_next++) {
+        own.release();
         worker(i);
+        own.add(i);
         m_isDone[i].store(true, std::memory_order_release);
         ++m_done;
         if (isCaller)
@@ -59,6 +63,25 @@ private:
     }
   }
 
+  // What one thread worked on, in order.
+  class Own {
+  public:
+    explicit Own(InOrder& all) : m_all(all) {}
+    void add(std::size_t item) {
+      if (m_all.m_work.release)
+        m_items.push_back(item);
+    }
+    void release() {
+      const std::size_t taken = m_all.m_taken.load(std::memory_order_acquire);
+      for (; !m_items.empty() && m_items.front() < taken; m_items.pop_front())
+        m_all.m_work.release(m_items.front());
+    }
+
+  private:
+    InOrder& m_all;
+    std::deque<std::size_t> m_items;
+  };
+
   void attend() {
     takeWhatIsDone();
     if (m_work.progress && !m_work.progress(m_done))
@@ -66,13 +89,15 @@ private:
   }
 
   void takeWhatIsDone() {
-    for (; m_taken < m_isDone.size() && m_isDone[m_taken].load(std::memory_order_acquire); ++m_taken)
-      m_work.take(m_taken);
+    std::size_t next = m_taken;
+    for (; next < m_isDone.size() && m_isDone[next].load(std::memory_order_acquire);
+         m_taken.store(++next, std::memory_order_release))
+      m_work.take(next);
   }
 
   const ParallelWork& m_work;
   std::vector<std::atomic<bool>> m_isDone;
-  std::size_t m_taken = 0;
+  std::atomic<std::size_t> m_taken{0}; // by the calling thread
   std::atomic<std::size_t> m_next{0};
   std::atomic<std::size_t> m_done{0};
   std::atomic<bool> m_isStopped{false};

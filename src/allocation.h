@@ -4,21 +4,6 @@
 #include <new>
 #include <utility>
 
-// What `make` makes, or null when memory is short.
-template<class Make>
-auto madeOrNull(Make make) noexcept -> decltype(make()) {
-  try {
-    return make();
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
-template<class T, class... Args>
-T* newOrNull(Args&&... args) {
-  return madeOrNull([&] { return new T(std::forward<Args>(args)...); });
-}
-
 // What a step gives, or `failure` when memory is short.
 template<class Result, class Step>
 Result resultOr(Result failure, const Step& step) {
@@ -27,6 +12,17 @@ Result resultOr(Result failure, const Step& step) {
   } catch (const std::bad_alloc&) {
     return failure;
   }
+}
+
+// What `make` makes, or null when memory is short.
+template<class Make>
+auto madeOrNull(const Make& make) noexcept -> decltype(make()) {
+  return resultOr<decltype(make())>(nullptr, make);
+}
+
+template<class T, class... Args>
+T* newOrNull(Args&&... args) {
+  return madeOrNull([&] { return new T(std::forward<Args>(args)...); });
 }
 
 // Takes a step that allocates; false when memory is short.

@@ -7,26 +7,14 @@
 #include "qvxbase/qvbthreads.h"
 #include "qvxbb/qvlock.h"
 
-#include <memory>
 #include <utility>
 
-struct FileDiscarder {
-  void operator()(NpFile* file) const { np_fio_discard(file); }
-};
 // A file that is written takes its place only when it is closed explicitly.
-using OpenFile = std::unique_ptr<NpFile, FileDiscarder>;
-
-struct FolderDiscarder {
-  void operator()(NpDir* folder) const { np_dir_discard(folder); }
-};
+using OpenFile = EndedBy<NpFile, np_fio_discard>;
 // A new folder that goes again unless its handle is closed explicitly.
-using OpenFolder = std::unique_ptr<NpDir, FolderDiscarder>;
-
-struct FolderCloser {
-  void operator()(NpDir* folder) const { np_dir_close(folder); }
-};
+using OpenFolder = EndedBy<NpDir, np_dir_discard>;
 // A folder that stays when its handle goes.
-using HeldFolder = std::unique_ptr<NpDir, FolderCloser>;
+using HeldFolder = EndedBy<NpDir, np_dir_close>;
 
 // What the holder of a lock is going to do for its caller.
 enum class LockRequest { Reader = 0, Writer = 1 };

@@ -26,11 +26,11 @@ bool locateData(const DataSource& source, const QvbString& shortName, LineageLoc
   QvbString name = shortName;
   if (isSyscatDsn(shortName, &server, &name))
     scheme = "qvf";
-  const Released<QvURI> uri(getDataURIFromComponents(scheme, server, name, source.type, source.catalog,
-                                                     source.schema, source.table, ""));
-  if (!uri)
+  const QvbString uri =
+      getDataURIString({scheme, server, name, source.type, source.catalog, source.schema, source.table, ""});
+  if (uri.isNull())
     return false;
-  location->uri = uri->asString();
+  location->uri = uri;
   location->dataPath = dataPathOf(name, source.schema, source.table);
   return true;
 }
@@ -104,12 +104,11 @@ Released<QvResourceImpl> resourceOf(const QvbString& text) {
 } // namespace
 
 QvbString dataPathOf(const QvbString& dataSource, const QvbString& schema, const QvbString& table) {
-  QvbString path = dataSource;
-  if (!path.isEmpty())
-    for (const QvbString* part : {&schema, &table})
-      if (!part->isEmpty())
-        path.append(".").append(*part);
-  return path;
+  if (dataSource.isEmpty() || (schema.isEmpty() && table.isEmpty()))
+    return dataSource;
+  const std::string_view parts[] = {dataSource.view(), schema.isEmpty() ? "" : ".", schema.view(),
+                                    table.isEmpty() ? "" : ".", table.view()};
+  return QvbString::joined(parts);
 }
 
 bool isSyscatDsn(const QvbString& name, QvbString* prefix, QvbString* rest) {

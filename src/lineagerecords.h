@@ -3,8 +3,9 @@
 
 #include "qvresource.h"
 
+#include <array>
 #include <cstddef>
-#include <unordered_set>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -19,22 +20,20 @@ struct LineageText {
 
 // The fields that a row of a list keeps.
 struct LineageRecord {
-  LineageRecord(const QvResourceImpl& source, LineageRecords& keeper) : owner(keeper) {
-    resource.copyFields(source);
-  }
-
-  // Asked through an interface that knows no const; nobody changes it.
-  mutable QvResourceImpl resource;
-  LineageRecords& owner;
-  mutable std::size_t holders = 0;
-  mutable LineageText text; // while an export goes on
+  QvResourceImpl resource;
+  LineageText text; // while an export goes on
+  LineageRecords* owner = nullptr;
+  LineageRecord* nextUnused = nullptr;
+  std::size_t position = 0; // among the owner's
+  std::size_t hash = 0;
+  std::size_t holders = 0;
 };
 
 // Holds a record, which ends with its last holder.
 class LineageRecordHold {
 public:
   LineageRecordHold() noexcept = default;
-  explicit LineageRecordHold(const LineageRecord& record) noexcept : m_record(&record) { ++record.holders; }
+  explicit LineageRecordHold(LineageRecord& record) noexcept : m_record(&record) { ++record.holders; }
   LineageRecordHold(LineageRecordHold&& other) noexcept : m_record(std::exchange(other.m_record, nullptr)) {}
   LineageRecordHold& operator=(LineageRecordHold other) noexcept {
     std::swap(m_record, other.m_record);
@@ -43,11 +42,11 @@ public:
   ~LineageRecordHold();
 
   explicit operator bool() const noexcept { return m_record; }
-  const LineageRecord& operator*() const noexcept { return *m_record; }
-  const LineageRecord* operator->() const noexcept { return m_record; }
+  LineageRecord& operator*() const noexcept { return *m_record; }
+  LineageRecord* operator->() const noexcept { return m_record; }
 
 private:
-  const LineageRecord* m_record = nullptr;
+  LineageRecord* m_record = nullptr;
 };
 
 class LineageRecords {
@@ -57,26 +56,26 @@ public:
   LineageRecords& operator=(const LineageRecords&) = delete;
 
   LineageRecordHold hold(const QvResourceImpl& resource);
-  void erase(const LineageRecord& record) noexcept;
-  // What was written of the records may be otherwise the next time.
-  void forgetTexts() noexcept;
+  void erase(LineageRecord& record) noexcept;
+
+  // Visits those that are held, in no order that counts.
+  template<class Visit>
+  void forEach(const Visit& visit) {
+    for (const auto& block : m_blocks)
+      for (LineageRecord& record : *block)
+        if (record.holders > 0)
+          visit(record);
+  }
 
 private:
-  // Neither is declared noexcept for the reason that QvbHashIgnoreCase gives.
-  struct Hash {
-    using is_transparent = void;
-    std::size_t operator()(const QvResourceImpl& resource) const;
-    std::size_t operator()(const LineageRecord& record) const { return (*this)(record.resource); }
-  };
-  struct Equal {
-    using is_transparent = void;
-    static const QvResourceImpl& resource(const QvResourceImpl& resource) { return resource; }
-    static const QvResourceImpl& resource(const LineageRecord& record) { return record.resource; }
-    bool operator()(const auto& a, const auto& b) const { return isSame(resource(a), resource(b)); }
-    static bool isSame(const QvResourceImpl& a, const QvResourceImpl& b) noexcept;
-  };
+  using Block = std::array<LineageRecord, 16>;
 
-  std::unordered_set<LineageRecord, Hash, Equal> m_records;
+  LineageRecord& add(const QvResourceImpl& resource, std::size_t hash);
+  void addBlock();
+
+  std::vector<std::unique_ptr<Block>> m_blocks;
+  LineageRecord* m_firstUnused = nullptr;
+  PositionIndex m_index;
 };
 
 // What a resource depends on, in the order in which it came; of resources of one identity the first.

@@ -47,7 +47,7 @@ bool MapLineageResourceCompare::operator()(const LineageNode& a, const LineageNo
 
 LineageNode LineageSerializationImpl::nodeOf(QvResource* resource) {
   LineageNode node{resource->getResourceType(), resource->getResourceIdentity()};
-  node.hash = qvbHashIgnoreCase(node.identity.view()) * 31 + qvbHashIgnoreCase(node.type.view());
+  node.hash = node.identity.hashIgnoreCase() * 31 + node.type.hashIgnoreCase();
   return node;
 }
 

@@ -147,7 +147,8 @@ private:
   QVREPOSRES_HIDDEN bool exportOne(QvResource* resource, QvResourceList* dependents, QvbString* xml,
                                    QvbString* message, bool layout);
   QVREPOSRES_HIDDEN void addDependents(Export& document, QvResourceList& dependents);
-  QVREPOSRES_HIDDEN const LineageText& textOf(const LineageRecord& record, Export& document);
+  QVREPOSRES_HIDDEN void describeSilent(LineageSerializationImpl& store, Export& document);
+  QVREPOSRES_HIDDEN const LineageText& textOf(LineageRecord& record, Export& document);
   QVREPOSRES_HIDDEN LineageText textOf(QvResource& resource, RepositoryFolders* folders);
   // Whether nobody sees that a resource of this type is described.
   QVREPOSRES_HIDDEN bool isSilent(const QvbString& type) const;

@@ -126,6 +126,7 @@ struct LineageSerializationImpl::Export {
   Released<RepositorySerializationContext> context;
   LineageXml xml;
   RepositoryFolders folders;
+  LineageText told; // of the resource that was described last where somebody may see that
 };
 
 void LineageSerializationImpl::progress(const char* stage) {
@@ -186,7 +187,7 @@ bool LineageSerializationImpl::isWatched() const {
   return m_progressSink || m_log.isEnabled(QvLoggingLevel::Trace);
 }
 
-// A store that nobody has a part in but the library: each resource is described once, unless somebody might see that.
+// A store that nobody has a part in but the library.
 bool LineageSerializationImpl::exportStore(LineageSerializationImpl& store, QvbString* xml,
                                            QvbString* message, bool layout) {
   progress("Obtaining all lineage resources from data storage.");
@@ -194,7 +195,9 @@ bool LineageSerializationImpl::exportStore(LineageSerializationImpl& store, QvbS
   Export document(layout);
   if (!start(document, message))
     return false;
-  const ScopeExit forgetTexts([&] { store.m_records.forgetTexts(); });
+  const ScopeExit forgetTexts(
+      [&] { store.m_records.forEach([](LineageRecord& record) { record.text = {}; }); });
+  describeSilent(store, document);
   std::unordered_set<QvbString, QvbHashIgnoreCase, QvbEqualIgnoreCase> written;
   const auto isOfOneType = [&] {
     return qvbEqualsIgnoreCase(entries.front()->first.type.view(), entries.back()->first.type.view());
@@ -251,10 +254,21 @@ void LineageSerializationImpl::addDependents(Export& document, QvResourceList& d
       document.xml.addDependent(textOf(*dependent, folders));
 }
 
-const LineageText& LineageSerializationImpl::textOf(const LineageRecord& record, Export& document) {
-  if (record.text.tag.isNull() || !isSilent(record.resource.type()))
+// Each resource once, in any order, unless somebody might see that it is described: that one is described wherever it
+// stands.
+void LineageSerializationImpl::describeSilent(LineageSerializationImpl& store, Export& document) {
+  std::size_t size = 0;
+  store.m_records.forEach([&](LineageRecord& record) {
+    if (!isSilent(record.resource.type()))
+      return;
     record.text = textOf(record.resource, &document.folders);
-  return record.text;
+    size += record.holders * document.xml.sizeOf(record.text);
+  });
+  document.xml.reserve(store.m_dependencies.size(), size);
+}
+
+const LineageText& LineageSerializationImpl::textOf(LineageRecord& record, Export& document) {
+  return record.text.tag.isNull() ? document.told = textOf(record.resource, &document.folders) : record.text;
 }
 
 LineageText LineageSerializationImpl::textOf(QvResource& resource, RepositoryFolders* folders) {

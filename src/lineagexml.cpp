@@ -1,26 +1,33 @@
 #include "lineagexml.h"
 
+#include "allocation.h"
 #include "qvxdom/qvdom.h"
+
+#include <algorithm>
 
 namespace {
 
 constexpr std::size_t bufferSize = std::size_t{64} << 10;
 
-void appendAttribute(std::string& tag, std::string_view start, const QvbString& value) {
-  tag.append(start).append(qvDomEscapeAttribute(value).view()).append("\"");
-}
-
 } // namespace
 
 LineageText textOf(const LineageDescription& description) {
-  std::string tag = "<Resource";
-  if (!description.analysisDate.isNull())
-    appendAttribute(tag, " analysisDate=\"", description.analysisDate);
-  appendAttribute(tag, " id=\"", description.id);
-  appendAttribute(tag, " label=\"", description.label);
-  appendAttribute(tag, " type=\"", description.type);
+  const bool isDated = !description.analysisDate.isNull();
+  const QvbString date = qvDomEscapeAttribute(description.analysisDate);
+  const QvbString id = qvDomEscapeAttribute(description.id);
+  const QvbString label = qvDomEscapeAttribute(description.label);
+  const QvbString type = qvDomEscapeAttribute(description.type);
+  const std::string_view tag[] = {isDated ? "<Resource analysisDate=\"" : "<Resource",
+                                  date.view(),
+                                  isDated ? "\" id=\"" : " id=\"",
+                                  id.view(),
+                                  "\" label=\"",
+                                  label.view(),
+                                  "\" type=\"",
+                                  type.view(),
+                                  "\""};
   const bool hasPath = !description.dataPath.isEmpty();
-  return {QvbString(std::string_view(tag)), hasPath ? qvDomEscapeText(description.dataPath) : QvbString()};
+  return {QvbString::joined(tag), hasPath ? qvDomEscapeText(description.dataPath) : QvbString()};
 }
 
 // What stands around a resource: before its tag and after it, without a data path and with one.
@@ -85,6 +92,20 @@ const LineageXml::Form LineageXml::compact{
     "</RelationshipModel>"};
 
 LineageXml::LineageXml(bool layout) : m_form(layout ? laidOut : compact) {}
+
+std::size_t LineageXml::sizeOf(const LineageText& resource) const noexcept {
+  const Place& place = m_form.dependent;
+  const auto path = resource.dataPath.view();
+  return place.before.size() + resource.tag.view().size() +
+         (resource.dataPath.isNull() ? place.after.size()
+                                     : place.beforePath.size() + path.size() + place.afterPath.size());
+}
+
+void LineageXml::reserve(std::size_t models, std::size_t resources) {
+  const std::size_t around = m_form.beginDependents.size() + m_form.endDependents.size() +
+                             m_form.endModel.size() + m_form.beginRoot.size() + m_form.endRoot.size();
+  tryAllocate([&] { m_text.reserve(std::min((models + 1) * around + resources, QvDom::MaxSize)); });
+}
 
 bool LineageXml::isTooLarge() const noexcept { return m_size + m_buffer.size() > QvDom::MaxSize; }
 

@@ -22,6 +22,11 @@ class LineageXml {
 public:
   explicit LineageXml(bool layout);
 
+  // Room for so many models and for resources that take so many bytes by sizeOf(), so that nothing has to be moved.
+  // Memory that cannot be had for it costs time alone.
+  void reserve(std::size_t models, std::size_t resources);
+  // What a resource takes at most, wherever it stands.
+  std::size_t sizeOf(const LineageText& resource) const noexcept;
   void beginModel(const LineageText& resource);
   void addDependent(const LineageText& resource); // of the model that was begun last
   void end();

@@ -44,7 +44,8 @@ QvbString urlOfDescription(const QvbString& name, const QvbString& ticket) {
   return qvbUrlWithTicket(name, hasQuery ? '&' : '?', ticket);
 }
 
-// A caller's error text, which may be missing, as one that is always there.
+// A caller's error text, which may be missing, as one that is always there. It is no plain result: a text that it holds
+// already stays where a failure has none of its own, and is logged.
 class ErrorText {
 public:
   explicit ErrorText(QvbString* given) : m_text(given ? given : &m_own) {}
@@ -324,7 +325,7 @@ int RemoteHttpFileProvider::updateLocalFileContent_IN(ASSubject* subject, const 
   m_log.trace("fetching service ticket for: %s", link);
   QvbString ticket;
   if (!getTicket(subject, link, &ticket, error.get())) {
-    error.setIfEmpty(qvbStringFormat("Error getting service ticket for service: %S", &link));
+    error.setIfEmpty(qvbStringFormat("Error getting service ticket for service: %s", link));
     return NP_FIO_ERROR;
   }
   const QvbString url = qvbUrlWithTicket(link, '?', ticket);

@@ -4,12 +4,12 @@
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvbthreads.h"
 #include "qvxbase/qvbunload.h"
 
 #include <algorithm>
 #include <chrono>
 #include <map>
-#include <mutex>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -62,24 +62,24 @@ class KnownFolders {
 public:
   // Null when nothing is known.
   std::shared_ptr<const Value> find(const Key& key) {
-    const std::lock_guard guard(m_mutex);
+    const QvbMutexGuard guard(m_mutex);
     const auto known = m_folders.find(key);
     return known == m_folders.end() ? nullptr : known->second;
   }
 
   void keep(const Key& key, std::shared_ptr<const Value> value) {
-    const std::lock_guard guard(m_mutex);
-    if (m_folders.size() >= maxFolders && !m_folders.contains(key))
+    const QvbMutexGuard guard(m_mutex);
+    if (m_folders.size() >= MaxFolders && !m_folders.contains(key))
       m_folders.clear();
     m_folders[key] = std::move(value);
   }
 
 private:
   // A process has two folders unless its options change.
-  static constexpr std::size_t maxFolders = 8;
+  static constexpr std::size_t MaxFolders = 8;
 
-  std::mutex m_mutex;
-  std::map<Key, std::shared_ptr<const Value>> m_folders;
+  QvbMutex m_mutex;
+  std::map<Key, std::shared_ptr<const Value>> m_folders QVB_GUARDED_BY(m_mutex);
 };
 using Listings = KnownFolders<QvbString, KnownListing>;
 using Contents = KnownFolders<std::pair<QvReposConfigType, QvbString>, KnownFiles>;
@@ -143,8 +143,8 @@ public:
 
 private:
   // What may be kept for one folder: bytes of files, and of what goes with each of them.
-  static constexpr std::int64_t maxBytes = std::int64_t{16} << 20;
-  static constexpr std::int64_t overhead = 1024;
+  static constexpr std::int64_t MaxBytes = std::int64_t{16} << 20;
+  static constexpr std::int64_t Overhead = 1024;
 
   // Only regular files are opened: opening a pipe would wait for its other end.
   DefinitionFilePtr read(const QvbString& path, const Look& look) const {
@@ -158,7 +158,7 @@ private:
     const char* const why =
         code == NP_FIO_OK || code == NP_FIO_NOT_FOUND ? "not a regular file" : np_fio_errdesc(code);
     auto file = std::make_shared<DefinitionFile>(path, m_type);
-    file->reason = qvbStringFormat("%S: %s", &path, why);
+    file->reason = qvbStringFormat("%s: %s", path, why);
     return file;
   }
 
@@ -170,7 +170,7 @@ private:
   }
 
   bool mayKeep(const NpFileStat& stat) {
-    const auto bytes = stat.size + overhead;
+    const auto bytes = stat.size + Overhead;
     if (!hasSettled(stat, m_now) || bytes > m_room)
       return false;
     m_room -= bytes;
@@ -180,7 +180,7 @@ private:
   const QvReposConfigType m_type;
   const KnownFiles* const m_known;
   const std::int64_t m_now;
-  std::int64_t m_room = maxBytes;
+  std::int64_t m_room = MaxBytes;
   std::unordered_map<std::string_view, std::size_t> m_places; // of the known files
 };
 

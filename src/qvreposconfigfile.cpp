@@ -103,12 +103,11 @@ void parseDefinition(const QvbString& xml, DefinitionFile& file) {
   if (!dom.loadXML(xml)) {
     if (lackedMemory(dom))
       throw std::bad_alloc();
-    const auto error = dom.getErrorMessage();
     file.content = DefinitionFile::Content::Malformed;
-    file.reason = qvbStringFormat("%S:%S", &path, &error);
+    file.reason = qvbStringFormat("%s:%s", path, dom.getErrorMessage());
   } else if (const auto element = findDefinition(dom.getRoot()); element.null()) {
     file.content = DefinitionFile::Content::NoDefinition;
-    file.reason = qvbStringFormat("The file \"%S\" is not a valid definition file.", &path);
+    file.reason = qvbStringFormat("The file \"%s\" is not a valid definition file.", path);
   } else {
     readDefinition(element, dom.getRoot(), file.definition);
     file.content = DefinitionFile::Content::Definition;
@@ -124,7 +123,7 @@ bool writeConfigurationContents(QvReposConfiguration* definition, const QvbStrin
   writeDefinition(*definition, dom.getRoot());
   const bool written = dom.createFile(path, true, dom.getRoot());
   if (!written && error)
-    *error = qvbStringFormat("Error opening file %S for writing content.", &path);
+    *error = qvbStringFormat("Error opening file %s for writing content.", path);
   return written;
 }
 
@@ -137,7 +136,7 @@ DefinitionFilePtr readDefinitionFile(const QvbString& path, QvReposConfigType ty
   auto file = std::make_shared<DefinitionFile>(path, type);
   QvbString xml;
   if (const int code = np_fio_readAll(path, maxFileSize, &xml))
-    file->reason = qvbStringFormat("%S: %s", &path, np_fio_errdesc(code));
+    file->reason = qvbStringFormat("%s: %s", path, np_fio_errdesc(code));
   else
     parseDefinition(xml, *file);
   return file;

@@ -14,12 +14,6 @@ constexpr int newFolderMode = 8;
 
 constexpr const char* notValid = "The definition specified is not valid.";
 
-bool fail(QvbString* error, const QvbString& message) noexcept {
-  if (error)
-    *error = message;
-  return false;
-}
-
 bool fileExists(const QvbString& path) { return np_fio_stat(path, nullptr) == NP_FIO_OK; }
 
 // Whether both paths lead to one file, as names that differ in case do where the file system folds case.
@@ -38,7 +32,7 @@ bool deleteFile(const QvbString& path, QvbString* error) {
   const int code = np_fio_unlink(path);
   if (code == NP_FIO_OK)
     return true;
-  return fail(error, code == NP_FIO_ACCESS ? deletionDenied : deletionFailed);
+  return qvbFailWith(code == NP_FIO_ACCESS ? deletionDenied : deletionFailed, error);
 }
 
 // The option that names the folder of the definitions of that type; null for what is no type.
@@ -60,7 +54,7 @@ QvbString folderOf(QvReposConfigType type) {
 
 // The file name is the definition's name as it stands.
 QvbString fileIn(const QvbString& folder, const QvbString& name) {
-  return qvbConcatPath(folder, qvbStringFormat("%S.%s", &name, definitionFileSuffix.data()));
+  return qvbConcatPath(folder, qvbStringFormat("%s.%s", name, definitionFileSuffix.data()));
 }
 
 // Ends the old file of a definition that is now saved elsewhere. That it cannot be deleted, short memory included, does
@@ -71,7 +65,7 @@ void deleteOldFile(const QvbString& oldFile, const QvbString& target, QvbString*
       deleteFile(oldFile, error);
   });
   if (!isEnded)
-    fail(error, deletionFailed);
+    qvbFailWith(deletionFailed, error);
 }
 
 } // namespace
@@ -114,27 +108,30 @@ void QvReposConfigManagerImpl::reportRefusal(const RefusedFile& refused) {
                 definition.getFilename());
 }
 
-bool QvReposConfigManagerImpl::refresh() {
+std::shared_ptr<const DefinitionSet> QvReposConfigManagerImpl::loadAnew() {
   const LockGuard guard(m_lock, LockRequest::Reader);
   initFileList();
   refreshReposList();
+  return m_definitions;
+}
+
+bool QvReposConfigManagerImpl::refresh() {
+  loadAnew();
   return true;
 }
 
 QvReposConfiguration* QvReposConfigManagerImpl::getConfigurationByName(const QvbString& name) {
-  refresh();
-  const LockGuard guard(m_lock, LockRequest::Reader);
-  const auto found = m_definitions->find(name);
+  const auto found = loadAnew()->find(name);
   return found ? found->definition.copyOf() : nullptr;
 }
 
 template<class Filter>
 QvReposConfigurationList* QvReposConfigManagerImpl::listWhere(const Filter& isWanted) {
   Released<QvReposConfigurationListImpl> list(new QvReposConfigurationListImpl);
-  forEachDefinition([&](QvReposConfiguration& definition) {
-    if (isWanted(definition))
-      list->append(&definition);
-  });
+  const auto loaded = loadAnew();
+  for (const auto& file : loaded->definitions())
+    if (isWanted(file->definition))
+      list->append(&file->definition);
   return list.release();
 }
 
@@ -165,7 +162,8 @@ bool QvReposConfigManagerImpl::getDefaultConfiguration(QvbString* name) {
   const LockGuard guard(m_lock, LockRequest::Reader);
   refreshReposList();
   if (m_definitions->definitions().empty())
-    return fail(&m_errorMessage, "No repository definitions were found to load default definition from.");
+    return qvbFailWith("No repository definitions were found to load default definition from.",
+                       &m_errorMessage);
   *name = m_definitions->definitions().front()->definition.getName();
   return true;
 }
@@ -191,43 +189,39 @@ bool QvReposConfigManagerImpl::getConfigurationFilename(const QvbString& name, Q
 
 bool QvReposConfigManagerImpl::deleteConfiguration(QvReposConfiguration* definition, QvbString* error) {
   if (!definition)
-    return fail(error, notValid);
+    return qvbFailWith(notValid, error);
   const LockGuard guard(m_lock, LockRequest::Writer);
   const auto file = definition->getFilename();
   if (file.isNull())
-    return fail(error, "The definition does not have a filename set.");
+    return qvbFailWith("The definition does not have a filename set.", error);
   if (!fileExists(file))
-    return fail(error, "The definition file did not exist.");
+    return qvbFailWith("The definition file did not exist.", error);
   return deleteFile(file, error);
 }
 
 bool QvReposConfigManagerImpl::saveConfiguration(QvReposConfiguration* definition, QvbString* error) {
   if (!definition)
-    return fail(error, notValid);
+    return qvbFailWith(notValid, error);
   const LockGuard guard(m_lock, LockRequest::Writer);
   const auto oldFile = definition->getFilename();
-  QvbString target;
-  if (!findTarget(*definition, &target, error))
+  const auto target = findTarget(*definition);
+  if (!target)
+    return qvbFailWith(target.failure().text, error);
+  if (!qvbEqualsIgnoreCase(oldFile.view(), target->view()) && fileExists(*target))
+    return qvbFailWith("A definition already exists with that name.", error);
+  if (!writeConfigurationContents(definition, *target, error))
     return false;
-  if (!qvbEqualsIgnoreCase(oldFile.view(), target.view()) && fileExists(target))
-    return fail(error, "A definition already exists with that name.");
-  if (!writeConfigurationContents(definition, target, error))
-    return false;
-  definition->setFilename(target);
-  deleteOldFile(oldFile, target, error);
+  definition->setFilename(*target);
+  deleteOldFile(oldFile, *target, error);
   return true;
 }
 
-bool QvReposConfigManagerImpl::findTarget(QvReposConfiguration& definition, QvbString* target,
-                                          QvbString* error) {
+QvbResult<QvbString> QvReposConfigManagerImpl::findTarget(QvReposConfiguration& definition) {
   const auto folder = folderOf(definition.getType());
-  if (folder.isEmpty())
-    return fail(error, "A valid filename could not be created to save the definition");
-  QvbString message;
-  if (!createDirectoryIfNotExist(folder, &message))
-    return fail(error, message);
-  *target = fileIn(folder, definition.getName());
-  return true;
+  QvbFailure failure{.text = "A valid filename could not be created to save the definition"};
+  if (folder.isEmpty() || !createDirectoryIfNotExist(folder, &failure.text))
+    return failure;
+  return fileIn(folder, definition.getName());
 }
 
 bool QvReposConfigManagerImpl::createDirectoryIfNotExist(const QvbString& path, QvbString* error) {

@@ -3,6 +3,7 @@
 
 #include "guards.h"
 #include "qvreposconfigset.h"
+#include "qvxbase/qvbresult.h"
 #include "qvxlog/qvlog.h"
 
 #include <memory>
@@ -28,15 +29,8 @@ public:
   QvReposRefusalList* getRefusals() override;
   bool getConfigurationFilename(const QvbString& name, QvReposConfigType type, QvbString* filename) override;
 
-  // Calls `visit` under the lock with each definition as it is now, in load order: a lookup without copies. What it is
-  // called with must not be changed, nor kept.
-  template<class Visit>
-  QVREPOSRES_HIDDEN void forEachDefinition(const Visit& visit) {
-    refresh();
-    const LockGuard guard(m_lock, LockRequest::Reader);
-    for (const auto& file : m_definitions->definitions())
-      visit(file->definition);
-  }
+  // The definitions as they are now: a lookup without copies. None of them may be changed.
+  QVREPOSRES_HIDDEN std::shared_ptr<const DefinitionSet> loadAnew();
 
 private:
   // Lists the files of both folders.
@@ -50,7 +44,7 @@ private:
   // Makes the last level of the path where it is missing. `error` is required.
   QVREPOSRES_HIDDEN bool createDirectoryIfNotExist(const QvbString& path, QvbString* error);
   // The file that the definition is to be saved in; its folder is made where it is missing.
-  QVREPOSRES_HIDDEN bool findTarget(QvReposConfiguration& definition, QvbString* target, QvbString* error);
+  QVREPOSRES_HIDDEN QvbResult<QvbString> findTarget(QvReposConfiguration& definition);
 
   QvbString m_errorMessage QVB_GUARDED_BY(m_lock){""};
   DefinitionFolder m_systemFolder QVB_GUARDED_BY(m_lock){QvReposConfigTypeSystem, {}, {}};

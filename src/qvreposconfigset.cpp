@@ -2,15 +2,14 @@
 
 #include "qvxbase/qvbunload.h"
 
-#include <mutex>
 #include <utility>
 
 namespace {
 
 // What was loaded last, while the process keeps its files.
 struct LastSet {
-  std::mutex mutex;
-  std::shared_ptr<const DefinitionSet> set;
+  QvbMutex mutex;
+  std::shared_ptr<const DefinitionSet> set QVB_GUARDED_BY(mutex);
 };
 
 LastSet& lastSet() {
@@ -45,19 +44,24 @@ DefinitionFilePtr DefinitionSet::find(const QvbString& name) const {
   return found == m_byName.end() ? nullptr : found->second;
 }
 
+const RepositoryTable& DefinitionSet::repositories() const {
+  const QvbMutexGuard guard(m_mutex);
+  return m_repositories ? *m_repositories : m_repositories.emplace(*this);
+}
+
 std::shared_ptr<const DefinitionSet> loadDefinitions(const DefinitionFolder& systemFolder,
                                                      const DefinitionFolder& userFolder, std::int64_t now) {
   auto systemFiles = readDefinitionFolder(systemFolder, now);
   auto userFiles = readDefinitionFolder(userFolder, now);
   auto& last = lastSet();
   {
-    const std::lock_guard guard(last.mutex);
+    const QvbMutexGuard guard(last.mutex);
     if (last.set && last.set->isOf(systemFiles, userFiles))
       return last.set;
   }
   const bool areKept = systemFiles->areKept && userFiles->areKept;
   auto made = std::make_shared<const DefinitionSet>(std::move(systemFiles), std::move(userFiles));
-  const std::lock_guard guard(last.mutex);
+  const QvbMutexGuard guard(last.mutex);
   last.set = areKept ? made : nullptr;
   return made;
 }

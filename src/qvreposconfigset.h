@@ -3,8 +3,11 @@
 
 #include "qvreposconfigcache.h"
 #include "qvreposrefusals.h"
+#include "qvxbase/qvbthreads.h"
+#include "repositoryfolders.h"
 
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -25,6 +28,8 @@ public:
   }
   // Null when there is none of that name.
   DefinitionFilePtr find(const QvbString& name) const;
+  // Made when it is asked for first, and then as long as the set.
+  const RepositoryTable& repositories() const;
 
 private:
   void add(const DefinitionFilePtr& file);
@@ -34,6 +39,8 @@ private:
   std::vector<DefinitionFilePtr> m_definitions;
   std::vector<RefusedFile> m_refused;
   std::unordered_map<QvbString, DefinitionFilePtr, QvbHashIgnoreCase, QvbEqualIgnoreCase> m_byName;
+  mutable QvbMutex m_mutex;
+  mutable std::optional<RepositoryTable> m_repositories QVB_GUARDED_BY(m_mutex);
 };
 
 // What the folders hold now; never null, and the same as before when nothing changed. It may be called from any thread.

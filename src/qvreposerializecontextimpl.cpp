@@ -113,20 +113,20 @@ private:
       if (m_members[content].state == State::New)
         enter(content);
       else if (m_members[content].state == State::Open)
-        content = leftOut;
+        content = LeftOut;
     }
   }
 
   template<class Contain>
   void leave(Member& member, const Contain& contain) {
     for (const auto content : member.contents)
-      if (content != leftOut)
+      if (content != LeftOut)
         contain(member.object, m_members[content].object);
     member.state = State::Settled;
     m_open.pop_back();
   }
 
-  static constexpr std::size_t leftOut = static_cast<std::size_t>(-1);
+  static constexpr std::size_t LeftOut = static_cast<std::size_t>(-1);
 
   std::vector<Member> m_members;
   std::unordered_map<RepositoryMetadataObject*, std::size_t> m_places;
@@ -415,14 +415,13 @@ RepositoryMetadataObject* RepositorySerializationContextImpl::readObjects(const 
   return found == m_objects.end() ? nullptr : found->second;
 }
 
-RepositoryMetadataObject* RepositorySerializationContextImpl::readObjectFromNode(QvbString* rootId,
-                                                                                 QvDomNode* node,
-                                                                                 QvbString* message) {
-  return node ? readWhole([&] { return readObject(rootId, *node, message); }) : nullptr;
+RepositoryMetadataObject*
+RepositorySerializationContextImpl::readObjectFromNode(QvbString* rootId, QvDomNode* node, QvbString*) {
+  return node ? readWhole([&] { return readObject(rootId, *node); }) : nullptr;
 }
 
-RepositoryMetadataObject*
-RepositorySerializationContextImpl::readObject(QvbString* rootId, const QvDomNode& node, QvbString* message) {
+RepositoryMetadataObject* RepositorySerializationContextImpl::readObject(QvbString* rootId,
+                                                                         const QvDomNode& node) {
   const QvbString type = node.getName();
   if (type.isEmpty())
     return nullptr;
@@ -438,7 +437,7 @@ RepositorySerializationContextImpl::readObject(QvbString* rootId, const QvDomNod
     *rootId = object->getId();
   m_reading->open(object);
   readAttributes(object, node);
-  readContent(object, rootId, node, message);
+  readContent(object, rootId, node);
   return object;
 }
 
@@ -452,19 +451,19 @@ void RepositorySerializationContextImpl::readAttributes(RepositoryMetadataObject
 }
 
 void RepositorySerializationContextImpl::readContent(RepositoryMetadataObject* object, QvbString* rootId,
-                                                     const QvDomNode& node, QvbString* message) {
+                                                     const QvDomNode& node) {
   for (QvDomNode child = node.getFirstChild(false); !child.null(); child = child.getNextSibling(false)) {
     if (child.getAttributeCount() == 0)
-      readAssociation(object, rootId, child, message);
-    else if (RepositoryMetadataObject* contained = readObject(rootId, child, message))
+      readAssociation(object, rootId, child);
+    else if (RepositoryMetadataObject* contained = readObject(rootId, child))
       m_reading->contain(object, contained);
   }
 }
 
 void RepositorySerializationContextImpl::readAssociation(RepositoryMetadataObject* object, QvbString* rootId,
-                                                         const QvDomNode& association, QvbString* message) {
+                                                         const QvDomNode& association) {
   for (QvDomNode node = association.getFirstChild(false); !node.null(); node = node.getNextSibling(false))
-    if (RepositoryMetadataObject* associated = readObject(rootId, node, message))
+    if (RepositoryMetadataObject* associated = readObject(rootId, node))
       m_reading->associate(object, association.getName(), associated);
 }
 

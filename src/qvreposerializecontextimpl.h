@@ -36,7 +36,7 @@ public:
   // The object of this id when it has this type, else null.
   RepositoryMetadataObject* findMetadataObject(const QvbString& objectType, const QvbString& id);
   // The object that the element stands for, with everything below the element read into it; null for an element without
-  // an id. `rootId`, while it is empty, becomes the object's id. `message` is handed on and never written.
+  // an id. `rootId`, while it is empty, becomes the object's id. `message` is never looked at.
   RepositoryMetadataObject* readObjectFromNode(QvbString* rootId, QvDomNode* node, QvbString* message);
 
 private:
@@ -49,13 +49,12 @@ private:
   QVREPOSRES_HIDDEN bool writeObjects(QvDomNode& root, RepositoryMetadataObject& object) const;
   QVREPOSRES_HIDDEN QvDomNode findContainer(const QvDomNode& root) const;
   QVREPOSRES_HIDDEN RepositoryMetadataObject* readObjects(const QvDomNode& container, QvbString* message);
-  QVREPOSRES_HIDDEN RepositoryMetadataObject* readObject(QvbString* rootId, const QvDomNode& node,
-                                                         QvbString* message);
+  QVREPOSRES_HIDDEN RepositoryMetadataObject* readObject(QvbString* rootId, const QvDomNode& node);
   QVREPOSRES_HIDDEN void readAttributes(RepositoryMetadataObject* object, const QvDomNode& node);
   QVREPOSRES_HIDDEN void readContent(RepositoryMetadataObject* object, QvbString* rootId,
-                                     const QvDomNode& node, QvbString* message);
+                                     const QvDomNode& node);
   QVREPOSRES_HIDDEN void readAssociation(RepositoryMetadataObject* object, QvbString* rootId,
-                                         const QvDomNode& association, QvbString* message);
+                                         const QvDomNode& association);
   QVREPOSRES_HIDDEN void forgetAll() noexcept;
 
   QvLog m_log;

@@ -43,8 +43,8 @@ class QvReposEventMgrImpl::Walk {
 public:
   explicit Walk(QvReposEventMgrImpl& manager) : m_manager(manager) { ++m_manager.m_walks; }
   ~Walk() {
-    if (--m_manager.m_walks == 0 && std::exchange(m_manager.m_hasGaps, false))
-      std::erase(m_manager.m_listeners, nullptr);
+    if (--m_manager.m_walks == 0 && m_manager.m_hasGaps) [[unlikely]]
+      m_manager.closeGaps();
   }
   Walk(const Walk&) = delete;
   Walk& operator=(const Walk&) = delete;
@@ -71,6 +71,11 @@ void QvReposEventMgrImpl::release() { delete this; }
 
 QvbString QvReposEventMgrImpl::getErrorMessage() { return {}; }
 
+void QvReposEventMgrImpl::closeGaps() {
+  std::erase(m_listeners, nullptr);
+  m_hasGaps = false;
+}
+
 // Calls those that are registered now and are not removed meanwhile.
 template<class Notification>
 void QvReposEventMgrImpl::notifyListeners(Notification notify) {
@@ -84,7 +89,7 @@ void QvReposEventMgrImpl::notifyListeners(Notification notify) {
 void QvReposEventMgrImpl::fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                                             const QvbString& object, int id, const QvbString& uuid) {
   const LockGuard guard(m_lock, LockRequest::Writer);
-  if (m_log.isEnabled(QvLoggingLevel::Trace))
+  if (m_log.isEnabled(QvLoggingLevel::Trace)) [[unlikely]]
     m_log.trace("Firing %s event for %s in repos %s object id=%d and uuid=%s.", changeWord(type), object,
                 repository, id, uuid);
   notifyListeners(

@@ -30,6 +30,7 @@ public:
 
 private:
   class QVREPOSRES_HIDDEN Walk;
+  [[gnu::cold, gnu::noinline]] QVREPOSRES_HIDDEN void closeGaps() QVB_REQUIRES(m_lock);
   template<class Notification>
   QVREPOSRES_HIDDEN void notifyListeners(Notification notify) QVB_REQUIRES(m_lock);
 

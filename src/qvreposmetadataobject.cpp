@@ -303,7 +303,7 @@ bool RepositoryMetadataObjectImpl::toXML(QvDomNode* node) {
     WrittenLevel& level = levels.back();
     if (RepositoryMetadataObject* contained = level.next()) {
       if (++written == writtenUncounted)
-        writing.expectObjects(m_place.places(MetadataWriting::maxObjects));
+        writing.expectObjects(m_place.places(MetadataWriting::MaxObjects));
       QvDomNode child = level.node.addChild(contained->getObjectType());
       writing.countObjects();
       writing.countBytes(sizeOf(contained->getObjectType()));

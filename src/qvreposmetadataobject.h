@@ -39,7 +39,7 @@ private:
 // contained at many places would fill any memory.
 class MetadataWriting {
 public:
-  static constexpr std::size_t maxObjects = std::size_t{1} << 24;
+  static constexpr std::size_t MaxObjects = std::size_t{1} << 24;
 
   MetadataWriting() noexcept {
     if (state().depth++ == 0)
@@ -54,9 +54,9 @@ public:
   void countObjects(std::size_t count = 1) noexcept { state().objects += count; }
   void countBytes(std::size_t count) noexcept { state().bytes += count; }
   // So many objects are to come.
-  void expectObjects(std::size_t count) noexcept { state().areTooMany |= count > maxObjects; }
+  void expectObjects(std::size_t count) noexcept { state().areTooMany |= count > MaxObjects; }
   bool isTooLarge() const noexcept {
-    return state().areTooMany || state().objects > maxObjects || state().bytes > QvDom::MaxSize;
+    return state().areTooMany || state().objects > MaxObjects || state().bytes > QvDom::MaxSize;
   }
 
 private:

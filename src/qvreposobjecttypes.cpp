@@ -27,7 +27,7 @@ constexpr std::string_view dottedTwoPartExtensions[] = {
     ".cmt.ueo", ".src.ueo", ".fld.ueo", ".thd.ueo", ".dim.ueo", ".rpg.ueo"};
 constexpr QvbString::Index dottedTwoPartLength = 8;
 static_assert(std::ranges::all_of(dottedTwoPartExtensions, [](std::string_view extension) {
-  return extension.size() == dottedTwoPartLength;
+  return extension.size() == dottedTwoPartLength && extension[0] == '.' && extension[4] == '.';
 }));
 
 // Keys of the maps differ when their first 255 bytes do; a zero byte is one like any other.
@@ -159,11 +159,14 @@ const TypeToExtensionMap& typeToExtension() {
   return map;
 }
 
+// Few paths have both dots, so that most are not compared with the table.
 bool endsInTwoPartExtension(std::string_view path) {
-  return path.size() >= dottedTwoPartLength &&
+  if (path.size() < dottedTwoPartLength)
+    return false;
+  const auto end = path.substr(path.size() - dottedTwoPartLength);
+  return end[0] == '.' && end[4] == '.' &&
          std::ranges::any_of(dottedTwoPartExtensions,
-                             [end = path.substr(path.size() - dottedTwoPartLength)](
-                                 std::string_view extension) { return qvbEqualsIgnoreCase(end, extension); });
+                             [&](std::string_view extension) { return qvbEqualsIgnoreCase(end, extension); });
 }
 
 // The position of the "." before the extension, a two-part one where the path ends in one; -1 when there is

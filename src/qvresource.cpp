@@ -59,8 +59,11 @@ bool QvResourceListImpl::addRow() { return appendRow(m_rows); }
 
 // Kept: ResourceList.WritesIntoTheLastRowWhateverTheColumn
 void QvResourceListImpl::setLastRowElement(unsigned long, QvResource* value) {
-  if (value && !m_rows.empty())
-    m_rows.back().copyFrom(*value);
+  if (!value || m_rows.empty())
+    return;
+  if (m_latestDataSource && m_latestDataSource->row + 1 == m_rows.size())
+    m_latestDataSource.reset();
+  m_rows.back().copyFrom(*value);
 }
 
 bool QvResourceListImpl::append(const QvResourceImpl& resource) {
@@ -75,13 +78,36 @@ QvResource* QvResourceListImpl::getValue(unsigned long column) {
 }
 
 // Kept: ResourceListContains.LeavesTheCursorOnTheRowAfterTheMatch
-bool QvResourceListImpl::contains(QvResource* resource) {
-  if (!resource)
-    return false;
-  const auto row = m_index.find(resource->getResourceIdentity(), m_rows.size(),
-                                [this](std::size_t at) { return &m_rows[at].identity(); });
+std::size_t QvResourceListImpl::find(const QvbString& identity) {
+  const auto row =
+      m_index.find(identity, m_rows.size(), [this](std::size_t at) { return &m_rows[at].identity(); });
   m_cursor.place(row + 1, m_rows.size());
-  return row < m_rows.size();
+  return row;
+}
+
+bool QvResourceListImpl::contains(QvResource* resource) {
+  return resource && find(resource->getResourceIdentity()) < m_rows.size();
+}
+
+std::size_t QvResourceListImpl::addUnlessListed(const QvbString& name, const QvbString& type,
+                                                const QvbString& identity) {
+  const std::size_t row = find(identity);
+  if (row == m_rows.size())
+    appendRow(m_rows, name, type, identity);
+  return row;
+}
+
+void QvResourceListImpl::rememberDataSource(const QvbString& dsn, const QvbString& dsnType, std::size_t row) {
+  if (row < m_rows.size())
+    m_latestDataSource = {dsn, dsnType, row};
+}
+
+bool QvResourceListImpl::containsDataSource(const QvbString& dsn, const QvbString& dsnType) {
+  const bool isRemembered =
+      m_latestDataSource && m_latestDataSource->dsn == dsn && m_latestDataSource->dsnType == dsnType;
+  if (isRemembered)
+    m_cursor.place(m_latestDataSource->row + 1, m_rows.size());
+  return isRemembered;
 }
 
 bool QvResourceListImpl::copyList(QvResourceList* source) {

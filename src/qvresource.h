@@ -7,12 +7,13 @@
 #include "allocation.h"
 #include "guards.h"
 #include "listcursor.h"
+#include "positionindex.h"
 #include "qvreposres/qvresource.h"
 
 #include <algorithm>
 #include <deque>
 #include <memory>
-#include <unordered_map>
+#include <optional>
 #include <vector>
 
 class QVREPOSRES_API QvResourceImpl final : public QvResource {
@@ -87,37 +88,39 @@ public:
   // The first row of the text, or the number of rows. `keyOf` gives a row's text, or null for a row without one.
   template<class KeyOf>
   std::size_t find(const QvbString& text, std::size_t rows, const KeyOf& keyOf) {
-    if (rows > longestSearched)
-      enter(rows - 1, keyOf);
-    if (m_firstRows)
-      if (const auto found = m_firstRows->find(text); found != m_firstRows->end())
-        return found->second;
+    const std::size_t hash = text.hashIgnoreCase();
     const auto isSame = [&](const QvbString* key) {
-      return key && qvbEqualsIgnoreCase(key->view(), text.view());
+      return key && key->hashIgnoreCase() == hash && qvbEqualsIgnoreCase(key->view(), text.view());
     };
-    std::size_t row = m_entered;
-    while (row < rows && !isSame(keyOf(row)))
-      ++row;
+    if (rows > LongestSearched)
+      enter(rows - 1, keyOf);
+    const auto isSameRow = [&](std::size_t at) { return isSame(keyOf(at)); };
+    std::size_t row = m_rows.find(hash, isSameRow);
+    if (row == PositionIndex::none)
+      for (row = m_entered; row < rows && !isSameRow(row);)
+        ++row;
     return row;
   }
 
 private:
-  static constexpr std::size_t longestSearched = 8;
+  static constexpr std::size_t LongestSearched = 8;
 
+  // Of rows with the same text the first one is entered.
   template<class KeyOf>
   void enter(std::size_t rows, const KeyOf& keyOf) noexcept {
     tryAllocate([&] {
-      if (!m_firstRows)
-        m_firstRows = std::make_unique<FirstRows>();
-      for (; m_entered < rows; ++m_entered)
-        if (const QvbString* key = keyOf(m_entered))
-          m_firstRows->try_emplace(*key, m_entered);
+      for (; m_entered < rows; ++m_entered) {
+        const QvbString* key = keyOf(m_entered);
+        const auto isSame = [&](std::size_t at) {
+          return qvbEqualsIgnoreCase(keyOf(at)->view(), key->view());
+        };
+        if (key && m_rows.find(key->hashIgnoreCase(), isSame) == PositionIndex::none)
+          m_rows.insert(key->hashIgnoreCase(), m_entered);
+      }
     });
   }
 
-  using FirstRows = std::unordered_map<QvbString, std::size_t, QvbHashIgnoreCase, QvbEqualIgnoreCase>;
-
-  std::unique_ptr<FirstRows> m_firstRows;
+  PositionIndex m_rows;
   std::size_t m_entered = 0; // rows
 };
 
@@ -138,13 +141,32 @@ public:
   bool copyList(QvResourceList* source);
   // A row of the resource's fields; false when memory is short.
   QVREPOSRES_HIDDEN bool append(const QvResourceImpl& resource);
+  // As addUnlessListed() with a resource of these. The row that it has; the number of rows when memory is short.
+  QVREPOSRES_HIDDEN std::size_t addUnlessListed(const QvbString& name, const QvbString& type,
+                                                const QvbString& identity);
+
+  // A step names the same data source again and again: the latest one is known by the texts that it was added by, without
+  // its identity.
+  QVREPOSRES_HIDDEN void rememberDataSource(const QvbString& dsn, const QvbString& dsnType, std::size_t row);
+  // As contains() for the one that is remembered; false, and nothing done, for every other one.
+  QVREPOSRES_HIDDEN bool containsDataSource(const QvbString& dsn, const QvbString& dsnType);
 
 private:
+  struct DataSourceRow {
+    QvbString dsn;
+    QvbString dsnType;
+    std::size_t row;
+  };
+
   ~QvResourceListImpl() = default;
+
+  // Sets the cursor as contains() does. The number of rows where there is no such row.
+  QVREPOSRES_HIDDEN std::size_t find(const QvbString& identity);
 
   std::deque<QvResourceImpl> m_rows;
   RowIndex m_index; // by identity
   ListCursor m_cursor;
+  std::optional<DataSourceRow> m_latestDataSource;
 };
 
 // Adds the resource unless the list has one of the same identity; true when a row was added.

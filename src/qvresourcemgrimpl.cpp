@@ -2,9 +2,11 @@
 #include "qvresourcemgrimpl.h"
 
 #include "allocation.h"
+#include "lineagefactory.h"
 #include "qvresource.h"
 #include "qvxbase/qvbformat.h"
 
+#include <typeinfo>
 #include <utility>
 
 const QvbString QvResourceManagerImpl::IMPACT_RES_DATASRC_String = "Database";
@@ -26,17 +28,21 @@ const QvbString QvResourceManagerImpl::TARGETNAME_String = "TargetName";
 
 namespace {
 
-bool startsWith(const QvbString& text, std::string_view prefix) { return text.view().starts_with(prefix); }
+// The factory's resolver, if it has a reference for the object; else null.
+QvResourceResolver* findReference(QvResourceFactory& factory, const QvbString& type, const QvbString& id,
+                                  const QvbString& uuid, QvbString* name, QvbString* reference) {
+  auto* resolver = factory.getResourceResolver();
+  const bool isKnown = resolver && resolver->resolveResource(type, id, uuid, name, reference);
+  return isKnown && !reference->isEmpty() ? resolver : nullptr;
+}
 
 // The resource that the resolver's reference for this object leads to; null when one of the steps gives nothing.
 Released<QvResource> findByReference(QvResourceFactory& factory, const QvbString& type, const QvbString& id,
                                      const QvbString& uuid) {
-  auto* resolver = factory.getResourceResolver();
   QvbString name;
   QvbString reference;
-  if (!resolver || !resolver->resolveResource(type, id, uuid, &name, &reference) || reference.isEmpty())
-    return nullptr;
-  return Released<QvResource>(resolver->getResourceFromURI(reference));
+  auto* resolver = findReference(factory, type, id, uuid, &name, &reference);
+  return Released<QvResource>(resolver ? resolver->getResourceFromURI(reference) : nullptr);
 }
 
 // Whether the factory's resolver serves the repository and knows the object.
@@ -55,6 +61,13 @@ bool resolveInRepository(QvResourceFactory& factory, const QvbString& repository
 QvbString identityDsnType(QvResourceManager& manager, const QvbString& dsn, const QvbString& dsnType) {
   QvbString named;
   return manager.getDSNTypeFromDSN(dsn, &named) ? dsnType : "";
+}
+
+// The name shows the whole connection string, where it is one; the identity carries the short form.
+// Kept: Manager.NamesADataSourceByItsWholeConnectionString
+QvbString dataSourceName(QvResourceManager& manager, const QvbString& dsn) {
+  QvbString shortName;
+  return manager.getNameFromDSN(dsn, &shortName) ? dsn : "";
 }
 
 // The resource of a unified object, resolved in its repository where the resolver serves that one.
@@ -82,12 +95,10 @@ QvResource* generateRuleByName(QvResourceFactory& factory, const QvbString& id, 
 
 // The file by the reference that the resolver has for it; null when the resolver has none.
 QvResource* resolveFile(QvResourceFactory& factory, const QvbString& type, const QvbString& filename) {
-  auto* resolver = factory.getResourceResolver();
   QvbString name;
   QvbString reference;
-  if (!resolver || !resolver->resolveResource(type, filename, "", &name, &reference) || reference.isEmpty())
-    return nullptr;
-  return makeResource(factory, name, type, reference);
+  const bool isKnown = findReference(factory, type, filename, "", &name, &reference);
+  return isKnown ? makeResource(factory, name, type, reference) : nullptr;
 }
 
 // The parts of "folder/name (Type)". The name keeps the blank before the bracket.
@@ -104,9 +115,10 @@ void splitObjectPath(const QvbString& path, QvbString* name, QvbString* type) {
 }
 
 QvbString objectURI(const QvbString& path) {
-  if (startsWith(path, "VELK://") || startsWith(path, "velk://"))
+  const auto text = path.view();
+  if (text.starts_with("VELK://") || text.starts_with("velk://"))
     return path;
-  return qvbStringFormat(startsWith(path, "/") ? "VELK://%S" : "VELK:///%S", &path);
+  return qvbStringFormat(text.starts_with('/') ? "VELK://%s" : "VELK:///%s", path);
 }
 
 QvbString serverReferenceURI(const QvbString& server, const QvbString& reference, const QvbString& objectType,
@@ -145,6 +157,16 @@ bool recordServerObject(QvResource& resource, const QvbString& service, const Qv
                          addProperty(*properties, "ObjectType", objectType));
 }
 
+// The list, where nobody but the library has a part in what is made and where it goes: then nobody misses the resource on
+// its way there. Null otherwise.
+QvResourceListImpl* ownListOf(const QvResourceManager& manager, const QvResourceFactory& factory,
+                              QvResourceList& list) {
+  const bool isOwn = typeid(manager) == typeid(QvResourceManagerImpl) &&
+                     typeid(factory) == typeid(LineageImpactFactoryImpl) &&
+                     typeid(list) == typeid(QvResourceListImpl);
+  return isOwn ? static_cast<QvResourceListImpl*>(&list) : nullptr;
+}
+
 // Adds what a generate operation gave; true when it gave something, whether or not it was listed already.
 bool addGenerated(QvResourceList* list, QvResource* generated) {
   const Released<QvResource> resource(generated);
@@ -165,16 +187,12 @@ Released<QvResource> copyThroughFactory(QvResourceFactory& factory, QvResource& 
       makeResource(factory, resource.getName(), resource.getResourceType(), resource.getResourceIdentity()));
 }
 
-// The name shows the whole connection string, where it is one; the identity carries the short form.
-// Kept: Manager.NamesADataSourceByItsWholeConnectionString
 QvResource* QvResourceManagerImpl::generateDataSourceResource(QvResourceFactory* factory, QvbString& dsn,
                                                               QvbString& dsnType) {
   QvbString identity;
   if (!generateDataSourceResourceId(dsn, identityDsnType(*this, dsn, dsnType), &identity))
     return nullptr;
-  QvbString shortName;
-  return makeResource(*factory, getNameFromDSN(dsn, &shortName) ? dsn : "", IMPACT_RES_DATASRC_String,
-                      identity);
+  return makeResource(*factory, dataSourceName(*this, dsn), IMPACT_RES_DATASRC_String, identity);
 }
 
 QvResource* QvResourceManagerImpl::generateTableResource(QvResourceFactory* factory, QvbString& dsn,
@@ -271,7 +289,7 @@ QvResource* QvResourceManagerImpl::generateDMSRefResource(QvResourceFactory* fac
                                                           QvbString& object, QvbString& name) {
   auto objectPath = reference;
   if (reference.isEmpty() && !service.isEmpty() && !object.isEmpty())
-    objectPath = qvbStringFormat("%S:%S", &service, &object);
+    objectPath = qvbStringFormat("%s:%s", service, object);
   QvbString ownName;
   QvbString type;
   if (!getResourceTypeFromFilename(objectPath, &ownName, &type))
@@ -285,13 +303,32 @@ QvResource* QvResourceManagerImpl::generateDMSRefResource(QvResourceFactory* fac
 
 bool QvResourceManagerImpl::addDataSourceResource(QvResourceFactory* factory, QvResourceList* list,
                                                   QvbString& dsn, QvbString& dsnType) {
-  return addGenerated(list, generateDataSourceResource(factory, dsn, dsnType));
+  QvResourceListImpl* const own = ownListOf(*this, *factory, *list);
+  if (!own)
+    return addGenerated(list, generateDataSourceResource(factory, dsn, dsnType));
+  if (own->containsDataSource(dsn, dsnType))
+    return true;
+  QvbString identity;
+  if (!generateDataSourceResourceId(dsn, identityDsnType(*this, dsn, dsnType), &identity))
+    return false;
+  own->rememberDataSource(
+      dsn, dsnType,
+      own->addUnlessListed(dataSourceName(*this, dsn), IMPACT_RES_DATASRC_String, qvbOrEmpty(identity)));
+  return true;
 }
 
 bool QvResourceManagerImpl::addTableResource(QvResourceFactory* factory, QvResourceList* list, QvbString& dsn,
                                              QvbString& dsnType, QvbString& catalog, QvbString& schema,
                                              QvbString& table) {
-  return addGenerated(list, generateTableResource(factory, dsn, dsnType, catalog, schema, table));
+  QvResourceListImpl* const own = ownListOf(*this, *factory, *list);
+  if (!own)
+    return addGenerated(list, generateTableResource(factory, dsn, dsnType, catalog, schema, table));
+  QvbString identity;
+  const bool isTable = generateTableDataSourceResourceId(dsn, identityDsnType(*this, dsn, dsnType), catalog,
+                                                         schema, table, &identity);
+  if (isTable)
+    own->addUnlessListed(table, IMPACT_RES_TABLE_String, qvbOrEmpty(identity));
+  return isTable;
 }
 
 bool QvResourceManagerImpl::addMonitorResource(QvResourceFactory* factory, QvResourceList* list,

@@ -6,10 +6,13 @@
 #include "qvxbase/qvbpath.h"
 #include "qvxdom/qvdomelements.h"
 
+#include <algorithm>
 #include <array>
 #include <initializer_list>
 #include <new>
-#include <string>
+#include <optional>
+#include <span>
+#include <utility>
 
 namespace {
 
@@ -38,68 +41,147 @@ struct IdentityOutput {
   QvbString* value;
 };
 
-void appendAttribute(std::string& text, std::string_view name, const QvbString& value) {
-  text.append(" ").append(name).append("=\"").append(qvDomEscapeAttribute(value).view()).append("\"");
-}
+// What stands around the attributes, with a kind's class and element in between.
+constexpr std::string_view beforeClass = "<morvaxeldocument class=\"";
+constexpr std::string_view beforeElement = "\" version=\"1\"><resource><";
+constexpr std::string_view afterAttributes = "/></resource></morvaxeldocument>";
 
 // As QvDom writes such a document: null where that would be too large.
 void writeIdentity(const IdentityKind& kind, std::initializer_list<IdentityPart> parts, QvbString* identity) {
-  std::string text = "<morvaxeldocument class=\"";
-  text.reserve(256);
-  text.append(kind.documentClass).append("\" version=\"1\"><resource><").append(kind.element);
-  for (const auto& part : parts)
-    if (part.presence == Presence::Always || !part.value.isEmpty())
-      appendAttribute(text, part.attribute, part.value);
-  text += "/></resource></morvaxeldocument>";
-  *identity = text.size() > QvDom::MaxSize ? QvbString() : QvbString(std::string_view(text));
+  std::array<QvbString, maxIdentityParts> values;
+  std::array<std::string_view, 5 + 5 * maxIdentityParts> pieces{beforeClass, kind.documentClass,
+                                                                beforeElement, kind.element};
+  std::size_t count = 4;
+  std::size_t size = 0;
+  auto* value = values.begin();
+  for (const auto& part : parts) {
+    if (part.presence == Presence::UnlessEmpty && part.value.isEmpty())
+      continue;
+    *value = qvDomEscapeAttribute(part.value);
+    for (const auto piece : {std::string_view(" "), part.attribute, std::string_view("=\""),
+                             (value++)->view(), std::string_view("\"")})
+      pieces[count++] = piece;
+  }
+  pieces[count++] = afterAttributes;
+  for (const auto piece : pieces)
+    size += piece.size();
+  *identity = size > QvDom::MaxSize ? QvbString() : QvbString::joined(std::span(pieces).first(count));
 }
+
+// What an identity of a kind says, found before any of it is given: memory may be short.
+class IdentityValues {
+public:
+  IdentityValues(const IdentityKind& kind, std::initializer_list<IdentityOutput> outputs)
+      : m_kind(kind), m_outputs(outputs) {}
+
+  const IdentityKind& kind() const { return m_kind; }
+  std::initializer_list<IdentityOutput> outputs() const { return m_outputs; }
+  void set(std::size_t part, std::string_view value) { m_values[part] = QvbString(value); }
+
+  // What is missing or empty leaves its output as it was.
+  void give() {
+    for (std::size_t part = 0; part < m_outputs.size(); ++part)
+      if (!m_values[part].isEmpty())
+        *m_outputs.begin()[part].value = std::move(m_values[part]);
+  }
+
+private:
+  const IdentityKind& m_kind;
+  std::initializer_list<IdentityOutput> m_outputs;
+  std::array<QvbString, maxIdentityParts> m_values;
+};
 
 // Finds the kind's element on the way along first children, and what it says; neither the root's name nor its attributes
 // count.
 // Kept: Identity.IsReadByItsInnerElementAlone
 class IdentityReading final : public QvDomElementVisitor {
 public:
-  IdentityReading(const IdentityKind& kind, std::initializer_list<IdentityOutput> outputs)
-      : m_kind(kind), m_outputs(outputs) {}
+  explicit IdentityReading(IdentityValues& values) : m_values(values) {}
 
   bool visitElement(const QvDomElement& element) override {
     if (element.depth != m_level++)
       return false;
-    if (!qvbEqualsIgnoreCase(element.name, m_kind.element))
+    if (!qvbEqualsIgnoreCase(element.name, m_values.kind().element))
       return true;
     m_isFound = true;
     for (const auto& attribute : element.attributes)
-      for (std::size_t part = 0; part < m_outputs.size(); ++part)
-        if (m_outputs.begin()[part].attribute == attribute.name)
-          m_values[part] = QvbString(attribute.value);
+      take(attribute);
     return false;
   }
 
-  // What is missing or empty leaves its output as it was.
-  bool give() {
-    for (std::size_t part = 0; m_isFound && part < m_outputs.size(); ++part)
-      if (!m_values[part].isEmpty())
-        *m_outputs.begin()[part].value = m_values[part];
-    return m_isFound;
-  }
+  bool isFound() const { return m_isFound; }
 
 private:
-  const IdentityKind& m_kind;
-  std::initializer_list<IdentityOutput> m_outputs;
-  std::array<QvbString, maxIdentityParts> m_values; // all are read before one is written: memory may be short
+  void take(const QvDomElementAttribute& attribute) {
+    std::size_t part = 0;
+    for (const auto& output : m_values.outputs()) {
+      if (output.attribute == attribute.name)
+        m_values.set(part, attribute.value);
+      ++part;
+    }
+  }
+
+  IdentityValues& m_values;
   std::size_t m_level = 0;
   bool m_isFound = false;
 };
+
+bool takes(std::string_view& text, std::string_view expected) {
+  const bool isExpected = text.starts_with(expected);
+  text.remove_prefix(isExpected ? expected.size() : 0);
+  return isExpected;
+}
+
+// Whether a byte in the value of an attribute means itself, wherever it stands.
+bool isPlainInValue(char byte) { return byte >= ' ' && byte < '\x7F' && byte != '&' && byte != '<'; }
+
+// The value up to its closing quote; nothing for one that is not plain.
+std::optional<std::string_view> takePlainValue(std::string_view& text) {
+  const auto value = text.substr(0, text.find('"'));
+  if (value.size() == text.size() || !std::ranges::all_of(value, isPlainInValue))
+    return std::nullopt;
+  text.remove_prefix(value.size() + 1);
+  return value;
+}
+
+// Reads an identity of exactly the form in which writeIdentity() writes most of them, and tells whether it is one. Every
+// other text is left to the XML reader, which gives to this form the same meaning.
+bool readAsWritten(std::string_view text, IdentityValues& values) {
+  if (text.size() > QvDom::MaxSize || !takes(text, beforeClass) ||
+      !takes(text, values.kind().documentClass) || !takes(text, beforeElement) ||
+      !takes(text, values.kind().element))
+    return false;
+  std::size_t part = 0;
+  for (const auto& output : values.outputs()) {
+    auto rest = text;
+    if (takes(rest, " ") && takes(rest, output.attribute) && takes(rest, "=\"")) {
+      const auto value = takePlainValue(rest);
+      if (!value)
+        return false;
+      values.set(part, *value);
+      text = rest;
+    }
+    ++part;
+  }
+  return text == afterAttributes;
+}
 
 bool readIdentity(const QvbString& identity, const IdentityKind& kind,
                   std::initializer_list<IdentityOutput> outputs) {
   if (identity.isEmpty())
     return false;
-  IdentityReading reading(kind, outputs);
+  if (IdentityValues values(kind, outputs); readAsWritten(identity.view(), values)) {
+    values.give();
+    return true;
+  }
+  IdentityValues values(kind, outputs);
+  IdentityReading reading(values);
   QvbString error;
   if (!qvDomVisitElements(identity, reading, &error) && error.view() == "out of memory")
     throw std::bad_alloc();
-  return reading.give();
+  if (reading.isFound())
+    values.give();
+  return reading.isFound();
 }
 
 // The text between the key, found anywhere in the connection string, and the next ";".

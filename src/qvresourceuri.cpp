@@ -8,6 +8,7 @@
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbformat.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvbresult.h"
 #include "repositoryfolders.h"
 
 #include <algorithm>
@@ -107,8 +108,8 @@ bool climbsOut(std::string_view path) {
 // it.
 const char* pathDefect(const QvbString& path, const QvbString& objectFile) {
   if (path.view().find('\0') != std::string_view::npos)
-    return "The path of the URI %S holds a zero byte.";
-  return climbsOut(objectFile.view()) ? "The path of the URI %S leads out of the folder of the repository."
+    return "The path of the URI %s holds a zero byte.";
+  return climbsOut(objectFile.view()) ? "The path of the URI %s leads out of the folder of the repository."
                                       : nullptr;
 }
 
@@ -120,11 +121,8 @@ bool findVaultFile(const QvbString& root, QvURI& uri, QvbString* filename, QvbSt
   if (!object)
     return false;
   const auto objectFile = objectFilename(*object);
-  if (const char* defect = pathDefect(path, objectFile)) {
-    const auto reference = uri.asString();
-    *message = qvbStringFormat(defect, &reference);
-    return false;
-  }
+  if (const char* defect = pathDefect(path, objectFile))
+    return qvbFailWith(qvbStringFormat(defect, uri.asString()), message);
   *filename = withSlashes(qvbConcatPath(root, objectFile));
   return true;
 }
@@ -134,11 +132,6 @@ struct Conversion {
   QvbString filename;
   bool isRelative = false;
   QvbString message;
-
-  bool fail(const QvbString& text) {
-    message = text;
-    return false;
-  }
 };
 
 bool convertFile(QvURI& uri, Conversion& result) {
@@ -153,13 +146,14 @@ bool convertRepositoryObject(QvURI& uri, const QvbString& repository, Conversion
     return findVaultFile(root, uri, &result.filename, &result.message);
   if (!repository.isEmpty())
     return false;
-  return result.fail("No repository name was supplied to output the filename from URI and repository.");
+  return qvbFailWith("No repository name was supplied to output the filename from URI and repository.",
+                     &result.message);
 }
 
 bool convertRemoteFile(ASSubject* subject, const QvbString& reference, Conversion& result) {
   auto* cache = getFileCache();
   if (!cache)
-    return result.fail("No file cache available");
+    return qvbFailWith("No file cache available", &result.message);
   return cache->getCacheFilename(subject, reference, &result.filename, &result.message) == 0;
 }
 
@@ -175,8 +169,9 @@ bool convertURI(ASSubject* subject, QvURI& uri, const QvbString& reference, cons
   case Scheme::Other:
     break;
   }
-  return result.fail(
-      qvbStringFormat("The URI %S is not a supported format to convert into filename.", &reference));
+  return qvbFailWith(
+      qvbStringFormat("The URI %s is not a supported format to convert into filename.", reference),
+      &result.message);
 }
 
 bool convertReference(ASSubject* subject, const QvbString& reference, const QvbString& repository,
@@ -188,13 +183,6 @@ bool convertReference(ASSubject* subject, const QvbString& reference, const QvbS
   return false;
 }
 
-// False, with the message where one is wanted.
-bool refuse(const char* message, QvbString* errorMessage) {
-  if (errorMessage)
-    *errorMessage = message;
-  return false;
-}
-
 } // namespace
 
 bool fixFilesystemStringSlashes(const QvbString& in, QvbString* out) {
@@ -202,19 +190,14 @@ bool fixFilesystemStringSlashes(const QvbString& in, QvbString* out) {
 }
 
 bool getRepositoryFilesystemRoot(const QvbString& repositoryName, QvbString* root) {
-  const auto name = repositoryName; // which may be the output
-  *root = qvbGetConfigFolder(QvbOptions::RepositoryFileRoot);
-  if (!root->isEmpty())
-    return true;
-  root->setNull();
-  QvbString vaultPath;
-  QvReposConfigManagerImpl().forEachDefinition([&](QvReposConfiguration& definition) {
-    if (qvbEqualsIgnoreCase(definition.getName().view(), name.view()))
-      vaultPath = vaultPathOf(definition, copiesOfLookup);
-  });
-  if (!vaultPath.isEmpty())
-    *root = vaultPath;
-  return !root->isNull();
+  auto path = qvbGetConfigFolder(QvbOptions::RepositoryFileRoot);
+  if (path.isEmpty()) {
+    const Released<QvReposConfiguration> definition(
+        QvReposConfigManagerImpl().getConfigurationByName(repositoryName));
+    path = definition ? definition->getVaultPath() : QvbString();
+  }
+  *root = path.isEmpty() ? QvbString() : path;
+  return !path.isEmpty();
 }
 
 bool generateURIReferenceFromFilename(const QvbString& filename, QvbString* uriReference) {
@@ -228,7 +211,7 @@ bool generateURIReference(const QvbString& filename, RepositoryFolders* folders,
     *uriReference = filename;
     return true;
   }
-  const auto place = folders ? folders->find(filename) : findRepositoryPath(filename);
+  const auto place = folders ? folders->find(filename) : RepositoryFolders().find(filename);
   if (!place)
     return writeURIText(getURI("file", QvbString(), withSlashes(filename)), uriReference);
   QvbString extension;
@@ -251,9 +234,9 @@ bool generateFilenameFromURIandRepository(ASSubject* subject, const QvbString& u
                                           const QvbString& repositoryName, QvbString* filename,
                                           bool* isRelative, QvbString* errorMessage) {
   if (uriReference.isEmpty())
-    return refuse("The URI reference must be supplied to generate filename from URI.", errorMessage);
+    return qvbFailWith("The URI reference must be supplied to generate filename from URI.", errorMessage);
   if (!filename)
-    return refuse("The output string must be supplied to output the filename from URI.", errorMessage);
+    return qvbFailWith("The output string must be supplied to output the filename from URI.", errorMessage);
   Conversion result;
   const bool done = convertReference(subject, uriReference, repositoryName, result);
   *filename = result.filename;

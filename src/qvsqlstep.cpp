@@ -65,7 +65,7 @@ void visitConnection(const QvDomElement& element, QvSQLStepVisitor& visitor, Qvb
   const bool isTableServices = attributeOf(element, Names::DB_DAC_TYPE_String).find("QVTK") >= 0;
   const auto type = isTableServices ? QvbString("GRVS") : Names::ODBC_String;
   const auto name = attributeOf(element, Names::Name_String);
-  connection = qvbStringFormat("DSN=%S;QVXTYPE=%S;", &name, &type);
+  connection = qvbStringFormat("DSN=%s;QVXTYPE=%s;", name, type);
   visitor.visitConnection(name, type, connection);
 }
 

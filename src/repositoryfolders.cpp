@@ -20,60 +20,50 @@ std::optional<QvbString> pathBelow(const QvbString& folder, const QvbString& fil
   return isSeparator(rest.view().front()) ? std::optional(rest.mid(1)) : std::nullopt;
 }
 
-} // namespace
-
-QvbString vaultPathOf(QvReposConfiguration& definition, int copies) {
+// As the list of all definitions gives it, a copy of a copy: each drops separators that a back slash before a slash has
+// kept.
+QvbString listedVaultPath(QvReposConfiguration& definition) {
   auto path = definition.getVaultPath();
-  for (int copy = 0; copy < copies; ++copy)
+  for (int copies = 0; copies < 2; ++copies)
     trimFileSeperators(&path);
   return path;
 }
 
-std::optional<RepositoryPath> findRepositoryPath(const QvbString& filename) {
-  std::optional<RepositoryPath> best;
-  QvbString::Index bestLength = 0;
-  QvReposConfigManagerImpl().forEachDefinition([&](QvReposConfiguration& definition) {
-    const auto vaultPath = vaultPathOf(definition, copiesOfList);
-    const auto path = pathBelow(vaultPath, filename);
-    if (path && vaultPath.length() > bestLength) {
-      bestLength = vaultPath.length();
-      best = {definition.getName(), *path};
-    }
-  });
-  return best;
+constexpr auto pathOf = [](const auto& folder) { return folder.path.view(); };
+
+} // namespace
+
+// A path follows all those that it begins with, and only others that begin with the same ones stand between.
+RepositoryTable::RepositoryTable(const DefinitionSet& definitions) {
+  m_folders.reserve(definitions.definitions().size());
+  for (const auto& file : definitions.definitions())
+    m_folders.push_back({listedVaultPath(file->definition), file->definition.getName()});
+  std::ranges::stable_sort(m_folders, {}, pathOf);
+  const auto isSame = [](const Folder& a, const Folder& b) { return a.path == b.path; };
+  m_folders.erase(std::unique(m_folders.begin(), m_folders.end(), isSame), m_folders.end());
+  for (std::size_t i = 1; i < m_folders.size(); ++i) {
+    auto prefix = i - 1;
+    while (prefix != None && !m_folders[i].path.view().starts_with(m_folders[prefix].path.view()))
+      prefix = m_folders[prefix].prefix;
+    m_folders[i].prefix = prefix;
+  }
+}
+
+std::optional<RepositoryPath> RepositoryTable::find(const QvbString& filename) const {
+  const auto after = std::ranges::upper_bound(m_folders, filename.view(), {}, pathOf);
+  auto place = after == m_folders.begin() ? None : static_cast<std::size_t>(after - m_folders.begin()) - 1;
+  for (; place != None; place = m_folders[place].prefix)
+    if (auto path = pathBelow(m_folders[place].path, filename))
+      return RepositoryPath{m_folders[place].repository, *std::move(path)};
+  return std::nullopt;
 }
 
 RepositoryFolders::RepositoryFolders() : m_logger(qvlogGetLogger("QV.Repos.QvReposRes.ReposConfigMgr")) {}
 
-// A path follows all those that it begins with, and only others that begin with the same ones stand between.
-void RepositoryFolders::read() {
-  std::vector<Folder> folders;
-  QvReposConfigManagerImpl().forEachDefinition([&](QvReposConfiguration& definition) {
-    folders.push_back({vaultPathOf(definition, copiesOfList), definition.getName()});
-  });
-  std::stable_sort(folders.begin(), folders.end(),
-                   [](const Folder& a, const Folder& b) { return a.path < b.path; });
-  const auto isSame = [](const Folder& a, const Folder& b) { return a.path == b.path; };
-  folders.erase(std::unique(folders.begin(), folders.end(), isSame), folders.end());
-  for (std::size_t i = 1; i < folders.size(); ++i) {
-    auto prefix = i - 1;
-    while (prefix != none && !folders[i].path.view().starts_with(folders[prefix].path.view()))
-      prefix = folders[prefix].prefix;
-    folders[i].prefix = prefix;
-  }
-  m_folders = std::move(folders);
-  m_isRead = true;
-}
-
 std::optional<RepositoryPath> RepositoryFolders::find(const QvbString& filename) {
-  if (!m_isRead || m_logger->isEnabled(QvLoggingLevel::Lifecycle))
-    read();
-  const auto after =
-      std::upper_bound(m_folders.begin(), m_folders.end(), filename,
-                       [](const QvbString& name, const Folder& folder) { return name < folder.path; });
-  auto place = after == m_folders.begin() ? none : static_cast<std::size_t>(after - m_folders.begin()) - 1;
-  for (; place != none; place = m_folders[place].prefix)
-    if (auto path = pathBelow(m_folders[place].path, filename))
-      return RepositoryPath{m_folders[place].repository, *std::move(path)};
-  return std::nullopt;
+  if (!m_table || m_logger->isEnabled(QvLoggingLevel::Lifecycle)) {
+    const auto definitions = QvReposConfigManagerImpl().loadAnew();
+    m_table = {definitions, &definitions->repositories()};
+  }
+  return m_table->find(filename);
 }

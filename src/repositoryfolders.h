@@ -1,32 +1,42 @@
 // Which repository a file lies in.
 #pragma once
 
-#include "qvreposres/qvreposconfigmgr.h"
 #include "qvxlog/qvxlog.h"
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <vector>
 
-// How often a definition has been copied when it comes out of a lookup by its name, and out of the list of all.
-inline constexpr int copiesOfLookup = 1;
-inline constexpr int copiesOfList = 2;
-
-// The folder as a definition that was copied so often has it: each copy drops separators that a back slash before a slash
-// has kept.
-QvbString vaultPathOf(QvReposConfiguration& definition, int copies);
+class DefinitionSet;
 
 struct RepositoryPath {
   QvbString repository;
   QvbString path; // below its folder
 };
 
-// The place of a file in the repository with the longest folder above it, the first one loaded among equals. The
-// definitions are looked at anew.
-std::optional<RepositoryPath> findRepositoryPath(const QvbString& filename);
+// The folders of repositories, each path with the repository that came first.
+class RepositoryTable {
+public:
+  RepositoryTable() = default;
+  explicit RepositoryTable(const DefinitionSet& definitions);
 
-// The same for many files: the definitions are looked at when the first one is asked for. Only where the definition
-// manager's life cycle is logged they are looked at for each, so that each look is told.
+  // The place of a file in the repository with the longest folder above it.
+  std::optional<RepositoryPath> find(const QvbString& filename) const;
+
+private:
+  static constexpr std::size_t None = static_cast<std::size_t>(-1);
+
+  struct Folder {
+    QvbString path;
+    QvbString repository;
+    std::size_t prefix = None; // the place of the longest other path that this one begins with
+  };
+  std::vector<Folder> m_folders; // by path
+};
+
+// The same for the files of one piece of work: the definitions are looked at when the first one is asked for. Only where
+// the definition manager's life cycle is logged they are looked at for each, so that each look is told.
 class RepositoryFolders {
 public:
   RepositoryFolders();
@@ -34,19 +44,8 @@ public:
   std::optional<RepositoryPath> find(const QvbString& filename);
 
 private:
-  static constexpr std::size_t none = static_cast<std::size_t>(-1);
-
-  struct Folder {
-    QvbString path;
-    QvbString repository;
-    std::size_t prefix = none; // the place of the longest other path that this one begins with
-  };
-
-  void read();
-
   QvLogger* m_logger;
-  bool m_isRead = false;
-  std::vector<Folder> m_folders; // by path
+  std::shared_ptr<const RepositoryTable> m_table; // null before the first look
 };
 
 // generateURIReferenceFromFilename() with folders that are known; null for a look at the definitions.

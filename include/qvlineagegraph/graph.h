@@ -16,6 +16,7 @@ namespace qvlineagegraph {
 
 // Nodes are numbered from 0 in the order in which they were first named.
 using NodeIndex = std::uint32_t;
+// The node that there is none of.
 inline constexpr NodeIndex noNode = UINT32_MAX;
 
 enum class NodeType : std::uint8_t { Job, Table, DataSource, File };
@@ -174,6 +175,7 @@ public:
   const Edges& edges() const noexcept { return m_edges; }
   // In the order of the files.
   std::span<const Note> notes() const noexcept { return m_notes; }
+  // How many there are of everything.
   Counts counts() const noexcept;
 
 private:
@@ -215,6 +217,7 @@ public:
   // Between nodes that were added.
   void addEdge(Edge edge);
   void addEdges(std::vector<Edge> edges);
+  // Behind the notes that there are.
   void addNote(Note note);
   // Everything of another graph.
   void merge(const Graph& graph);

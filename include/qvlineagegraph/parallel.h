@@ -16,6 +16,9 @@ struct ParallelWork {
   std::function<std::function<void(std::size_t item)>()> worker;
   // Called on the calling thread for every item, in their order, some time after it was worked on.
   std::function<void(std::size_t item)> take;
+  // Optional. Called for items that were taken, on the thread that worked on them, for as long as that one goes on: what
+  // is left at the end is the caller's. Memory that one thread takes and another gives back costs both.
+  std::function<void(std::size_t item)> release = {};
   // Optional. Told on the calling thread now and then how many items are done; false stops the work.
   std::function<bool(std::size_t done)> progress;
 };

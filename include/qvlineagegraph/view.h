@@ -26,7 +26,9 @@ public:
 
   // Ascending.
   std::span<const NodeIndex> nodes() const noexcept { return m_nodes; }
+  // Whether the node is in the view.
   bool contains(NodeIndex index) const noexcept { return m_contains[index]; }
+  // Those between its nodes.
   std::span<const Edge> edges() const noexcept { return m_edges.all(); }
   // Empty for a node that is not in the view.
   std::span<const Edge> out(NodeIndex index) const noexcept { return m_edges.out(index); }

@@ -32,15 +32,18 @@
 
 namespace qvreposres {
 
+// Why something failed.
 struct Error {
   std::string message; // for people, file, line and column included
-  // What is malformed or cannot be read; empty and 0 where that is no file, or not known.
+  // What is malformed or cannot be read; empty where that is no file.
   std::filesystem::path file = {};
-  int line = 0;
-  int column = 0;
+  int line = 0;   // from 1; 0 where it is not known
+  int column = 0; // from 1; 0 where it is not known
 };
+// The message.
 inline std::ostream& operator<<(std::ostream& out, const Error& error) { return out << error.message; }
 
+// A value, or the error that kept it from being made.
 template<class T>
 using Result = Expected<T, Error>;
 
@@ -105,7 +108,9 @@ class Subject {
 public:
   // The process's own user.
   Subject() : m_subject(qvbSubjectAccess()) {}
+  // A user whom a ticket server knows.
   Subject(const Text& user, const Text& credentials) : m_subject(qvbSubjectCreate(user, credentials)) {}
+  // For the interfaces; it stays this object's.
   ASSubject* get() const noexcept { return m_subject.get(); }
 
 private:
@@ -116,17 +121,18 @@ private:
 
 // A thing that a job touches: equal to another one of the same type and identity, without regard to case.
 struct Resource {
-  std::string name;
-  std::string type;
-  std::string identity;
-  std::string location = {};
-  bool isResolved = false;
-  bool hasMacro = false; // the identity holds one that was not expanded
+  std::string name;          // the display name
+  std::string type;          // the object type, such as "Table"
+  std::string identity;      // what tells it apart from others of its type, see qvresourcemgr.h
+  std::string location = {}; // where it lives, as far as that is known
+  bool isResolved = false;   // false where nobody could tell what it stands for
+  bool hasMacro = false;     // the identity holds one that was not expanded
 
   friend bool operator==(const Resource& a, const Resource& b) noexcept {
     return qvbEqualsIgnoreCase(a.identity, b.identity) && qvbEqualsIgnoreCase(a.type, b.type);
   }
 };
+// "Table customers".
 inline std::ostream& operator<<(std::ostream& out, const Resource& resource) {
   return out << resource.type << ' ' << resource.name;
 }
@@ -143,16 +149,18 @@ inline Resource toResource(QvResource& resource) {
 
 // A definition file that is not loaded.
 struct Refusal {
-  std::filesystem::path file;
-  std::string reason;
-  bool isDuplicate; // a whole definition, whose name another one took first
+  std::filesystem::path file; // or the folder that cannot be opened
+  std::string reason;         // for people
+  bool isDuplicate;           // a whole definition, whose name another one took first
 };
 
 // A repository's definition, a record of its own: a change counts once Definitions::save() has it.
 class Definition {
 public:
+  // Of a record of the interfaces.
   explicit Definition(Owned<QvReposConfiguration> record) : m_record(detail::required(std::move(record))) {}
 
+  // As the getters of QvReposConfiguration tell them.
   std::string name() const { return toString(m_record->getName()); }
   bool isActive() const { return m_record->isActive(); }
   bool isSystem() const { return m_record->getType() == QvReposConfigTypeSystem; }
@@ -164,6 +172,7 @@ public:
   // Where it was read from or saved to; empty before that.
   std::filesystem::path file() const { return toPath(m_record->getFilename()); }
 
+  // As the setters of QvReposConfiguration take them; calls can be strung together.
   Definition& setName(const Text& name) { return m_record->setName(name), *this; }
   Definition& setActive(bool active) { return m_record->setActive(active), *this; }
   Definition& setVault(const Text& folder) { return m_record->setVaultPath(folder), *this; }
@@ -175,11 +184,13 @@ public:
   }
   Definition& setPrefix(const Text& prefix) { return m_record->setUnifiedRepositoryPrefix(prefix), *this; }
 
+  // For what this class leaves out.
   QvReposConfiguration& interface() const { return *m_record; }
 
 private:
   Owned<QvReposConfiguration> m_record;
 };
+// The name.
 inline std::ostream& operator<<(std::ostream& out, const Definition& definition) {
   return out << definition.name();
 }
@@ -205,8 +216,10 @@ inline std::pair<std::string, std::string> rowOf(QvResourcePropertyList& list) {
 template<class List>
 class Rows : public std::ranges::view_base {
 public:
+  // What the range gives.
   using Row = decltype(detail::rowOf(std::declval<List&>()));
 
+  // An input iterator.
   class Iterator {
   public:
     using iterator_concept = std::input_iterator_tag;
@@ -214,7 +227,9 @@ public:
     using difference_type = std::ptrdiff_t;
 
     Iterator() = default;
+    // On the row after the list's cursor.
     explicit Iterator(List* list) : m_list(list) { ++*this; }
+
     Row operator*() const { return detail::rowOf(*m_list); }
     Iterator& operator++() {
       m_isOnRow = m_list->next();
@@ -228,9 +243,12 @@ public:
     bool m_isOnRow = false;
   };
 
+  // Of a list that an operation handed over.
   explicit Rows(Owned<List> list) : m_list(detail::required(std::move(list))) {}
 
+  // Call it once.
   Iterator begin() { return Iterator(m_list.get()); }
+  // Past the last row.
   std::default_sentinel_t end() const noexcept { return {}; }
 
 private:
@@ -239,12 +257,14 @@ private:
 
 // Definitions ------------------------------------------------------------------------------------------------------
 
+// The definitions of the folders that the options name.
 class Definitions {
 public:
   // System definitions before the user's own, each folder in name order.
   Rows<QvReposConfigurationList> all() {
     return Rows(own<&QvReposConfigManager::getConfigurations>(m_manager));
   }
+  // Those of one folder.
   Rows<QvReposConfigurationList> ofType(QvReposConfigType type) {
     return Rows(own<&QvReposConfigManager::getConfigurationsByType>(m_manager, type));
   }
@@ -268,6 +288,7 @@ public:
       return toString(message);
     return Error{toString(message), definition.file()};
   }
+  // Deletes its file.
   Result<void> remove(const Definition& definition) {
     QvbString message;
     if (m_manager->deleteConfiguration(&definition.interface(), &message))
@@ -282,6 +303,7 @@ public:
   // What the folders hold that is not loaded.
   Rows<QvReposRefusalList> refusals() { return Rows(own<&QvReposConfigManager::getRefusals>(m_manager)); }
 
+  // For what this class leaves out.
   QvReposConfigManager& interface() const { return *m_manager; }
 
 private:
@@ -292,7 +314,7 @@ private:
 
 // A job file that was read.
 struct Job {
-  Resource resource;
+  Resource resource;          // the job itself
   std::vector<Resource> uses; // each once, in the order of the file
   std::string unknownRoot;    // the root element of a file that is no SQL step that is known; empty otherwise
 };
@@ -332,6 +354,7 @@ public:
     return Error{toString(message)};
   }
 
+  // For what this class leaves out.
   QvImpactAnalysis& interface() const { return *m_store; }
 
 private:
@@ -374,33 +397,45 @@ private:
     return job;
   }
 
-  Owned<QvImpactAnalysis> m_store = detail::required(own<&getQvLineageAnalysis>());
+  // Short memory can leave a store without its factory.
+  static Owned<QvImpactAnalysis> newStore() {
+    auto store = detail::required(own<&getQvLineageAnalysis>());
+    if (!store->getDefaultResourceFactory())
+      throw std::bad_alloc();
+    return store;
+  }
+
+  Owned<QvImpactAnalysis> m_store = newStore();
   Owned<QvResourceManager> m_manager = own<&createQvResourceManager>();
 };
 
 // Identities -------------------------------------------------------------------------------------------------------
 
-// What an identity is made of (docs/identity.md). A part that is empty is left out.
+// What the identity of a file is made of (docs/identity.md). In every kind a part that is empty is left out.
 struct FileIdentity {
-  std::string path;
+  std::string path;      // required
   std::string name = {}; // else the last part of the path
 };
+// Of an object of a repository, which needs one of its two identifiers.
 struct ObjectIdentity {
-  std::string type;
-  std::string id;
-  std::string uuid = {};
+  std::string type;      // such as "Rule"
+  std::string id;        // in its repository
+  std::string uuid = {}; // everywhere
 };
+// Of a table.
 struct TableIdentity {
-  std::string dataSource; // its name, or its connection string
-  std::string dataSourceType;
-  std::string catalog;
-  std::string schema;
-  std::string table;
+  std::string dataSource;     // its name, or its connection string
+  std::string dataSourceType; // "ODBC" or "GRVS"
+  std::string catalog;        // as the database has it, like the schema
+  std::string schema;         // as the database has it
+  std::string table;          // required
 };
+// Of a data source.
 struct DataSourceIdentity {
-  std::string name;
-  std::string type = {};
+  std::string name;      // or its connection string; required
+  std::string type = {}; // "ODBC" or "GRVS"
 };
+// The parts of any of them.
 using Identity = std::variant<FileIdentity, ObjectIdentity, TableIdentity, DataSourceIdentity>;
 
 namespace detail {
@@ -440,6 +475,7 @@ inline Result<std::string> makeIdentity(const Identity& identity) {
   return Error{missing[identity.index()]};
 }
 
+// The parts of such a text.
 inline Result<Identity> parseIdentity(const Text& identity) {
   const auto manager = own<&createQvResourceManager>();
   QvbString a, b, c, d, e;
@@ -494,6 +530,7 @@ inline Result<std::filesystem::path> localCopy(const Text& uri, const Subject& s
 // Has a listener told of changes to repository objects for as long as it lives. The listener must live longer.
 class Subscription {
 public:
+  // Of a listener that stays the caller's.
   explicit Subscription(RepositoryObjectChange& listener) : m_listener(listener) {
     if (!getRepositoryEventManager()->addRepositoryObjectChangeListener(&listener))
       throw std::bad_alloc();

@@ -18,23 +18,28 @@ namespace qvreposres {
 class Text {
 public:
   Text() = default; // null: not given
+  // Of what holds a text.
   template<class T>
   requires std::convertible_to<T, std::string_view> Text(const T& text) : m_text(std::string_view(text)) {}
   Text(const std::filesystem::path& path) : m_text(std::string_view(path.native())) {}
   Text(const QvbString& text) : m_text(text) {}
 
+  // For the interfaces.
   operator const QvbString&() const noexcept { return m_text; }
+  // Its bytes.
   std::string_view view() const noexcept { return m_text.view(); }
 
 private:
   QvbString m_text;
 };
 
+// A text of the library as the standard library has texts, and as a path.
 inline std::string toString(const QvbString& text) { return std::string(text.view()); }
 inline std::filesystem::path toPath(const QvbString& text) { return std::filesystem::path(text.view()); }
 
 } // namespace qvreposres
 
+// The text's bytes.
 inline std::ostream& operator<<(std::ostream& out, const QvbString& text) { return out << text.view(); }
 
 // As texts are equal: bytes count as they are.

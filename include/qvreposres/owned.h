@@ -108,6 +108,7 @@ class Owned {
 public:
   Owned() = default;
 
+  // The object, which stays owned here; null where there is none.
   T* get() const noexcept { return m_object.get(); }
   T& operator*() const { return *m_object; }
   T* operator->() const noexcept { return m_object.get(); }
@@ -121,6 +122,7 @@ private:
   Released<T> m_object;
 };
 
+// The type of own, below.
 template<auto Operation>
 struct Own {
   static_assert(handsOver<Operation>,
@@ -133,6 +135,7 @@ struct Own {
     return Owned<std::remove_pointer_t<decltype(made)>>(made);
   }
 };
+// own<operation>(arguments...) calls the operation and owns what it returns.
 template<auto Operation>
 inline constexpr Own<Operation> own{};
 

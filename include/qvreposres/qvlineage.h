@@ -29,7 +29,9 @@ public:
   // Adds what the resource depends on to what is known already, read from the list's cursor on. The store keeps copies.
   // False for a null argument. What memory is short for goes unrecorded, and the result is true.
   virtual bool addDependentResources(QvResource* resource, QvResourceList* dependents) = 0;
+  // A new, empty list.
   virtual QvResourceList* createResourceList() = 0;
+  // A new resource of the store's factory, which the caller releases.
   virtual QvResource* createResource(const QvbString& name, const QvbString& resourceType,
                                      const QvbString& resourceIdentity) = 0;
   // Forgets what the resource depends on. False when nothing is known of it, or memory is short.
@@ -53,6 +55,7 @@ public:
 class QVREPOSRES_API LineageProgressSink {
 public:
   virtual ~LineageProgressSink() = default;
+  // The stage that begins, for people.
   virtual void progress(const QvbString& text) = 0;
 };
 

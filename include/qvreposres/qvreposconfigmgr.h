@@ -2,10 +2,9 @@
 //
 // A definition lives in a file of its own, in the folder of option "BASE/REPOS_SYS_PATH" (system) or
 // "BASE/REPOS_USER_PATH" (user), a native path or a "file:" URI; a relative path is made absolute when it is first read.
-// Everything handed out is a copy: a change is
-// kept when it is saved. A manager may be used from several threads at once; records and lists are for one
-// thread at a time. Managers know nothing of each other, in this process or another one: each reads the files
-// as they are, and of two that save the same definition the later one wins.
+// Everything handed out is a copy: a change is kept when it is saved. A manager may be used from several threads at once;
+// records and lists are for one thread at a time. Managers know nothing of each other, in this process or another one:
+// each reads the files as they are, and of two that save the same definition the later one wins.
 #pragma once
 
 #include "qvreposres/export.h"
@@ -30,6 +29,7 @@ public:
   // Unique among loaded definitions, without regard to case.
   virtual QvbString getName() = 0;
   virtual void setName(const QvbString& name) = 0;
+  // Kept as it is: lookups find inactive definitions, too.
   virtual bool isActive() = 0;
   virtual void setActive(bool active) = 0;
   // The folder of the repository's files; stored without trailing separators.
@@ -41,20 +41,25 @@ public:
   // The connection type as text ("File", "ODBC", "GRVS"), kept apart from the enumeration below.
   virtual QvbString getUnifiedRepositoryConnectType() = 0;
   virtual void setUnifiedRepositoryConnectType(const QvbString& type) = 0;
+  // The connection type that is saved.
   virtual QvUnifiedReposConnectType getUnifiedConnectionType() = 0;
   virtual void setUnifiedConnectionType(QvUnifiedReposConnectType type) = 0;
   // The prefix of the repository's tables, with a schema and a dot before it where there is one.
   virtual QvbString getUnifiedRepositoryPrefix() = 0;
   virtual void setUnifiedRepositoryPrefix(const QvbString& prefix) = 0;
+  // The repository's name in its database.
   virtual QvbString getUnifiedRepositoryName() = 0;
   virtual void setUnifiedRepositoryName(const QvbString& name) = 0;
+  // The repository's version.
   virtual QvbString getUnifiedRepositoryVersion() = 0;
   virtual void setUnifiedRepositoryVersion(const QvbString& version) = 0;
+  // In which of the two folders it is saved.
   virtual QvReposConfigType getType() = 0;
   virtual void setType(QvReposConfigType type) = 0;
   // The file that it was read from or saved to.
   virtual QvbString getFilename() = 0;
   virtual void setFilename(const QvbString& filename) = 0;
+  // The repository's log file.
   virtual QvbString getVaultLogFile() = 0;
   virtual void setVaultLogFile(const QvbString& path) = 0;
   // The application's own mark; neither saved nor copied.
@@ -100,6 +105,7 @@ protected:
   ~QvReposRefusalList() = default;
 };
 
+// Loads, looks up, saves and deletes definitions.
 class QVREPOSRES_API QvReposConfigManager {
 public:
   virtual ~QvReposConfigManager() = default;
@@ -108,13 +114,15 @@ public:
   virtual QvbString getErrorMessage() = 0;
   // The definition of that name, without regard to case, as a new copy; null when there is none.
   virtual QvReposConfiguration* getConfigurationByName(const QvbString& name) = 0;
-  // New lists of copies in load order: system definitions before user ones, each folder in name order.
+  // Those of one of the two folders, as a new list of copies in name order.
   virtual QvReposConfigurationList* getConfigurationsByType(QvReposConfigType type) = 0;
   // Reads the folders again; always true. Lookups do so themselves.
   virtual bool refresh() = 0;
+  // All, as a new list of copies in load order: system definitions before user ones, each folder in name order.
   virtual QvReposConfigurationList* getConfigurations() = 0;
   // A new, active record that is not saved yet; null for an empty name.
   virtual QvReposConfiguration* createConfiguration(const QvbString& name, QvReposConfigType type) = 0;
+  // Whether there is a definition of that name, without regard to case.
   virtual bool configurationExists(const QvbString& name) = 0;
   // `error` (optional) tells why a deletion or a save failed. The file of a definition is called by its name as
   // that stands, "<name>.rcf": isInvalidCharInName() tells whether it holds a character, such as a slash, that a

@@ -14,6 +14,7 @@
 #include "qvreposres/export.h"
 #include "qvxbase/qvbstring.h"
 
+// What happened to an object.
 enum RepositoryObjectChangeType : int {
   RepositoryObjectCreated = 0,
   RepositoryObjectDeleted = 1,
@@ -27,8 +28,10 @@ enum RepositoryObjectChangeType : int {
 class RepositoryObjectChange {
 public:
   virtual ~RepositoryObjectChange() = default;
+  // An object was created, deleted, modified, locked or unlocked.
   virtual void objectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                              const QvbString& object, int id, const QvbString& uuid) = 0;
+  // An object has another name.
   virtual void objectRenamed(const QvbString& repository, const QvbString& object, int id,
                              const QvbString& uuid, const QvbString& oldName, const QvbString& newName) = 0;
   // `detail` is the new name when the type is RepositoryObjectRenamed.
@@ -36,6 +39,7 @@ public:
                               RepositoryObjectChangeType type, const QvbString& detail) = 0;
 };
 
+// Tells listeners of changes.
 class QVREPOSRES_API QvReposEventManager {
 public:
   virtual ~QvReposEventManager() = default;
@@ -43,8 +47,10 @@ public:
   virtual void release() = 0;
   // Always null.
   virtual QvbString getErrorMessage() = 0;
+  // Calls objectChanged() of every listener.
   virtual void fireObjectChanged(const QvbString& repository, RepositoryObjectChangeType type,
                                  const QvbString& object, int id, const QvbString& uuid) = 0;
+  // Calls objectRenamed() of every listener.
   virtual void fireObjectRenamed(const QvbString& repository, const QvbString& object, int id,
                                  const QvbString& uuid, const QvbString& oldName,
                                  const QvbString& newName) = 0;
@@ -52,6 +58,7 @@ public:
   virtual bool addRepositoryObjectChangeListener(RepositoryObjectChange* listener) = 0;
   // Removes every occurrence. The result is always false and says nothing.
   virtual bool removeRepositoryObjectChangeListener(RepositoryObjectChange* listener) = 0;
+  // Calls contentChanged() of every listener.
   virtual void fireContentChanged(const QvbString& repository, const QvbString& object,
                                   RepositoryObjectChangeType type, const QvbString& detail) = 0;
   // The identifier by which this process tells its own changes from those of others: a UUID of 36 characters,

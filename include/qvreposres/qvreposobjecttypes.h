@@ -15,6 +15,7 @@ QVREPOSRES_API const char* const* getDefaultRepositoryRootFolders();
 
 // The characters that no object name may hold: / \ : ; , ? * < > |
 QVREPOSRES_API const char* getInvalidNameChars();
+// Whether the name holds one of them.
 QVREPOSRES_API bool isInvalidCharInName(const QvbString& name);
 // Appends the name to `out` with "_" for each invalid character. False for a null name or a null `out`.
 QVREPOSRES_API bool getNormalizedNameValue(const QvbString& name, QvbString* out);

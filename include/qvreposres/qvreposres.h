@@ -10,6 +10,7 @@ extern "C" {
 
 // Name, version and build in one line: "Repository Resource Library version 2.1 (build 46)".
 QVREPOSRES_API extern const char* const qvx_build_info;
+// The number of the build and the version alone: 46, "2.1".
 QVREPOSRES_API extern const int qvx_build_number;
 QVREPOSRES_API extern const char* const qvx_build_version;
 

@@ -13,11 +13,12 @@
 
 class RepositoryMetadataObjectList;
 
+// An object of a type: attributes, objects that it contains, and others that it refers to.
 class QVREPOSRES_API RepositoryMetadataObject {
 public:
   // Inserts the attribute or replaces its value; always true. Attributes are kept in the order of their names.
   virtual bool addAttribute(const QvbString& name, const QvbString& value) = 0;
-  // False, with the output untouched, when there is no such attribute; the typed reads also when it is empty. Text that
+  // The attribute's value. False, with the output untouched, when there is none; the typed reads also when it is empty. Text that
   // is no number or truth value converts to 0 or false.
   virtual bool getAttribute(const QvbString& name, QvbString* value) = 0;
   virtual bool getAttributeAsInt(const QvbString& name, int* value) = 0;
@@ -28,11 +29,13 @@ public:
   virtual bool addAssociatedObject(const QvbString& association, RepositoryMetadataObject* object) = 0;
   // A new list, never null, that the caller releases; the objects are not its own.
   virtual RepositoryMetadataObjectList* getAssociatedObjects(const QvbString& association) = 0;
-  // References to the object's own texts, good until its next change.
+  // A reference to the object's own text, good until its next change.
   virtual const QvbString& getId() = 0;
   // Sets the attribute "Id" as well.
   virtual void setId(const QvbString& id) = 0;
+  // A reference to its type, good as that to its id.
   virtual const QvbString& getObjectType() = 0;
+  // Makes it an object of another type.
   virtual void setObjectType(const QvbString& type) = 0;
   virtual void release() = 0;
   // Writes attributes, contained objects, associations (by reference) and value into the element; the result is that of
@@ -45,6 +48,7 @@ public:
   // Building a graph of m containments costs m steps where it grows at its top or bottom, and at most m * sqrt(m) in any
   // other way; a refusal costs what it takes to find the circle.
   virtual bool addContainedObject(RepositoryMetadataObject* object) = 0;
+  // What it contains, as a new list that the caller releases.
   virtual RepositoryMetadataObjectList* getContainedObjects() = 0;
   // The element's text; always true.
   virtual bool setValue(const QvbString& value) = 0;
@@ -57,10 +61,12 @@ protected:
 class QVREPOSRES_API RepositoryMetadataObjectList {
 public:
   virtual bool next() = 0;
+  // The object under the cursor, which stays its owner's; null off the rows.
   virtual RepositoryMetadataObject* getValue() = 0;
   virtual void release() = 0;
   // Does nothing: setLastRowElement appends.
   virtual bool addRow() = 0;
+  // Appends the object, whatever the column.
   virtual void setLastRowElement(unsigned long column, RepositoryMetadataObject* object) = 0;
   // By id, without regard to case. It leaves the cursor on the element after the match, or at the end.
   virtual bool contains(RepositoryMetadataObject* object) = 0;
@@ -87,6 +93,7 @@ public:
                            const QvbString& message) = 0;
 };
 
+// Objects by type and id, and the documents that are written of them and read back.
 class QVREPOSRES_API RepositorySerializationContext {
 public:
   // The object of this type and id, made when there is none; the context owns it until clear(). An id is one object's at
@@ -123,6 +130,7 @@ public:
   virtual bool clear() = 0;
   // Makes the repository URI of path and object type the information that goes with every action.
   virtual bool setEventObjectInfo(const QvbString& path, const QvbString& objectType) = 0;
+  // Tells this handler of every action from now on; null ends that.
   virtual bool setEventHandler(RepositoryActionEvent* handler) = 0;
   // Tells the handler and the log; the handler's result, 0 without one.
   virtual int logEvent(RepositoryActionLogStatus status, const QvbString& message) = 0;

@@ -14,7 +14,7 @@ class QVREPOSRES_API QvResourcePropertyList {
 public:
   virtual ~QvResourcePropertyList() = default;
   virtual bool next() = 0;
-  // Empty off the rows.
+  // The texts under the cursor; empty off the rows.
   virtual QvbString getKey() = 0;
   virtual QvbString getValue() = 0;
   virtual void release() = 0;
@@ -29,9 +29,13 @@ class QVREPOSRES_API QvResource {
 public:
   virtual ~QvResource() = default;
   virtual void release() = 0;
+  // An identifier of the factory's own, which may be empty.
   virtual QvbString getId() = 0;
+  // The display name.
   virtual QvbString getName() = 0;
+  // The object type, as qvreposobjecttypes.h has them: "ProcessJob", "Table".
   virtual QvbString getResourceType() = 0;
+  // What tells it apart from other resources of its type, see qvresourcemgr.h.
   virtual QvbString getResourceIdentity() = 0;
   // How the resource relates to the one that uses it: 0 for every resource of this library. Other numbers are a host's own
   // and mean what it says; lists and the lineage store do not keep them.
@@ -41,12 +45,15 @@ public:
   virtual QvResourcePropertyList* getProperties() = 0;
   // Null when it was never analysed.
   virtual QvbDate getAnalysisDate() = 0;
+  // Where it lives, as far as its factory knows.
   virtual QvbString getResourceLocation() = 0;
+  // False where its factory could not tell what it stands for.
   virtual bool IsResolved() = 0;
   // Whether the identity still holds a macro that was not expanded.
   virtual bool IsResourceIdentityMacroValue() = 0;
 };
 
+// Resources, as a job touches them.
 class QVREPOSRES_API QvResourceList {
 public:
   virtual bool next() = 0;
@@ -73,9 +80,11 @@ class QVREPOSRES_API QvStringList {
 public:
   virtual ~QvStringList() = default;
   virtual bool next() = 0;
+  // The number of texts in a row.
   virtual unsigned long getNumCols() = 0;
   // The text in a column, from 0; empty off the rows and columns.
   virtual QvbString getValue(unsigned long column) = 0;
+  // The text in the first column; empty off the rows.
   virtual QvbString getValue() = 0;
   virtual void release() = 0;
   // The number of rows.

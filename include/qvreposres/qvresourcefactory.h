@@ -34,6 +34,7 @@ public:
                                const QvbString& uuid, QvbString* identity) = 0;
 };
 
+// Makes the resources of lists and stores; a host may supply its own.
 class QVREPOSRES_API QvResourceFactory {
 public:
   virtual ~QvResourceFactory() = default;

@@ -14,6 +14,7 @@
 #include "qvreposres/qvresource.h"
 #include "qvreposres/qvresourcefactory.h"
 
+// Identities, resources, and what job files name.
 class QVREPOSRES_API QvResourceManager {
 public:
   virtual ~QvResourceManager() = default;
@@ -21,28 +22,33 @@ public:
 
   // Identities. The generators are false, with nothing written, when the part that the kind needs is empty. The parsers
   // are false for a text that is no identity of the kind and leave an output whose part is missing or empty untouched.
+
+  // The identity of a data source, or of a table in one. False, with nothing written, without a data source's name, or a
+  // table's.
   virtual bool generateDataSourceResourceId(const QvbString& dsn, const QvbString& dsntype,
                                             QvbString* identity) = 0;
   virtual bool generateTableDataSourceResourceId(const QvbString& dsn, const QvbString& dsntype,
                                                  const QvbString& catalog, const QvbString& schema,
                                                  const QvbString& table, QvbString* identity) = 0;
-  // The repository is not part of the identity.
+  // The identity of a repository object, which has an id or a uuid. The repository is not part of it.
   virtual bool generateUnifiedObjectResourceId(const QvbString& repository, const QvbString& type,
                                                const QvbString& id, const QvbString& uuid,
                                                QvbString* identity) = 0;
-  // `repository` is never written.
+  // The parts of a repository object's identity; `repository` is never written.
   virtual bool getUnifiedObjectFromResourceId(const QvbString& identity, QvbString* repository,
                                               QvbString* type, QvbString* id, QvbString* uuid) = 0;
-  // An empty `name` becomes the file name part of `filename`.
+  // The identity of a file. An empty `name` becomes the file name part of `filename`.
   virtual bool generateFileResourceId(const QvbString& filename, QvbString& name, QvbString* identity) = 0;
+  // The parts of a file's identity.
   virtual bool getFilenameFromResourceId(const QvbString& identity, QvbString* filename, QvbString* name) = 0;
 
-  // Connection strings. False, with nothing written, when the key is missing or its value empty; the short form is the
-  // data source name.
+  // The data source name or type in a connection string; the short form is the data source name. False, with nothing
+  // written, when the key is missing or its value empty.
   virtual bool generateShortDSN(const QvbString& dsn, QvbString* shortDsn) = 0;
   virtual bool getNameFromDSN(const QvbString& dsn, QvbString* name) = 0;
   virtual bool getDSNTypeFromDSN(const QvbString& dsn, QvbString* type) = 0;
 
+  // The parts of a table's identity, or of a data source's.
   virtual bool getTableObjectFromResourceId(const QvbString& identity, QvbString* dsn, QvbString* dsntype,
                                             QvbString* catalog, QvbString* schema, QvbString* table) = 0;
   virtual bool getDataSourceObjectFromResourceId(const QvbString& identity, QvbString* dsn,
@@ -50,9 +56,9 @@ public:
   // Display name and object type of a file; plain files keep their extension in the name.
   virtual bool getResourceTypeFromFilename(QvbString& filename, QvbString* name, QvbString* type) = 0;
 
-  // Resources: each a new one that the caller releases, null when a required part is empty or the factory gives none.
-  // A name that is not known is handed to the factory as an empty text. The type of a data source counts only when its
-  // connection string names one.
+  // A new resource that the caller releases; null when a required part is empty or the factory gives none. A name that is
+  // not known is handed to the factory as an empty text. The type of a data source counts only when its connection string
+  // names one.
   virtual QvResource* generateDataSourceResource(QvResourceFactory* factory, QvbString& dsn,
                                                  QvbString& dsnType) = 0;
   virtual QvResource* generateTableResource(QvResourceFactory* factory, QvbString& dsn, QvbString& dsnType,
@@ -64,6 +70,7 @@ public:
   // A rule without id and uuid is looked up by its name, which it needs then.
   virtual QvResource* generateRuleResource(QvResourceFactory* factory, QvbString& repository, QvbString& id,
                                            QvbString& uuid, QvbString& ruleName) = 0;
+  // A new resource that the caller releases; null when a required part is empty or the factory gives none.
   virtual QvResource* generateProfileResource(QvResourceFactory* factory, QvbString& repository,
                                               QvbString& id, QvbString& uuid) = 0;
   virtual QvResource* generateFileResource(QvbString& defaultType, QvResourceFactory* factory,
@@ -74,8 +81,10 @@ public:
                                                       QvbString& reserved3, QvbString& reserved4) = 0;
 
   // Scanning. Each adds what it finds unless the list has a resource of the same identity.
+
   // The resource that a job reference (a repository URI or a path) stands for; true only when a row was added.
   virtual bool addJobFileNode(QvResourceFactory* factory, QvResourceList* list, QvbString& jobReference) = 0;
+  // The resource of a file, as generateFileResource() makes it; true only when a row was added.
   virtual bool addFileResource(QvbString& filename, QvResourceFactory* factory, QvResourceList* list) = 0;
   // The data sources and tables that an SQL step names; false for a document that does not parse.
   virtual bool addSQLResourcesFromFile(const QvbString& path, QvResourceFactory* factory,
@@ -83,7 +92,7 @@ public:
   virtual bool addSQLResourcesFromString(const QvbString& xml, QvResourceFactory* factory,
                                          QvResourceList* list) = 0;
 
-  // The generate operations above, their result added to the list unless it has that identity; true when a resource was
+  // Adds what the generate operation of this name makes, unless the list has that identity; true when a resource was
   // generated, even where the list has no room for it.
   virtual bool addDataSourceResource(QvResourceFactory* factory, QvResourceList* list, QvbString& dsn,
                                      QvbString& dsnType) = 0;
@@ -104,6 +113,7 @@ public:
   virtual bool addDMSRefResource(QvResourceFactory* factory, QvResourceList* list, QvbString& server,
                                  QvbString& reference, QvbString& service, QvbString& object,
                                  QvbString& name) = 0;
+  // As generateOMRObjectByPathResource() makes it, added unless the list has it.
   virtual bool addOMRObjectByPathResource(QvResourceFactory* factory, QvResourceList* list, QvbString& path,
                                           QvbString& reserved1, QvbString& reserved2, QvbString& reserved3,
                                           QvbString& reserved4) = 0;

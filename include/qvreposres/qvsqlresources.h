@@ -9,6 +9,7 @@
 // derives from it. Manager, factory and list stay their owners' and outlive it.
 class QvSQLResourceAdder : public QvSQLStepVisitor {
 public:
+  // For one step, or for several after each other.
   QvSQLResourceAdder(QvResourceManager& manager, QvResourceFactory* factory, QvResourceList* list)
       : m_manager(manager), m_factory(factory), m_list(list) {}
 
@@ -31,6 +32,7 @@ public:
                          const QvbString& table) override {
     addTable(connection, "", catalog, schema, table);
   }
+  // Nothing is added for these.
   void visitUnusableName(const QvbString&, const QvbString&, const QvbString&) override {}
   void visitUnknownRoot(const QvbString&) override {}
 

@@ -23,8 +23,8 @@ struct NpDir {
 namespace {
 
 int createFolder(const char* path, mode_t permissions) {
-  const int result = attempt(QvbFaultPoint::DirCreate, path, [&] { return ::mkdir(path, permissions); });
-  return result == 0 ? NP_FIO_OK : lastCode();
+  return npfio::codeOfCall(
+      attempt(QvbFaultPoint::DirCreate, path, [&] { return ::mkdir(path, permissions); }));
 }
 
 // Absolute, so that the folder is found again when the process changes its working directory.
@@ -77,9 +77,7 @@ int np_dir_create(const QvbString& path, int mode) {
   constexpr int readableByAll = 8;
   if (mode != readableByAll)
     return NP_FIO_UNSUPPORTED;
-  QvbString native;
-  const int code = codeOf([&] { return nativePath(path, &native); });
-  return code ? code : createFolder(native.asCstr(), 0755);
+  return npfio::withNativePath(path, [](const char* native) { return createFolder(native, 0755); });
 }
 
 int np_dir_tmpdir(const char* name, char* buffer, std::size_t size, NpDir** directory) {
@@ -135,10 +133,7 @@ void np_dir_discard(NpDir* directory) {
 }
 
 int np_dir_unlink(const QvbString& path) {
-  QvbString native;
-  if (const int code = codeOf([&] { return nativePath(path, &native); }))
-    return code;
-  const char* const named = native.asCstr();
-  const int result = attempt(QvbFaultPoint::FileUnlink, named, [&] { return ::rmdir(named); });
-  return result == 0 ? NP_FIO_OK : lastCode();
+  return npfio::withNativePath(path, [](const char* native) {
+    return npfio::codeOfCall(attempt(QvbFaultPoint::FileUnlink, native, [&] { return ::rmdir(native); }));
+  });
 }

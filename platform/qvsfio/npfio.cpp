@@ -3,6 +3,7 @@
 #include "qvsfio/private/npnative.h"
 #include "qvsfio/private/npreplacement.h"
 #include "qvxbase/qvbpath.h"
+#include "qvxbase/qvbreleased.h"
 #include "qvxbase/qvuri.h"
 
 #include <algorithm>
@@ -111,8 +112,7 @@ namespace npfio {
 int nativePath(const QvbString& path, QvbString* native) {
   QvbString plain = path;
   if (qvbEqualsIgnoreCase(path.view().substr(0, 5), "file:")) {
-    const auto release = [](QvURI* uri) { uri->release(); };
-    const std::unique_ptr<QvURI, decltype(release)> uri(getURIFromURIString(path), release);
+    const Released<QvURI> uri(getURIFromURIString(path));
     if (uri && !getNativePath(uri.get(), &plain))
       return NP_FIO_UNSUPPORTED;
   }
@@ -207,20 +207,14 @@ std::int64_t np_fio_puts(NpFile* file, const QvbString& text) {
 }
 
 int np_fio_stat(const QvbString& path, NpFileStat* stat) {
-  QvbString native;
-  if (const int code = npfio::codeOf([&] { return nativePath(path, &native); }))
-    return code;
-  const char* const named = native.asCstr();
-  return npfio::statAt(AT_FDCWD, named, named, stat);
+  return npfio::withNativePath(
+      path, [&](const char* native) { return npfio::statAt(AT_FDCWD, native, native, stat); });
 }
 
 int np_fio_unlink(const QvbString& path) {
-  QvbString native;
-  if (const int code = npfio::codeOf([&] { return nativePath(path, &native); }))
-    return code;
-  const char* const named = native.asCstr();
-  const int result = attempt(QvbFaultPoint::FileUnlink, named, [&] { return ::unlink(named); });
-  return result == 0 ? NP_FIO_OK : lastCode();
+  return npfio::withNativePath(path, [](const char* native) {
+    return npfio::codeOfCall(attempt(QvbFaultPoint::FileUnlink, native, [&] { return ::unlink(native); }));
+  });
 }
 
 const char* np_fio_errdesc(int code) {

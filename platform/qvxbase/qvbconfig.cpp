@@ -114,9 +114,9 @@ struct OptionFile {
   explicit OptionFile(const QvbString& name) : path(name) {
     QvbString content;
     if (const int code = np_fio_readAll(path, maxFileSize, &content); code != NP_FIO_OK)
-      fault = qvbStringFormat("%S: cannot read the option file: %s", &path, np_fio_errdesc(code));
+      fault = qvbStringFormat("%s: cannot read the option file: %s", path, np_fio_errdesc(code));
     else if (const int line = OptionLines(content.view(), options).parse(); line != 0)
-      fault = qvbStringFormat("%S:%d: malformed option line", &path, line);
+      fault = qvbStringFormat("%s:%d: malformed option line", path, line);
   }
   void logFault() const {
     if (!fault.isNull())

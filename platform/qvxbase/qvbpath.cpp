@@ -113,6 +113,6 @@ QvbDirectory* qvbDirectoryOpen(const QvbString& path, int /*flags*/, QvbString* 
   if (!code)
     return new Directory(native.view(), std::move(names));
   if (error)
-    *error = qvbStringFormat("Error opening directory %S (%d): %s", &path, code, np_fio_errdesc(code));
+    *error = qvbStringFormat("Error opening directory %s (%d): %s", path, code, np_fio_errdesc(code));
   return nullptr;
 }

@@ -1,4 +1,4 @@
-// Owners for what applications are handed: objects that end with release(), and subjects.
+// Owners for what ends with release(), as nearly all does that an interface returns as new, and for what a function ends.
 #pragma once
 
 #include "qvxbase/qvbsubject.h"
@@ -11,12 +11,17 @@ struct ReleaseCaller {
     object->release();
   }
 };
-// Owns an object that ends with release(), as nearly every one does that an interface returns as new.
 template<class T>
 using Released = std::unique_ptr<T, ReleaseCaller>;
 
-struct SubjectReleaser {
-  void operator()(ASSubject* subject) const { qvbSubjectRelease(subject); }
+template<auto End>
+struct EndCaller {
+  template<class T>
+  void operator()(T* handle) const {
+    End(handle);
+  }
 };
-// Owns a subject.
-using ReleasedSubject = std::unique_ptr<ASSubject, SubjectReleaser>;
+template<class T, auto End>
+using EndedBy = std::unique_ptr<T, EndCaller<End>>;
+
+using ReleasedSubject = EndedBy<ASSubject, qvbSubjectRelease>;

@@ -12,6 +12,13 @@ struct QvbFailure {
   QvbString text{}; // for people; null where the code says it all
 };
 
+// The form of an interface for a failure: false, and the text where one is wanted.
+inline bool qvbFailWith(const QvbString& text, QvbString* error) noexcept {
+  if (error)
+    *error = text;
+  return false;
+}
+
 template<class T>
 class [[nodiscard]] QvbResult {
 public:
@@ -25,6 +32,7 @@ public:
   const T& operator*() const& { return *std::get_if<0>(&m_content); }
   T&& operator*() && { return std::move(*std::get_if<0>(&m_content)); }
   T* operator->() { return std::get_if<0>(&m_content); }
+  const T* operator->() const { return std::get_if<0>(&m_content); }
 
   // Of one that is not.
   const QvbFailure& failure() const { return *std::get_if<1>(&m_content); }

@@ -19,6 +19,7 @@ struct QvbString::Rep {
   std::atomic<std::size_t> count;
   std::size_t length;
   std::size_t capacity;
+  std::atomic<std::size_t> hash; // without regard to case; 0 until somebody asks
 
   static constexpr std::size_t MaxLength = PTRDIFF_MAX - 64;
 
@@ -26,7 +27,7 @@ struct QvbString::Rep {
   static Rep* make(std::size_t capacity) {
     if (capacity > MaxLength)
       throw std::bad_alloc();
-    auto* rep = new (::operator new(sizeof(Rep) + capacity + 1)) Rep{{1}, 0, capacity};
+    auto* rep = new (::operator new(sizeof(Rep) + capacity + 1)) Rep{{1}, 0, capacity, {0}};
     rep->setLength(0);
     return rep;
   }
@@ -45,6 +46,7 @@ struct QvbString::Rep {
   void setLength(std::size_t value) noexcept {
     length = value;
     text()[value] = '\0';
+    hash.store(0, std::memory_order_relaxed);
   }
   bool isUnshared() const noexcept { return this != empty() && count.load(std::memory_order_acquire) == 1; }
 };
@@ -53,7 +55,7 @@ QvbString::Rep* QvbString::Rep::empty() noexcept {
   static constinit struct {
     Rep rep;
     char terminator;
-  } shared{{{1}, 0, 0}, '\0'};
+  } shared{{{1}, 0, 0, {0}}, '\0'};
   return &shared.rep;
 }
 
@@ -180,6 +182,24 @@ QvbString::QvbString(const char* bytes, std::size_t count)
 
 QvbString::QvbString(std::string_view text) : m_rep(Rep::make(text)) {}
 
+QvbString QvbString::joined(std::span<const std::string_view> pieces) {
+  std::size_t size = 0;
+  for (const auto piece : pieces) {
+    if (piece.size() > Rep::MaxLength - size)
+      throw std::bad_alloc();
+    size += piece.size();
+  }
+  QvbString whole("");
+  if (size == 0)
+    return whole;
+  whole.m_rep = Rep::make(size);
+  char* end = whole.m_rep->text();
+  for (const auto piece : pieces)
+    end = std::copy(piece.begin(), piece.end(), end);
+  whole.m_rep->setLength(size);
+  return whole;
+}
+
 void QvbString::retain() const noexcept {
   if (m_rep != Rep::empty())
     m_rep->count.fetch_add(1, std::memory_order_relaxed);
@@ -246,6 +266,18 @@ QvbString& QvbString::append(std::string_view text) {
     std::swap(m_rep, grown.m_rep);
   }
   m_rep->setLength(total);
+  return *this;
+}
+
+QvbString& QvbString::reserve(std::size_t bytes) {
+  const std::string_view old = view();
+  if (m_rep && m_rep->isUnshared() && bytes <= m_rep->capacity)
+    return *this;
+  QvbString roomy;
+  roomy.m_rep = Rep::make(std::max(bytes, old.size()));
+  std::memcpy(roomy.m_rep->text(), old.data(), old.size());
+  roomy.m_rep->setLength(old.size());
+  std::swap(m_rep, roomy.m_rep);
   return *this;
 }
 
@@ -331,6 +363,17 @@ std::size_t qvbHashIgnoreCase(std::string_view text) noexcept {
   for (std::size_t at = 0; at + sizeof(std::uint64_t) < text.size(); at += sizeof(std::uint64_t))
     add(wordAt(text.data() + at));
   add(lastWord(text));
+  return hash;
+}
+
+std::size_t QvbString::hashIgnoreCase() const noexcept {
+  if (isEmpty())
+    return 0;
+  std::size_t hash = m_rep->hash.load(std::memory_order_relaxed);
+  if (hash == 0) {
+    hash = qvbHashIgnoreCase(view());
+    m_rep->hash.store(hash, std::memory_order_relaxed);
+  }
   return hash;
 }
 

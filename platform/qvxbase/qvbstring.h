@@ -12,6 +12,7 @@
 #include "qvxbase/qvbexport.h"
 
 #include <cstddef>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -26,6 +27,8 @@ public:
   QvbString(const char* bytes, std::size_t count);
   // Never null, even for a view of no bytes.
   explicit QvbString(std::string_view text);
+  // All of them, one after the other; never null.
+  static QvbString joined(std::span<const std::string_view> pieces);
   QvbString(const QvbString& other) noexcept : m_rep(other.m_rep) {
     if (m_rep)
       retain();
@@ -43,6 +46,8 @@ public:
   }
 
   bool isNull() const noexcept { return !m_rep; }
+  // Whether both are copies of one text. Equal texts need not be: this only spares a look at their bytes.
+  bool isSharedWith(const QvbString& other) const noexcept { return m_rep == other.m_rep; }
   bool isEmpty() const noexcept { return length() == 0; }
   Index length() const noexcept;
   // The bytes that asCstr() spans, its closing zero included.
@@ -62,6 +67,8 @@ public:
   QvbString& append(const char* text, bool* ok = nullptr);
   QvbString& append(const QvbString& text, bool* ok = nullptr);
   QvbString& append(std::string_view text);
+  // Makes room for a text of so many bytes: appending up to there moves nothing and cannot fail.
+  QvbString& reserve(std::size_t bytes);
 
   // The number that the longest numeric prefix spells, after leading blanks; 0 when there is none. `ok` is
   // true only when the whole text was one number in range; out of range the nearest representable number is
@@ -93,6 +100,9 @@ public:
   int compare(std::string_view other, bool ignoreCase = false) const noexcept;
   int compare(const char* other, bool ignoreCase = false) const noexcept;
 
+  // qvbHashIgnoreCase() of the text, found out once for all who share it.
+  std::size_t hashIgnoreCase() const noexcept;
+
   friend bool operator<(const QvbString& a, const QvbString& b) noexcept { return a.view() < b.view(); }
   friend bool operator==(const QvbString& a, const QvbString& b) noexcept { return a.view() == b.view(); }
 
@@ -121,7 +131,7 @@ QVPLATFORM_API int qvbCompareIgnoreCase(std::string_view a, std::string_view b) 
 // nothing: libstdc++ then keeps it beside each key, where otherwise it would compute it again for every neighbour that
 // it passes.
 struct QvbHashIgnoreCase {
-  std::size_t operator()(const QvbString& text) const { return qvbHashIgnoreCase(text.view()); }
+  std::size_t operator()(const QvbString& text) const { return text.hashIgnoreCase(); }
 };
 struct QvbEqualIgnoreCase {
   bool operator()(const QvbString& a, const QvbString& b) const noexcept {

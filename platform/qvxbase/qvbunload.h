@@ -4,8 +4,9 @@
 // of others, and threads that still run, may use it to the last. Each library has a list of its own.
 #pragma once
 
+#include "qvxbase/qvbthreads.h"
+
 #include <memory>
-#include <mutex>
 #include <utility>
 
 struct QvbUnloadStep {
@@ -23,7 +24,7 @@ struct __attribute__((visibility("hidden"))) QvbUnloadSteps {
 
   void add(std::unique_ptr<QvbUnloadStep> kept) {
     static const ProcessEnd end{&processEnds};
-    const std::lock_guard guard(mutex);
+    const QvbMutexGuard guard(mutex);
     kept->earlier.reset(latest);
     latest = kept.release();
   }
@@ -35,7 +36,7 @@ struct __attribute__((visibility("hidden"))) QvbUnloadSteps {
     }
   }
 
-  std::mutex mutex;
+  QvbMutex mutex;
   QvbUnloadStep* latest = nullptr;
   bool processEnds = false;
 };

@@ -92,8 +92,8 @@ QvbString parameterNameError(const QvbString& name) {
   if (name.isEmpty())
     return "The name of a URI parameter is empty.";
   if (!std::ranges::all_of(name.view(), isWordByte))
-    return qvbStringFormat("The name of the URI parameter \"%S\" may hold letters, digits and \"_\" only.",
-                           &name);
+    return qvbStringFormat("The name of the URI parameter \"%s\" may hold letters, digits and \"_\" only.",
+                           name);
   return {};
 }
 
@@ -155,15 +155,56 @@ void addParameter(QvUriText& text, const char* name, const QvbString& value) {
     text.addParameter(name, value.view());
 }
 
-QvDataURIComponents componentsOf(const QvbString& scheme, QvDataURI& data) {
-  return {.scheme = scheme,
-          .server = qvbOrEmpty(data.getServer()),
-          .dataSource = data.getDataSource(),
-          .dataSourceType = qvbOrEmpty(data.getDataSourceType()),
-          .catalog = qvbOrEmpty(data.getCatalog()),
-          .schema = qvbOrEmpty(data.getSchema()),
-          .table = qvbOrEmpty(data.getTable()),
-          .column = qvbOrEmpty(data.getColumn())};
+QvbString decoded(std::string_view encoded) {
+  return encoded.find('%') == std::string_view::npos ? QvbString(encoded) : toText(qvDecodeUri(encoded));
+}
+
+// The query parameters of a data URI, in the order in which they are written.
+struct DataParameter {
+  std::string_view name;
+  QvbString QvDataURIComponents::*value;
+};
+constexpr DataParameter dataParameters[] = {{typeParameter, &QvDataURIComponents::dataSourceType},
+                                            {"catalog", &QvDataURIComponents::catalog},
+                                            {"schema", &QvDataURIComponents::schema},
+                                            {"table", &QvDataURIComponents::table},
+                                            {"column", &QvDataURIComponents::column}};
+
+// Of equal names the first one counts: the others find a value that is not null.
+void readDataParameters(std::string_view query, QvDataURIComponents& components) {
+  while (!query.empty()) {
+    const auto parameter = QvUriParameter::take(query);
+    for (const auto& known : dataParameters)
+      if (QvbString& value = components.*known.value; value.isNull() && parameter.isNamed(known.name))
+        value = decoded(parameter.value);
+  }
+  for (const auto& known : dataParameters)
+    if (QvbString& value = components.*known.value; value.isNull())
+      value = "";
+}
+
+// Empty where there is no such URI.
+std::string dataUriText(const QvDataURIComponents& components) {
+  if (!isDataScheme(components.scheme.view()) || components.dataSource.isEmpty())
+    return {};
+  std::string text;
+  text.reserve(128);
+  text.append(components.scheme.view()).append("://");
+  if (!components.server.isEmpty())
+    text += qvEncodeUriAuthority(components.server.view(), QvPercent::Literal);
+  text += '/';
+  qvAppendUriName(text, components.dataSource.view());
+  char separator = '?';
+  for (const auto& parameter : dataParameters) {
+    const auto value = (components.*parameter.value).view();
+    if (value.empty())
+      continue;
+    text += separator;
+    text.append(parameter.name) += '=';
+    qvAppendUriName(text, value);
+    separator = '&';
+  }
+  return text;
 }
 
 } // namespace
@@ -211,24 +252,27 @@ QvURI* getDMSRefURIFromComponents(const QvbString& server, const QvbString& obje
 QvURI* getDataURIFromComponents(const QvbString& scheme, const QvbString& server, const QvbString& dataSource,
                                 const QvbString& dataSourceType, const QvbString& catalog,
                                 const QvbString& schema, const QvbString& table, const QvbString& column) {
-  if (!isDataScheme(scheme.view()) || dataSource.isEmpty())
-    return nullptr;
-  QvUriText text = buildUri(scheme.view(), server.view(), {});
-  text.path = '/' + qvEncodeUriName(dataSource.view());
-  addParameter(text, typeParameter, dataSourceType);
-  addParameter(text, "catalog", catalog);
-  addParameter(text, "schema", schema);
-  addParameter(text, "table", table);
-  addParameter(text, "column", column);
-  return new UriRecord(std::move(text));
+  auto text = QvUriText::parse(
+      dataUriText({scheme, server, dataSource, dataSourceType, catalog, schema, table, column}));
+  return text ? new UriRecord(std::move(*text)) : nullptr;
+}
+
+QvbString getDataURIString(const QvDataURIComponents& components) {
+  const std::string text = dataUriText(components);
+  return text.empty() ? QvbString() : toText(text);
 }
 
 bool getDataURIComponentsFromString(const QvbString& text, QvDataURIComponents* components) {
-  auto parsed = QvUriText::parse(text.view());
-  if (!parsed || !isDataScheme(parsed->scheme))
+  const auto uri = QvUriRanges::of(text.view());
+  if (!uri || !isDataScheme(uri->scheme))
     return false;
-  UriRecord record(std::move(*parsed));
-  *components = componentsOf(record.getScheme(), *record.getDataURI());
+  QvDataURIComponents read;
+  read.scheme = QvbString(uri->scheme);
+  read.server = decoded(uri->authority.value_or(""));
+  const QvbString path = decoded(uri->path);
+  read.dataSource = path.mid(path.view().starts_with('/') ? 1 : 0);
+  readDataParameters(uri->query.value_or(""), read);
+  *components = std::move(read);
   return true;
 }
 

@@ -110,6 +110,8 @@ struct QvDataURIComponents {
   QvbString table;
   QvbString column;
 };
+// The text of the URI that getDataURIFromComponents() makes of these, without a record of it; null where it makes none.
+QVPLATFORM_API QvbString getDataURIString(const QvDataURIComponents& components);
 // Reads exactly what getDataURIFromComponents writes, for every byte in every component; components that are
 // absent become empty. False, with nothing written, for a text that is not a "qvd" or "qvf" URI.
 QVPLATFORM_API bool getDataURIComponentsFromString(const QvbString& text, QvDataURIComponents* components);

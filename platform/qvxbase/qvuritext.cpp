@@ -1,11 +1,12 @@
 #include "qvxbase/private/qvuritext.h"
 
+#include "qvxbase/qvbreleased.h"
+
 #include <uriparser/Uri.h>
 
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <memory>
 #include <new>
 #include <utility>
 
@@ -15,6 +16,7 @@ constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
 constexpr bool isUpper(char c) { return c >= 'A' && c <= 'Z'; }
 constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || isUpper(c); }
 constexpr bool isHexDigit(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+constexpr int hexValue(char c) { return isDigit(c) ? c - '0' : (c | 0x20) - 'a' + 10; }
 constexpr char upperCase(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 // The bytes that stand for themselves in some place of a URI: the unreserved ones and `others`.
@@ -35,11 +37,11 @@ private:
   std::array<bool, 256> m_bytes{};
 };
 
-constexpr ByteSet UnreservedBytes("");
-constexpr ByteSet RegisteredNameBytes("!$&'()*+,;=");
-constexpr ByteSet AuthorityBytes("!$&'()*+,;=:@[]");
-constexpr ByteSet PathBytes("!$&'()*+,;=:@/");
-constexpr ByteSet QueryBytes("!$&'()*+,;=:@/?");
+constexpr ByteSet unreservedBytes("");
+constexpr ByteSet registeredNameBytes("!$&'()*+,;=");
+constexpr ByteSet authorityBytes("!$&'()*+,;=:@[]");
+constexpr ByteSet pathBytes("!$&'()*+,;=:@/");
+constexpr ByteSet queryBytes("!$&'()*+,;=:@/?");
 
 bool isTriplet(std::string_view text, std::size_t at) {
   return at + 2 < text.size() && text[at] == '%' && isHexDigit(text[at + 1]) && isHexDigit(text[at + 2]);
@@ -79,10 +81,7 @@ std::string encode(std::string_view text, const ByteSet& allowed, QvPercent perc
 // The lengths that the parser's library counts are of type int.
 constexpr std::size_t maxSyntaxLength = std::numeric_limits<int>::max() / 2;
 
-struct FreeUriMembers {
-  void operator()(UriUriA* uri) const noexcept { uriFreeUriMembersA(uri); }
-};
-using UriMembers = std::unique_ptr<UriUriA, FreeUriMembers>;
+using UriMembers = EndedBy<UriUriA, uriFreeUriMembersA>;
 
 // What the parser finds in the text, as ranges of it in `uri`; null when it is not RFC 3986 syntax.
 UriMembers parseSyntax(const std::string& text, UriUriA* uri) {
@@ -144,32 +143,15 @@ std::string_view viewOf(const std::optional<std::string>& component) {
 
 bool isEncoded(std::string_view text) { return text.find('%') != std::string_view::npos; }
 
-// The next parameter of a query, "name=value".
-std::string_view takeParameter(std::string_view& rest) {
-  const auto parameter = rest.substr(0, rest.find('&'));
-  rest.remove_prefix(std::min(parameter.size() + 1, rest.size()));
-  return parameter;
-}
-
-bool isNamed(std::string_view parameter, std::string_view name) {
-  const auto own = parameter.substr(0, parameter.find('='));
-  return isEncoded(own) ? qvDecodeUri(own) == name : own == name;
-}
-
-std::string valueOf(std::string_view parameter) {
-  const auto equals = parameter.find('=');
-  return equals == std::string_view::npos ? std::string() : qvDecodeUri(parameter.substr(equals + 1));
-}
-
 void appendParameter(std::string& query, std::string_view parameter) {
   query.append(query.empty() ? "" : "&").append(parameter);
 }
 
 void appendParameter(std::string& query, std::string_view name, std::string_view value) {
   appendParameter(query, {});
-  appendEncoded(query, name, UnreservedBytes, QvPercent::Literal);
+  appendEncoded(query, name, unreservedBytes, QvPercent::Literal);
   query += '=';
-  appendEncoded(query, value, UnreservedBytes, QvPercent::Literal);
+  appendEncoded(query, value, unreservedBytes, QvPercent::Literal);
 }
 
 } // namespace
@@ -187,47 +169,82 @@ std::string_view qvUriSchemeOf(std::string_view text) {
 }
 
 std::string qvEncodeUriAuthority(std::string_view text, QvPercent percent) {
-  std::string encoded = encode(text, AuthorityBytes, percent);
+  std::string encoded = encode(text, authorityBytes, percent);
   if (isServerAuthority(encoded))
     return encoded;
-  return encode(encoded, RegisteredNameBytes, QvPercent::Encoding);
+  return encode(encoded, registeredNameBytes, QvPercent::Encoding);
 }
 
 std::string qvEncodeUriPath(std::string_view text, QvPercent percent) {
-  return encode(text, PathBytes, percent);
+  return encode(text, pathBytes, percent);
 }
 
 std::string qvEncodeUriName(std::string_view text) {
-  return encode(text, UnreservedBytes, QvPercent::Literal);
+  return encode(text, unreservedBytes, QvPercent::Literal);
+}
+
+void qvAppendUriName(std::string& uri, std::string_view text) {
+  appendEncoded(uri, text, unreservedBytes, QvPercent::Literal);
 }
 
 std::string qvDecodeUri(std::string_view encoded) {
-  std::string text(encoded);
-  if (!isEncoded(text))
-    return text;
-  const char* end = uriUnescapeInPlaceExA(text.data(), URI_FALSE, URI_BR_DONT_TOUCH);
-  text.resize(static_cast<std::size_t>(end - text.data()));
-  return text;
+  std::string text;
+  text.reserve(encoded.size());
+  for (;;) {
+    text += takeWhile(encoded, [](char c) { return c != '%'; });
+    if (encoded.empty())
+      return text;
+    const bool isByte = isTriplet(encoded, 0);
+    text += isByte ? static_cast<char>(hexValue(encoded[1]) << 4 | hexValue(encoded[2])) : '%';
+    encoded.remove_prefix(isByte ? 3 : 1);
+  }
 }
 
-std::optional<QvUriText> QvUriText::parse(std::string_view text) {
+QvUriParameter QvUriParameter::take(std::string_view& query) {
+  const auto text = query.substr(0, query.find('&'));
+  query.remove_prefix(std::min(text.size() + 1, query.size()));
+  const auto name = text.substr(0, text.find('='));
+  return {text, name, text.substr(std::min(name.size() + 1, text.size()))};
+}
+
+bool QvUriParameter::isNamed(std::string_view decodedName) const {
+  return isEncoded(name) ? qvDecodeUri(name) == decodedName : name == decodedName;
+}
+
+std::optional<QvUriRanges> QvUriRanges::of(std::string_view text) {
   const auto isOfQuery = [](char c) { return c != '#'; };
   const auto isOfPath = [](char c) { return c != '?' && c != '#'; };
   const auto isOfAuthority = [](char c) { return c != '/' && c != '?' && c != '#'; };
-  QvUriText uri;
+  QvUriRanges uri;
   uri.scheme = qvUriSchemeOf(text);
   if (uri.scheme.empty())
     return std::nullopt;
   std::string_view rest = text.substr(uri.scheme.size() + 1);
   if (rest.starts_with("//")) {
     rest.remove_prefix(2);
-    uri.authority = qvEncodeUriAuthority(takeWhile(rest, isOfAuthority), QvPercent::Encoding);
+    uri.authority = takeWhile(rest, isOfAuthority);
   }
-  uri.path = qvEncodeUriPath(takeWhile(rest, isOfPath), QvPercent::Encoding);
+  uri.path = takeWhile(rest, isOfPath);
   if (rest.starts_with('?'))
-    uri.query = encode(takeWhile(rest, isOfQuery).substr(1), QueryBytes, QvPercent::Encoding);
+    uri.query = takeWhile(rest, isOfQuery).substr(1);
   if (rest.starts_with('#'))
-    uri.fragment = encode(rest.substr(1), QueryBytes, QvPercent::Encoding);
+    uri.fragment = rest.substr(1);
+  return uri;
+}
+
+std::optional<QvUriText> QvUriText::parse(std::string_view text) {
+  const auto ranges = QvUriRanges::of(text);
+  if (!ranges)
+    return std::nullopt;
+  QvUriText uri;
+  uri.scheme = ranges->scheme;
+  if (ranges->authority)
+    uri.authority = qvEncodeUriAuthority(*ranges->authority, QvPercent::Encoding);
+  uri.path = qvEncodeUriPath(ranges->path, QvPercent::Encoding);
+  if (ranges->query)
+    uri.query = encode(*ranges->query, queryBytes, QvPercent::Encoding);
+  if (ranges->fragment)
+    uri.fragment = encode(*ranges->fragment, queryBytes, QvPercent::Encoding);
   return uri;
 }
 
@@ -276,8 +293,8 @@ std::string QvUriText::normalized() const {
 
 std::optional<std::string> QvUriText::parameter(std::string_view name) const {
   for (auto rest = viewOf(query); !rest.empty();) {
-    if (const auto entry = takeParameter(rest); isNamed(entry, name))
-      return valueOf(entry);
+    if (const auto entry = QvUriParameter::take(rest); entry.isNamed(name))
+      return qvDecodeUri(entry.value);
   }
   return std::nullopt;
 }
@@ -288,10 +305,10 @@ void QvUriText::setParameter(std::string_view name, std::string_view value) {
   std::string changed;
   bool set = false;
   for (auto rest = viewOf(query); !rest.empty();) {
-    const auto entry = takeParameter(rest);
-    const bool named = isNamed(entry, name);
+    const auto entry = QvUriParameter::take(rest);
+    const bool named = entry.isNamed(name);
     if (!named || !set)
-      appendParameter(changed, named ? setting : entry);
+      appendParameter(changed, named ? setting : entry.text);
     set = set || named;
   }
   if (!set)

@@ -159,13 +159,21 @@ bool QvDom::startNewDocument(const QvbString& rootName) {
 }
 
 bool QvDom::loadFile(const QvbString& path) {
+  std::string content;
+  return readFile(path, &content) && loadContent(path, std::move(content));
+}
+
+bool QvDom::readFile(const QvbString& path, std::string* content) {
   m_document.reset();
   m_error = failureOf([&] {
-    std::string content;
-    if (const int code = npfio::readAll(path, static_cast<std::int64_t>(QvDom::MaxSize), &content))
-      return textOf(path, ": ", readFailure(path, code));
-    return textOf(path, ":", parse(std::move(content), m_document));
+    const int code = npfio::readAll(path, static_cast<std::int64_t>(QvDom::MaxSize), content);
+    return code ? textOf(path, ": ", readFailure(path, code)) : QvbString();
   });
+  return m_error.isNull();
+}
+
+bool QvDom::loadContent(const QvbString& path, std::string content) {
+  m_error = failureOf([&] { return textOf(path, ":", parse(std::move(content), m_document)); });
   return m_error.isNull();
 }
 

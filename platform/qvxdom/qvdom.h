@@ -17,10 +17,13 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 
 struct QvDomNodeData;
 struct QvDomDocument;
 class QvDomElementVisitor;
+QVPLATFORM_API bool qvDomVisitElementsOfFile(const QvbString& path, QvDomElementVisitor& visitor,
+                                             QvbString* error);
 
 class QVPLATFORM_API QvDomNode {
 public:
@@ -49,6 +52,7 @@ public:
   QvbString getAttributeValue(const QvbString& name) const;
   // Appends the attribute, or replaces its value in place. A name that XML does not allow sets nothing.
   void setAttributeValue(const QvbString& name, const QvbString& value);
+  // How many attributes there are.
   int getAttributeCount() const noexcept;
   // In document order; false, with nothing written, when the index is out of range. Outputs may be null.
   bool getAttributeNameValue(int index, QvbString* name, QvbString* value) const;
@@ -105,6 +109,11 @@ public:
   QvbString getErrorMessage() const;
 
 private:
+  // The two steps of loadFile(), for who looks at the bytes in between.
+  friend bool qvDomVisitElementsOfFile(const QvbString&, QvDomElementVisitor&, QvbString*);
+  QVPLATFORM_HIDDEN bool readFile(const QvbString& path, std::string* content);
+  QVPLATFORM_HIDDEN bool loadContent(const QvbString& path, std::string content);
+
   std::unique_ptr<QvDomDocument> m_document;
   QvbString m_error;
 };

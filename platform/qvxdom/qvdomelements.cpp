@@ -1,11 +1,11 @@
 #include "qvxdom/qvdomelements.h"
 
-#include "qvsfio/private/npnative.h"
 #include "qvxdom/private/qvdomplain.h"
 
 #include <deque>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -59,14 +59,6 @@ void tellPlain(std::string_view text, QvDomElementVisitor& visitor) {
   qvdomplain::Reader(text, sink).read();
 }
 
-bool readAll(const QvbString& path, std::string& content) {
-  try {
-    return npfio::readAll(path, static_cast<std::int64_t>(QvDom::MaxSize), &content) == NP_FIO_OK;
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
-}
-
 bool tellTree(bool isLoaded, const QvDom& document, QvDomElementVisitor& visitor, QvbString* error) {
   if (isLoaded)
     qvDomVisitElements(document.getRoot(), visitor);
@@ -95,12 +87,14 @@ bool qvDomVisitElements(const QvbString& text, QvDomElementVisitor& visitor, Qvb
 }
 
 bool qvDomVisitElementsOfFile(const QvbString& path, QvDomElementVisitor& visitor, QvbString* error) {
-  if (std::string content; readAll(path, content) && isPlain(content)) {
+  QvDom document;
+  std::string content;
+  const bool isRead = document.readFile(path, &content);
+  if (isRead && isPlain(content)) {
     tellPlain(content, visitor);
     return true;
   }
-  QvDom document; // reads the file again: it alone says what is amiss
-  return tellTree(document.loadFile(path), document, visitor, error);
+  return tellTree(isRead && document.loadContent(path, std::move(content)), document, visitor, error);
 }
 
 void qvDomVisitElements(const QvDomNode& first, QvDomElementVisitor& visitor) {

@@ -92,10 +92,13 @@ bool agrees(const std::string& declared, const Form& form) {
 // The code units of a document.
 class Units {
 public:
-  Units(std::string_view bytes, const Form& form) : m_bytes(bytes), m_form(form) {}
+  Units(std::string_view bytes, const Form& form)
+      : m_bytes(bytes), m_form(form), m_size(bytes.size() / form.width) {}
 
-  std::size_t size() const { return m_bytes.size() / m_form.width; }
+  std::size_t size() const { return m_size; }
   char32_t operator[](std::size_t index) const {
+    if (m_form.width == 1)
+      return static_cast<unsigned char>(m_bytes[index]);
     char32_t unit = 0;
     for (std::size_t i = 0; i < m_form.width; ++i) {
       const auto place = m_form.bigEndian ? i : m_form.width - 1 - i;
@@ -106,6 +109,8 @@ public:
   bool holdsAt(std::size_t index, std::string_view text) const {
     if (size() - index < text.size())
       return false;
+    if (m_form.width == 1)
+      return m_bytes.compare(index, text.size(), text) == 0;
     for (std::size_t i = 0; i < text.size(); ++i)
       if ((*this)[index + i] != static_cast<unsigned char>(text[i]))
         return false;
@@ -123,6 +128,10 @@ public:
   }
   // Past the next occurrence of the text; the size when there is none.
   std::size_t past(std::string_view text, std::size_t from) const {
+    if (m_form.width == 1) {
+      const auto found = m_bytes.find(text, from);
+      return found == npos ? size() : found + text.size();
+    }
     for (auto index = from; index < size(); ++index)
       if (holdsAt(index, text))
         return index + text.size();
@@ -138,6 +147,7 @@ public:
 private:
   std::string_view m_bytes;
   const Form& m_form;
+  std::size_t m_size;
 };
 
 // "<line>:<column>" of a unit. In UTF-8 a character counts once, whatever its bytes.

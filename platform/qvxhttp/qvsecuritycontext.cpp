@@ -111,12 +111,6 @@ private:
 
 // --- Contexts
 
-bool fail(QvbString* error, const QvbString& text) {
-  if (error)
-    *error = text;
-  return false;
-}
-
 class CasContext final : public QvSecurityContext {
 public:
   explicit CasContext(const QvbString& server) : m_server(server) {}
@@ -130,7 +124,7 @@ public:
     if (outcome.code() == loginIsLost)
       outcome = ticketFor(user, url);
     if (!outcome)
-      return fail(error, outcome.failure().text);
+      return qvbFailWith(outcome.failure().text, error);
     *ticket = *outcome;
     return true;
   }
@@ -157,8 +151,8 @@ private:
     if (!qvbSubjectInfo(subject, user, error))
       return false;
     return !user->credentials.isNull() ||
-           fail(error,
-                qvbStringFormat("The user %S has no credentials for the ticket server", &user->userId));
+           qvbFailWith(qvbStringFormat("The user %s has no credentials for the ticket server", user->userId),
+                       error);
   }
 
   // One attempt; a login that failed or is lost is given up.
@@ -213,9 +207,9 @@ public:
   explicit FailingContext(const QvbString& reason) : m_reason(reason) {}
 
   bool getServiceTicket(ASSubject*, const QvbString&, QvbString*, QvbString* error) override {
-    return fail(error, m_reason);
+    return qvbFailWith(m_reason, error);
   }
-  bool renew(ASSubject*, const QvbString&, QvbString* error) override { return fail(error, m_reason); }
+  bool renew(ASSubject*, const QvbString&, QvbString* error) override { return qvbFailWith(m_reason, error); }
   void release() override { delete this; }
 
 private:

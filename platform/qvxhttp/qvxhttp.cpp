@@ -3,6 +3,7 @@
 #include "qvsfio/npfio.h"
 #include "qvxbase/private/qvbperthread.h"
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbreleased.h"
 #include "qvxbase/qvbresult.h"
 #include "qvxbase/qvbthreads.h"
 #include "qvxbase/qvbunload.h"
@@ -78,7 +79,7 @@ QvbString faultOf(const httpGet& request) {
     if (!isToken(name.view()))
       return "The name of a header is not a word";
     if (hasControl(value))
-      return qvbStringFormat("The header %S holds a control character", &name);
+      return qvbStringFormat("The header %s holds a control character", name);
   }
   return {};
 }
@@ -219,23 +220,6 @@ private:
 
 // --- Transfers
 
-struct HandleCleaner {
-  void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-};
-// Takes back what a request set; the connections stay.
-struct HandleResetter {
-  void operator()(CURL* handle) const { curl_easy_reset(handle); }
-};
-struct ListCleaner {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-struct UrlCleaner {
-  void operator()(CURLU* url) const { curl_url_cleanup(url); }
-};
-struct TextCleaner {
-  void operator()(char* text) const { curl_free(text); }
-};
-
 // The client library with the handles of all threads, which end before it does.
 struct Client {
   Client() : ready(curl_global_init(CURL_GLOBAL_DEFAULT)) {}
@@ -245,7 +229,7 @@ struct Client {
 
   const CURLcode ready;
 };
-using Handle = std::unique_ptr<CURL, HandleCleaner>;
+using Handle = EndedBy<CURL, curl_easy_cleanup>;
 
 // The thread's own handle, which keeps connections open for the next request.
 CURL* threadHandle() {
@@ -277,7 +261,7 @@ public:
   curl_slist* get() const { return m_list.get(); }
 
 private:
-  std::unique_ptr<curl_slist, ListCleaner> m_list;
+  EndedBy<curl_slist, curl_slist_free_all> m_list;
 };
 
 // One request over the thread's handle, which it leaves without a trace of itself but the connection.
@@ -418,7 +402,8 @@ private:
                                                                        : m_detail.data();
   }
 
-  std::unique_ptr<CURL, HandleResetter> m_handle;
+  // At its end what the request set is taken back; the connections stay.
+  EndedBy<CURL, curl_easy_reset> m_handle;
   CURLcode m_code = CURLE_OK;
   std::array<char, CURL_ERROR_SIZE> m_detail{};
   HeaderList m_headers;
@@ -435,7 +420,7 @@ private:
 
 // "https://host:port": paths name tickets as queries do. Null for what is no URL.
 QvbString originOf(const QvbString& text) {
-  const std::unique_ptr<CURLU, UrlCleaner> url(curl_url());
+  const EndedBy<CURLU, curl_url_cleanup> url(curl_url());
   if (!url || curl_url_set(url.get(), CURLUPART_URL, text.asCstr(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
     return {};
   for (const CURLUPart part : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_OPTIONS, CURLUPART_PATH,
@@ -443,7 +428,7 @@ QvbString originOf(const QvbString& text) {
     curl_url_set(url.get(), part, nullptr, 0);
   char* origin = nullptr;
   curl_url_get(url.get(), CURLUPART_URL, &origin, 0);
-  const std::unique_ptr<char, TextCleaner> owned(origin);
+  const EndedBy<char, curl_free> owned(origin);
   return QvbString(origin).trimChar('/', false, true);
 }
 

@@ -45,27 +45,27 @@ public:
 
   template<class... Args>
   void trace(QvLogFormat<std::type_identity_t<Args>...> format, const Args&... args) const noexcept {
-    write(QvLoggingLevel::Trace, format, args...);
+    logAt(QvLoggingLevel::Trace, format, args...);
   }
   template<class... Args>
   void lifecycle(QvLogFormat<std::type_identity_t<Args>...> format, const Args&... args) const noexcept {
-    write(QvLoggingLevel::Lifecycle, format, args...);
+    logAt(QvLoggingLevel::Lifecycle, format, args...);
   }
   template<class... Args>
   void success(QvLogFormat<std::type_identity_t<Args>...> format, const Args&... args) const noexcept {
-    write(QvLoggingLevel::Success, format, args...);
+    logAt(QvLoggingLevel::Success, format, args...);
   }
   template<class... Args>
   void anomaly(QvLogFormat<std::type_identity_t<Args>...> format, const Args&... args) const noexcept {
-    write(QvLoggingLevel::Anomaly, format, args...);
+    logAt(QvLoggingLevel::Anomaly, format, args...);
   }
   template<class... Args>
   void error(QvLogFormat<std::type_identity_t<Args>...> format, const Args&... args) const noexcept {
-    write(QvLoggingLevel::Error, format, args...);
+    logAt(QvLoggingLevel::Error, format, args...);
   }
   template<class... Args>
   void critical(QvLogFormat<std::type_identity_t<Args>...> format, const Args&... args) const noexcept {
-    write(QvLoggingLevel::Critical, format, args...);
+    logAt(QvLoggingLevel::Critical, format, args...);
   }
   // A text that only turns up while the program runs and is taken for a format without arguments: its conversions print
   // as they stand.
@@ -75,8 +75,16 @@ public:
 
 private:
   template<class... Args>
-  void write(QvLoggingLevel level, const QvLogFormat<std::type_identity_t<Args>...>& format,
+  void logAt(QvLoggingLevel level, QvLogFormat<std::type_identity_t<Args>...> format,
              const Args&... args) const noexcept {
+    if (isEnabled(level)) [[unlikely]]
+      write(level, format, args...);
+  }
+  // Apart from who logs, so that a disabled record costs its caller a look at the level and nothing of its registers.
+  template<class... Args>
+  [[gnu::noinline, gnu::cold]] void write(QvLoggingLevel level,
+                                          QvLogFormat<std::type_identity_t<Args>...> format,
+                                          const Args&... args) const noexcept {
     m_logger->logEvent(level, m_source, format.line(), format.text(), args...);
   }
 

@@ -84,7 +84,7 @@ private:
   void readFile(const QvbString& option) {
     output = option.isEmpty() ? nullptr : fileOutput(option);
     if (!output && !option.isEmpty())
-      fileFault = qvbStringFormat("LOG/FILE cannot be opened: %S", &option);
+      fileFault = qvbStringFormat("LOG/FILE cannot be opened: %s", option);
     if (!output)
       output = standardError();
   }

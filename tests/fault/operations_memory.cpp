@@ -7,9 +7,8 @@
 
 #include "qvxbase/qvbconfig.h"
 #include "qvxbase/qvbreleased.h"
-#include "support/allocations.h"
-#include "support/descriptors.h"
 #include "support/logcapture.h"
+#include "support/shortage.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
 
@@ -18,23 +17,6 @@
 #include <functional>
 
 namespace {
-
-// Does it with its allocations failing, and once more with memory, when its answer is the one that it gave before.
-void expectSameAnswerAfterEveryShortage(const std::function<std::string()>& operation) {
-  const std::string answer = operation();
-  const auto open = openDescriptors();
-  Allocations::failEach(
-      [&] {
-        try {
-          operation();
-        } catch (const std::bad_alloc&) {
-        }
-      },
-      [&](long n) {
-        ASSERT_EQ(operation(), answer) << "allocation " << n;
-        ASSERT_EQ(openDescriptors(), open) << "allocation " << n;
-      });
-}
 
 class DefinitionMemory : public testing::Test {
 protected:

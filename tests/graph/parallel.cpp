@@ -59,6 +59,31 @@ TEST(Parallel, StartsNoMoreThreadsThanThereAreItems) {
   EXPECT_EQ(none.taken.size(), 0U);
 }
 
+TEST(Parallel, ReleasesWhatWasTakenOnTheThreadThatWorkedOnIt) {
+  for (const unsigned threads : {1U, 3U}) {
+    Squares squares(500, threads);
+    std::vector<std::thread::id> workedBy(500);
+    std::vector<std::atomic<bool>> isTaken(500);
+    std::vector<std::atomic<unsigned>> released(500);
+    std::atomic<unsigned> wrong = 0;
+    squares.work.worker = [&] {
+      return [&](std::size_t item) { workedBy[item] = std::this_thread::get_id(); };
+    };
+    squares.work.take = [&](std::size_t item) { isTaken[item] = true; };
+    squares.work.release = [&](std::size_t item) {
+      ++released[item];
+      if (!isTaken[item] || workedBy[item] != std::this_thread::get_id())
+        ++wrong;
+    };
+    EXPECT_TRUE(workInOrder(squares.work));
+    EXPECT_EQ(wrong, 0U);
+    EXPECT_THAT(released, Each(testing::Le(1U)));
+    if (threads == 1) { // which releases each item before it begins the next but one
+      EXPECT_EQ(std::accumulate(released.begin(), released.end(), 0U), 499U);
+    }
+  }
+}
+
 TEST(Parallel, TakesAndTellsOnTheCallingThread) {
   const auto caller = std::this_thread::get_id();
   Squares squares(200, 3);

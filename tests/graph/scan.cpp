@@ -189,6 +189,34 @@ TEST_F(Scanning, KeepsTheNamesOfJobsApart) {
               ElementsAre("a"));
 }
 
+TEST_F(Scanning, KnowsEachFileByItsOwnExtension) {
+  for (const char* file :
+       {"a.djf", "b.old.djf", "c.txt", "d.djf.old", "e.DJF", "f.old.djf.txt", "g", "h.xsq", "i.djf"})
+    job(file, "");
+  std::vector<std::string> names;
+  for (const auto& file : findJobFiles(std::vector{m_folder.path().string()}).files)
+    names.push_back(file.name);
+  EXPECT_THAT(names, ElementsAre("a", "b.old", "e", "h", "i"));
+}
+
+TEST_F(Scanning, FindsOnceWhatLiesInAFolderThatIsGivenTwice) {
+  job("below/a.djf", "");
+  EXPECT_EQ(findJobFiles(std::vector{m_folder.path().string(), m_folder / "below"}).files.size(), 1U);
+}
+
+TEST_F(Scanning, KeepsEveryNameOfAJobThatNamesMuch) {
+  std::string content = connection("S") + writes("t");
+  Texts expected;
+  for (int i = 0; i < 200; ++i) {
+    const std::string name = std::string(100, 'n') + std::to_string(i);
+    content += reads("S" + std::to_string(i), "dw", name);
+    expected.push_back("S" + std::to_string(i) + ".dw." + name + " read j");
+  }
+  expected.push_back("j write S.t");
+  job("j.djf", content);
+  EXPECT_THAT(edgeTexts(scanFolder()), testing::UnorderedElementsAreArray(expected));
+}
+
 TEST_F(Scanning, TakesWhatThePatternsLetThrough) {
   for (const char* file : {"new/a.djf", "new/b.xsq", "old/a.djf", "old/deep/c.djf", "notes.txt"})
     job(file, "");

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Every command of the host tool that README.md, the documents and the examples of its help show does what it should: it
-# ends with status 0 in a copy of the project's examples. The name of a command alone is a mention, and has to be one.
+# ends with status 0 in a copy of the project's examples. The name of a command alone is a mention, and has to be one; each
+# command is shown.
 # What a command of a console block prints is what stands there below it; QV_REGENERATE_GOLDENS=1 writes that anew.
 set -euo pipefail
 source=$1 build=$2
@@ -21,6 +22,9 @@ examples=$(sed -n '/^\.SH EXAMPLES/,$p' <<<"$manual" | sed -n '/^\.nf/,/^\.fi/{/
 leaves=$(grep '^\.SS ' <<<"$manual" | grep -vc SUBCOMMAND)
 (($(wc -l <<<"$examples") == leaves && leaves > 5)) || refuse "the manual page does not have $leaves examples"
 (($(wc -l <<<"$documented") > 5)) || refuse "the documents show no commands"
+while read -r name; do
+  grep -hqE "(\`|^ {4}|^\\$ )$name\>" "$source/README.md" "$source"/docs/*.md || refuse "no document shows $name"
+done <<<"$names"
 
 run() {
   local command=${1//COMMAND/lineage} status=0 # one for all
@@ -35,6 +39,10 @@ done <<<"$documented"
 while read -r command; do
   run "$command"
 done <<<"$examples"
+
+# The README's table of commands is that of the help.
+diff <(grep -A 100 '^| command |' "$source/README.md" | sed '/^$/,$d') <(qvrepos generate commands) >&2 ||
+  refuse "README.md lists other commands than \`qvrepos generate commands\` prints"
 
 # A document with what its commands really print, in folders of a reader's own.
 rendered() {

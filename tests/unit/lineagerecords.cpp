@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
+#include <set>
+#include <string>
 #include <vector>
 
 namespace {
@@ -50,6 +53,34 @@ TEST(LineageRecords, EndWithTheirLastHolder) {
   moved->text.tag = "written";
   moved = LineageRecordHold();
   EXPECT_TRUE(records.hold(resource)->text.tag.isNull()) << "another record";
+}
+
+TEST(LineageRecords, AreVisitedWhileTheyAreHeld) {
+  LineageRecords records;
+  const auto visited = [&] {
+    std::set<std::string> names;
+    records.forEach(
+        [&](LineageRecord& record) { EXPECT_TRUE(names.insert(str(record.resource.name())).second); });
+    return names;
+  };
+  EXPECT_TRUE(visited().empty());
+  std::map<std::string, LineageRecordHold> held;
+  std::set<std::string> names;
+  for (int round = 0; round < 3; ++round) {
+    for (int i = 0; i < 100; ++i) {
+      const std::string name = std::to_string(i * round);
+      held[name] = records.hold(QvResourceImpl(text(name), "Table", "identity"));
+      names.insert(name);
+    }
+    EXPECT_EQ(visited(), names);
+    for (auto at = held.begin(); at != held.end();) {
+      names.erase(at->first);
+      at = held.erase(at);
+      if (at != held.end())
+        ++at;
+    }
+    EXPECT_EQ(visited(), names);
+  }
 }
 
 TEST(LineageDependents, AreFoundByTheirIdentityAlone) {

@@ -263,4 +263,22 @@ TEST_F(LineageXmlText, ForgetsWhatItWroteWithTheExport) {
   EXPECT_THAT(exported(*store, *store, false), testing::HasSubstr("id=\"qvr://main/later.txt?type=File\""));
 }
 
+// Its parts that are written later need no memory of their own.
+TEST(LineageXml, IsWrittenWhereThereIsRoomForIt) {
+  for (const bool layout : {true, false}) {
+    const LineageText plain{text("<Resource id=\"" + std::string(500, 'i') + "\""), QvbString()};
+    const LineageText withPath{plain.tag, text(std::string(500, 'p'))};
+    constexpr std::size_t pairs = 1'000;
+    LineageXml xml(layout);
+    xml.reserve(pairs, pairs * (xml.sizeOf(plain) + xml.sizeOf(withPath)));
+    for (std::size_t i = 0; i < pairs; ++i) {
+      Allocations::left = i < pairs / 2 ? -1 : 0;
+      xml.beginModel(withPath);
+      xml.addDependent(plain);
+    }
+    xml.end();
+    Allocations::left = -1;
+    EXPECT_GT(xml.take().length(), 1'500'000);
+  }
+}
 } // namespace

@@ -168,6 +168,50 @@ TEST(QvbString, GrowsByFewAllocationsWhenAppendedTo) {
   EXPECT_LT(moves, 64);
 }
 
+TEST(QvbString, StaysWhereItIsAsFarAsThereIsRoom) {
+  QvbString value("text");
+  const QvbString copy = value;
+  value.reserve(1'000);
+  const char* const place = value.asCstr();
+  while (value.length() < 1'000)
+    value.append("x").reserve(10);
+  EXPECT_EQ(value.asCstr(), place);
+  EXPECT_EQ(value, text("text" + std::string(996, 'x')));
+  EXPECT_EQ(copy, QvbString("text"));
+  value.reserve(2'000);
+  EXPECT_EQ(value, text("text" + std::string(996, 'x')));
+  EXPECT_THROW(value.reserve(static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max())),
+               std::bad_alloc);
+  EXPECT_EQ(value.length(), 1'000);
+  QvbString null;
+  EXPECT_TRUE(null.reserve(0).isEmpty());
+}
+
+TEST(QvbString, IsJoinedOfPieces) {
+  const std::vector<std::vector<std::string_view>> rows{
+      {}, {""}, {"", ""}, {"a"}, {"", "ab"sv, "", "c\0d"sv, ""}};
+  for (const auto& pieces : rows) {
+    std::string expected;
+    for (const auto piece : pieces)
+      expected += piece;
+    EXPECT_EQ(QvbString::joined(pieces).view(), expected);
+    EXPECT_FALSE(QvbString::joined(pieces).isNull());
+  }
+  constexpr auto tooMuch = static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max());
+  const std::string_view huge[] = {"a", std::string_view("b", tooMuch)};
+  EXPECT_THROW(QvbString::joined(huge), std::bad_alloc);
+}
+
+TEST(QvbString, TellsWhatIsACopyOfIt) {
+  QvbString value("text");
+  const QvbString copy = value;
+  EXPECT_TRUE(value.isSharedWith(copy));
+  EXPECT_FALSE(value.isSharedWith("text"));
+  EXPECT_FALSE(QvbString().isSharedWith(""));
+  value.append("!");
+  EXPECT_FALSE(value.isSharedWith(copy));
+}
+
 TEST(QvbString, LeavesTheTextAsItWasWhenMemoryCannotBeHad) {
   QvbString value("text");
   constexpr auto tooMuch = static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max());
@@ -454,6 +498,24 @@ TEST(QvbString, HashesAlikeWhatComparesAsEqualWithoutCase) {
   EXPECT_NE(qvbHashIgnoreCase("@"), qvbHashIgnoreCase("`"));
   EXPECT_NE(qvbHashIgnoreCase("["), qvbHashIgnoreCase("{"));
   EXPECT_NE(qvbHashIgnoreCase("\xc4"), qvbHashIgnoreCase("\xe4"));
+}
+
+TEST(QvbString, KnowsItsHashAfterEveryChange) {
+  EXPECT_TRUE(rc::check([](const std::string& first, const std::vector<std::string>& more) {
+    QvbString value = text(first);
+    for (const std::string& next : more) {
+      const QvbString copy = value;
+      RC_ASSERT(value.hashIgnoreCase() == qvbHashIgnoreCase(value.view()));
+      RC_ASSERT(copy.hashIgnoreCase() == value.hashIgnoreCase());
+      value.append(next).append(next);
+      RC_ASSERT(value.hashIgnoreCase() == qvbHashIgnoreCase(value.view()));
+      value.lowercase().trim();
+      RC_ASSERT(value.hashIgnoreCase() == qvbHashIgnoreCase(value.view()));
+      value.append(next);
+    }
+    RC_ASSERT(value.hashIgnoreCase() == qvbHashIgnoreCase(value.view()));
+  }));
+  EXPECT_EQ(QvbString().hashIgnoreCase(), QvbString("").hashIgnoreCase());
 }
 
 // Texts of every length and alignment, alike but for the case of letters and at most one byte.

@@ -2,6 +2,8 @@
 #include "qvxdom/qvdom.h"
 #include "qvxdom/qvdomelements.h"
 
+#include "support/faults.h"
+#include "support/tempdir.h"
 #include "support/textio.h"
 
 #include <gtest/gtest.h>
@@ -12,8 +14,8 @@
 
 namespace {
 
-// A processing instruction after the root means nothing, and leaves the document to the parser.
-const std::string forTheParser = "<?p?>";
+// An instruction after the root means nothing, and one of such a name leaves the document to the parser.
+const std::string forTheParser = "<?p:p?>";
 
 // What a text is read as, every run of text told apart; its failure where it is none.
 std::string readingOf(const std::string& xml) {
@@ -93,7 +95,8 @@ rc::Gen<std::string> pieces() {
           "&amp;", "&#10;", "&#x41;", "&#xD;", "&#228;", "&#x1F600;", "&#xD800;", "&#0;", "&#xFFFE;",
           "&#00000065;", "&x;", "&", ";", "'", "\"", " ", "\n", "\r\n", "\r", "\t", "text", "\xC3\xA9",
           "\xEF\xBF\xBE", "\xF0\x9F\x98\x80", "\xED\xA0\x80", "\xC3", "\x7F", "\x01", "<?xml version='1.0'?>",
-          "=", "<", "</")),
+          "=", "<", "</", "<?", "?>", "?", "<?p?>", "<?xml", "<?a ", "<?\xC3\xA9", "\xC2\xB7", "<\xC3\xA9>",
+          "</\xC3\xA9>", "<\xF0\x90\x80\x80/>", "\xC3\xA9='\xC3\xA9'", "standalone='no'")),
       [](const std::vector<std::string>& all) {
         std::string xml;
         for (const auto& piece : all)
@@ -106,8 +109,8 @@ rc::Gen<std::string> pieces() {
 std::string soundElement(int depth) {
   const auto content = *rc::gen::container<std::vector<int>>(rc::gen::inRange(0, depth > 0 ? 14 : 12));
   const std::string texts[] = {
-      " ",       "\n  ", "text",     "&lt;",      "&#13;",           "\r\n",
-      "<!---->", "a]b",  "\xC3\xA9", "&#x1F600;", "<![CDATA[<&]]]>", "<![CDATA[ \r]]>"};
+      " ",       "\n  ", "text",     "&lt;",  "&#13;",           "\r\n",
+      "<!---->", "a]]b", "\xC3\xA9", "<?p?>", "<![CDATA[<&]]]>", "<?pq ]]><&?\xC3\xA9\r?>"};
   const std::string attributes[] = {"",
                                     " a=''",
                                     " a='1' b=\"2\"",
@@ -116,7 +119,8 @@ std::string soundElement(int depth) {
                                     "\n c='&amp;\r\n>'",
                                     " \xC3\xA9='1'",
                                     " x:y='\xC3\xA9'"};
-  const std::string name = *rc::gen::element<std::string>("r", "a", "b-1", "_x.y", "p:q");
+  const std::string name =
+      *rc::gen::element<std::string>("r", "a", "b-1", "_x.y", "p:q", "\xC3\xA9", "a\xC2\xB7");
   std::string xml = "<" + name + attributes[*rc::gen::inRange(0, 8)];
   if (content.empty() && *rc::gen::arbitrary<bool>())
     return xml + "/>";
@@ -147,6 +151,12 @@ TEST(QvDomPlain, MeansWhatTheParserTakesItFor) {
       "<r>&quot;&apos;&gt;&#xe9;&#233;&#x10FFFF;\xC3\xA9\xEF\xBF\xBD\x7F]</r>",
       "<x:r xmlns:x='u' xml:lang='en'><x:b/></x:r>",
       "<:a/>",
+      "<?xml version=\"1.0\" standalone='yes'?><?a?><?b c?><r>x<?d e\r\n ? ?"
+      "?>y<?f?></r><?g <&]]>--\xC3\xA9 "
+      "?>",
+      "<?xml-model a='b'?><r/>",
+      "<r>a]]b]] ></r>",
+      "<\xC3\xA9 \xE4\xB8\xAD\xC2\xB7='1'><a\xF0\x90\x80\x80/></\xC3\xA9 >",
       "<r a='1' b='2' c='3' d='4' e='5' f='6' g='7' h='8' i='9' j='10' k='11' l='12' m='13' n='14' o='15' "
       "p='16' "
       "q='17' r='18'/>",
@@ -223,6 +233,22 @@ TEST(QvDomPlain, NothingIsToldOfADocumentThatIsRefused) {
   EXPECT_FALSE(qvDomVisitElementsOfFile("/no/such/file", visitor, &error));
   EXPECT_EQ(error, "/no/such/file: not found");
   EXPECT_FALSE(qvDomVisitElements("", visitor, nullptr));
+}
+
+TEST(QvDomPlain, AFileIsReadOnceInWhateverFormItIs) {
+  const TempDir dir;
+  for (const std::string& xml : {std::string("<r/>"), "<r/>" + forTheParser, std::string("<r>")}) {
+    dir.write("step.xml", xml);
+    int opened = 0;
+    const Faults counting([&](QvbFaultPoint point, const std::string&) {
+      opened += point == QvbFaultPoint::FileOpen;
+      return 0;
+    });
+    NotingVisitor visitor;
+    QvbString error;
+    qvDomVisitElementsOfFile(text(dir / "step.xml"), visitor, &error);
+    EXPECT_EQ(opened, 1) << xml;
+  }
 }
 
 TEST(QvDomPlain, TheVisitorEndsTheTelling) {

@@ -60,6 +60,24 @@ TEST_F(DefinitionSets, TheFirstOfANameWinsWithoutRegardToCase) {
   EXPECT_EQ(set->refused()[1].winner, nullptr);
 }
 
+TEST_F(DefinitionSets, RepositoriesAreThoseThatAreLoadedAndFoundWithoutLookingAtAllAgain) {
+  const auto define = [this](const char* file, const char* name, const char* vault) {
+    m_dir.write(file, std::string("<VaultRepositoryInfo Name='") + name + "'><VaultPath>" + vault +
+                          "</VaultPath></VaultRepositoryInfo>");
+  };
+  define("sys/a.rcf", "Sales", "/srv/sales");
+  define("user/a.rcf", "SALES", "/srv/sales/refused");
+  define("user/b.rcf", "Stock", "/srv");
+  const auto set = load();
+  const auto place = set->repositories().find("/srv/sales/refused/x");
+  ASSERT_TRUE(place);
+  EXPECT_EQ(place->repository, "Sales");
+  EXPECT_EQ(place->path, "refused/x");
+  EXPECT_EQ(&load()->repositories(), &set->repositories());
+  define("sys/a.rcf", "Sales", "/srv/elsewhere");
+  EXPECT_EQ(load()->repositories().find("/srv/sales/x")->repository, "Stock");
+}
+
 TEST_F(DefinitionSets, AreMadeAgainOnlyWhenSomethingChanged) {
   write("sys/a.rcf", "A");
   write("user/b.rcf", "B");

@@ -580,7 +580,7 @@ TEST(MetadataObject, ObjectsOfAnApplicationsClassCannotMakeEndlessTextEither) {
   addSharedLevels(*root, 60,
                   [] { return static_cast<RepositoryMetadataObject*>(new HostObject(nullptr, "")); });
   MetadataWriting document;
-  document.countObjects(MetadataWriting::maxObjects - 1000);
+  document.countObjects(MetadataWriting::MaxObjects - 1000);
   EXPECT_FALSE(write(*root).result);
 }
 

@@ -237,6 +237,22 @@ TEST(FileExtensions, AreGivenForEveryType) {
   }
 }
 
+// A type with an extension that leads to it needs one that it is given, and a name is split before all of it.
+TEST(FileExtensions, OfEachTypeLeadBackToItAndAreSplitOffWhole) {
+  const std::vector<std::string> splitInTheMiddle{"cln.ueo", "qltykb.db"};
+  for (const auto* known = getKnownFileExtensions(); *known; ++known) {
+    const std::string extension = *known;
+    const QvbString type = typeOf(extension);
+    const bool isWhole = std::ranges::find(splitInTheMiddle, extension) == splitInTheMiddle.end();
+    EXPECT_EQ(str(partsOf(text("folder/name." + extension)).extension) == extension, isWhole) << extension;
+    if (type == "File")
+      continue;
+    QvbString own;
+    EXPECT_TRUE(getFileExtensionForType(type, &own)) << type;
+    EXPECT_EQ(typeOf(str(own)), type);
+  }
+}
+
 TEST(FileExtensions, AreRefusedForTypesWithoutOneAndLeaveTheOutput) {
   for (const QvbString& type :
        {QvbString("processjob"), QvbString("PROCESSJOB"), QvbString("File"), QvbString("Folder"),

@@ -419,6 +419,35 @@ TEST(ResourceListContains, AnswersAsAWalkOverTheRowsDoes) {
   }));
 }
 
+TEST(ResourceList, KnowsItsLatestDataSourceByTheTextsItCameBy) {
+  const auto list = resourceList();
+  append(*list, "first");
+  list->rememberDataSource("DSN=Sales", "ODBC", list->addUnlessListed("Sales", "Database", "sales"));
+  append(*list, "last");
+  EXPECT_FALSE(list->containsDataSource("DSN=Sales", ""));
+  EXPECT_FALSE(list->containsDataSource("dsn=sales", "ODBC"));
+  EXPECT_EQ(list->getValue(), nullptr);
+  EXPECT_TRUE(list->containsDataSource("DSN=Sales", "ODBC"));
+  EXPECT_EQ(list->getValue()->getResourceIdentity(), "last");
+  list->rememberDataSource("Stock", "", list->addUnlessListed("", "Database", "LAST"));
+  EXPECT_TRUE(list->containsDataSource("Stock", ""));
+  EXPECT_EQ(list->getValue(), nullptr) << "past the end";
+  EXPECT_FALSE(list->containsDataSource("DSN=Sales", "ODBC"));
+}
+
+TEST(ResourceList, ForgetsADataSourceWhoseRowIsSetAnew) {
+  const auto list = resourceList();
+  list->rememberDataSource("Sales", "", list->addUnlessListed("", "Database", "sales"));
+  QvResourceImpl other("", "Database", "other");
+  list->setLastRowElement(0, &other);
+  EXPECT_FALSE(list->containsDataSource("Sales", ""));
+  list->rememberDataSource("Other", "", 0);
+  append(*list, "next");
+  EXPECT_TRUE(list->containsDataSource("Other", ""));
+  list->rememberDataSource("None", "", 2);
+  EXPECT_FALSE(list->containsDataSource("None", ""));
+}
+
 TEST(ResourceListContains, HasNoResourceForNull) {
   const auto list = resourceList();
   append(*list, "");

@@ -1,9 +1,11 @@
 #include "qvresourcemgrimpl.h"
 
+#include "lineagefactory.h"
 #include "support/allocations.h"
 #include "support/recordingfactory.h"
 
 #include <gtest/gtest.h>
+#include <rapidcheck.h>
 
 namespace {
 
@@ -554,6 +556,68 @@ TEST_F(Manager, AddsWhatADerivedManagerGenerates) {
        {"data source", "table", "monitor", "rule", "rule by name", "profile", "profile by id", "object"})
     expected.push_back({"derived", kind, kind});
   EXPECT_EQ(rowsOf(*list), expected);
+}
+
+// With a manager of the host's own every resource is made and looked up; the library's own may spare itself that.
+TEST_F(Manager, AddsDataSourcesAndTablesByItselfAsByAHostsOwn) {
+  struct HostManager : QvResourceManagerImpl {};
+  EXPECT_TRUE(rc::check([] {
+    struct Side {
+      Released<QvResourceManagerImpl> manager;
+      Released<QvResourceListImpl> list{new QvResourceListImpl};
+      LineageImpactFactoryImpl factory;
+    };
+    Side sides[2];
+    sides[0].manager.reset(new QvResourceManagerImpl);
+    sides[1].manager.reset(new HostManager);
+    const auto anyText = [] {
+      return *rc::gen::element<QvbString>(QvbString(), "", "Sales", "SALES", "DSN=Sales;",
+                                          "DSN=Sales;QVXTYPE=ODBC;", "DSN=;QVXTYPE=x", "a&b");
+    };
+    for (int step = *rc::gen::inRange(0, 30); step > 0; --step) {
+      const int kind = *rc::gen::inRange(0, 8);
+      QvbString dsn = anyText(), type = anyText(), catalog = anyText(), schema = anyText(), table = anyText();
+      std::string seen[2];
+      for (int i = 0; i < 2; ++i) {
+        auto& [manager, list, factory] = sides[i];
+        QvResourceImpl other("name", "Table", table);
+        if (kind < 3)
+          seen[i] += manager->addDataSourceResource(&factory, list.get(), dsn, type) ? "yes" : "no";
+        else if (kind < 6)
+          seen[i] += manager->addTableResource(&factory, list.get(), dsn, type, catalog, schema, table)
+                         ? "yes"
+                         : "no";
+        else if (kind == 6)
+          list->setLastRowElement(0, &other);
+        else
+          seen[i] += list->next() ? "next" : "end";
+        if (QvResource* row = list->getValue())
+          seen[i] += " at " + str(row->getResourceIdentity());
+      }
+      RC_ASSERT(seen[0] == seen[1]);
+    }
+    for (auto& side : sides)
+      side.list->reset();
+    RC_ASSERT(rowsOf(*sides[0].list) == rowsOf(*sides[1].list));
+  }));
+}
+
+TEST_F(Manager, MakesNothingOfADataSourceThatIsNamedAgain) {
+  LineageImpactFactoryImpl factory;
+  QvbString dsn("Sales"), type("ODBC"), other("Stock");
+  ASSERT_TRUE(m_manager->addDataSourceResource(&factory, m_list.get(), dsn, type));
+  QvbString again("Sales");
+  Allocations::left = 0;
+  EXPECT_TRUE(m_manager->addDataSourceResource(&factory, m_list.get(), again, type));
+  Allocations::left = -1;
+  EXPECT_EQ(rowsOf(*m_list).size(), 1U);
+}
+
+TEST_F(Manager, AsksAHostsFactoryForADataSourceThatIsNamedAgain) {
+  QvbString dsn("Sales"), type("ODBC");
+  for (int i = 0; i < 3; ++i)
+    ASSERT_TRUE(m_manager->addDataSourceResource(&m_factory, m_list.get(), dsn, type));
+  EXPECT_EQ(m_factory.requests.size(), 3U);
 }
 
 TEST_F(Manager, LeavesAListWithoutRoomAsItIs) {

@@ -292,6 +292,49 @@ TEST_F(Identity, SharesBytesThatXmlCannotCarry) {
   EXPECT_NE(str(first), str(third));
 }
 
+// An identity says what the XML document says that it is, also where it is only nearly written as the library does.
+TEST_F(Identity, SaysWhatItSaysAsADocument) {
+  const auto asDocument = [](const QvbString& identity, std::vector<QvbString>& parts) {
+    QvDom document;
+    if (!document.loadXML(identity))
+      return false;
+    QvDomNode node = document.getRoot();
+    while (!node.null() && !qvbEqualsIgnoreCase(node.getName().view(), "tabledatasource"))
+      node = node.getFirstChild(false);
+    if (node.null())
+      return false;
+    std::size_t part = 0;
+    for (const char* name : {"dsn", "dsntype", "catalog", "schema", "table"}) {
+      if (const QvbString value = node.getAttributeValue(name); !value.isEmpty())
+        parts[part] = value;
+      ++part;
+    }
+    return true;
+  };
+  EXPECT_TRUE(rc::check([&](const std::vector<unsigned char>& choices, bool isPlain) {
+    const auto part = [&] {
+      return isPlain ? text("plain text " + std::to_string(choices.size())) : text(xmlText(choices));
+    };
+    QvbString identity;
+    m_manager->generateTableDataSourceResourceId(part(), part(), part(), part(), text("t"), &identity);
+    std::string changed = str(identity);
+    for (int n = *rc::gen::inRange(0, 3); n > 0; --n) {
+      const auto at = *rc::gen::inRange<std::size_t>(0, changed.size());
+      const auto length = *rc::gen::element<std::size_t>(0, 0, 1, 1, 8);
+      changed.replace(at, std::min(length, changed.size() - at),
+                      *rc::gen::element<std::string>("", "\"", "'", "<", "&", "&amp;", " ", "\t", "\n",
+                                                     "\x01", "\x7F", "\xC3\xA4", "\xFF", "/", ">",
+                                                     " dsn=\"x\"", " table=\"y\"", "A", "<!-- -->",
+                                                     std::string(1, '\0')));
+    }
+    std::vector<QvbString> expected(5, "before"), given(5, "before");
+    const bool isTable = asDocument(text(changed), expected);
+    RC_ASSERT(m_manager->getTableObjectFromResourceId(text(changed), &given[0], &given[1], &given[2],
+                                                      &given[3], &given[4]) == isTable);
+    RC_ASSERT(given == expected);
+  }));
+}
+
 TEST_F(Identity, WritesNothingWhenMemoryIsShort) {
   const QvbString filename = "/data/in/customers with a long name.txt";
   QvbString name;

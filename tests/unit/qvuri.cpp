@@ -55,6 +55,17 @@ rc::Gen<std::string> uriTexts() {
                            const std::string& rest) { return scheme + opening + rest; },
                         schemes, openings, bytes());
 }
+QvDataURIComponents anyComponents() {
+  const auto component = [] { return text(*bytes()); };
+  return {.scheme = *rc::gen::element<const char*>("qvd", "qvf", "QVF", "qvr", ""),
+          .server = component(),
+          .dataSource = component(),
+          .dataSourceType = component(),
+          .catalog = component(),
+          .schema = component(),
+          .table = component(),
+          .column = component()};
+}
 std::string withoutLeadingSlashes(std::string path) {
   return path.erase(0, std::min(path.find_first_not_of('/'), path.size()));
 }
@@ -448,17 +459,45 @@ TEST(DataUri, ComponentsOfAnotherTextAreNotRead) {
   }
 }
 
+// What a record says of its parts, for any text.
+TEST(DataUri, ComponentsAreThoseOfItsRecord) {
+  EXPECT_TRUE(rc::check([] {
+    std::string given = *uriTexts();
+    for (int n = *rc::gen::inRange(0, 4); n > 0; --n)
+      given += *rc::gen::element<std::string>("?table=a", "&table=b", "&TABLE=c", "&%74able", "?type",
+                                              "&type==", "&schema=%zz%4", "&=&", "#table=d", "&catalog=%00x",
+                                              "&column") +
+               *bytes();
+    const Uri uri = parse(given);
+    QvDataURI* data = uri->getReposURI() ? nullptr : uri->getDataURI();
+    QvDataURIComponents out;
+    RC_ASSERT(getDataURIComponentsFromString(text(given), &out) == (data != nullptr));
+    if (!data)
+      return;
+    RC_ASSERT(out.scheme == uri->getScheme() && out.server == data->getServer() &&
+              out.dataSource == data->getDataSource() && out.dataSourceType == data->getDataSourceType() &&
+              out.catalog == data->getCatalog() && out.schema == data->getSchema() &&
+              out.table == data->getTable() && out.column == data->getColumn());
+    for (const auto& value : {out.scheme, out.server, out.dataSource, out.dataSourceType, out.catalog,
+                              out.schema, out.table, out.column})
+      RC_ASSERT(!value.isNull());
+  }));
+}
+
+TEST(DataUri, TextIsHadWithoutARecord) {
+  EXPECT_TRUE(rc::check([] {
+    const auto in = anyComponents();
+    const Uri uri = buildData(in);
+    const QvbString given = getDataURIString(in);
+    return uri ? given == uri->asString() && parse(str(given)) : given.isNull();
+  }));
+}
+
 TEST(DataUri, ComponentsReadBackAsTheyWere) {
   EXPECT_TRUE(rc::check([] {
-    const auto component = [] { return text(*bytes()); };
-    const QvDataURIComponents in{.scheme = *rc::gen::element<const char*>("qvd", "qvf", "QVF"),
-                                 .server = component(),
-                                 .dataSource = text("/" + *bytes()),
-                                 .dataSourceType = component(),
-                                 .catalog = component(),
-                                 .schema = component(),
-                                 .table = component(),
-                                 .column = component()};
+    auto in = anyComponents();
+    in.scheme = *rc::gen::element<const char*>("qvd", "qvf", "QVF");
+    in.dataSource = text("/" + *bytes());
     QvDataURIComponents out;
     return getDataURIComponentsFromString(text(textOf(buildData(in))), &out) && out.scheme == in.scheme &&
            out.server == in.server && out.dataSource == in.dataSource &&

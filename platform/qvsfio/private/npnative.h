@@ -27,6 +27,8 @@ int readAll(const QvbString& path, std::int64_t limit, std::string* bytes);
 int writeAll(const QvbString& path, std::string_view bytes);
 
 inline int lastCode() { return np_fio_code(errno); }
+// The code of a system call by its result.
+inline int codeOfCall(int result) { return result == 0 ? NP_FIO_OK : lastCode(); }
 
 // The code of an operation, which may run out of memory.
 template<class Operation>
@@ -36,6 +38,14 @@ int codeOf(const Operation& operation) {
   } catch (const std::bad_alloc&) {
     return np_fio_code(ENOMEM);
   }
+}
+
+// What a step gives for the native path of a path, where there is one.
+template<class Step>
+int withNativePath(const QvbString& path, const Step& step) {
+  QvbString native;
+  const int code = codeOf([&] { return nativePath(path, &native); });
+  return code ? code : step(native.asCstr());
 }
 
 // The result of a system call that answers -1 for a failure, called again while a signal interrupts it. The

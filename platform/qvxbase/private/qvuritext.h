@@ -5,6 +5,18 @@
 #include <string>
 #include <string_view>
 
+// The components of a URI's text as they stand in it.
+struct QvUriRanges {
+  // Nothing for a text without a scheme.
+  static std::optional<QvUriRanges> of(std::string_view text);
+
+  std::string_view scheme;
+  std::optional<std::string_view> authority;
+  std::string_view path;
+  std::optional<std::string_view> query;
+  std::optional<std::string_view> fragment;
+};
+
 // What a "%" in a text stands for: itself, or, where two hexadecimal digits follow it, an encoded byte.
 enum class QvPercent { Literal, Encoding };
 
@@ -45,4 +57,17 @@ std::string qvEncodeUriAuthority(std::string_view text, QvPercent percent);
 std::string qvEncodeUriPath(std::string_view text, QvPercent percent);
 // A single segment of a path or a single query value: nothing but unreserved characters stands for itself.
 std::string qvEncodeUriName(std::string_view text);
+void qvAppendUriName(std::string& uri, std::string_view text);
+// A "%" that two hexadecimal digits do not follow stands for itself, as a byte does that its place does not allow: a
+// component may be decoded as it stands in a text.
 std::string qvDecodeUri(std::string_view encoded);
+
+// The next parameter of a query, which keeps what follows it.
+struct QvUriParameter {
+  static QvUriParameter take(std::string_view& query);
+  bool isNamed(std::string_view decodedName) const;
+
+  std::string_view text; // "name=value"
+  std::string_view name;
+  std::string_view value; // empty without one
+};

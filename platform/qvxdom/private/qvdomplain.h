@@ -1,5 +1,5 @@
-// The plain form in which most documents are written, and its reader: UTF-8 with names of ASCII, elements, attributes,
-// text, references, sections and comments. It is a part of what the parser takes, and to everything in it the reader gives
+// The plain form in which most documents are written, and its reader: UTF-8, with elements, attributes, text, references,
+// sections, comments and instructions. It is a part of what the parser takes, and to everything in it the reader gives
 // the parser's meaning. What it does not know, or finds malformed, it leaves: the parser then reads the document from its
 // beginning, and alone says whether it is one, and where and why not.
 #pragma once
@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -93,28 +94,34 @@ private:
 
   bool takeProlog() {
     takes("\xEF\xBB\xBF");
-    return (!takes("<?xml") || takeDeclaration()) && takeMisc();
+    return (!takes("<?xml ") || takeDeclaration()) && takeMisc();
   }
 
   // That of a document in UTF-8, as it is usually written.
   bool takeDeclaration() noexcept {
-    if (!takes(" version=\"1.0\"") && !takes(" version='1.0'"))
+    if (!takesEither({"version=\"1.0\"", "version='1.0'"}))
       return false;
-    for (const char* encoding :
-         {" encoding=\"UTF-8\"", " encoding=\"utf-8\"", " encoding='UTF-8'", " encoding='utf-8'"})
-      if (takes(encoding))
-        break;
+    takesEither({" encoding=\"UTF-8\"", " encoding=\"utf-8\"", " encoding='UTF-8'", " encoding='utf-8'"});
+    takesEither({" standalone=\"yes\"", " standalone=\"no\"", " standalone='yes'", " standalone='no'"});
     takeSpace();
     return takes("?>");
+  }
+
+  bool takesEither(std::initializer_list<std::string_view> expected) noexcept {
+    return std::any_of(expected.begin(), expected.end(), [&](std::string_view one) { return takes(one); });
   }
 
   bool takeMisc() {
     for (;;) {
       takeSpace();
-      if (!takes("<!--"))
+      if (takes("<!--")) {
+        if (!takeComment())
+          return false;
+      } else if (!takes("<?")) {
         return true;
-      if (!takeComment())
+      } else if (!takeInstruction()) {
         return false;
+      }
     }
   }
 
@@ -131,6 +138,8 @@ private:
   bool takeMarkup() {
     if (m_at[1] == '/')
       return takeEnd();
+    if (takes("<?"))
+      return takeInstruction();
     if (m_at[1] != '!')
       return takeStart();
     if (takes("<!--"))
@@ -138,12 +147,27 @@ private:
     return takes("<![CDATA[") && takeSection();
   }
 
+  static bool isInName(char byte) noexcept {
+    return is(byte, NamePart) || static_cast<unsigned char>(byte) >= 0x80;
+  }
+
+  // Empty where there is none.
   std::string_view takeName() noexcept {
     const char* const start = m_at;
     if (is(*m_at, NameStart))
       while (is(*m_at, NamePart))
         ++m_at;
+    if (static_cast<unsigned char>(*m_at) >= 0x80)
+      return takeNameFrom(start);
     return {start, static_cast<std::size_t>(m_at - start)};
+  }
+
+  // A name that is not of ASCII alone.
+  std::string_view takeNameFrom(const char* start) noexcept {
+    while (isInName(*m_at))
+      ++m_at;
+    const std::string_view name(start, static_cast<std::size_t>(m_at - start));
+    return qvDomIsName(name) ? name : std::string_view();
   }
 
   bool takeStart() {
@@ -283,8 +307,9 @@ private:
       if (*m_at == '<')
         break;
       if (*m_at == ']') {
-        if (*++m_at == ']') // "]]>" may follow
+        if (m_at[1] == ']' && m_at[2] == '>')
           return false;
+        ++m_at;
       } else if (static_cast<unsigned char>(*m_at) >= 0x80) {
         if (!takeCharacter())
           return false;
@@ -335,11 +360,16 @@ private:
     return true;
   }
 
+  // To such a byte in what is dropped, or to one that needs a look.
+  void skipTo(char stop) noexcept {
+    while (*m_at != stop && (is(*m_at, TextPart | Space) || *m_at == '<' || *m_at == '&' || *m_at == ']'))
+      ++m_at;
+  }
+
   // After "<!--".
   bool takeComment() noexcept {
     for (;;) {
-      while (*m_at != '-' && (is(*m_at, TextPart | Space) || *m_at == '<' || *m_at == '&' || *m_at == ']'))
-        ++m_at;
+      skipTo('-');
       if (*m_at == '-') {
         if (*++m_at != '-')
           continue;
@@ -351,11 +381,37 @@ private:
     }
   }
 
+  // After "<?". A target that begins as the declaration's does, or has more in it than letters of ASCII, is the
+  // parser's matter.
+  bool takeInstruction() noexcept {
+    const char* const target = m_at;
+    if (!is(*m_at, NameStart))
+      return false;
+    while (is(*m_at, NamePart) && *m_at != ':')
+      ++m_at;
+    if (qvbEqualsIgnoreCase({target, std::min<std::size_t>(3, static_cast<std::size_t>(m_at - target))},
+                            "xml"))
+      return false;
+    if (!takeSpace())
+      return takes("?>");
+    for (;;) {
+      skipTo('?');
+      if (*m_at == '?') {
+        if (*++m_at == '>') {
+          ++m_at;
+          return true;
+        }
+      } else if (static_cast<unsigned char>(*m_at) < 0x80 || !takeCharacter()) {
+        return false;
+      }
+    }
+  }
+
   // At "</".
   bool takeEnd() {
     m_at += 2;
     const char* opened = m_open[m_depth - 1];
-    for (; is(*opened, NamePart); ++opened, ++m_at)
+    for (; isInName(*opened); ++opened, ++m_at)
       if (*m_at != *opened)
         return false;
     takeSpace();
