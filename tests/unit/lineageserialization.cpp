@@ -77,6 +77,22 @@ TEST(LineageStore, CopiesWhatADerivedStoreMadeIntoItsList) {
   EXPECT_FALSE(all->next());
 }
 
+// As a list does that a resource is set in.
+TEST(LineageStore, ReadsThePropertiesOfWhatItKeepsToTheirEnd) {
+  const Released<QvResourcePropertyList> properties(new QvResourcePropertyListImpl);
+  for (const char* key : {"a", "b"}) {
+    ASSERT_TRUE(properties->addRow());
+    properties->setLastRow(key, "value");
+  }
+  const List list = listOf({"/a"});
+  ASSERT_TRUE(list->next());
+  dynamic_cast<QvResourceImpl&>(*list->getValue()).setProperties(properties.get());
+  list->reset();
+  const Store store = makeStore();
+  ASSERT_TRUE(store->addDependentResources(resource("job", "ProcessJob", "/job").get(), list.get()));
+  EXPECT_FALSE(properties->next());
+}
+
 TEST(LineageOrder, IsThatOfTypeThenIdentityWithoutRegardToCase) {
   const MapLineageResourceCompare less;
   const Resource a = resource("x", "File", "b");
