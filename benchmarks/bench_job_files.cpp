@@ -4,15 +4,6 @@
 
 namespace {
 
-void fill(const JobFolder& folder, int count) {
-  for (int i = 0; i < count; ++i) {
-    const std::string below = folder.path + "/folder_" + std::to_string(i % 50);
-    std::filesystem::create_directories(below);
-    std::ofstream(below + "/job_" + std::to_string(i) + ".djf")
-        << jobText(static_cast<std::size_t>(i), 5, 20);
-  }
-}
-
 template<class Work>
 void run(Bench& run, const Work& work) {
   const JobFolder folder;

@@ -62,6 +62,16 @@ inline std::string jobText(std::size_t number, std::size_t reads, std::size_t co
   return xml + "    </Columns>\n  </Query>\n</SQLCreateTableSelect>\n";
 }
 
+// So many job files of six tables, in folders.
+inline void fill(const JobFolder& folder, int count) {
+  for (int i = 0; i < count; ++i) {
+    const std::string below = folder.path + "/folder_" + std::to_string(i % 50);
+    std::filesystem::create_directories(below);
+    std::ofstream(below + "/job_" + std::to_string(i) + ".djf")
+        << jobText(static_cast<std::size_t>(i), 5, 20);
+  }
+}
+
 // As `qvrepos lineage` makes it: the lineage of the job files as XML with layout. The result is the number of jobs.
 inline std::size_t lineageOf(const std::string& path, unsigned threads) {
   struct Scanner {

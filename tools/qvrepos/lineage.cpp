@@ -8,6 +8,8 @@
 #include <array>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
 namespace {
@@ -62,39 +64,71 @@ std::pair<std::size_t, std::size_t> reportJobs(Host& host, const std::vector<qvl
   return {failed, notUnderstood};
 }
 
-// Writes lineage as JSON, element for element, in the shape that jsonText() gives.
+// Writes lineage as JSON, in the shape that jsonText() gives, of XML without white space between elements. There a resource
+// reads the same wherever something uses it, and its element is a document of its own: each is read once.
 class JsonLineage {
 public:
-  explicit JsonLineage(const QvDomNode& models) {
-    m_out.reserve(std::size_t{1} << 20);
+  explicit JsonLineage(std::string_view xml) {
+    m_out.reserve(xml.size());
     m_out += "[";
-    bool isFirst = true;
-    for (auto model = models.getFirstChild(false); !model.null(); model = model.getNextSibling(false)) {
-      m_out += std::exchange(isFirst, false) ? "\n  " : ",\n  ";
-      writeModel(model);
+    for (auto at = xml.find(resourceStart); at != std::string_view::npos; at = xml.find(resourceStart, at)) {
+      const auto element = elementAt(xml, at);
+      if (xml.substr(0, at).ends_with("<RelationshipModel>"))
+        beginModel(element);
+      else
+        addUsed(element);
+      at += element.size();
     }
-    m_out += isFirst ? "]\n" : "\n]\n";
+    if (m_hasModels)
+      endModel();
+    m_out += m_hasModels ? "\n]\n" : "]\n";
   }
 
   std::string take() && { return std::move(m_out); }
 
 private:
-  void writeModel(const QvDomNode& model) {
-    const QvDomNode resource = model.getFirstChild(false);
-    writeMembers(resource, "\n    ");
-    m_out += m_isFirstMember ? "\n    \"uses\": [" : ",\n    \"uses\": [";
-    const QvDomNode nodes = resource.getNextSibling(false);
-    bool isFirst = true;
-    for (auto node = nodes.getFirstChild(false); !node.null(); node = node.getNextSibling(false)) {
-      m_out += std::exchange(isFirst, false) ? "\n      " : ",\n      ";
-      writeMembers(node.getFirstChild(false), "\n        ");
-      m_out += m_isFirstMember ? "}" : "\n      }";
+  static constexpr std::string_view resourceStart = "<Resource ";
+  static constexpr std::string_view resourceEnd = "</Resource>";
+
+  // There is no "<" in a value.
+  static std::string_view elementAt(std::string_view xml, std::size_t at) {
+    auto end = xml.find('<', at + 1);
+    if (xml.substr(end).starts_with("<ResourceAttributes>"))
+      end = xml.find(resourceEnd, end) + resourceEnd.size();
+    return xml.substr(at, end - at);
+  }
+
+  void beginModel(std::string_view element) {
+    if (std::exchange(m_hasModels, true)) {
+      endModel();
+      m_out += ',';
     }
-    m_out += isFirst ? "]\n  }" : "\n    ]\n  }";
+    m_hasUsed = false;
+    m_out += "\n  ";
+    writeMembers(element, "\n    ");
+    m_out += m_isFirstMember ? "\n    \"uses\": [" : ",\n    \"uses\": [";
+  }
+
+  void endModel() { m_out += m_hasUsed ? "\n    ]\n  }" : "]\n  }"; }
+
+  void addUsed(std::string_view element) {
+    m_out += std::exchange(m_hasUsed, true) ? ",\n      " : "\n      ";
+    const auto [written, isNew] = m_written.try_emplace(element, m_out.size(), 0);
+    auto& [start, size] = written->second;
+    if (!isNew) {
+      m_out.append(m_out, start, size);
+      return;
+    }
+    writeMembers(element, "\n        ");
+    m_out += m_isFirstMember ? "}" : "\n      }";
+    size = m_out.size() - start;
   }
 
   // A resource element's attributes, and the data path below it where there is one, after an opening brace.
-  void writeMembers(const QvDomNode& resource, std::string_view lineStart) {
+  void writeMembers(std::string_view element, std::string_view lineStart) {
+    if (!m_document.loadXML(QvbString(element)))
+      throw std::runtime_error(toString(m_document.getErrorMessage()));
+    const QvDomNode resource = m_document.getRoot();
     m_out += '{';
     m_isFirstMember = true;
     for (const QvbString& name : m_attributes)
@@ -134,16 +168,14 @@ private:
   }
 
   const std::array<QvbString, 4> m_attributes{"id", "label", "type", "analysisDate"};
+  QvDom m_document;
   std::string m_out;
+  std::unordered_map<std::string_view, std::pair<std::size_t, std::size_t>>
+      m_written; // where what is used stands
   bool m_isFirstMember = true;
+  bool m_hasModels = false;
+  bool m_hasUsed = false;
 };
-
-std::string jsonLineage(const QvbString& xml) {
-  QvDom document;
-  if (!document.loadXML(xml))
-    throw std::runtime_error(toString(document.getErrorMessage()));
-  return JsonLineage(document.getRoot()).take();
-}
 
 void runLineage(Host& host, const LineageOptions& options) {
   std::vector<std::string> given;
@@ -171,7 +203,7 @@ void runLineage(Host& host, const LineageOptions& options) {
   if (options.compact && !host.json)
     xml.append("\n");
   if (host.json)
-    host.write(jsonLineage(xml), options.output);
+    host.write(JsonLineage(xml.view()).take(), options.output);
   else
     host.write(xml.view(), options.output);
   noteOutcome(host, counted(found.files.size() - failed - notUnderstood, "job"),
