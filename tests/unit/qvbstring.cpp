@@ -173,6 +173,7 @@ TEST(QvbString, StaysWhereItIsAsFarAsThereIsRoom) {
   const QvbString copy = value;
   value.reserve(1'000);
   const char* const place = value.asCstr();
+  EXPECT_EQ(value.reserve(1'000).asCstr(), place);
   while (value.length() < 1'000)
     value.append("x").reserve(10);
   EXPECT_EQ(value.asCstr(), place);
