@@ -28,8 +28,10 @@ T* newOrNull(Args&&... args) {
 // Takes a step that allocates; false when memory is short.
 template<class Step>
 bool tryAllocate(const Step& step) {
-  return resultOr(false, [&] {
+  try {
     step();
     return true;
-  });
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }

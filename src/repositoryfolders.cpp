@@ -39,8 +39,8 @@ RepositoryTable::RepositoryTable(const DefinitionSet& definitions) {
   for (const auto& file : definitions.definitions())
     m_folders.push_back({listedVaultPath(file->definition), file->definition.getName()});
   std::ranges::stable_sort(m_folders, {}, pathOf);
-  const auto [repeated, end] = std::ranges::unique(m_folders, {}, pathOf);
-  m_folders.erase(repeated, end);
+  const auto isSame = [](const Folder& a, const Folder& b) { return a.path == b.path; };
+  m_folders.erase(std::unique(m_folders.begin(), m_folders.end(), isSame), m_folders.end());
   for (std::size_t i = 1; i < m_folders.size(); ++i) {
     auto prefix = i - 1;
     while (prefix != None && !m_folders[i].path.view().starts_with(m_folders[prefix].path.view()))

@@ -73,6 +73,26 @@ TEST(MetadataMemory, ADocumentThatMemoryFailsLeavesTheContextAsItWas) {
   use(d.get());
 }
 
+// So many that they are looked up by an index, which has to forget what is taken back.
+TEST(MetadataMemory, ManyAssociationsThatMemoryFailsAreTakenBack) {
+  const LogCapture quiet;
+  const auto uses = [](int from, int to) {
+    std::string xml = "<A Id=\"a\"><Uses>";
+    for (int i = from; i < to; ++i)
+      xml += "<T Id=\"t" + std::to_string(i) + "\"/>";
+    return xml + "</Uses></A>";
+  };
+  const Context expected = make(), context = make();
+  ASSERT_NE(read(*expected, uses(0, 40).c_str()), nullptr);
+  ASSERT_NE(read(*context, uses(0, 20).c_str()), nullptr);
+  const auto before = stateOf(*context);
+  const QvbString xml = text(document(uses(20, 40)));
+  EXPECT_GT(failuresOf([&] { return context->deSerialize(xml, nullptr) != nullptr; },
+                       [&] { ASSERT_EQ(stateOf(*context), before); }),
+            20);
+  EXPECT_EQ(stateOf(*context), stateOf(*expected));
+}
+
 TEST(MetadataMemory, OneElementThatMemoryFailsLeavesTheContextAsItWas) {
   const LogCapture quiet;
   const Released<RepositorySerializationContextImpl> context(new RepositorySerializationContextImpl);

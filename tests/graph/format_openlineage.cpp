@@ -74,6 +74,7 @@ INSTANTIATE_TEST_SUITE_P(
         Naming{"W.dw.orders", "postgres://db:5432/dwh", "postgres://db:5432", "dwh.dw.orders"},
         Naming{"W.dw.orders", "postgres://db:5432", "postgres://db:5432", "dw.orders"},
         Naming{"W.dw.orders", "postgres://db:5432/", "postgres://db:5432", "dw.orders"},
+        Naming{"W.dw.orders", "postgres://db:5432/dwh/", "postgres://db:5432", "dwh.dw.orders"},
         Naming{"W.other.dw.orders", "postgres://db:5432/dwh", "postgres://db:5432", "other.dw.orders"},
         Naming{"W.orders", "postgres://db:5432/dwh", "postgres://db:5432", "dwh.orders"},
         Naming{"W.shop.orders", "mysql://db:3306/dwh", "mysql://db:3306", "shop.orders"},

@@ -224,6 +224,10 @@ TEST(SavedGraph, IsReadFromAFileOrNamesIt) {
   EXPECT_EQ(missing.error().kind, ErrorKind::Unreadable);
   EXPECT_THAT(missing.error().message, HasSubstr(folder / "missing"));
   EXPECT_FALSE(readJsonFile(folder.path().string()).ok());
+  // Whose first page nothing lies in: it can be opened, and not read.
+  const auto unreadable = readJsonFile("/proc/self/mem");
+  ASSERT_FALSE(unreadable.ok());
+  EXPECT_EQ(unreadable.error().message, "/proc/self/mem: cannot be read");
   const auto broken = readJsonFile(folder.write("broken.json", "{"));
   ASSERT_FALSE(broken.ok());
   EXPECT_EQ(broken.error().kind, ErrorKind::Malformed);

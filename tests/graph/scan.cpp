@@ -262,6 +262,12 @@ TEST_F(Scanning, TakesASavedGraphAsAPath) {
               ElementsAre(StartsWith("failed||" + broken + "|" + broken + ": ")));
 }
 
+TEST_F(Scanning, SaysOfAPathThatNoFileCanHaveWhy) {
+  const std::string path = "/" + std::string(5000, 'a');
+  EXPECT_THAT(noteTexts(scanned({path})),
+              ElementsAre("failed||" + path + "|" + path + ": File name too long"));
+}
+
 TEST_F(Scanning, TakesATableOfASavedGraphWhoseIdentityItDoesNotKnowAsItStands) {
   const auto path = m_folder.write("saved.json", R"({"format":"qvlineagegraph","version":1,"nodes":[
     {"type":"datasource","name":"S"},{"type":"table","name":"S.t","identity":"odd","source":0}]})");

@@ -315,6 +315,30 @@ TEST(Graphs, KeepTheNotesOfThoseThatTheyTakeIn) {
   EXPECT_THAT(noteTexts(all.build()), ElementsAre("spelling|b|/b|of b", "failed||/c|of no node"));
 }
 
+TEST(Graphs, TakeWhatIsSaidOfADataSourceLater) {
+  GraphBuilder builder;
+  builder.add({.type = NodeType::DataSource, .name = "S", .kind = "ODBC"});
+  builder.add({.type = NodeType::DataSource, .name = "S", .identity = "id of S"});
+  const Graph graph = builder.build();
+  ASSERT_EQ(graph.nodeCount(), 1U);
+  EXPECT_EQ(graph.node(0).identity, "id of S");
+  EXPECT_EQ(graph.node(0).kind, "ODBC");
+}
+
+TEST(Graphs, AreBuiltOnByWhoeverTheirBuilderPassesTo) {
+  GraphBuilder first;
+  const auto s = first.add({.type = NodeType::Table, .name = "s"});
+  const auto a = first.add({.type = NodeType::Job, .name = "a"});
+  first.addEdges({{s, a, Access::Read, false}});
+  GraphBuilder second(std::move(first));
+  const auto t = second.add({.type = NodeType::Table, .name = "t"});
+  second.addEdges({{a, t, Access::Write, false}, {t, a, Access::Read, true}});
+  GraphBuilder last;
+  last = std::move(second);
+  EXPECT_THAT(edgeTexts(last.build()),
+              testing::UnorderedElementsAre("s read a", "t read a inferred", "a write t"));
+}
+
 TEST(Views, OfNothingAreEmpty) {
   const Graph graph;
   const View view(graph);

@@ -40,6 +40,10 @@ while read -r command; do
   run "$command"
 done <<<"$examples"
 
+# The README's table of commands is that of the help.
+diff <(grep -A 100 '^| command |' "$source/README.md" | sed '/^$/,$d') <(qvrepos generate commands) >&2 ||
+  refuse "README.md lists other commands than \`qvrepos generate commands\` prints"
+
 # A document with what its commands really print, in folders of a reader's own.
 rendered() {
   local block= line

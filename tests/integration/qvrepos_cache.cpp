@@ -35,7 +35,8 @@ TEST(QvreposCache, RefusesTargetsThatWouldOverwriteEachOther) {
   const auto one = folder.write("a/same.txt", "1"), two = folder.write("b/same.txt", "2");
   const auto run = runTool({"cache", "get", one, two, "-o", folder.path()});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("two of the files would be written to "));
+  EXPECT_THAT(run.err, HasSubstr("two of the files would be written to " + (folder / "same.txt") +
+                                 "; fetch them one by one, each to an --output of its own\n"));
   EXPECT_EQ(folder.read("same.txt"), "");
   const auto file = runTool({"cache", "get", one, two, "-o", folder / "no-folder"});
   EXPECT_EQ(file.status, 1);
@@ -64,6 +65,9 @@ TEST(QvreposCache, CopiesEndWithTheCommandUnlessTheyAreKept) {
   const auto gone = runTool({"cache", "get", source}, environment);
   EXPECT_EQ(gone.status, 0) << gone.err;
   EXPECT_THAT(gone.out, HasSubstr(folder / "tmp/"));
+  EXPECT_EQ(gone.err,
+            "qvrepos: the copies are gone when this command ends: --keep leaves them, --output puts "
+            "them elsewhere\n");
   EXPECT_TRUE(std::filesystem::is_empty(folder.path() / "tmp"));
 
   auto kept = runTool({"cache", "get", "--keep", source}, environment);

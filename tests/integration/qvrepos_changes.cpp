@@ -36,7 +36,8 @@ TEST_F(Definitions, NamesAreUniqueInAnyCase) {
   run({"create", "Sales", "--type", "system"});
   const auto again = run({"create", "SALES"});
   EXPECT_EQ(again.status, 1);
-  EXPECT_EQ(again.err, "qvrepos: SALES: there is a definition of that name already\n");
+  EXPECT_EQ(again.err, "qvrepos: SALES: there is a definition of that name already; choose another name, or "
+                       "change that one with `qvrepos definitions set`\n");
 }
 
 TEST_F(Definitions, NamesThatWouldLeaveTheFolderAreRefused) {
@@ -74,7 +75,8 @@ TEST_F(Definitions, RenamingOntoAnotherOneChangesNothing) {
   run({"create", "Two", "--vault", "/srv/two"});
   const auto renamed = run({"rename", "One", "two"});
   EXPECT_EQ(renamed.status, 1);
-  EXPECT_EQ(renamed.err, "qvrepos: two: there is a definition of that name already\n");
+  EXPECT_EQ(renamed.err, "qvrepos: two: there is a definition of that name already; choose another name, or "
+                         "change that one with `qvrepos definitions set`\n");
   EXPECT_EQ(show("Two")["vaultPath"], "/srv/two");
   EXPECT_EQ(show("One")["name"], "One");
 }
@@ -151,7 +153,9 @@ TEST_F(Definitions, AnotherNameOrTypeMovesTheFile) {
 TEST_F(Definitions, AFileOfAnotherDefinitionThatDiffersInCaseIsNotReplaced) {
   run({"create", "Sales"});
   const auto other = m_folder.write("user/SALES.rcf", definition("Other"));
-  const auto message = "qvrepos: SALES: there is a file of that name already: " + other + "\n";
+  const auto message =
+      "qvrepos: SALES: there is a file of that name already; choose another name, or move it away: " + other +
+      "\n";
   EXPECT_EQ(run({"rename", "Sales", "SALES"}).err, message);
   EXPECT_EQ(run({"set", "Sales", "--name", "SALES"}).err, message);
   EXPECT_EQ(m_folder.read("user/SALES.rcf"), definition("Other"));
@@ -292,9 +296,10 @@ TEST_F(Definitions, ARenameWhoseOldFileStaysSaysWhichOne) {
       {"definitions", "rename", "Sales", "Stock", "--set", "BASE/REPOS_USER_PATH=" + (m_folder / "user")});
   EXPECT_EQ(renamed.status, 1);
   EXPECT_EQ(renamed.out, (m_folder / "user/Stock.rcf") + "\n");
-  EXPECT_EQ(renamed.err,
-            "qvrepos: Stock: Access was denied trying to delete the definition; the old file stays: " +
-                (m_folder / "user/Sales.rcf") + "\n");
+  EXPECT_EQ(
+      renamed.err,
+      "qvrepos: Stock: Access was denied trying to delete the definition; the old file stays, delete it: " +
+          (m_folder / "user/Sales.rcf") + "\n");
 }
 
 // Many at once: one makes the definition, the others are told that it is there or that another one is at it.

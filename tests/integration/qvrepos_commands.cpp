@@ -270,15 +270,23 @@ TEST(Qvrepos, InputThatNoCommandCanTakeFailsWithTheReason) {
   const TempDir folder;
   const auto empty = folder.write("empty.djf", "");
   const auto words = folder.write("words.djf", "hello");
+  const std::string none = "\nqvrepos: 0 resources; 1 file failed";
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
       {{"uri", ""}, "a file name must not be empty"},
       {{"resources", ""}, "a file name must not be empty"},
       {{"lineage", ""}, "a file name must not be empty"},
-      {{"resources", folder.path()}, folder.path().string() + ": a folder, where a job file is due"},
-      {{"resources", empty}, empty + ":1:1: the document is empty"},
-      {{"resources", words}, words + ":1:1: this is no XML, which begins with \"<\""},
-      {{"version", "--config", "/no/file"}, "/no/file: cannot read the option file: not found"},
-      {{"version", "--config", words}, words + ":1: malformed option line"}};
+      {{"resources", folder.path()},
+       folder.path().string() +
+           ": a folder, where a job file is due; `qvrepos lineage` and `qvrepos graph` take folders" + none},
+      {{"resources", "/dev/null"},
+       "/dev/null: no regular file, where a job file is due; - stands for standard input" + none},
+      {{"resources", empty}, empty + ":1:1: the document is empty" + none},
+      {{"resources", words}, words + ":1:1: this is no XML, which begins with \"<\"" + none},
+      {{"version", "--config", "/no/file"},
+       "/no/file: cannot read the option file: not found; --config names it"},
+      {{"version", "--config", words}, words + ":1: malformed option line; --config names it"},
+      {{"uri", sampleRepository, "--config", sampleConfig},
+       sampleRepository + ": a repository's own folder has no URI; name a file in it"}};
   for (const auto& [command, message] : cases) {
     const auto run = runTool(command);
     EXPECT_EQ(run.status, 1) << message;
@@ -301,7 +309,7 @@ TEST(Qvrepos, TargetsThatCannotBeFilesAreNamedWithTheReason) {
   const auto source = folder.write("source", "content");
   const std::vector<std::pair<std::string, std::string>> cases{
       {folder.path(), "it is a folder; name a file in it"},
-      {folder / "missing/file", "there is no folder " + (folder / "missing")},
+      {folder / "missing/file", "there is no folder " + (folder / "missing") + "; make it first"},
       {"/dev/null", "it is not a regular file; redirect standard output to it instead"}};
   for (const auto& [target, reason] : cases) {
     const auto message = "qvrepos: cannot write " + target + ": " + reason + "\n";
@@ -326,7 +334,8 @@ TEST(Qvrepos, EmptyResultsComeWithAHintUnlessItIsQuiet) {
   const TempDir folder;
   const auto jobs = runTool({"lineage", folder.path()});
   EXPECT_EQ(jobs.status, 0);
-  EXPECT_EQ(jobs.err, "qvrepos: no job files were found: their extensions are djf, dmc, ddf, xsq\n");
+  EXPECT_EQ(jobs.err,
+            "qvrepos: no job files were found: their extensions are djf, dmc, ddf, xsq\nqvrepos: 0 jobs\n");
   EXPECT_EQ(runTool({"lineage", "--quiet", folder.path()}).err, "");
   const auto definitions = runTool({"definitions", "list"});
   EXPECT_EQ(definitions.status, 0);
@@ -378,9 +387,9 @@ TEST(Qvrepos, FilesThatShareAUriAreNamed) {
   const std::string message = "qvrepos: " + other + " and " + one +
                               " have one URI reference, as a backslash counts as a slash: rename one of "
                               "them\n";
-  EXPECT_EQ(runTool({"lineage", folder.path()}).err, message);
+  EXPECT_EQ(runTool({"lineage", folder.path()}).err, message + "qvrepos: 2 jobs\n");
   EXPECT_THAT(runTool({"graph", folder.path()}).err, HasSubstr(message));
-  EXPECT_EQ(runTool({"lineage", folder / "a"}).err, "");
+  EXPECT_EQ(runTool({"lineage", folder / "a"}).err, "qvrepos: 1 job\n");
 }
 
 TEST(Qvrepos, HelpIsACommandToo) {
@@ -413,7 +422,7 @@ TEST(Qvrepos, OptionsComeFromTheNamedFileOrTheUsersOwn) {
   EXPECT_EQ(create({"--set", "BASE/REPOS_USER_PATH=" + (folder / "set")}), (folder / "set/Sales.rcf") + "\n");
   const auto missing = runTool({"version"}, {"QV_CONFIG=/no/file"});
   EXPECT_EQ(missing.status, 1);
-  EXPECT_EQ(missing.err, "qvrepos: /no/file: cannot read the option file: not found\n");
+  EXPECT_EQ(missing.err, "qvrepos: /no/file: cannot read the option file: not found; QV_CONFIG names it\n");
 }
 
 TEST(Qvrepos, CompletionsOfferOptionKeysTypesAndDefinitions) {

@@ -7,6 +7,7 @@
 
 using nlohmann::json;
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -75,17 +76,32 @@ protected:
   QvreposEmitMany() : QvreposEmit(250) {}
 };
 
+TEST_F(QvreposEmit, SaysOnceThatNobodyAnswers) {
+  const auto run = runTool({"graph", m_folder / "jobs", "--emit", "http://127.0.0.1:1"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, ContainsRegex("^qvrepos: stopped after 0 of 3 events: "));
+  EXPECT_THAT(run.err, Not(HasSubstr("QV.Base.Http")));
+}
+
 TEST_F(QvreposEmitMany, GoesOnAfterTheLastEventThatWasAccepted) {
   m_server.serve(batch, "");
+  m_server.answer(batch, {200, 403});
+  EXPECT_THAT(emit().err,
+              ContainsRegex("stopped after 100 of 250 events: status 403.*; with --resume FILE the "
+                            "next run goes on there\n"));
+  m_server.clearRequests();
   m_server.answer(batch, {200, 200, 403});
   const std::vector<std::string> resume{"--resume", m_folder / "state"};
   const auto ended = emit(resume);
   EXPECT_EQ(ended.status, 1);
-  EXPECT_THAT(ended.err, HasSubstr("stopped after 200 of 250 events: status 403"));
+  EXPECT_THAT(
+      ended.err,
+      ContainsRegex("stopped after 200 of 250 events: status 403.*; the same command goes on there\n"));
   m_server.clearRequests();
   const auto resumed = emit(resume);
   EXPECT_EQ(resumed.status, 0) << resumed.err;
-  EXPECT_THAT(resumed.err, AllOf(HasSubstr("going on after 200 events"), HasSubstr("50 events accepted")));
+  EXPECT_THAT(resumed.err, AllOf(HasSubstr("going on after 200 events that were dealt with before"),
+                                 HasSubstr("50 events accepted")));
   ASSERT_EQ(m_server.requests(batch).size(), 1U);
   EXPECT_EQ(namesIn(m_server.requests(batch)[0]).size(), 50U);
   EXPECT_FALSE(std::filesystem::exists(m_folder / "state"));

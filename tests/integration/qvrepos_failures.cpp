@@ -188,6 +188,10 @@ TEST(QvreposFailures, AFolderThatTakesNoFilesIsNamed) {
   const auto scratch = runTool({"cache", "get", job}, {"TMPDIR=" + file});
   EXPECT_EQ(scratch.status, 1);
   EXPECT_EQ(scratch.err, "qvrepos: no folder for temporary files; set TMPDIR to one that exists\n");
+  const auto full = runTool({"cache", "get", job}, {"TMPDIR=/proc"});
+  EXPECT_EQ(full.status, 1);
+  EXPECT_EQ(full.err, "qvrepos: cannot make a folder in /proc; set TMPDIR to one that takes it: "
+                      "No such file or directory\n");
 }
 
 // Interrupted early and late, a change is made or is not; nothing else is left.
@@ -256,7 +260,9 @@ TEST(QvreposFailures, WithoutAPasswordNothingIsFetched) {
   const TempDir folder;
   const auto run = onTerminal(
       folder, toolPath + " cache get /etc/hostname --user ann; echo \"status $?\"; echo ended", "\\004");
-  EXPECT_THAT(run.out, AllOf(HasSubstr("qvrepos: no password was given for ann"), HasSubstr("status 1")));
+  EXPECT_THAT(run.out,
+              AllOf(HasSubstr("qvrepos: no password was given for ann; type one, or set QVREPOS_PASSWORD"),
+                    HasSubstr("status 1")));
 }
 
 class TerminalSignal : public testing::TestWithParam<std::pair<const char*, int>> {};

@@ -116,8 +116,9 @@ TEST(QvreposGenerate, AnotherFormIsWrongUsage) {
   const auto run = runTool({"generate", "html"});
   EXPECT_EQ(run.status, 2);
   EXPECT_EQ(run.out, "");
-  EXPECT_THAT(run.err,
-              HasSubstr("FORM: there is no html; choose from bash, definitions, man, options, types, zsh"));
+  EXPECT_THAT(
+      run.err,
+      HasSubstr("FORM: there is no html; choose from bash, commands, definitions, man, options, types, zsh"));
 }
 
 TEST(QvreposGenerate, TheBuildHoldsWhatTheToolPrints) {

@@ -6,10 +6,13 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 
 using nlohmann::json;
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -150,6 +153,23 @@ TEST(QvreposGraph, LeavesOutFilesByTheirPaths) {
   EXPECT_THAT(counts({"--include", "one*", "--include", "two*"}), HasSubstr(" 2 jobs,"));
 }
 
+TEST(QvreposGraph, SaysThatPatternsMayHaveLeftOutAllFiles) {
+  const std::string message = "qvrepos: no job files were found: their extensions are djf, dmc, ddf, xsq";
+  EXPECT_THAT(runTool({"graph", marts, "--include", "*.sql"}).err,
+              StartsWith(message + ", and --include and --exclude-path leave files out\n"));
+  const TempDir empty;
+  EXPECT_THAT(runTool({"graph", empty.path()}).err, StartsWith(message + "\n"));
+}
+
+TEST(QvreposGraph, NamesADataSourceOfANamespaceThatIsNotThere) {
+  const auto run = runTool({"graph", marts, "--format", "openlineage", "--namespace", "Warehose=a://b",
+                            "--namespace", "Warehouse=a://b"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.err,
+              StartsWith("qvrepos: --namespace: no job connects to a data source Warehose; did you mean "
+                         "Warehouse?\nqvrepos: "));
+}
+
 TEST(QvreposGraph, DoesNotDependOnTheThreads) {
   const auto with = [](const std::string& threads) {
     return runTool({"graph", sampleRepository, "--json", "--threads", threads}).out;
@@ -211,6 +231,16 @@ TEST(QvreposGraph, WritesEachFormatToAFile) {
     EXPECT_EQ(run.err, "") << format;
     EXPECT_THAT(folder.read("out." + format), StartsWith(beginning)) << format;
   }
+  // These are all that there are, and docs/graph.md tells of each.
+  std::ifstream page(QV_SOURCE_DIR "/docs/graph.md");
+  const std::string guide{std::istreambuf_iterator<char>(page), {}};
+  std::string names;
+  for (const auto& [format, beginning] : beginnings) {
+    names += (names.empty() ? "" : ", ") + format;
+    EXPECT_THAT(guide, ContainsRegex("\n\\|[^|]*`" + format + "`[^|]*\\|"));
+  }
+  EXPECT_THAT(runTool({"graph", folder.path(), "--format", "none"}).err,
+              HasSubstr("choose from " + names + "\n"));
 }
 
 TEST(QvreposGraph, RefusesAPictureThatNobodyCouldRead) {
@@ -234,6 +264,13 @@ TEST(QvreposGraph, ShowsProgressOnATerminal) {
   EXPECT_THAT(shown.out, HasSubstr("25 of 25 files"));
 }
 
+TEST(QvreposGraph, GivesATerminalNoPicture) {
+  const auto run = runProcess({"script", "--quiet", "--return", "--command",
+                               toolPath + " graph " + marts + " --format png", "/dev/null"});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_THAT(run.out, StartsWith("qvrepos graph: a terminal shows no picture: give --output\r\n"));
+}
+
 struct WrongUse {
   Words words;
   std::string message;
@@ -255,6 +292,9 @@ TEST(QvreposGraph, WrongUsesEndWithTwoAndSayWhatWouldBeRight) {
       {{"graph", marts, "--format", "openlineage", "--view", "jobs"}, "it takes no --view jobs"},
       {{"graph", marts, "--title", "x"}, "--title goes with --format html"},
       {{"graph", marts, "--emit", "ftp://host"}, "write it as http://... or https://...: ftp://host"},
+      {{"graph", marts, "--emit", "http://"}, "write it as http://... or https://...: http://"},
+      {{"graph", marts, "--emit", "https:///path"}, "write it as http://... or https://...: https:///path"},
+      {{"audit", marts, "--fail-on", ""}, "--fail-on: must not be empty; choose from never-written,"},
       {{"graph", marts, "--emit", "http://host", "-o", "x"}, "it takes no --output"},
       {{"graph", marts, "--format", "openlineage", "--resume", "x"}, "--resume goes with --emit"},
       {{"upstream"}, "NAME is missing"},
@@ -263,7 +303,7 @@ TEST(QvreposGraph, WrongUsesEndWithTwoAndSayWhatWouldBeRight) {
       {{"downstream", "dw.orders", marts, "--depth", "-1"}, "--depth: not a whole number from 0"},
       {{"downstream", "dw.orders", marts, "--select", "x"}, "there is no option --select"},
       {{"diff", marts}, "NEW is missing"},
-      {{"diff", "-", "-"}, "standard input can be one of both only"},
+      {{"diff", "-", "-"}, "standard input can be one of both only; give a file for the other"},
       {{"diff", marts, marts, "--format", "xml"},
        "--format: there is no xml; choose from json, markdown, table"},
       {{"audit", marts, "--fail-on", "cycle,typos"},

@@ -13,6 +13,7 @@
 #include <sstream>
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -51,7 +52,8 @@ TEST(QvreposLineage, PrintsTheSampleAndNamesItsMalformedFileWithLineAndColumn) {
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out, golden("sample-lineage.xml", run.out));
   EXPECT_THAT(run.err, HasSubstr("/batch_jobs/broken_export.djf:9:1: "));
-  EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+  EXPECT_THAT(run.err, EndsWith("\nqvrepos: 41 jobs; 1 file failed\n"));
+  EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 2) << run.err;
 }
 
 TEST(QvreposLineage, SampleIsAtLeastFourLevelsDeep) {
@@ -110,6 +112,7 @@ TEST(QvreposLineage, TellsOfFilesInTheirOrderWhoeverReadsThem) {
                                                          : ".djf: no step")
                                         .size());
   EXPECT_EQ(told, failures + unknown);
+  EXPECT_THAT(run.err, EndsWith("\nqvrepos: 67 jobs; 66 files failed, 67 not understood\n"));
 }
 
 TEST(QvreposLineage, SearchesFoldersToAnyDepthForJobFilesAlone) {
@@ -141,7 +144,8 @@ TEST(QvreposLineage, NamesWhatItCannotLookAt) {
   std::filesystem::create_symlink("nowhere.txt", folder.path() / "link.txt");
   const auto run = runTool({"lineage", folder.path()});
   EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "qvrepos: " + (folder / "link.djf") + ": No such file or directory\n");
+  EXPECT_EQ(run.err, "qvrepos: " + (folder / "link.djf") +
+                         ": No such file or directory\nqvrepos: 1 job; 1 file failed\n");
   EXPECT_THAT(labels(readLineage(run.out)), ElementsAre("one"));
 }
 
@@ -189,7 +193,8 @@ TEST(QvreposLineage, MissingPathIsNamedAndTheOthersStillCount) {
   const TempDir folder;
   const auto run = runTool({"lineage", folder / "gone.djf", folder.write("one.djf", oneStep)});
   EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "qvrepos: " + (folder / "gone.djf") + ": no such file or folder\n");
+  EXPECT_EQ(run.err, "qvrepos: " + (folder / "gone.djf") +
+                         ": no such file or folder\nqvrepos: 1 job; 1 file failed\n");
   EXPECT_THAT(labels(readLineage(run.out)), ElementsAre("one"));
 }
 
@@ -217,11 +222,12 @@ TEST(QvreposLineage, OutputThatCannotBeWrittenFailsWithTheReason) {
   const auto run = runTool({"lineage", job, "-o", folder / "missing/out.xml"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "qvrepos: cannot write " + (folder / "missing/out.xml") + ": there is no folder " +
-                         (folder / "missing") + "\n");
+                         (folder / "missing") + "; make it first\nqvrepos: 1 job\n");
 
   const auto full = runProcess({toolPath, "lineage", job}, {}, "/dev/full");
   EXPECT_EQ(full.status, 1);
-  EXPECT_EQ(full.err, "qvrepos: cannot write the result to standard output: No space left on device\n");
+  EXPECT_EQ(full.err,
+            "qvrepos: 1 job\nqvrepos: cannot write the result to standard output: No space left on device\n");
 }
 
 TEST(QvreposLineage, ShowsProgressOnATerminalUnlessItIsQuiet) {
@@ -237,7 +243,7 @@ TEST(QvreposLineage, ShowsProgressOnATerminalUnlessItIsQuiet) {
   EXPECT_EQ(shown.status, 0);
   EXPECT_THAT(shown.out, HasSubstr("25 of 25 files"));
   EXPECT_EQ(onTerminal(" --quiet").out, "");
-  EXPECT_EQ(runTool({"lineage", folder.path()}).err, "");
+  EXPECT_EQ(runTool({"lineage", folder.path()}).err, "qvrepos: 25 jobs\n");
 }
 
 TEST(QvreposLineage, JsonHoldsWhatTheXmlHolds) {

@@ -52,6 +52,47 @@ std::vector<std::string> dependents(QvImpactAnalysis& store, QvResource* of) {
   return identitiesIn(store.getDependentResources(of, false));
 }
 
+// Makes resources of the host's own of what depends on others.
+class HostStore final : public LineageSerializationImpl {
+public:
+  QvResource* createResource(const QvbString& name, const QvbString& type,
+                             const QvbString& identity) override {
+    auto* made = new HostResource;
+    made->name = name;
+    made->type = type;
+    made->identity = identity;
+    made->location = text("host:" + str(identity));
+    return made;
+  }
+};
+
+TEST(LineageStore, CopiesWhatADerivedStoreMadeIntoItsList) {
+  const Released<HostStore> store(new HostStore);
+  ASSERT_TRUE(
+      store->addDependentResources(resource("job", "ProcessJob", "/job").get(), listOf({"/a"}).get()));
+  const List all(store->getAllUniqueUsedResources());
+  ASSERT_TRUE(all->next());
+  EXPECT_EQ(fieldsOf(*all->getValue()), (ResourceFields{"job", "ProcessJob", "/job"}));
+  EXPECT_EQ(all->getValue()->getResourceLocation(), "host:/job");
+  EXPECT_FALSE(all->next());
+}
+
+// As a list does that a resource is set in.
+TEST(LineageStore, ReadsThePropertiesOfWhatItKeepsToTheirEnd) {
+  const Released<QvResourcePropertyList> properties(new QvResourcePropertyListImpl);
+  for (const char* key : {"a", "b"}) {
+    ASSERT_TRUE(properties->addRow());
+    properties->setLastRow(key, "value");
+  }
+  const List list = listOf({"/a"});
+  ASSERT_TRUE(list->next());
+  dynamic_cast<QvResourceImpl&>(*list->getValue()).setProperties(properties.get());
+  list->reset();
+  const Store store = makeStore();
+  ASSERT_TRUE(store->addDependentResources(resource("job", "ProcessJob", "/job").get(), list.get()));
+  EXPECT_FALSE(properties->next());
+}
+
 TEST(LineageOrder, IsThatOfTypeThenIdentityWithoutRegardToCase) {
   const MapLineageResourceCompare less;
   const Resource a = resource("x", "File", "b");

@@ -84,6 +84,12 @@ TEST_F(Folders, ThatCannotBeMadeSayWhy) {
   EXPECT_FALSE(fs::exists(m_folder / "a"));
 }
 
+TEST_F(Folders, AreNotNamedByUrisOfOtherMachines) {
+  const QvbString uri = "file://host/folder";
+  EXPECT_EQ(np_dir_create(uri, 8), NP_FIO_UNSUPPORTED);
+  EXPECT_EQ(np_dir_unlink(uri), NP_FIO_UNSUPPORTED);
+}
+
 TEST_F(Folders, AreNamedByUrisToo) {
   const QvbString uri = text("file://" + m_folder.path().string() + "/a%20b");
   EXPECT_EQ(np_dir_create(uri, 8), NP_FIO_OK);

@@ -285,6 +285,14 @@ TEST_F(FolderOption, IsMadeAbsoluteWhenItIsFirstRead) {
   EXPECT_EQ(folder("file:defs"), dir / "two/defs");
 }
 
+TEST_F(FolderOption, StaysRelativeWhereTheProcessIsInAFolderThatIsGone) {
+  go("gone");
+  std::filesystem::remove(dir.path() / "gone");
+  EXPECT_EQ(folder("defs"), "defs");
+  go("one");
+  EXPECT_EQ(str(qvbGetConfigFolder(Folder)), dir / "one/defs");
+}
+
 TEST_F(FolderOption, OfAFileIsMadeAbsoluteWhenItIsFirstRead) {
   useFile(std::string("[BASE]\nREPOS_USER_PATH=defs\n"));
   go("one");

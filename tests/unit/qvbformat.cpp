@@ -72,6 +72,7 @@ TEST(Format, KeepsZeroBytesOfTexts) {
   const QvbString bytes("a\0b", 3);
   EXPECT_EQ(qvbStringFormat("<%S>", &bytes).view(), "<a\0b>"sv);
   EXPECT_EQ(qvbStringFormat("<%s>", bytes).view(), "<a\0b>"sv);
+  EXPECT_EQ(qvbStringFormat("<%s>", bytes.view()).view(), "<a\0b>"sv);
   EXPECT_EQ(qvbStringFormat("<%c>", 0).view(), "<\0>"sv);
 }
 

@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <thread>
+#include <vector>
+
+#include <pthread.h>
 
 namespace {
 
@@ -21,6 +25,16 @@ TEST(PerThread, IsTheSameForOneThreadAndAnotherForTheNext) {
   EXPECT_EQ(place.get().value, 7);
   std::thread([&] { EXPECT_EQ(place.get().value, 0); }).join();
   EXPECT_EQ(place.get().value, 7);
+}
+
+TEST(PerThread, IsRefusedWhereTheSystemHasNoPlaceLeft) {
+  std::vector<pthread_key_t> taken;
+  for (pthread_key_t key; ::pthread_key_create(&key, nullptr) == 0;)
+    taken.push_back(key);
+  EXPECT_THROW(QvbPerThread<Counted>(), std::bad_alloc);
+  for (const pthread_key_t key : taken)
+    ::pthread_key_delete(key);
+  EXPECT_EQ(QvbPerThread<Counted>().get().value, 0);
 }
 
 TEST(PerThread, EndsWithItsThread) {

@@ -297,6 +297,15 @@ TEST_F(LogOutput, FallsBackToStandardErrorWhenTheFileCannotBeOpened) {
                    levelLine("error", 5) + levelLine("critical", 6)));
 }
 
+TEST_F(LogOutput, LosesWhatAFullDiskDoesNotTake) {
+  EXPECT_EXIT(
+      {
+        setOption("LOG/FILE", QvbString("/dev/full"));
+        endAfterLogging("QV.Test");
+      },
+      succeeds(), "^$");
+}
+
 TEST_F(LogOutput, MakesNoFolderForItsFile) {
   EXPECT_EXIT(
       {

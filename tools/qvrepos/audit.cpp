@@ -32,7 +32,7 @@ void runAudit(Host& host, const AuditOptions& options) {
   host.write(result, options.output);
   for (const auto& kind : options.failOn)
     if (const auto count = std::ranges::count(findings, findingKindOf(kind), &Finding::kind); count > 0)
-      host.fail(counted(static_cast<std::size_t>(count), "finding") + " of the kind " + kind);
+      host.reportFailure(counted(static_cast<std::size_t>(count), "finding") + " of the kind " + kind);
   noteCounts(host, graph);
 }
 

@@ -86,18 +86,18 @@ std::string askPassword(const std::string& user) {
   terminal.say("Password of " + visible(user) + ": ");
   if (auto password = terminal.readLine())
     return *password;
-  throw std::runtime_error("no password was given for " + user);
+  throw std::runtime_error("no password was given for " + user + "; type one, or set " + passwordVariable);
 }
 
 ReleasedSubject makeSubject(const std::string& user) {
   return ReleasedSubject(user.empty() ? qvbSubjectAccess()
-                                      : qvbSubjectCreate(text(user), text(askPassword(user))));
+                                      : qvbSubjectCreate(QvbString(user), QvbString(askPassword(user))));
 }
 
 // The last segment of a URI's or file's path: the name of its copy in a folder.
 std::string copyName(const std::string& uri) {
-  const Released<QvURI> parsed(getURIFromURIString(text(uri)));
-  return std::filesystem::path(parsed ? str(parsed->getPath()) : uri).filename().string();
+  const Released<QvURI> parsed(getURIFromURIString(QvbString(uri)));
+  return std::filesystem::path(parsed ? toString(parsed->getPath()) : uri).filename().string();
 }
 
 // Where the copies go: to the file itself for one URI, below the folder otherwise. Throws when two would have one name.
@@ -111,7 +111,8 @@ std::vector<std::string> targetsOf(const CacheOptions& options) {
   for (const auto& uri : options.uris) {
     const auto target = intoFolder ? (std::filesystem::path(output) / copyName(uri)).string() : output;
     if (!taken.insert(target).second)
-      throw std::runtime_error("two of the files would be written to " + target);
+      throw std::runtime_error("two of the files would be written to " + target +
+                               "; fetch them one by one, each to an --output of its own");
     targets.push_back(absolutePath(target));
   }
   return targets;
@@ -120,24 +121,20 @@ std::vector<std::string> targetsOf(const CacheOptions& options) {
 // Empty on success, else the reason.
 std::string copyFile(const QvbString& from, const std::string& to) {
   QvbString content;
-  if (const auto reason = whyNotWritable(to); !reason.empty())
-    return "cannot write " + to + ": " + reason;
-  const Interrupts::Hold hold;
-  int failed = np_fio_readAll(from, largestCopy, &content);
-  if (failed == NP_FIO_OK)
-    failed = np_fio_writeAll(text(to), content);
-  return failed == NP_FIO_OK ? "" : "cannot write " + to + ": " + np_fio_errdesc(failed);
+  const int failed = np_fio_readAll(from, largestCopy, &content);
+  const std::string reason = failed == NP_FIO_OK ? writeFile(to, content.view()) : np_fio_errdesc(failed);
+  return reason.empty() ? "" : "cannot write " + to + ": " + reason;
 }
 
 // The local copy's path; empty, with the reason in `reason`, when there is none.
 QvbString fetch(FileAccessCache& cache, ASSubject* subject, const std::string& uri, std::string& reason) {
   QvbString local, error;
-  const int failed = cache.getCacheFilename(subject, text(uri), &local, &error);
+  const int failed = cache.getCacheFilename(subject, QvbString(uri), &local, &error);
   if (failed == 0 && np_fio_stat(local, nullptr) == NP_FIO_OK)
     return local;
   if (error.isEmpty())
-    getMissingCopyReason(text(uri), failed, &error);
-  reason = uri + ": " + str(error);
+    getMissingCopyReason(QvbString(uri), failed, &error);
+  reason = uri + ": " + toString(error);
   return {};
 }
 
@@ -176,12 +173,12 @@ bool runGet(Host& host, const CacheOptions& options) {
       if (!reason.empty())
         failures.push_back(reason);
       else
-        results.push_back({options.uris[i], targets.empty() ? str(local) : targets[i]});
+        results.push_back({options.uris[i], targets.empty() ? toString(local) : targets[i]});
     }
   }
   printFetched(host, results);
   for (const auto& reason : failures)
-    host.fail(reason);
+    host.reportFailure(reason);
   return !results.empty();
 }
 

@@ -22,14 +22,16 @@ namespace {
 namespace fs = std::filesystem;
 
 // An empty path takes the one that there was away.
-QvbString pathField(const std::string& given) { return text(given.empty() ? given : absolutePath(given)); }
+QvbString pathField(const std::string& given) {
+  return QvbString(given.empty() ? given : absolutePath(given));
+}
 
 void setType(QvReposConfiguration& definition, const std::string& name) {
   definition.setType(std::ranges::find(definitionTypes, name, &DefinitionType::name)->type);
 }
 
 void setConnection(QvReposConfiguration& definition, const std::string& name) {
-  definition.setUnifiedRepositoryConnectType(text(name));
+  definition.setUnifiedRepositoryConnectType(QvbString(name));
   for (const auto type : connectionTypes)
     if (name == getUnifiedReposConnectTypeName(type))
       definition.setUnifiedConnectionType(type);
@@ -48,19 +50,21 @@ const std::array fieldOptions{
     FieldOption{"--type", "TYPE", "user or system", setType, namesOf(definitionTypes, &DefinitionType::name)},
     FieldOption{"--vault", "DIR", "The folder of the repository's files",
                 [](auto& definition, auto& given) { definition.setVaultPath(pathField(given)); }},
-    FieldOption{"--connect", "STRING", "The connection string of its database",
-                [](auto& definition, auto& given) { definition.setUnifiedRepositoryConnect(text(given)); }},
+    FieldOption{
+        "--connect", "STRING", "The connection string of its database",
+        [](auto& definition, auto& given) { definition.setUnifiedRepositoryConnect(QvbString(given)); }},
     FieldOption{"--connection", "KIND", "ODBC, GRVS or File", setConnection,
                 namesOf(connectionTypes, getUnifiedReposConnectTypeName)},
-    FieldOption{"--prefix", "PREFIX",
-                "The prefix of its tables, with a schema and a dot before it if there is one",
-                [](auto& definition, auto& given) { definition.setUnifiedRepositoryPrefix(text(given)); }},
+    FieldOption{
+        "--prefix", "PREFIX", "The prefix of its tables, with a schema and a dot before it if there is one",
+        [](auto& definition, auto& given) { definition.setUnifiedRepositoryPrefix(QvbString(given)); }},
     FieldOption{"--log", "FILE", "The repository's log file",
                 [](auto& definition, auto& given) { definition.setVaultLogFile(pathField(given)); }},
     FieldOption{"--repository-name", "NAME", "The repository's name in its database",
-                [](auto& definition, auto& given) { definition.setUnifiedRepositoryName(text(given)); }},
-    FieldOption{"--repository-version", "VERSION", "The repository's version",
-                [](auto& definition, auto& given) { definition.setUnifiedRepositoryVersion(text(given)); }},
+                [](auto& definition, auto& given) { definition.setUnifiedRepositoryName(QvbString(given)); }},
+    FieldOption{
+        "--repository-version", "VERSION", "The repository's version",
+        [](auto& definition, auto& given) { definition.setUnifiedRepositoryVersion(QvbString(given)); }},
 };
 
 // What is given of a definition; the other fields stay as they are.
@@ -77,7 +81,7 @@ struct Fields {
 
 void apply(const Fields& fields, QvReposConfiguration& definition) {
   if (fields.name)
-    definition.setName(text(*fields.name));
+    definition.setName(QvbString(*fields.name));
   if (fields.active)
     definition.setActive(*fields.active);
   for (std::size_t field = 0; field < fieldOptions.size(); ++field)
@@ -88,7 +92,8 @@ void apply(const Fields& fields, QvReposConfiguration& definition) {
 // The folder of the definitions of that type; empty when there is none.
 std::string folderOf(QvReposConfigManager& manager, QvReposConfigType type) {
   QvbString file;
-  return manager.getConfigurationFilename("x", type, &file) ? fs::path(str(file)).parent_path().string() : "";
+  return manager.getConfigurationFilename("x", type, &file) ? fs::path(toString(file)).parent_path().string()
+                                                            : "";
 }
 
 // A manager for changes, whose failures are reported here, while no other process makes any.
@@ -115,10 +120,10 @@ private:
 
 // A name is a file name: one that holds a separator would leave the folder.
 bool isUsableName(Host& host, const std::string& name) {
-  if (!name.empty() && !isInvalidCharInName(text(name)))
+  if (!name.empty() && !isInvalidCharInName(QvbString(name)))
     return true;
-  host.fail("a definition's name is not empty and holds none of " + std::string(getInvalidNameChars()) +
-            ": " + visible(name));
+  host.reportFailure("a definition's name is not empty and holds none of " +
+                     std::string(getInvalidNameChars()) + ": " + visible(name));
   return false;
 }
 
@@ -127,7 +132,7 @@ bool isUsableName(Host& host, const std::string& name) {
 bool isWritable(Host& host, const std::string& name, const std::string& folder) {
   if (access(folder.c_str(), W_OK | X_OK) == 0 || errno == ENOENT)
     return true;
-  host.fail(
+  host.reportFailure(
       fmt::format("{}: the definitions in {} cannot be changed: {}", name, folder, std::strerror(errno)));
   return false;
 }
@@ -139,13 +144,20 @@ bool isFreeForOther(Host& host, const std::string& name, const std::string& oldF
   if (target == oldFile || !qvbEqualsIgnoreCase(target, oldFile) || !fs::exists(target, ignored) ||
       fs::equivalent(target, oldFile, ignored))
     return true;
-  host.fail(name + ": there is a file of that name already: " + target);
+  host.reportFailure(
+      name + ": there is a file of that name already; choose another name, or move it away: " + target);
   return false;
 }
 
+void reportTaken(Host& host, const std::string& name) {
+  host.reportFailure(name + ": there is a definition of that name already; choose another name, or change "
+                            "that one with `qvrepos definitions set`");
+}
+
 // What the library says of a save or a deletion that failed is shown word for word.
-void reportFailure(Host& host, QvReposConfigType type, const QvbString& message, const std::string& name) {
-  host.fail(name + ": " + (message.isEmpty() ? "the definition could not be changed" : str(message)));
+void reportUnchanged(Host& host, QvReposConfigType type, const QvbString& message, const std::string& name) {
+  host.reportFailure(name + ": " +
+                     (message.isEmpty() ? "the definition could not be changed" : toString(message)));
   const auto* folder = folderOptions[type == QvReposConfigTypeSystem ? 0 : 1];
   if (qvbGetConfigOption(*folder).isEmpty())
     host.note(fmt::format(
@@ -156,12 +168,12 @@ void reportFailure(Host& host, QvReposConfigType type, const QvbString& message,
 
 // Whether the definition may be saved in a file of its own.
 bool maySave(Host& host, QvReposConfigManager& manager, QvReposConfiguration& definition) {
-  const auto name = str(definition.getName());
-  const auto oldFile = str(definition.getFilename());
+  const auto name = toString(definition.getName());
+  const auto oldFile = toString(definition.getFilename());
   QvbString file;
   if (!manager.getConfigurationFilename(definition.getName(), definition.getType(), &file))
     return true; // the library says what is missing
-  const auto target = str(file);
+  const auto target = toString(file);
   return isWritable(host, name, fs::path(target).parent_path()) &&
          (oldFile.empty() || isWritable(host, name, fs::path(oldFile).parent_path())) &&
          isFreeForOther(host, name, oldFile, target);
@@ -171,8 +183,8 @@ bool maySave(Host& host, QvReposConfigManager& manager, QvReposConfiguration& de
 void saveDefinition(Host& host, QvReposConfigManager& manager, QvReposConfiguration& definition) {
   if (!maySave(host, manager, definition))
     return;
-  const auto name = str(definition.getName());
-  const auto oldFile = str(definition.getFilename());
+  const auto name = toString(definition.getName());
+  const auto oldFile = toString(definition.getFilename());
   QvbString message;
   bool saved = false;
   {
@@ -180,9 +192,10 @@ void saveDefinition(Host& host, QvReposConfigManager& manager, QvReposConfigurat
     saved = manager.saveConfiguration(&definition, &message);
   }
   if (!saved)
-    return reportFailure(host, definition.getType(), message, name);
+    return reportUnchanged(host, definition.getType(), message, name);
   if (!message.isEmpty())
-    host.fail(fmt::format("{}: {}; the old file stays: {}", name, str(message), oldFile));
+    host.reportFailure(
+        fmt::format("{}: {}; the old file stays, delete it: {}", name, toString(message), oldFile));
   const Definition kept(host.json ? manager.getConfigurationByName(definition.getName()) : nullptr);
   if (kept)
     host.printJson(definitionRecord(*kept));
@@ -195,9 +208,9 @@ void createDefinition(Host& host, const Fields& fields) {
   if (!isUsableName(host, name))
     return;
   const Change change(host);
-  if (change.manager->configurationExists(text(name)))
-    return host.fail(name + ": there is a definition of that name already");
-  const Definition definition(change.manager->createConfiguration(text(name), QvReposConfigTypeUser));
+  if (change.manager->configurationExists(QvbString(name)))
+    return reportTaken(host, name);
+  const Definition definition(change.manager->createConfiguration(QvbString(name), QvReposConfigTypeUser));
   setConnection(*definition, getUnifiedReposConnectTypeName(QvUnifiedReposConnectFile));
   apply(fields, *definition);
   saveDefinition(host, *change.manager, *definition);
@@ -210,9 +223,10 @@ void setFields(Host& host, const std::string& name, const Fields& fields) {
   const Definition definition = findDefinition(host, *change.manager, name);
   if (!definition)
     return;
-  const Definition holder(fields.name ? change.manager->getConfigurationByName(text(*fields.name)) : nullptr);
+  const Definition holder(fields.name ? change.manager->getConfigurationByName(QvbString(*fields.name))
+                                      : nullptr);
   if (holder && holder->getFilename() != definition->getFilename())
-    return host.fail(*fields.name + ": there is a definition of that name already");
+    return reportTaken(host, *fields.name);
   apply(fields, *definition);
   saveDefinition(host, *change.manager, *definition);
 }
@@ -220,7 +234,7 @@ void setFields(Host& host, const std::string& name, const Fields& fields) {
 void deleteDefinition(Host& host, const std::string& name) {
   const Change change(host);
   const Definition definition = findDefinition(host, *change.manager, name);
-  if (!definition || !isWritable(host, name, fs::path(str(definition->getFilename())).parent_path()))
+  if (!definition || !isWritable(host, name, fs::path(toString(definition->getFilename())).parent_path()))
     return;
   QvbString message;
   bool deleted = false;
@@ -229,7 +243,7 @@ void deleteDefinition(Host& host, const std::string& name) {
     deleted = change.manager->deleteConfiguration(definition.get(), &message);
   }
   if (!deleted)
-    reportFailure(host, definition->getType(), message, name);
+    reportUnchanged(host, definition->getType(), message, name);
   else if (host.json)
     host.printJson(definitionRecord(*definition));
 }

@@ -31,15 +31,16 @@ const char* stateName(QvReposConfiguration& definition) {
 }
 
 // For results that would be others if every file were loaded. A duplicate is none of them: the library warns of it.
-void failForRefusals(Host& host, QvReposConfigManager& manager) {
+void reportRefusedFiles(Host& host, QvReposConfigManager& manager) {
   host.setDefaultLogLevel(QvLoggingLevel::Error); // the warnings have been shown
   int count = 0;
   for (const Refusals refusals(manager.getRefusals()); refusals->next();)
     count += !refusals->isDuplicate();
   if (count > 0)
-    host.fail(fmt::format("{} not loaded; `qvrepos definitions check` says why",
-                          count == 1 ? "1 file or folder of definitions was"
-                                     : fmt::format("{} files or folders of definitions were", count)));
+    host.reportFailure(fmt::format("{} not loaded; `qvrepos definitions check` says why",
+                                   count == 1
+                                       ? "1 file or folder of definitions was"
+                                       : fmt::format("{} files or folders of definitions were", count)));
 }
 
 // What to do where no definitions can be.
@@ -62,14 +63,14 @@ void listDefinitions(Host& host) {
     if (host.json)
       records.push_back(definitionRecord(*definition));
     else
-      rows.push_back({str(definition->getName()), typeName(*definition), connectionName(*definition),
-                      stateName(*definition), str(definition->getFilename())});
+      rows.push_back({toString(definition->getName()), typeName(*definition), connectionName(*definition),
+                      stateName(*definition), toString(definition->getFilename())});
   }
   if (host.json)
     host.printJson(records);
   else
     host.printTable({"NAME", "TYPE", "CONNECTION", "STATE", "FILE"}, rows);
-  failForRefusals(host, *manager);
+  reportRefusedFiles(host, *manager);
   noteMissingFolders(host);
 }
 
@@ -91,11 +92,11 @@ void printDefault(Host& host) {
   const DefinitionManager manager = openManager(host);
   QvbString name;
   if (!manager->getDefaultConfiguration(&name)) {
-    host.fail(str(manager->getErrorMessage()));
-    failForRefusals(host, *manager);
+    host.reportFailure(toString(manager->getErrorMessage()));
+    reportRefusedFiles(host, *manager);
     noteMissingFolders(host);
   } else if (host.json)
-    host.printJson({{"name", str(name)}});
+    host.printJson({{"name", toString(name)}});
   else
     host.printLine(name.view());
 }
@@ -104,7 +105,7 @@ void printDefault(Host& host) {
 std::set<std::string> loadedFiles(QvReposConfigManager& manager) {
   std::set<std::string> files;
   for (const Released<QvReposConfigurationList> list(manager.getConfigurations()); list->next();)
-    files.insert(str(Definition(list->getValue())->getFilename()));
+    files.insert(toString(Definition(list->getValue())->getFilename()));
   return files;
 }
 
@@ -117,13 +118,13 @@ void checkDefinitions(Host& host) {
   nlohmann::ordered_json report{{"loaded", loaded}, {"refused", nlohmann::ordered_json::array()}};
   for (const Refusals refusals(manager->getRefusals()); refusals->next();)
     report["refused"].push_back(
-        {{"file", str(refusals->getFilename())}, {"reason", str(refusals->getReason())}});
+        {{"file", toString(refusals->getFilename())}, {"reason", toString(refusals->getReason())}});
   if (host.json)
     host.printJson(report);
   else
     host.printLine(fmt::format("{} definition{} loaded", loaded.size(), loaded.size() == 1 ? "" : "s"));
   for (const auto& refusal : report["refused"])
-    host.fail(refusal["reason"].get<std::string>());
+    host.reportFailure(refusal["reason"].get<std::string>());
   noteMissingFolders(host);
 }
 
@@ -154,25 +155,26 @@ void addLookCommands(CLI::App& definitions, Host& host) {
 nlohmann::ordered_json definitionRecord(QvReposConfiguration& definition) {
   QvbString prefix, schema;
   definition.parseUnifiedRepositoryPrefixSchema(&prefix, &schema);
-  return {{"name", str(definition.getName())},
+  return {{"name", toString(definition.getName())},
           {"type", typeName(definition)},
           {"active", definition.isActive()},
-          {"vaultPath", str(definition.getVaultPath())},
-          {"vaultLogFile", str(definition.getVaultLogFile())},
-          {"connect", str(definition.getUnifiedRepositoryConnect())},
+          {"vaultPath", toString(definition.getVaultPath())},
+          {"vaultLogFile", toString(definition.getVaultLogFile())},
+          {"connect", toString(definition.getUnifiedRepositoryConnect())},
           {"connection", connectionName(definition)},
-          {"schema", str(schema)},
-          {"prefix", str(prefix)},
-          {"repositoryName", str(definition.getUnifiedRepositoryName())},
-          {"repositoryVersion", str(definition.getUnifiedRepositoryVersion())},
-          {"file", str(definition.getFilename())}};
+          {"schema", toString(schema)},
+          {"prefix", toString(prefix)},
+          {"repositoryName", toString(definition.getUnifiedRepositoryName())},
+          {"repositoryVersion", toString(definition.getUnifiedRepositoryVersion())},
+          {"file", toString(definition.getFilename())}};
 }
 
 Definition findDefinition(Host& host, QvReposConfigManager& manager, const std::string& name) {
-  Definition definition(manager.getConfigurationByName(text(name)));
+  Definition definition(manager.getConfigurationByName(QvbString(name)));
   if (!definition) {
-    host.fail("no repository definition is named \"" + name + "\"; `qvrepos definitions list` shows all");
-    failForRefusals(host, manager);
+    host.reportFailure("no repository definition is named \"" + name +
+                       "\"; `qvrepos definitions list` shows all");
+    reportRefusedFiles(host, manager);
     noteMissingFolders(host);
   }
   return definition;

@@ -26,7 +26,7 @@ struct DiffOptions {
 void runDiff(Host& host, const DiffOptions& options) {
   refuseTwoForms(host, options.format);
   if (options.before == "-" && options.after == "-")
-    refuseUsage("standard input can be one of both only");
+    refuseUsage("standard input can be one of both only; give a file for the other");
   const Graph before = scanned(host, options.scan, {options.before});
   const Graph after = scanned(host, options.scan, {options.after});
   for (const auto& [graph, path] : {std::pair(&before, &options.before), {&after, &options.after}})

@@ -1,6 +1,7 @@
 #include "events.h"
 #include "graphs.h"
 #include "progress.h"
+#include "usage.h"
 
 #include "qvlineagegraph/emit.h"
 #include "qvsfio/npfio.h"
@@ -19,16 +20,6 @@ constexpr std::size_t mostReasons = 10;
 // Where "<data source>=<namespace>" is divided: a data source may have a "=" in its name, and a URI may, too.
 std::size_t divisionOf(const std::string& mapping) { return mapping.rfind('=', mapping.find("://")); }
 
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  for (std::size_t from = 0; from < text.size();) {
-    const auto end = std::min(text.find('\n', from), text.size());
-    lines.push_back(text.substr(from, end - from));
-    from = end + 1;
-  }
-  return lines;
-}
-
 // How far a run came, in a file, so that the next run with the same events goes on there.
 class Progress {
 public:
@@ -37,9 +28,9 @@ public:
 
   std::size_t read() const {
     QvbString content;
-    if (m_path.empty() || np_fio_readAll(text(m_path), std::int64_t{1} << 20, &content) != NP_FIO_OK)
+    if (m_path.empty() || np_fio_readAll(QvbString(m_path), std::int64_t{1} << 20, &content) != NP_FIO_OK)
       return 0;
-    const auto saved = nlohmann::json::parse(str(content), nullptr, false);
+    const auto saved = nlohmann::json::parse(toString(content), nullptr, false);
     if (!saved.is_object() || saved.value("mark", "") != m_mark)
       return 0;
     return saved.value("done", std::size_t{0});
@@ -49,9 +40,8 @@ public:
   std::string keep(std::size_t done) const {
     if (m_path.empty())
       return {};
-    const Interrupts::Hold hold;
-    const int failed = np_fio_writeAll(text(m_path), text(::jsonText({{"mark", m_mark}, {"done", done}})));
-    return failed == NP_FIO_OK ? "" : "cannot write " + m_path + ": " + np_fio_errdesc(failed);
+    const auto reason = writeFile(m_path, ::jsonText({{"mark", m_mark}, {"done", done}}));
+    return reason.empty() ? "" : "cannot write " + m_path + ": " + reason;
   }
 
   void end() const {
@@ -79,11 +69,11 @@ void reportRefusals(Host& host, const std::vector<std::string>& events, const Em
   for (std::size_t i = 0; i < std::min(report.refused.size(), mostReasons); ++i) {
     const auto& refused = report.refused[i];
     const auto event = nlohmann::json::parse(events[refused.index]);
-    host.fail(event["job"]["name"].get<std::string>() + ": refused: " + refused.reason);
+    host.reportFailure(event["job"]["name"].get<std::string>() + ": refused: " + refused.reason);
   }
   if (!report.refused.empty())
-    host.fail(counted(report.refused.size(), "event") + " of " + std::to_string(events.size()) +
-              (report.refused.size() == 1 ? " was refused" : " were refused"));
+    host.reportFailure(counted(report.refused.size(), "event") + " of " + std::to_string(events.size()) +
+                       (report.refused.size() == 1 ? " was refused" : " were refused"));
 }
 
 } // namespace
@@ -114,7 +104,9 @@ void addEventOptions(CLI::App& command, EventOptions& options) {
                   "Post the events to this backend; a key for it comes from OPENLINEAGE_API_KEY")
       ->type_name("URL")
       ->check([](const std::string& url) {
-        return url.starts_with("http://") || url.starts_with("https://")
+        const auto host = url.find("://") + 3;
+        return (url.starts_with("http://") || url.starts_with("https://")) && host < url.size() &&
+                       url[host] != '/'
                    ? std::string()
                    : "write it as http://... or https://...: " + url;
       });
@@ -146,7 +138,20 @@ OpenLineageOptions lineageOptions(const EventOptions& options) {
   return made;
 }
 
+void noteUnusedNamespaces(Host& host, const Graph& graph, const EventOptions& options) {
+  std::vector<std::string> sources;
+  for (NodeIndex index = 0; index < graph.nodeCount(); ++index)
+    if (graph.type(index) == NodeType::DataSource)
+      sources.emplace_back(graph.name(index));
+  for (const auto& mapping : options.namespaces) {
+    const auto given = mapping.substr(0, divisionOf(mapping));
+    if (std::ranges::find(sources, given) == sources.end())
+      host.note("--namespace: no job connects to a data source " + given + didYouMean(given, sources));
+  }
+}
+
 void postEvents(Host& host, const std::string& lines, const EventOptions& options) {
+  host.setDefaultLogLevel(QvLoggingLevel::Critical); // what the library logs as an error is reported here
   const auto events = linesOf(lines);
   const Progress progress(options.resume, options.url, events);
   EmitOptions emit;
@@ -169,10 +174,13 @@ void postEvents(Host& host, const std::string& lines, const EventOptions& option
   }
   reportRefusals(host, events, report);
   if (!unkept.empty())
-    return host.fail(unkept);
+    return host.reportFailure(unkept);
   if (!report.stopped.empty())
-    host.fail("stopped after " + std::to_string(report.done) + " of " + counted(events.size(), "event") +
-              ": " + report.stopped);
+    host.reportFailure("stopped after " + std::to_string(report.done) + " of " +
+                       counted(events.size(), "event") + ": " + report.stopped +
+                       (report.done == 0         ? ""
+                        : options.resume.empty() ? "; with --resume FILE the next run goes on there"
+                                                 : "; the same command goes on there"));
   else
     progress.end();
   host.note(counted(report.accepted, "event") + " accepted");

@@ -19,5 +19,8 @@ bool isGiven(const EventOptions& options);
 void checkEventTime(const EventOptions& options);
 qvlineagegraph::OpenLineageOptions lineageOptions(const EventOptions& options);
 
+// Names the data sources of --namespace that the graph does not have.
+void noteUnusedNamespaces(Host& host, const qvlineagegraph::Graph& graph, const EventOptions& options);
+
 // Posts events, each a line, and tells how many were accepted.
 void postEvents(Host& host, const std::string& events, const EventOptions& options);

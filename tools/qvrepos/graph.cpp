@@ -130,9 +130,9 @@ void runGraph(Host& host, GraphOptions& options) {
   const auto selected = select(View(graph, viewKinds.at(options.view)), options.selection);
   std::string result;
   if (!selected)
-    failLines(host, selected.error().message);
+    reportFailures(host, selected.error().message);
   else if (const auto written = writeAs(formatOf(host, options), options, *selected, result); !written)
-    failLines(host, written.error().message);
+    reportFailures(host, written.error().message);
   else if (isEmitted(options))
     postEvents(host, result, options.events);
   else
@@ -140,6 +140,7 @@ void runGraph(Host& host, GraphOptions& options) {
   if (selected)
     for (const auto& reason : selected->unmatched)
       host.note(reason);
+  noteUnusedNamespaces(host, graph, options.events);
   noteCounts(host, graph);
 }
 

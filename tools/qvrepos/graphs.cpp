@@ -3,17 +3,12 @@
 #include "progress.h"
 #include "usage.h"
 
-#include <iostream>
-#include <iterator>
-
 using namespace qvlineagegraph;
 
 namespace {
 
 constexpr std::size_t scanShownFrom = 20; // fewer files are read before a bar is
 constexpr unsigned mostThreads = 256;
-
-std::string standardInput() { return {std::istreambuf_iterator<char>(std::cin), {}}; }
 
 std::vector<std::string> jobFilesOf(const Graph& graph) {
   std::vector<std::string> files;
@@ -27,7 +22,7 @@ void report(Host& host, const Graph& graph, bool strict) {
   noteSharedNames(host, jobFilesOf(graph));
   for (const Note& note : graph.notes())
     if (note.kind == NoteKind::Failed)
-      host.fail(note.text);
+      host.reportFailure(note.text);
     else if (note.kind == NoteKind::NotUnderstood)
       reportUnknownStep(host, note.file, note.text, strict);
 }
@@ -88,31 +83,32 @@ Graph scanned(Host& host, const ScanArguments& arguments, const std::vector<std:
     throw std::runtime_error(graph.error().message);
   report(host, *graph, arguments.strict);
   if (const Counts counts = graph->counts(); counts.jobs + counts.failed + counts.notUnderstood == 0)
-    reportEmptiness(host, arguments.failIfEmpty);
+    reportEmptiness(host, arguments.failIfEmpty,
+                    !options.patterns.include.empty() || !options.patterns.exclude.empty());
   return std::move(*graph);
-}
-
-std::string counted(std::size_t number, const std::string& one, const std::string& several) {
-  return std::to_string(number) + " " + (number == 1 ? one : several.empty() ? one + "s" : several);
 }
 
 void noteCounts(Host& host, const Graph& graph) {
   const Counts counts = graph.counts();
-  std::string line = counted(counts.jobs, "job") + ", " + counted(counts.tables, "table") + ", " +
-                     counted(counts.reads, "read") + ", " + counted(counts.writes, "write");
-  if (counts.failed > 0)
-    line += "; " + counted(counts.failed, "file") + " failed";
-  if (counts.notUnderstood > 0)
-    line += (counts.failed > 0 ? ", " : "; ") + std::to_string(counts.notUnderstood) + " not understood";
-  host.note(line);
+  noteOutcome(host,
+              counted(counts.jobs, "job") + ", " + counted(counts.tables, "table") + ", " +
+                  counted(counts.reads, "read") + ", " + counted(counts.writes, "write"),
+              counts.failed, counts.notUnderstood);
 }
 
-void failLines(Host& host, std::string_view message) {
-  for (std::size_t from = 0; from <= message.size();) {
-    const auto end = std::min(message.find('\n', from), message.size());
-    host.fail(message.substr(from, end - from));
+std::vector<std::string> linesOf(std::string_view text) {
+  std::vector<std::string> lines;
+  for (std::size_t from = 0; from < text.size();) {
+    const auto end = std::min(text.find('\n', from), text.size());
+    lines.emplace_back(text.substr(from, end - from));
     from = end + 1;
   }
+  return lines;
+}
+
+void reportFailures(Host& host, std::string_view message) {
+  for (const auto& line : linesOf(message))
+    host.reportFailure(line);
 }
 
 void refuseUsage(const std::string& message) { throw CLI::ValidationError(message); }

@@ -34,11 +34,10 @@ inline qvlineagegraph::Graph scanned(Host& host, const ScanArguments& arguments)
 // "41 jobs, 49 tables, 104 reads, 41 writes; 1 file failed, 2 not understood", to standard error.
 void noteCounts(Host& host, const qvlineagegraph::Graph& graph);
 
-// "1 job", "2 jobs".
-std::string counted(std::size_t number, const std::string& one, const std::string& several = "");
+std::vector<std::string> linesOf(std::string_view text);
 
 // A message of one or several lines.
-void failLines(Host& host, std::string_view message);
+void reportFailures(Host& host, std::string_view message);
 // Wrong usage that the parser cannot see: ends the tool with status 2.
 [[noreturn]] void refuseUsage(const std::string& message);
 // Ends it for --json beside --format.

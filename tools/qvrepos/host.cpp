@@ -37,12 +37,8 @@ void Host::printTable(const std::vector<std::string>& heading,
 void Host::write(std::string_view result, const std::string& output) {
   if (output.empty() || output == "-")
     return print(result);
-  const std::string path = absolutePath(nativePath(output));
-  if (const auto reason = whyNotWritable(path); !reason.empty())
-    return fail("cannot write " + output + ": " + reason);
-  const Interrupts::Hold hold;
-  if (const int code = np_fio_writeAll(text(path), text(result)))
-    fail("cannot write " + output + ": " + np_fio_errdesc(code));
+  if (const auto reason = writeFile(absolutePath(nativePath(output)), result); !reason.empty())
+    reportFailure("cannot write " + output + ": " + reason);
 }
 
 void Host::flush() {
@@ -57,7 +53,7 @@ void Host::note(std::string_view message) {
   std::fprintf(stderr, "qvrepos: %s\n", visible(message).c_str());
 }
 
-void Host::fail(std::string_view message) {
+void Host::reportFailure(std::string_view message) {
   flush();
   std::fprintf(stderr, "qvrepos: %s\n", visible(message).c_str());
   m_status = exitFailed;
@@ -66,7 +62,7 @@ void Host::fail(std::string_view message) {
 int Host::finish() {
   flush();
   if (m_outputError != 0)
-    fail(std::string("cannot write the result to standard output: ") + std::strerror(m_outputError));
+    reportFailure(std::string("cannot write the result to standard output: ") + std::strerror(m_outputError));
   return m_status;
 }
 
@@ -81,7 +77,11 @@ void addOutputOption(CLI::App& command, std::string& output) {
       ->check(notEmpty());
 }
 
-std::string visible(std::string_view bytes) { return str(qvbEscapeControls(bytes)); }
+std::string visible(std::string_view bytes) { return toString(qvbEscapeControls(bytes)); }
+
+std::string counted(std::size_t number, const std::string& one, const std::string& several) {
+  return std::to_string(number) + " " + (number == 1 ? one : several.empty() ? one + "s" : several);
+}
 
 bool isXmlText(const std::string& bytes) {
   const bool hasControl = std::ranges::any_of(bytes, [](char byte) {
@@ -109,6 +109,9 @@ CLI::Validator notEmpty() {
   return {[](const std::string& value) { return value.empty() ? "must not be empty" : ""; }, ""};
 }
 
+namespace {
+
+// Empty when nothing speaks against a file of this name.
 std::string whyNotWritable(const std::string& path) {
   namespace fs = std::filesystem;
   std::error_code ignored;
@@ -119,21 +122,31 @@ std::string whyNotWritable(const std::string& path) {
     return "it is not a regular file; redirect standard output to it instead";
   const auto folder = fs::path(path).parent_path();
   if (!fs::is_directory(folder, ignored))
-    return "there is no folder " + folder.string();
+    return "there is no folder " + folder.string() + "; make it first";
   return "";
 }
 
+} // namespace
+
+std::string writeFile(const std::string& path, std::string_view content) {
+  if (auto reason = whyNotWritable(path); !reason.empty())
+    return reason;
+  const Interrupts::Hold hold;
+  const int failed = np_fio_writeAll(QvbString(path), QvbString(content));
+  return failed == NP_FIO_OK ? "" : np_fio_errdesc(failed);
+}
+
 std::string nativePath(const std::string& given) {
-  QvbString path = text(given);
+  QvbString path = QvbString(given);
   const Released<QvURI> uri(getURIFromURIString(path));
   getNativePath(uri.get(), &path);
-  return str(path);
+  return toString(path);
 }
 
 std::string absolutePath(const std::string& path) {
   if (path.empty())
     throw std::runtime_error("a file name must not be empty");
-  if (isURIReference(text(path)))
+  if (isURIReference(QvbString(path)))
     return path;
   return std::filesystem::absolute(path).lexically_normal().string();
 }

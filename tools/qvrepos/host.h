@@ -2,8 +2,8 @@
 #pragma once
 
 #include "qvlineagegraph/columns.h"
+#include "qvreposres/cpptext.h"
 #include "qvxbase/qvbreleased.h"
-#include "qvxbase/qvbstring.h"
 #include "qvxlog/qvxlog.h"
 
 #include <CLI/CLI.hpp>
@@ -13,8 +13,7 @@
 #include <string_view>
 #include <vector>
 
-inline QvbString text(std::string_view bytes) { return QvbString(bytes); }
-inline std::string str(const QvbString& value) { return std::string(value.view()); }
+using qvreposres::toString;
 
 // Exit statuses of the tool.
 inline constexpr int exitSuccess = 0;
@@ -48,7 +47,7 @@ public:
   void printTable(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows);
 
   // A failure, to standard error: "qvrepos: <message>". The run ends with status 1.
-  void fail(std::string_view message);
+  void reportFailure(std::string_view message);
   // Status 1 for a result that says itself what is amiss.
   void endFailed() { m_status = exitFailed; }
   // A hint about a result that may surprise, to standard error; the status stays. Silent with --quiet.
@@ -71,6 +70,9 @@ void addOutputOption(CLI::App& command, std::string& output);
 // Text with control characters as escapes ("\n", "\x1b"), as qvbEscapeControls() has it.
 std::string visible(std::string_view bytes);
 
+// "1 job", "2 jobs".
+std::string counted(std::size_t number, const std::string& one, const std::string& several = "");
+
 // Whether the bytes are UTF-8 without control characters other than tab, line feed and carriage return, U+FFFE and
 // U+FFFF, so that XML can carry them.
 bool isXmlText(const std::string& bytes);
@@ -78,8 +80,8 @@ bool isXmlText(const std::string& bytes);
 CLI::Validator xmlText();
 CLI::Validator notEmpty();
 
-// Why a file of this name cannot be put in place; empty when nothing speaks against it.
-std::string whyNotWritable(const std::string& path);
+// Puts a file in place, whole or not at all. Why that failed; empty when it did not.
+std::string writeFile(const std::string& path, std::string_view content);
 
 // A file URI as the path that it stands for; anything else as it is.
 std::string nativePath(const std::string& given);

@@ -90,12 +90,12 @@ void makeIdentity(Host& host, const IdentityKind& kind, const std::vector<std::s
   std::vector<QvbString> values;
   values.reserve(given.size());
   for (const auto& value : given)
-    values.push_back(text(value));
+    values.push_back(QvbString(value));
   QvbString identity;
   if (!kind.make(*manager, values, &identity))
     throw CLI::ValidationError(std::string("an identity of kind ") + kind.name + " needs " + kind.required);
   else if (host.json)
-    host.printJson({{"kind", kind.name}, {"identity", str(identity)}});
+    host.printJson({{"kind", kind.name}, {"identity", toString(identity)}});
   else
     host.printLine(identity.view());
 }
@@ -104,8 +104,8 @@ void printFields(Host& host, const IdentityKind& kind, const std::vector<QvbStri
   nlohmann::ordered_json record{{"kind", kind.name}};
   std::vector<std::vector<std::string>> rows{{"kind", kind.name}};
   for (std::size_t field = 0; field < values.size(); ++field) {
-    record[kind.fields[field]] = str(values[field]);
-    rows.push_back({kind.fields[field], str(values[field])});
+    record[kind.fields[field]] = toString(values[field]);
+    rows.push_back({kind.fields[field], toString(values[field])});
   }
   if (host.json)
     host.printJson(record);
@@ -117,10 +117,10 @@ void parseIdentity(Host& host, const std::string& identity) {
   const Released<QvResourceManager> manager(createQvResourceManager());
   for (const auto& kind : identityKinds()) {
     std::vector<QvbString> values(kind.fields.size());
-    if (kind.parse(*manager, text(identity), values))
+    if (kind.parse(*manager, QvbString(identity), values))
       return printFields(host, kind, values);
   }
-  host.fail("not a resource identity, which `qvrepos identity make` prints: " + identity);
+  host.reportFailure("not a resource identity, which `qvrepos identity make` prints: " + identity);
 }
 
 void addMakeCommand(CLI::App& identity, Host& host) {

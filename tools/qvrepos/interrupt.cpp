@@ -89,7 +89,9 @@ Interrupts::Scratch::Scratch() {
   const Hold hold;
   std::string pattern = (folder / "qvrepos.XXXXXX").string();
   if (!mkdtemp(pattern.data()))
-    throw std::system_error(errno, std::generic_category(), "cannot make a folder in " + pattern);
+    throw std::system_error(errno, std::generic_category(),
+                            "cannot make a folder in " + folder.string() +
+                                "; set TMPDIR to one that takes it");
   m_undo.emplace([this, pattern] {
     if (m_kept)
       return;

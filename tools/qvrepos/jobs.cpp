@@ -17,7 +17,7 @@ class JobVisitor final : public QvSQLResourceAdder {
 public:
   using QvSQLResourceAdder::QvSQLResourceAdder;
 
-  void visitUnknownRoot(const QvbString& name) override { root = str(name); }
+  void visitUnknownRoot(const QvbString& name) override { root = toString(name); }
 
   std::string root;
 };
@@ -28,26 +28,28 @@ std::string whyNoFile(const std::string& path) {
   const auto status = std::filesystem::status(path, ignored);
   if (!std::filesystem::exists(status) || std::filesystem::is_regular_file(status))
     return {};
-  return path + ": " + (std::filesystem::is_directory(status) ? "a folder" : "no regular file") +
-         ", where a job file is due";
+  return path +
+         (std::filesystem::is_directory(status)
+              ? ": a folder, where a job file is due; `qvrepos lineage` and `qvrepos graph` take folders"
+              : ": no regular file, where a job file is due; - stands for standard input");
 }
 
-template<class Stream>
-QvbString contentOf(Stream&& stream) {
-  return text(std::string(std::istreambuf_iterator<char>(stream), {}));
-}
+std::string contentOf(std::istream& stream) { return {std::istreambuf_iterator<char>(stream), {}}; }
 
 // What can be read only once: standard input and pipes. Nothing for a file.
 std::optional<QvbString> streamed(const std::string& path) {
   std::error_code ignored;
   if (path == "-")
-    return contentOf(std::cin);
-  if (std::filesystem::is_fifo(path, ignored))
-    return contentOf(std::ifstream(path, std::ios::binary));
-  return std::nullopt;
+    return QvbString(standardInput());
+  if (!std::filesystem::is_fifo(path, ignored))
+    return std::nullopt;
+  std::ifstream pipe(path, std::ios::binary);
+  return QvbString(contentOf(pipe));
 }
 
 } // namespace
+
+std::string standardInput() { return contentOf(std::cin); }
 
 void noteLossyNames(Host& host, const std::vector<std::string>& names) {
   for (const auto& name : names)
@@ -88,14 +90,14 @@ ScannedJob JobScanner::scan(const std::string& path) {
   JobVisitor visitor(*m_manager, m_store->getDefaultResourceFactory(), used.get());
   QvbString error;
   if (stream ? visitSQLStepInString(*stream, &visitor, &error)
-             : visitSQLStepInFile(text(path), &visitor, &error))
+             : visitSQLStepInFile(QvbString(path), &visitor, &error))
     return {{}, visitor.root, std::move(used)};
-  return {(stream ? path + ":" : "") + str(error), {}, nullptr};
+  return {(stream ? path + ":" : "") + toString(error), {}, nullptr};
 }
 
 Released<QvResourceList> JobScanner::jobOf(const std::string& path) {
   auto job = newList();
-  QvbString reference = text(path);
+  QvbString reference = QvbString(path);
   m_manager->addJobFileNode(m_store->getDefaultResourceFactory(), job.get(), reference);
   return job;
 }
@@ -103,15 +105,25 @@ Released<QvResourceList> JobScanner::jobOf(const std::string& path) {
 void reportUnknownStep(Host& host, const std::string& file, const std::string& root, bool strict) {
   const std::string message = file + ": no step that is known: its root element is <" + root + ">";
   if (strict)
-    host.fail(message);
+    host.reportFailure(message);
   else
     host.note(message);
 }
 
-void reportEmptiness(Host& host, bool fails) {
-  const std::string message = "no job files were found: " + qvlineagegraph::jobFileExtensions();
+void noteOutcome(Host& host, const std::string& counts, std::size_t failed, std::size_t notUnderstood) {
+  std::string line = counts;
+  if (failed > 0)
+    line += "; " + counted(failed, "file") + " failed";
+  if (notUnderstood > 0)
+    line += (failed > 0 ? ", " : "; ") + std::to_string(notUnderstood) + " not understood";
+  host.note(line);
+}
+
+void reportEmptiness(Host& host, bool fails, bool hasPatterns) {
+  const std::string message = "no job files were found: " + qvlineagegraph::jobFileExtensions() +
+                              (hasPatterns ? ", and --include and --exclude-path leave files out" : "");
   if (fails)
-    host.fail(message);
+    host.reportFailure(message);
   else
     host.note(message);
 }

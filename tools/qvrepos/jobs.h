@@ -21,6 +21,9 @@ void noteLossyNames(Host& host, const std::vector<std::string>& names);
 // Says which files have one URI reference, and with it one identity: a backslash in a name counts as a slash.
 void noteSharedNames(Host& host, const std::vector<std::string>& files);
 
+// All that comes from standard input.
+std::string standardInput();
+
 // Reads job files; one for each thread.
 class JobScanner {
 public:
@@ -43,6 +46,10 @@ private:
 void reportUnknownStep(Host& host, const std::string& file, const std::string& root, bool strict);
 void addStrictFlag(CLI::App& command, bool& strict);
 
-// Says that what was given holds no job files: a hint, or, where the user wants that, a failure.
-void reportEmptiness(Host& host, bool fails);
+// What a command that reads job files says last, as a hint: "41 jobs; 1 file failed, 2 not understood".
+void noteOutcome(Host& host, const std::string& counts, std::size_t failed, std::size_t notUnderstood);
+
+// Says that what was given holds no job files, or none that the patterns leave: a hint, or, where the user wants that, a
+// failure.
+void reportEmptiness(Host& host, bool fails, bool hasPatterns = false);
 void addFailIfEmptyFlag(CLI::App& command, bool& fails);

@@ -7,7 +7,6 @@
 
 #include <array>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <unordered_map>
@@ -25,12 +24,11 @@ struct LineageOptions {
   bool failIfEmpty = false;
 };
 
-// Records what each job uses, in the order of the files, which are read by several threads; files that cannot be read are
-// reported and left out, those that are no step that is known are named.
-void recordJobs(Host& host, JobScanner& recorder, const std::vector<qvlineagegraph::JobFile>& files,
-                bool strict) {
+// Records what each job uses, in the order of the files, which are read by several threads.
+std::vector<ScannedJob> recordJobs(const Host& host, JobScanner& recorder,
+                                   const std::vector<qvlineagegraph::JobFile>& files) {
   std::vector<ScannedJob> jobs(files.size());
-  std::optional<ProgressBar> bar(std::in_place, host, files.size(), filesWithABar);
+  ProgressBar bar(host, files.size(), filesWithABar);
   qvlineagegraph::ParallelWork work;
   work.items = files.size();
   work.worker = [&] {
@@ -42,17 +40,28 @@ void recordJobs(Host& host, JobScanner& recorder, const std::vector<qvlineagegra
     const auto& used = jobs[i].used;
     if (const auto job = used ? recorder.jobOf(files[i].path) : nullptr; job && job->next())
       recorder.store()->addDependentResources(job->getValue(), used.get());
-    bar->step();
+    bar.step();
   };
   work.release = [&](std::size_t i) { jobs[i].used.reset(); };
   qvlineagegraph::workInOrder(work);
-  bar.reset();
+  return jobs;
+}
+
+// Names the files that cannot be read, and those that are no step that is known. Their numbers.
+std::pair<std::size_t, std::size_t> reportJobs(Host& host, const std::vector<qvlineagegraph::JobFile>& files,
+                                               const std::vector<ScannedJob>& jobs, bool strict) {
+  std::size_t failed = 0, notUnderstood = 0;
   for (const auto& job : jobs)
-    if (!job.failure.empty())
-      host.fail(job.failure);
+    if (!job.failure.empty()) {
+      host.reportFailure(job.failure);
+      ++failed;
+    }
   for (std::size_t i = 0; i < files.size(); ++i)
-    if (!jobs[i].unknownRoot.empty())
+    if (!jobs[i].unknownRoot.empty()) {
       reportUnknownStep(host, files[i].path, jobs[i].unknownRoot, strict);
+      ++notUnderstood;
+    }
+  return {failed, notUnderstood};
 }
 
 // Writes lineage as JSON, in the shape that jsonText() gives, of XML without white space between elements. There a resource
@@ -118,7 +127,7 @@ private:
   // A resource element's attributes, and the data path below it where there is one, after an opening brace.
   void writeMembers(std::string_view element, std::string_view lineStart) {
     if (!m_document.loadXML(QvbString(element)))
-      throw std::runtime_error(str(m_document.getErrorMessage()));
+      throw std::runtime_error(toString(m_document.getErrorMessage()));
     const QvDomNode resource = m_document.getRoot();
     m_out += '{';
     m_isFirstMember = true;
@@ -174,13 +183,14 @@ void runLineage(Host& host, const LineageOptions& options) {
     given.push_back(path == "-" ? path : absolutePath(nativePath(path)));
   const auto found = qvlineagegraph::findJobFiles(given);
   for (const auto& failure : found.failures)
-    host.fail(failure.text);
+    host.reportFailure(failure.text);
 
   if (found.files.empty() && found.failures.empty())
     reportEmptiness(host, options.failIfEmpty);
 
   JobScanner recorder;
-  recordJobs(host, recorder, found.files, options.strict);
+  const auto jobs = recordJobs(host, recorder, found.files);
+  const auto [failed, notUnderstood] = reportJobs(host, found.files, jobs, options.strict);
   std::vector<std::string> paths;
   for (const auto& file : found.files)
     paths.push_back(file.path);
@@ -189,12 +199,15 @@ void runLineage(Host& host, const LineageOptions& options) {
 
   QvbString xml, message;
   if (!recorder.store()->getLineageAsString(&xml, &message, !options.compact && !host.json))
-    return host.fail("no lineage: " + str(message));
-  if (host.json)
-    return host.write(JsonLineage(xml.view()).take(), options.output);
-  if (options.compact)
+    return host.reportFailure("no lineage: " + toString(message));
+  if (options.compact && !host.json)
     xml.append("\n");
-  host.write(xml.view(), options.output);
+  if (host.json)
+    host.write(JsonLineage(xml.view()).take(), options.output);
+  else
+    host.write(xml.view(), options.output);
+  noteOutcome(host, counted(found.files.size() - failed - notUnderstood, "job"),
+              found.failures.size() + failed, notUnderstood);
 }
 
 } // namespace

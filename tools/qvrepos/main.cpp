@@ -77,9 +77,9 @@ int run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return endParsing(app, error, host);
   } catch (const std::bad_alloc&) {
-    host.fail("out of memory");
+    host.reportFailure("out of memory");
   } catch (const std::exception& error) {
-    host.fail(error.what());
+    host.reportFailure(error.what());
   }
   return host.finish();
 }

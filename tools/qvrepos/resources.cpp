@@ -16,14 +16,14 @@ std::string locate(QvImpactAnalysis* store, QvResource* resource) {
   QvbString name, uri;
   store->getDefaultResourceFactory()->getResourceResolver()->getResourceLocation(
       resource->getName(), resource->getResourceIdentity(), resource->getResourceType(), &name, &uri);
-  return str(uri.isEmpty() ? resource->getResourceIdentity() : uri);
+  return toString(uri.isEmpty() ? resource->getResourceIdentity() : uri);
 }
 
 void collect(QvImpactAnalysis* store, QvResourceList* list, std::vector<ResourceRow>& rows) {
   while (list->next()) {
     QvResource* resource = list->getValue();
-    rows.push_back({str(resource->getResourceType()), str(resource->getName()), locate(store, resource),
-                    str(resource->getResourceIdentity())});
+    rows.push_back({toString(resource->getResourceType()), toString(resource->getName()),
+                    locate(store, resource), toString(resource->getResourceIdentity())});
   }
 }
 
@@ -55,8 +55,10 @@ void runResources(Host& host, const std::string& file, bool strict) {
   JobScanner scanner;
   const std::string path = file == "-" ? file : absolutePath(file);
   const auto scanned = scanner.scan(path);
-  if (!scanned.failure.empty())
-    return host.fail(scanned.failure);
+  if (!scanned.failure.empty()) {
+    host.reportFailure(scanned.failure);
+    return noteOutcome(host, "0 resources", 1, 0);
+  }
   const auto job = scanner.jobOf(path);
   std::vector<ResourceRow> rows;
   collect(scanner.store(), job.get(), rows);
@@ -65,6 +67,7 @@ void runResources(Host& host, const std::string& file, bool strict) {
   noteLossyNames(host, identitiesOf(rows));
   if (!scanned.unknownRoot.empty())
     reportUnknownStep(host, path, scanned.unknownRoot, strict);
+  noteOutcome(host, counted(rows.size(), "resource"), 0, scanned.unknownRoot.empty() ? 0 : 1);
 }
 
 } // namespace

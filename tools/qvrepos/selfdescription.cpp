@@ -1,5 +1,5 @@
 // qvrepos generate: the manual page and the shell completions, made of the command line's own description, and the
-// table of the options, made of their declarations. A hidden subcommand, which the build and scripts/docs run.
+// tables of README.md and docs/options.md. A hidden subcommand, which the build and scripts/docs run.
 #include "host.h"
 #include "settings.h"
 #include "usage.h"
@@ -395,6 +395,26 @@ std::string zshCompletion(const Command& root) {
   return script + "_qvrepos \"$@\"\n";
 }
 
+// "types [NAME]"; of a command with subcommands their names.
+std::string codeOf(const Command& command) {
+  std::string code = "`" + command.name();
+  for (const auto& operand : command.operands) {
+    const std::string value = operand.value + (operand.repeated ? "..." : "");
+    code += operand.required ? " " + value : " [" + value + "]";
+  }
+  for (const auto& child : command.subcommands)
+    code += (&child == &command.subcommands.front() ? " " : "`, `") + child.name();
+  return code + "`";
+}
+
+// The rows of README.md.
+std::string commandTable(const Command& root) {
+  std::string table = "| command | what it does |\n|---|---|\n";
+  for (const auto& command : root.subcommands)
+    table += fmt::format("| {} | {} |\n", codeOf(command), command.help);
+  return table;
+}
+
 // The rows of docs/options.md.
 std::string optionTable(const Command&) {
   std::string table = "| key | meaning | default |\n|---|---|---|\n";
@@ -417,14 +437,16 @@ std::string definitionNames(const Command&) {
 } // namespace
 
 void addGenerateCommand(CLI::App& app, Host& host) {
-  static const std::map<std::string, std::string (*)(const Command&)> forms{
-      {"man", manualPage},      {"bash", bashCompletion}, {"zsh", zshCompletion},
-      {"options", optionTable}, {"types", typeNames},     {"definitions", definitionNames}};
-  auto* command =
-      app.add_subcommand(
-             "generate",
-             "Print the manual page, a shell's completion, the table of options, or what completions offer")
-          ->group("");
+  static const std::map<std::string, std::string (*)(const Command&)> forms{{"man", manualPage},
+                                                                            {"bash", bashCompletion},
+                                                                            {"zsh", zshCompletion},
+                                                                            {"commands", commandTable},
+                                                                            {"options", optionTable},
+                                                                            {"types", typeNames},
+                                                                            {"definitions", definitionNames}};
+  auto* command = app.add_subcommand("generate", "Print the manual page, a shell's completion, a table of "
+                                                 "the documents, or what completions offer")
+                      ->group("");
   auto form = std::make_shared<std::string>();
   command->add_option("FORM", *form, "What to print")->required()->transform(oneOfKeys(forms));
   command->callback([&app, &host, form] { host.print(forms.at(*form)(describe(app, app.get_name()))); });

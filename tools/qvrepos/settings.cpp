@@ -28,10 +28,10 @@ std::string ownOptionFile() {
 }
 
 // A file that somebody named has to be one.
-void useOptionFile(const std::string& file) {
+void useOptionFile(const std::string& file, const std::string& namedBy) {
   QvbString fault;
-  if (!qvbCheckConfigFile(text(file), &fault))
-    throw std::runtime_error(str(fault));
+  if (!qvbCheckConfigFile(QvbString(file), &fault))
+    throw std::runtime_error(toString(fault) + "; " + namedBy + " names it");
   setenv("QV_CONFIG", file.c_str(), 1);
 }
 
@@ -43,7 +43,7 @@ void setOption(const std::string& setting, Host& host) {
     const auto hint = didYouMean(key, known);
     host.note("no option is named " + key + (hint.empty() ? "; the manual page lists all" : hint));
   }
-  qvbSetConfigOption(text(key), text(setting.substr(equals + 1)));
+  qvbSetConfigOption(QvbString(key), QvbString(setting.substr(equals + 1)));
 }
 
 } // namespace
@@ -79,11 +79,14 @@ void addSettings(CLI::App& app, Settings& settings, Host& host) {
 }
 
 void applySettings(const Settings& settings, Host& host) {
-  std::string file = settings.configFile.empty() ? environment("QV_CONFIG") : settings.configFile;
-  if (file.empty())
-    file = ownOptionFile();
-  if (!file.empty())
-    useOptionFile(file);
+  const std::pair<std::string, const char*> places[] = {{settings.configFile, "--config"},
+                                                        {environment("QV_CONFIG"), "QV_CONFIG"},
+                                                        {ownOptionFile(), "XDG_CONFIG_HOME"}};
+  for (const auto& [file, namedBy] : places)
+    if (!file.empty()) {
+      useOptionFile(file, namedBy);
+      break;
+    }
   for (const auto& setting : settings.options)
     setOption(setting, host);
   if (host.logLevel != 0)

@@ -18,7 +18,7 @@ std::vector<TypeRow> allTypes() {
   for (const auto* extension = getKnownFileExtensions(); *extension; ++extension) {
     QvbString type;
     getTypeForFileExtension(*extension, &type);
-    rows.push_back({*extension, str(type)});
+    rows.push_back({*extension, toString(type)});
   }
   std::sort(rows.begin(), rows.end(), [](const TypeRow& a, const TypeRow& b) {
     return std::tie(a.type, a.extension) < std::tie(b.type, b.extension);
@@ -31,19 +31,19 @@ std::vector<TypeRow> typesNamed(const std::string& name) {
   std::vector<TypeRow> rows;
   const auto all = allTypes();
   std::copy_if(all.begin(), all.end(), std::back_inserter(rows), [&](const TypeRow& row) {
-    return text(row.extension).compare(name.c_str(), true) == 0 || row.type == name;
+    return QvbString(row.extension).compare(name.c_str(), true) == 0 || row.type == name;
   });
   QvbString extension;
-  if (rows.empty() && getFileExtensionForType(text(name), &extension))
-    rows.push_back({str(extension), name});
+  if (rows.empty() && getFileExtensionForType(QvbString(name), &extension))
+    rows.push_back({toString(extension), name});
   return rows;
 }
 
 void printTypes(Host& host, const std::string& name) {
   const auto types = name.empty() ? allTypes() : typesNamed(name);
   if (types.empty())
-    return host.fail("neither an object type nor an extension that has one: " + name +
-                     "; `qvrepos types` lists all");
+    return host.reportFailure("neither an object type nor an extension that has one: " + name +
+                              "; `qvrepos types` lists all");
   auto records = nlohmann::ordered_json::array();
   std::vector<std::vector<std::string>> rows;
   for (const auto& row : types) {

@@ -8,35 +8,36 @@ namespace {
 // A file and its URI: `result`, the one that was made, alone, or both as a record.
 void printPair(Host& host, const QvbString& file, const QvbString& uri, const QvbString& result) {
   if (host.json)
-    host.printJson({{"file", str(file)}, {"uri", str(uri)}});
+    host.printJson({{"file", toString(file)}, {"uri", toString(uri)}});
   else
     host.printLine(result.view());
 }
 
 void printUri(Host& host, const std::string& given) {
-  const QvbString file = text(absolutePath(given));
+  const QvbString file = QvbString(absolutePath(given));
   QvbString uri;
   if (generateURIReferenceFromFilename(file, &uri))
     printPair(host, file, uri, uri);
   else
-    host.fail("no URI can be made of " + given);
+    host.reportFailure(given + ": a repository's own folder has no URI; name a file in it");
 }
 
 void printPath(Host& host, const std::string& uri, const std::string* repository) {
   host.setDefaultLogLevel(QvLoggingLevel::Critical); // what the library logs as an error is reported here
   const ReleasedSubject subject(qvbSubjectAccess());
   QvbString path, message;
-  const bool found = repository ? generateFilenameFromURIandRepository(
-                                      subject.get(), text(uri), text(*repository), &path, nullptr, &message)
-                                : generateFilenameFromURIReference(subject.get(), text(uri), &path);
+  const bool found =
+      repository ? generateFilenameFromURIandRepository(subject.get(), QvbString(uri), QvbString(*repository),
+                                                        &path, nullptr, &message)
+                 : generateFilenameFromURIReference(subject.get(), QvbString(uri), &path);
   if (found)
-    printPair(host, path, text(uri), path);
+    printPair(host, path, QvbString(uri), path);
   else
-    host.fail(message.isEmpty()
-                  ? "no file name can be made of \"" + uri +
-                        "\"; give a file URI, or a repository URI with its ?type= and the name of a "
-                        "repository that `qvrepos definitions list` shows"
-                  : str(message));
+    host.reportFailure(message.isEmpty()
+                           ? "no file name can be made of \"" + uri +
+                                 "\"; give a file URI, or a repository URI with its ?type= and the name of a "
+                                 "repository that `qvrepos definitions list` shows"
+                           : toString(message));
 }
 
 } // namespace

@@ -88,16 +88,8 @@ std::string inOwnWords(const std::string& kind, const std::string& message) {
     const auto [one, other] = split(message, " excludes ");
     return one + " and " + other + " do not go together; give one of them";
   }
-  if (kind == "RequiresError") {
-    const auto [one, other] = split(message, " requires ");
-    return one + " goes with " + other + ", which is missing";
-  }
   if (kind == "RequiredError")
     return split(message, " is required").first + " is missing";
-  if (kind == "ConversionError" && message.starts_with("Could not convert: ")) {
-    const auto [name, value] = split(split(message, ": ").second, " = ");
-    return name + ": not a number: " + value;
-  }
   if (message.ends_with(" was given a disallowed flag override"))
     return (message.find(" was") == 1 ? "-" : "--") + split(message, " was given").first + " takes no value";
   if (kind == "ArgumentMismatch") {
@@ -106,7 +98,7 @@ std::string inOwnWords(const std::string& kind, const std::string& message) {
       const std::string type = split(split(what, " required ").second, " missing").first;
       return name + ": a value is missing: " + split(type, ":").first;
     }
-    return name + (what.starts_with("At Most") ? " is given more than once" : " needs a value");
+    return name + " is given more than once";
   }
   return message;
 }
@@ -169,7 +161,8 @@ CLI::Validator oneOf(std::vector<std::string> values) {
                 given = value;
                 return {};
               }
-            return "there is no " + given + "; choose from " + CLI::detail::join(values, ", ");
+            return (given.empty() ? "must not be empty" : "there is no " + given) + "; choose from " +
+                   CLI::detail::join(values, ", ");
           },
           all};
 }
