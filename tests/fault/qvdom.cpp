@@ -60,7 +60,7 @@ void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); 
 namespace {
 
 // Makes the parser read a document that would be plain without it.
-constexpr const char* notPlain = "<?note the parser?>";
+constexpr const char* notPlain = "<?note:the parser?>";
 
 // A document that needs memory in every part of the reader, behind what is given.
 QvbString document(const char* prolog) {

@@ -19,7 +19,7 @@ using namespace std::string_literals;
 
 // A processing instruction after the root, which means nothing: a document with it is read by the parser, whereas plain
 // ones are not.
-const std::string forTheParser = "<?p?>";
+const std::string forTheParser = "<?p:p?>";
 
 std::string messageOf(const std::string& xml) {
   QvDom dom;
@@ -240,7 +240,7 @@ TEST(QvDomReader, ThreadsReadAtTheSameTime) {
 struct LateReader {
   ~LateReader() {
     if (result)
-      *result = normalized("<r><a>x</a></r><?p?>");
+      *result = normalized("<r><a>x</a></r><?p:p?>");
   }
   std::string* result = nullptr;
 };
@@ -258,7 +258,7 @@ TEST(QvDomReader, AThreadReadsToItsVeryEnd) {
 struct ReaderAtExit {
   ~ReaderAtExit() {
     QvDom dom;
-    const bool read = dom.loadXML("<r/><?p?>") && !dom.loadXML("<r>") && dom.loadXML("<r/><?p?>");
+    const bool read = dom.loadXML("<r/><?p:p?>") && !dom.loadXML("<r>") && dom.loadXML("<r/><?p:p?>");
     std::_Exit(read ? 3 : 4);
   }
 };
