@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -248,9 +250,18 @@ public:
   ~Watch() { close(m_queue); }
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
+  // Whether a file in the folder was. Other processes may look at the folder itself, as at all temporary ones.
   bool noticed() const {
     alignas(inotify_event) char events[4096];
-    return read(m_queue, events, sizeof events) > 0;
+    const ssize_t size = read(m_queue, events, sizeof events);
+    for (ssize_t at = 0; at < size;) {
+      inotify_event event{};
+      std::memcpy(&event, events + at, sizeof event);
+      if ((event.mask & IN_ISDIR) == 0)
+        return true;
+      at += static_cast<ssize_t>(sizeof event + event.len);
+    }
+    return false;
   }
 
 private:
