@@ -2,7 +2,7 @@
 #pragma once
 
 #include "guards.h"
-#include "lineagerecords.h"
+#include "lineagexml.h"
 #include "qvreposres/qvlineage.h"
 #include "qvxlog/qvlog.h"
 
@@ -96,6 +96,8 @@ public:
   // The export: lineageserialization_export.cpp.
   // As the operation above, for any analysis.
   bool getLineageAsString(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message, bool layout);
+  QVREPOSRES_HIDDEN bool write(QvImpactAnalysis* analysis, QvbString* text, QvbString* message,
+                               LineageForm form);
   // The lineage of one resource, with the dependencies of the list (optional, and not released) from its cursor on.
   bool getResourceLineageAsString(QvResource* resource, QvResourceList* dependents, QvbString* xml,
                                   QvbString* message, bool layout);
@@ -140,16 +142,17 @@ private:
   QVREPOSRES_HIDDEN bool start(Export& document, QvbString* message);
   QVREPOSRES_HIDDEN bool finish(Export& document, QvbString* xml);
   QVREPOSRES_HIDDEN bool isWatched() const;
-  QVREPOSRES_HIDDEN bool exportStore(LineageSerializationImpl& store, QvbString* xml, QvbString* message,
-                                     bool layout);
-  QVREPOSRES_HIDDEN bool exportAnalysis(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message,
-                                        bool layout);
+  QVREPOSRES_HIDDEN bool exportStore(LineageSerializationImpl& store, QvbString* text, QvbString* message,
+                                     LineageForm form);
+  QVREPOSRES_HIDDEN bool exportAnalysis(QvImpactAnalysis* analysis, QvbString* text, QvbString* message,
+                                        LineageForm form);
   QVREPOSRES_HIDDEN bool exportOne(QvResource* resource, QvResourceList* dependents, QvbString* xml,
-                                   QvbString* message, bool layout);
+                                   QvbString* message, LineageForm form);
   QVREPOSRES_HIDDEN void addDependents(Export& document, QvResourceList& dependents);
   QVREPOSRES_HIDDEN void describeSilent(LineageSerializationImpl& store, Export& document);
   QVREPOSRES_HIDDEN const LineageText& textOf(LineageRecord& record, Export& document);
-  QVREPOSRES_HIDDEN LineageText textOf(QvResource& resource, RepositoryFolders* folders);
+  QVREPOSRES_HIDDEN LineageText textOf(QvResource& resource, const Export& document,
+                                       RepositoryFolders* folders);
   // Whether nobody sees that a resource of this type is described.
   QVREPOSRES_HIDDEN bool isSilent(const QvbString& type) const;
   template<class Filler>

@@ -86,6 +86,8 @@ void appendTo(QvbString* xml, const QvbString& text) {
     xml->append(text);
 }
 
+LineageForm xmlForm(bool layout) { return layout ? LineageForm::LaidOutXml : LineageForm::CompactXml; }
+
 // Made while there is memory to tell of its lack.
 const QvbString noContext("Error creating serialization context");
 const QvbString noModels("Error creating serialization models");
@@ -120,7 +122,7 @@ const QvbString LineageSerializationImpl::DMSREFURI_SVC_TYPE_REAL{"REALTIME"};
 // One export. Its context and its root tell that there was memory to start it, and the context's end is logged; the text
 // itself needs neither. The context ends before the root.
 struct LineageSerializationImpl::Export {
-  explicit Export(bool layout) : xml(layout) {}
+  explicit Export(LineageForm form) : xml(form) {}
 
   Released<RepositoryMetadataObject> root;
   Released<RepositorySerializationContext> context;
@@ -170,16 +172,21 @@ bool LineageSerializationImpl::getLineageAsString(QvbString* xml, QvbString* mes
 
 bool LineageSerializationImpl::getLineageAsString(QvImpactAnalysis* analysis, QvbString* xml,
                                                   QvbString* message, bool layout) {
+  return write(analysis, xml, message, xmlForm(layout));
+}
+
+bool LineageSerializationImpl::write(QvImpactAnalysis* analysis, QvbString* text, QvbString* message,
+                                     LineageForm form) {
   return resultOr(false, [&] {
     auto* own = dynamic_cast<LineageSerializationImpl*>(analysis);
-    return own && own->isPlain() && !isWatched() ? exportStore(*own, xml, message, layout)
-                                                 : exportAnalysis(analysis, xml, message, layout);
+    return own && own->isPlain() && !isWatched() ? exportStore(*own, text, message, form)
+                                                 : exportAnalysis(analysis, text, message, form);
   });
 }
 
 bool LineageSerializationImpl::getResourceLineageAsString(QvResource* resource, QvResourceList* dependents,
                                                           QvbString* xml, QvbString* message, bool layout) {
-  return resultOr(false, [&] { return exportOne(resource, dependents, xml, message, layout); });
+  return resultOr(false, [&] { return exportOne(resource, dependents, xml, message, xmlForm(layout)); });
 }
 
 // Whoever is told of an export while it goes on may change the store meanwhile.
@@ -189,10 +196,10 @@ bool LineageSerializationImpl::isWatched() const {
 
 // A store that nobody has a part in but the library.
 bool LineageSerializationImpl::exportStore(LineageSerializationImpl& store, QvbString* xml,
-                                           QvbString* message, bool layout) {
+                                           QvbString* message, LineageForm form) {
   progress("Obtaining all lineage resources from data storage.");
   const auto entries = store.sortedEntries();
-  Export document(layout);
+  Export document(form);
   if (!start(document, message))
     return false;
   const ScopeExit forgetTexts(
@@ -214,9 +221,9 @@ bool LineageSerializationImpl::exportStore(LineageSerializationImpl& store, QvbS
 }
 
 bool LineageSerializationImpl::exportAnalysis(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message,
-                                              bool layout) {
+                                              LineageForm form) {
   progress("Obtaining all lineage resources from data storage.");
-  Export document(layout);
+  Export document(form);
   const Released<QvResourceList> resources(analysis ? analysis->getAllUniqueUsedResources() : nullptr);
   if (!resources || !start(document, message))
     return false;
@@ -224,7 +231,7 @@ bool LineageSerializationImpl::exportAnalysis(QvImpactAnalysis* analysis, QvbStr
     QvResource* resource = resources->getValue();
     if (!resource)
       continue;
-    document.xml.beginModel(textOf(*resource, nullptr));
+    document.xml.beginModel(textOf(*resource, document, nullptr));
     const Released<QvResourceList> dependents(analysis->getDependentResources(resource, false));
     if (dependents)
       addDependents(document, *dependents);
@@ -235,12 +242,12 @@ bool LineageSerializationImpl::exportAnalysis(QvImpactAnalysis* analysis, QvbStr
 }
 
 bool LineageSerializationImpl::exportOne(QvResource* resource, QvResourceList* dependents, QvbString* xml,
-                                         QvbString* message, bool layout) {
+                                         QvbString* message, LineageForm form) {
   progress("Serializing all lineage resource and dependencies.");
-  Export document(layout);
+  Export document(form);
   if (!start(document, message) || !resource)
     return false;
-  document.xml.beginModel(textOf(*resource, &document.folders));
+  document.xml.beginModel(textOf(*resource, document, &document.folders));
   if (dependents)
     addDependents(document, *dependents);
   return finish(document, xml);
@@ -251,7 +258,7 @@ void LineageSerializationImpl::addDependents(Export& document, QvResourceList& d
   auto* folders = dynamic_cast<QvResourceListImpl*>(&dependents) ? &document.folders : nullptr;
   while (dependents.next())
     if (QvResource* dependent = dependents.getValue())
-      document.xml.addDependent(textOf(*dependent, folders));
+      document.xml.addDependent(textOf(*dependent, document, folders));
 }
 
 // Each resource once, in any order, unless somebody might see that it is described: that one is described wherever it
@@ -261,21 +268,23 @@ void LineageSerializationImpl::describeSilent(LineageSerializationImpl& store, E
   store.m_records.forEach([&](LineageRecord& record) {
     if (!isSilent(record.resource.type()))
       return;
-    record.text = textOf(record.resource, &document.folders);
+    record.text = textOf(record.resource, document, &document.folders);
     size += record.holders * document.xml.sizeOf(record.text);
   });
   document.xml.reserve(store.m_dependencies.size(), size);
 }
 
 const LineageText& LineageSerializationImpl::textOf(LineageRecord& record, Export& document) {
-  return record.text.tag.isNull() ? document.told = textOf(record.resource, &document.folders) : record.text;
+  return record.text.tag.isNull() ? document.told = textOf(record.resource, document, &document.folders)
+                                  : record.text;
 }
 
-LineageText LineageSerializationImpl::textOf(QvResource& resource, RepositoryFolders* folders) {
+LineageText LineageSerializationImpl::textOf(QvResource& resource, const Export& document,
+                                             RepositoryFolders* folders) {
   LineageDescription description;
   DescriptionFiller filler(description);
   describe(resource, folders, filler);
-  return ::textOf(description);
+  return ::textOf(description, document.xml.form());
 }
 
 bool LineageSerializationImpl::isSilent(const QvbString& type) const {
@@ -408,4 +417,9 @@ bool LineageSerializationImpl::populateResourceDataPath(RepositorySerializationC
     return true;
   addDataPath(*context, *element, path);
   return true;
+}
+
+bool getLineageAsJson(QvImpactAnalysis* store, QvbString* json, QvbString* message) {
+  auto* own = dynamic_cast<LineageSerializationImpl*>(store);
+  return own && own->write(own, json, message, LineageForm::Json);
 }

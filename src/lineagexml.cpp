@@ -9,9 +9,47 @@ namespace {
 
 constexpr std::size_t bufferSize = std::size_t{64} << 10;
 
+// Between the members of a dependent, the deepest ones, as they are kept; a model's stand further out. No string of JSON
+// holds a line feed.
+constexpr std::string_view memberLine = "\n        ";
+constexpr std::string_view modelLine = "\n    ";
+
+LineageText furtherOut(const LineageText& members) {
+  std::string moved;
+  for (std::string_view rest = members.tag.view(); !rest.empty();) {
+    const auto line = rest.substr(0, rest.find(memberLine));
+    moved.append(moved.empty() ? "" : modelLine).append(line);
+    rest.remove_prefix(std::min(rest.size(), line.size() + memberLine.size()));
+  }
+  return {QvbString(moved), {}};
+}
+
+LineageText jsonOf(const LineageDescription& description) {
+  std::string members = "\"id\": \"";
+  const auto add = [&](std::string_view name, const QvbString& value) {
+    members.append("\",")
+        .append(memberLine)
+        .append("\"")
+        .append(name)
+        .append("\": \"")
+        .append(qvDomEscapeJson(value).view());
+  };
+  members.append(qvDomEscapeJson(description.id).view());
+  add("label", description.label);
+  add("type", description.type);
+  if (!description.analysisDate.isNull())
+    add("analysisDate", description.analysisDate);
+  if (!description.dataPath.isEmpty())
+    add("dataPath", description.dataPath);
+  members += '"';
+  return {QvbString(members), {}};
+}
+
 } // namespace
 
-LineageText textOf(const LineageDescription& description) {
+LineageText textOf(const LineageDescription& description, LineageForm form) {
+  if (form == LineageForm::Json)
+    return jsonOf(description);
   const bool isDated = !description.analysisDate.isNull();
   const QvbString date = qvDomEscapeAttribute(description.analysisDate);
   const QvbString id = qvDomEscapeAttribute(description.id);
@@ -42,8 +80,10 @@ struct LineageXml::Form {
   std::string_view beginRoot;
   std::string_view emptyRoot;
   std::string_view endRoot;
+  std::string_view betweenModels;
   Place model;
   std::string_view beginDependents;
+  std::string_view betweenDependents;
   Place dependent;
   std::string_view endDependents;
   std::string_view endModel;
@@ -54,6 +94,7 @@ const LineageXml::Form LineageXml::laidOut{"<?xml version=\"1.0\" encoding=\"UTF
                                            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                                            "<RelationshipModels/>\n",
                                            "</RelationshipModels>\n",
+                                           "",
                                            {"  <RelationshipModel>\n"
                                             "    ",
                                             "/>\n",
@@ -64,6 +105,7 @@ const LineageXml::Form LineageXml::laidOut{"<?xml version=\"1.0\" encoding=\"UTF
                                             "      </ResourceAttributes>\n"
                                             "    </Resource>\n"},
                                            "    <RelationshipNodes>\n",
+                                           "",
                                            {"      <RelationshipNode direction=\"1\" type=\"D\">\n"
                                             "        ",
                                             "/>\n"
@@ -82,28 +124,47 @@ const LineageXml::Form LineageXml::compact{
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?><RelationshipModels>",
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?><RelationshipModels/>",
     "</RelationshipModels>",
+    "",
     {"<RelationshipModel>", "/>", "><ResourceAttributes><ResourceAttribute name=\"DATA.PATH\">",
      "</ResourceAttribute></ResourceAttributes></Resource>"},
     "<RelationshipNodes>",
+    "",
     {"<RelationshipNode direction=\"1\" type=\"D\">", "/></RelationshipNode>",
      "><ResourceAttributes><ResourceAttribute name=\"DATA.PATH\">",
      "</ResourceAttribute></ResourceAttributes></Resource></RelationshipNode>"},
     "</RelationshipNodes>",
     "</RelationshipModel>"};
 
-LineageXml::LineageXml(bool layout) : m_form(layout ? laidOut : compact) {}
+// A dependents' array is there when it is empty, too: it ends with the model.
+const LineageXml::Form LineageXml::json{"[",
+                                        "[]\n",
+                                        "\n]\n",
+                                        ",",
+                                        {"\n  {\n    ", ",\n    \"uses\": [", "", ""},
+                                        "",
+                                        ",",
+                                        {"\n      {\n        ", "\n      }", "", ""},
+                                        "\n    ",
+                                        "]\n  }"};
+
+const LineageXml::Form& LineageXml::formOf(LineageForm name) noexcept {
+  return name == LineageForm::Json ? json : name == LineageForm::CompactXml ? compact : laidOut;
+}
+
+LineageXml::LineageXml(LineageForm form) : m_name(form), m_form(formOf(form)) {}
 
 std::size_t LineageXml::sizeOf(const LineageText& resource) const noexcept {
   const Place& place = m_form.dependent;
   const auto path = resource.dataPath.view();
-  return place.before.size() + resource.tag.view().size() +
+  return place.before.size() + m_form.betweenDependents.size() + resource.tag.view().size() +
          (resource.dataPath.isNull() ? place.after.size()
                                      : place.beforePath.size() + path.size() + place.afterPath.size());
 }
 
 void LineageXml::reserve(std::size_t models, std::size_t resources) {
   const std::size_t around = m_form.beginDependents.size() + m_form.endDependents.size() +
-                             m_form.endModel.size() + m_form.beginRoot.size() + m_form.endRoot.size();
+                             m_form.endModel.size() + m_form.betweenModels.size() + m_form.beginRoot.size() +
+                             m_form.endRoot.size();
   tryAllocate([&] { m_text.reserve(std::min((models + 1) * around + resources, QvDom::MaxSize)); });
 }
 
@@ -129,15 +190,13 @@ void LineageXml::write(const Place& place, const LineageText& resource) {
 void LineageXml::beginModel(const LineageText& resource) {
   if (m_hasModels)
     endModel();
-  else
-    m_buffer.append(m_form.beginRoot);
+  m_buffer.append(m_hasModels ? m_form.betweenModels : m_form.beginRoot);
   m_hasModels = true;
-  write(m_form.model, resource);
+  write(m_form.model, m_name == LineageForm::Json ? furtherOut(resource) : resource);
 }
 
 void LineageXml::addDependent(const LineageText& resource) {
-  if (!m_hasDependents)
-    m_buffer.append(m_form.beginDependents);
+  m_buffer.append(m_hasDependents ? m_form.betweenDependents : m_form.beginDependents);
   m_hasDependents = true;
   write(m_form.dependent, resource);
 }

@@ -1,4 +1,5 @@
-// Lineage XML, written from its beginning to its end as a context writes the tree of its objects.
+// Lineage as XML, written from its beginning to its end as a context writes the tree of its objects, and as JSON that says
+// the same.
 #pragma once
 
 #include "lineagerecords.h"
@@ -16,11 +17,15 @@ struct LineageDescription {
   QvbString dataPath;     // null or empty without one
 };
 
-LineageText textOf(const LineageDescription& description);
+enum class LineageForm { LaidOutXml, CompactXml, Json };
+
+LineageText textOf(const LineageDescription& description, LineageForm form);
 
 class LineageXml {
 public:
-  explicit LineageXml(bool layout);
+  explicit LineageXml(LineageForm form);
+
+  LineageForm form() const noexcept { return m_name; }
 
   // Room for so many models and for resources that take so many bytes by sizeOf(), so that nothing has to be moved.
   // Memory that cannot be had for it costs time alone.
@@ -41,11 +46,14 @@ private:
   struct Place;
   static const Form laidOut;
   static const Form compact;
+  static const Form json;
+  static const Form& formOf(LineageForm name) noexcept;
 
   void write(const Place& place, const LineageText& resource);
   void endModel();
   void flush();
 
+  LineageForm m_name;
   const Form& m_form;
   QvbString m_text;
   std::string m_buffer; // what follows it

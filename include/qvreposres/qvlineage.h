@@ -61,3 +61,9 @@ public:
 
 // A new, empty store that the caller releases; null when memory is short.
 extern "C" QVREPOSRES_API QvImpactAnalysis* getQvLineageAnalysis();
+
+// Appends to `json` what getLineageAsString() would say, as an array of records, one for each resource that uses others:
+// "id", "label", "type", "analysisDate" and "dataPath" where they are known, and "uses", an array of such records without
+// "uses". Characters that XML cannot carry are U+FFFD here, too. For a store of getQvLineageAnalysis(); false for any
+// other, and as getLineageAsString() is.
+QVREPOSRES_API bool getLineageAsJson(QvImpactAnalysis* store, QvbString* json, QvbString* message);

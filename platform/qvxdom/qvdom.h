@@ -122,3 +122,6 @@ private:
 // is written as it is comes back as it is, without a copy.
 QVPLATFORM_API QvbString qvDomEscapeText(const QvbString& text);
 QVPLATFORM_API QvbString qvDomEscapeAttribute(const QvbString& value);
+// What stands between the quotation marks of a string of JSON (RFC 8259) that says what XML would say: U+FFFD for what XML
+// cannot carry.
+QVPLATFORM_API QvbString qvDomEscapeJson(const QvbString& text);

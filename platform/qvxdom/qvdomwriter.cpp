@@ -25,10 +25,25 @@ Utf8Form utf8Form(unsigned char lead) noexcept {
   return {0, 0};
 }
 
-enum class Place { Text, Attribute };
+enum class Place { Text, Attribute, Json };
 
 // What stands for an ASCII character that must not stand for itself; empty for all others.
 constexpr std::string_view reference(char character, Place place) noexcept {
+  if (place == Place::Json)
+    switch (character) {
+    case '"':
+      return "\\\"";
+    case '\\':
+      return "\\\\";
+    case '\n':
+      return "\\n";
+    case '\r':
+      return "\\r";
+    case '\t':
+      return "\\t";
+    default:
+      return "";
+    }
   switch (character) {
   case '&':
     return "&amp;";
@@ -59,11 +74,11 @@ constexpr Bytes plainBytes(Place place) {
   return plain;
 }
 
-constexpr Bytes plainInText = plainBytes(Place::Text);
-constexpr Bytes plainInAttribute = plainBytes(Place::Attribute);
+// By place.
+constexpr std::array plainIn{plainBytes(Place::Text), plainBytes(Place::Attribute), plainBytes(Place::Json)};
 
 std::size_t plainLength(std::string_view text, Place place) {
-  const auto& plain = place == Place::Text ? plainInText : plainInAttribute;
+  const auto& plain = plainIn[static_cast<std::size_t>(place)];
   std::size_t length = 0;
   while (length < text.size() && plain[static_cast<unsigned char>(text[length])])
     ++length;
@@ -246,6 +261,8 @@ std::string qvDomWrite(const QvDomNodeData& node, bool layout, std::string& out)
 QvbString qvDomEscapeText(const QvbString& text) { return escaped(text, Place::Text); }
 
 QvbString qvDomEscapeAttribute(const QvbString& value) { return escaped(value, Place::Attribute); }
+
+QvbString qvDomEscapeJson(const QvbString& text) { return escaped(text, Place::Json); }
 
 std::string qvDomTooDeep() {
   return "elements are nested deeper than " + std::to_string(QvDom::MaxDepth) + " levels";

@@ -138,6 +138,26 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(OfEveryLevelAndWithASink, ShortMemory, testing::Range(0, 7));
 
+TEST_P(ShortMemory, CostsAnExportToJsonItsTextAndNothingElse) {
+  struct Subject {
+    Store store;
+    QvbString json = "before ";
+    bool result = false;
+  };
+  Subject whole{filledStore()};
+  ASSERT_TRUE(getLineageAsJson(whole.store.get(), &whole.json, nullptr));
+  failEach([&] { return Subject{filledStore()}; },
+           [](Subject& subject) {
+             subject.result = getLineageAsJson(subject.store.get(), &subject.json, nullptr);
+           },
+           [&](Subject& subject) {
+             EXPECT_EQ(subject.json, subject.result ? whole.json : QvbString("before "));
+             subject.json = "before ";
+             EXPECT_TRUE(getLineageAsJson(subject.store.get(), &subject.json, nullptr));
+             EXPECT_EQ(subject.json, whole.json);
+           });
+}
+
 TEST_P(ShortMemory, CostsAnExportItsTextAndNothingElse) {
   struct Subject {
     Store store;

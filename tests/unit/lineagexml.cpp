@@ -15,6 +15,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <rapidcheck.h>
 
 #include <memory>
@@ -122,6 +123,35 @@ std::string exported(LineageSerializationImpl& by, QvImpactAnalysis& analysis, b
   return str(xml);
 }
 
+nlohmann::ordered_json recordOf(const QvDomNode& resource) {
+  nlohmann::ordered_json record;
+  for (const char* name : {"id", "label", "type", "analysisDate"})
+    if (const QvbString value = resource.getAttributeValue(name); !value.isNull())
+      record[name] = str(value);
+  const auto path = resource.getFirstChild(false).getFirstChild(false);
+  if (!path.null())
+    record["dataPath"] = str(path.getValue(false));
+  return record;
+}
+
+std::string jsonOfXml(const std::string& xml) {
+  QvDom document;
+  EXPECT_TRUE(document.loadXML(text(xml)));
+  auto records = nlohmann::ordered_json::array();
+  const auto root = document.getRoot();
+  for (auto model = root.getFirstChild(false); !model.null(); model = model.getNextSibling(false)) {
+    const auto resource = model.getFirstChild(false);
+    auto record = recordOf(resource);
+    auto& uses = record["uses"] = nlohmann::ordered_json::array();
+    const auto nodes = resource.getNextSibling(false);
+    if (!nodes.null())
+      for (auto node = nodes.getFirstChild(false); !node.null(); node = node.getNextSibling(false))
+        uses.push_back(recordOf(node.getFirstChild(false)));
+    records.push_back(record);
+  }
+  return records.dump(2) + "\n";
+}
+
 class LineageXmlText : public testing::Test {
 protected:
   LineageXmlText() {
@@ -175,6 +205,28 @@ TEST_F(LineageXmlText, IsThatOfTheTreeOfObjects) {
       RC_ASSERT(exported(*host, *own, layout) == slow);
     }
   }));
+}
+
+// Byte for byte what the records of the XML are as JSON.
+TEST_F(LineageXmlText, SaysTheSameAsJson) {
+  EXPECT_TRUE(rc::check([this] {
+    const Store own(new LineageSerializationImpl);
+    const Store host(new HostStore);
+    fillAny(*own, *host);
+    const std::string expected = jsonOfXml(exported(*own, *own, false));
+    for (LineageSerializationImpl* store : {own.get(), host.get()}) {
+      QvbString json("before ");
+      RC_ASSERT(getLineageAsJson(store, &json, nullptr));
+      RC_ASSERT(str(json) == "before " + expected);
+    }
+  }));
+}
+
+TEST_F(LineageXmlText, IsNoJsonOfAStoreOfAnotherMaking) {
+  QvbString json("before "), message("untouched");
+  EXPECT_FALSE(getLineageAsJson(nullptr, &json, &message));
+  EXPECT_EQ(json, "before ");
+  EXPECT_EQ(message, "untouched");
 }
 
 TEST_F(LineageXmlText, LogsWhatTheTreeOfObjectsLogs) {
@@ -265,11 +317,11 @@ TEST_F(LineageXmlText, ForgetsWhatItWroteWithTheExport) {
 
 // Its parts that are written later need no memory of their own.
 TEST(LineageXml, IsWrittenWhereThereIsRoomForIt) {
-  for (const bool layout : {true, false}) {
+  for (const auto form : {LineageForm::LaidOutXml, LineageForm::CompactXml, LineageForm::Json}) {
     const LineageText plain{text("<Resource id=\"" + std::string(500, 'i') + "\""), QvbString()};
     const LineageText withPath{plain.tag, text(std::string(500, 'p'))};
     constexpr std::size_t pairs = 1'000;
-    LineageXml xml(layout);
+    LineageXml xml(form);
     xml.reserve(pairs, pairs * (xml.sizeOf(plain) + xml.sizeOf(withPath)));
     for (std::size_t i = 0; i < pairs; ++i) {
       Allocations::left = i < pairs / 2 ? -1 : 0;
