@@ -353,6 +353,13 @@ public:
       return toString(text);
     return Error{toString(message)};
   }
+  // The same as JSON, in the form of getLineageAsJson().
+  Result<std::string> json() {
+    QvbString text, message;
+    if (getLineageAsJson(m_store.get(), &text, &message))
+      return toString(text);
+    return Error{toString(message)};
+  }
 
   // For what this class leaves out.
   QvImpactAnalysis& interface() const { return *m_store; }

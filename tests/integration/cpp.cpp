@@ -120,6 +120,8 @@ TEST(Cpp, FoldersAreRecordedAsTheToolSearchesThem) {
   EXPECT_EQ(errors.front().line, 9);
   const auto tool = runTool({"lineage", sampleRepository, "--set", "BASE/REPOS_SYS_PATH="});
   EXPECT_EQ(lineage.xml().value(), tool.out);
+  const auto json = runTool({"lineage", "--json", sampleRepository, "--set", "BASE/REPOS_SYS_PATH="});
+  EXPECT_EQ(lineage.json().value(), json.out);
   EXPECT_THAT(qvlineagegraph::recordJobs(lineage, "/no/such"), SizeIs(1));
 }
 
