@@ -156,7 +156,8 @@ std::string positionOf(const Units& units, std::size_t index, bool utf8) {
   std::size_t column = 1;
   for (std::size_t i = 0; i < index; ++i) {
     const auto unit = units[i];
-    const bool endsLine = unit == '\n' || (unit == '\r' && units[i + 1] != '\n');
+    const bool isBeforeFeed = i + 1 < units.size() && units[i + 1] == '\n';
+    const bool endsLine = unit == '\n' || (unit == '\r' && !isBeforeFeed);
     if (endsLine) {
       ++line;
       column = 1;
@@ -301,8 +302,10 @@ std::string refusal(std::string_view document, const Form& form, const Units& un
     return "1:1: the encoding \"" + *declaration.encoding + "\" is not that of the first bytes, " +
            std::string(form.encoding);
   const bool utf8 = encoding == "UTF-8";
-  const auto first = std::min(document.find_first_not_of(" \t\r\n"), document.size());
-  if (first == document.size())
+  std::size_t first = 0;
+  while (units.isSpaceAt(first))
+    ++first;
+  if (first * form.width == document.size())
     return positionOf(units, first, utf8) + ": the document is empty";
   if (auto rest = document.substr(first); utf8 && rest.front() != '<' && qvDomIsChar(qvDomTakeUtf8(rest)))
     return positionOf(units, first, utf8) + ": this is no XML, which begins with \"<\"";

@@ -216,6 +216,12 @@ TEST(QvDomScan, WhatIsEmptyOrNoXmlIsCalledThat) {
   for (const char* empty : {"", "\xEF\xBB\xBF"})
     EXPECT_EQ(messageOf(empty), "1:1: the document is empty");
   EXPECT_EQ(messageOf(" \r\n\t"), "2:2: the document is empty") << "the place is its end";
+  EXPECT_EQ(messageOf(" \r"), "2:1: the document is empty");
+  for (const auto order : {Order::Big, Order::Little})
+    EXPECT_EQ(messageOf((order == Order::Big ? "\xFE\xFF"s : "\xFF\xFE"s) + widened(" \r\n\t", 2, order)),
+              "2:2: the document is empty");
+  EXPECT_EQ(messageOf("\xFF\xFE\r\n"), "1:1: invalid document structure")
+      << "one character, which is no white space";
   EXPECT_EQ(messageOf("hello"), "1:1: this is no XML, which begins with \"<\"");
   EXPECT_EQ(messageOf("\n {\"a\": 1}"), "2:2: this is no XML, which begins with \"<\"");
 }
