@@ -328,13 +328,15 @@ public:
     source.setCopyBufToStream(false);
     source.setEncoding(widen(scan.encoding).c_str());
     m_builder.build(document);
+    std::string refused;
     try {
       m_parser->parse(source);
-      return {};
     } catch (const Refusal& refusal) {
-      auto broken = scan.encoding == "UTF-8" ? qvDomFindBrokenUtf8(text) : std::string();
-      return broken.empty() ? refusal.message : broken;
+      refused = refusal.message;
     }
+    // Behind the root element the parser takes a character that breaks off for the document's end.
+    auto broken = scan.encoding == "UTF-8" ? qvDomFindBrokenUtf8(text) : std::string();
+    return broken.empty() ? refused : broken;
   }
 
   // The parser keeps the room that the largest document needed, and pools that only grow; a new one costs no more

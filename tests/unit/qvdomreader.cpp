@@ -132,6 +132,9 @@ TEST(QvDomReader, BytesThatAreNotUtf8AreRefusedWithTheirPlace) {
       {"\xEF\xBB\xBF<r a='\xC0\x80'/>", "1:7"},
       {"<?xml version='1.0' encoding='utf8'?>\r\n<r>\xE2\x82</r>", "2:4"},
       {"<r>" + std::string(100'000, 'x') + "\xF4\x90\x80\x80</r>", "1:100004"},
+      {"<r/>\xF2!", "1:5"},
+      {"<r/>\xFE\xFF<a>", "1:5"},
+      {"<r></r>\n\xE2\x82", "2:1"},
   };
   for (const auto& c : cases)
     EXPECT_EQ(messageOf(c.xml), c.place + ": the text is not UTF-8"s) << c.xml;
