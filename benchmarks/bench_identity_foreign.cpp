@@ -1,5 +1,5 @@
 // The identity of a table as somebody writes it by hand, into a tree 200,000 times. The word tells what is in it that the
-// library does not write: a comment, an instruction, or Latin-1, which is left to the full parser.
+// library does not write: a comment, an instruction, or Latin-1.
 #include "documents.h"
 
 namespace {

@@ -1,5 +1,9 @@
 #include "qvxdom/private/qvdomplain.h"
 
+#include <algorithm>
+#include <iterator>
+#include <optional>
+
 namespace {
 
 // Builds the document's tree.
@@ -26,9 +30,38 @@ private:
   QvDomBuilder m_builder;
 };
 
+constexpr std::size_t largestDecoded = std::size_t{1}
+                                       << 20; // what the parser has to be set up for counts less beyond
+
+// A document that declares ISO 8859-1, as it is usually written, in UTF-8 and with a zero byte; nothing for any other.
+std::optional<std::string> decoded(std::string_view text) {
+  constexpr std::string_view declarations[] = {
+      "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"", "<?xml version='1.0' encoding='ISO-8859-1'",
+      "<?xml version=\"1.0\" encoding=\"iso-8859-1\"", "<?xml version='1.0' encoding='iso-8859-1'"};
+  const auto declaration =
+      std::ranges::find_if(declarations, [&](auto one) { return text.starts_with(one); });
+  if (text.size() > largestDecoded || declaration == std::end(declarations))
+    return std::nullopt;
+  std::string utf8 = "<?xml version=\"1.0\"";
+  for (const char byte : text.substr(declaration->size())) {
+    const auto code = static_cast<unsigned char>(byte);
+    if (code < 0x80) {
+      utf8 += byte;
+    } else {
+      utf8 += static_cast<char>(0xC0 | code >> 6);
+      utf8 += static_cast<char>(0x80 | (code & 0x3F));
+    }
+  }
+  return utf8 + '\0';
+}
+
 } // namespace
 
 bool qvDomReadPlain(std::string_view text, QvDomDocument& document) {
+  if (const auto utf8 = decoded(text)) {
+    text = document.store(*utf8);
+    text.remove_suffix(1);
+  }
   TreeSink sink(document);
   return qvdomplain::Reader(text, sink).read();
 }

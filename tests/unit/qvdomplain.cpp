@@ -182,6 +182,23 @@ TEST(QvDomPlain, SoundDocumentsMeanTheSameToTheParser) {
   }));
 }
 
+TEST(QvDomPlain, Latin1MeansTheSameToTheParser) {
+  const std::string start = "<?xml version='1.0' encoding='ISO-8859-1'?>";
+  EXPECT_EQ(readingOf(start + "<r a='Verk\xE4ufe'>\xA0</r>"), "(r a={Verk\xC3\xA4ufe}[\xC2\xA0])");
+  EXPECT_TRUE(rc::check([&] {
+    const auto bytes = [] {
+      return *rc::gen::container<std::string>(rc::gen::map(rc::gen::inRange(0x20, 0x100), [](int code) {
+        const char byte = static_cast<char>(code);
+        return byte == '<' || byte == '&' || byte == '\'' ? 'x' : byte;
+      }));
+    };
+    const std::string name =
+        *rc::gen::elementOf(std::vector<std::string>{"r", "r\xE9", "\xC9r", "r\xB7", "r\xD7"});
+    RC_ASSERT(meansTheSame(start + "<!--" + bytes() + "--><" + name + " a='" + bytes() + "'>" + bytes() +
+                           "</" + name + ">"));
+  }));
+}
+
 TEST(QvDomPlain, ChangedIdentitiesMeanTheSameToTheParser) {
   const std::string identity =
       R"(<morvaxeldocument class="tableresource" version="1"><resource>)"
