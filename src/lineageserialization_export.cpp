@@ -419,7 +419,7 @@ bool LineageSerializationImpl::populateResourceDataPath(RepositorySerializationC
   return true;
 }
 
-bool getLineageAsJson(QvImpactAnalysis* store, QvbString* json, QvbString* message) {
+extern "C" bool getLineageAsJson(QvImpactAnalysis* store, QvbString* json, QvbString* message) {
   auto* own = dynamic_cast<LineageSerializationImpl*>(store);
   return own && own->write(own, json, message, LineageForm::Json);
 }

@@ -66,4 +66,4 @@ extern "C" QVREPOSRES_API QvImpactAnalysis* getQvLineageAnalysis();
 // "id", "label", "type", "analysisDate" and "dataPath" where they are known, and "uses", an array of such records without
 // "uses". Characters that XML cannot carry are U+FFFD here, too. For a store of getQvLineageAnalysis(); false for any
 // other, and as getLineageAsString() is.
-QVREPOSRES_API bool getLineageAsJson(QvImpactAnalysis* store, QvbString* json, QvbString* message);
+extern "C" QVREPOSRES_API bool getLineageAsJson(QvImpactAnalysis* store, QvbString* json, QvbString* message);
