@@ -14,14 +14,12 @@ constexpr std::size_t bufferSize = std::size_t{64} << 10;
 constexpr std::string_view memberLine = "\n        ";
 constexpr std::string_view modelLine = "\n    ";
 
-LineageText furtherOut(const LineageText& members) {
-  std::string moved;
-  for (std::string_view rest = members.tag.view(); !rest.empty();) {
-    const auto line = rest.substr(0, rest.find(memberLine));
-    moved.append(moved.empty() ? "" : modelLine).append(line);
-    rest.remove_prefix(std::min(rest.size(), line.size() + memberLine.size()));
+void appendFurtherOut(std::string& out, std::string_view members) {
+  for (auto line = members.find(memberLine); line != members.npos; line = members.find(memberLine)) {
+    out.append(members.substr(0, line)).append(modelLine);
+    members.remove_prefix(line + memberLine.size());
   }
-  return {QvbString(moved), {}};
+  out.append(members);
 }
 
 LineageText jsonOf(const LineageDescription& description) {
@@ -178,7 +176,11 @@ void LineageXml::flush() {
 }
 
 void LineageXml::write(const Place& place, const LineageText& resource) {
-  m_buffer.append(place.before).append(resource.tag.view());
+  m_buffer.append(place.before);
+  if (&place == &json.model)
+    appendFurtherOut(m_buffer, resource.tag.view());
+  else
+    m_buffer.append(resource.tag.view());
   if (resource.dataPath.isNull())
     m_buffer.append(place.after);
   else
@@ -192,7 +194,7 @@ void LineageXml::beginModel(const LineageText& resource) {
     endModel();
   m_buffer.append(m_hasModels ? m_form.betweenModels : m_form.beginRoot);
   m_hasModels = true;
-  write(m_form.model, m_name == LineageForm::Json ? furtherOut(resource) : resource);
+  write(m_form.model, resource);
 }
 
 void LineageXml::addDependent(const LineageText& resource) {
