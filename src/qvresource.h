@@ -107,7 +107,7 @@ private:
 
   // Of rows with the same text the first one is entered.
   template<class KeyOf>
-  void enter(std::size_t rows, const KeyOf& keyOf) noexcept {
+  void enter(std::size_t rows, const KeyOf& keyOf) {
     tryAllocate([&] {
       for (; m_entered < rows; ++m_entered) {
         const QvbString* key = keyOf(m_entered);
