@@ -3,6 +3,8 @@
 
 #include "qvxbase/qvbformat.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <iterator>
 
@@ -13,10 +15,10 @@ namespace {
 // A cell that is wider moves the rest of its own row alone: padding cannot outgrow what there is to show.
 constexpr std::size_t widestColumn = 100;
 
-// Continuation bytes of UTF-8 take no column.
+// The columns that a terminal shows the text in: letters of East Asia take two. No text takes more than it has bytes, and
+// padding to so many tells by how much less.
 std::size_t widthOf(const std::string& cell) {
-  return static_cast<std::size_t>(
-      std::ranges::count_if(cell, [](char byte) { return (byte & 0xC0) != 0x80; }));
+  return 2 * cell.size() - fmt::formatted_size("{:{}}", cell, cell.size());
 }
 
 void writeRow(const std::vector<std::string>& row, const std::vector<std::size_t>& widths, std::string& out) {

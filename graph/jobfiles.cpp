@@ -29,13 +29,13 @@ namespace {
 
 constexpr std::array<const char*, 4> jobTypes{"ProcessJob", "ArchitectJob", "DataJob", "XMLSQLQuery"};
 
-// A file URI is the path that it names.
-fs::path absolutePath(const std::string& given, std::error_code& error) {
+// A file URI is the path that it names; anything else is a path as it is.
+QvbString nativePath(const std::string& given) {
   QvbString path(std::string_view{given});
   const Released<QvURI> uri(getURIFromURIString(path));
   if (uri)
     getNativePath(uri.get(), &path);
-  return fs::absolute(fs::path(std::string(path.view())), error).lexically_normal();
+  return path;
 }
 
 bool isJobFile(const std::string& name) {
@@ -74,13 +74,16 @@ public:
       return;
     }
     std::error_code error;
-    const fs::path path = absolutePath(given, error);
+    const QvbString native = nativePath(given);
+    const fs::path path = fs::absolute(std::string(native.view()), error).lexically_normal();
     if (error) {
       fail('"' + given + '"', given.empty() ? "no such file or folder" : error.message());
       return;
     }
     const auto status = fs::status(path, error);
-    if (status.type() == fs::file_type::not_found)
+    if (status.type() == fs::file_type::not_found && isURIReference(native))
+      fail(given, "this URI names no file of this machine; name a file or a folder");
+    else if (status.type() == fs::file_type::not_found)
       fail(path.string(), "no such file or folder");
     else if (fs::is_directory(status))
       searchFolder(path.string());

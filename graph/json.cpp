@@ -287,7 +287,8 @@ private:
     if (!m_isOurs || !m_version)
       return malformed("its format is not \"" + std::string(formatName) + "\"");
     if (*m_version != formatVersion)
-      return malformed("version " + std::to_string(*m_version) + " is not known");
+      return malformed("its version is " + std::to_string(*m_version) +
+                       ", and the one that is read here is " + std::to_string(formatVersion));
     for (const auto& [node, source] : m_sources)
       m_builder.setSource(node, placeOf(source));
     for (Edge& edge : m_edges) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -96,7 +97,7 @@ Result<Expression> parse(std::string_view text) {
   expression.upstream = *upstream;
   expression.downstream = *downstream;
   if (rest.empty())
-    return malformed(text, "names nothing");
+    return malformed(text, "names nothing; write a table or a job, as in +dw.customers");
   expression.text = rest;
   if (!equalsIgnoringCase(rest.substr(0, typePrefix.size()), typePrefix)) {
     expression.name = Wildcard(rest);
@@ -224,6 +225,7 @@ Result<Selected> select(const View& view, const Selection& selection) {
   const auto shown = markedOf(view, wanted->all);
   if (shown.empty() && !selection.exclude.empty())
     return Error{ErrorKind::NothingMatched, "everything that was selected is excluded"};
+  std::ranges::move(reasonsOf(view, unwanted->unmatched), std::back_inserter(unmatched));
   return Selected{view.induced(shown), markedOf(view, wanted->named), std::move(unmatched)};
 }
 

@@ -29,7 +29,8 @@ struct Selected {
   View view;
   std::vector<NodeIndex>
       named; // the nodes that bear the names of `select`, as far as they are shown; ascending
-  // For each expression of `select` that matches nothing beside others that do, in their order, what an error would say.
+  // For each expression that matches nothing, where others of `select` do, what an error would say: those of `select` in
+  // their order, then those of `exclude`.
   std::vector<std::string> unmatched;
 };
 

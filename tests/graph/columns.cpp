@@ -12,6 +12,12 @@ TEST(Columns, AreAsWideAsTheirWidestCellInLetters) {
   EXPECT_EQ(out, "before\nNAME   TYPE\nGröße  Table\na      Job\n");
 }
 
+TEST(Columns, AreAsWideAsATerminalShowsThem) {
+  std::string out;
+  writeColumns({"NAME", "TYPE"}, {{"売上.客", "Table"}, {"한국", "Job"}, {"\xff", "Job"}, {"", "Job"}}, out);
+  EXPECT_EQ(out, "NAME     TYPE\n売上.客  Table\n한국     Job\n\xff        Job\n         Job\n");
+}
+
 TEST(Columns, EndARowWithoutBlanks) {
   std::string out;
   writeColumns({"A", "B", "C"}, {{"1", "", ""}, {"", "", "3"}}, out);

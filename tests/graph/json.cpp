@@ -189,6 +189,8 @@ TEST(SavedGraph, IsRefusedWhereItIsNone) {
         "{\"format\":\"qvlineagegraph\",\"version\":1", "{\"format\":\"qvlineagegraph\" \"version\":1}",
         "{\"format\":\"qvlineagegraph\",\"version\":1,\"open"})
     EXPECT_THAT(refusal(text), HasSubstr("no saved graph: ")) << text;
+  EXPECT_THAT(refusal(R"({"format":"qvlineagegraph","version":2})"),
+              HasSubstr("no saved graph: its version is 2, and the one that is read here is 1"));
   for (const std::string rest : {R"("nodes":{}})",
                                  R"("nodes":[1]})",
                                  R"("nodes":[{"name":"a"}]})",

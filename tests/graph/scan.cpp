@@ -147,15 +147,18 @@ TEST_F(Scanning, NotesWhatItCannotUse) {
   m_folder.write("a.djf", "<Other/>");
   const auto broken = m_folder.write("b.djf", "<SQLUpdateRows>\n</b>");
   job("c.djf", connection("S") + writes("a.b.c.d"));
-  const Graph graph = scanned({m_folder.path().string(), m_folder / "missing", ""});
+  const Graph graph = scanned({m_folder.path().string(), m_folder / "missing", "", "http://host/jobs"});
   const auto notes = noteTexts(graph);
-  ASSERT_EQ(notes.size(), 5U);
+  ASSERT_EQ(notes.size(), 6U);
   EXPECT_EQ(notes[0],
             "failed||" + m_folder / "missing" + "|" + m_folder / "missing" + ": no such file or folder");
   EXPECT_EQ(notes[1], "failed||\"\"|\"\": no such file or folder");
-  EXPECT_EQ(notes[2], "not-understood||" + m_folder / "a.djf" + "|Other");
-  EXPECT_THAT(notes[3], StartsWith("failed||" + broken + "|" + broken + ":2:"));
-  EXPECT_EQ(notes[4],
+  EXPECT_EQ(notes[2],
+            "failed||http://host/jobs|http://host/jobs: this URI names no file of this machine; name a file "
+            "or a folder");
+  EXPECT_EQ(notes[3], "not-understood||" + m_folder / "a.djf" + "|Other");
+  EXPECT_THAT(notes[4], StartsWith("failed||" + broken + "|" + broken + ":2:"));
+  EXPECT_EQ(notes[5],
             "unusable-name|c|" + m_folder / "c.djf" + "|Create \"a.b.c.d\" is not catalog, schema and table");
   const Counts counts = graph.counts();
   EXPECT_EQ(counts.jobs, 1U);

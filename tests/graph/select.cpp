@@ -148,6 +148,16 @@ TEST(Selecting, NamesTheNearestWhenNothingMatches) {
   EXPECT_EQ(refusal(view, {{"people"}, {"+report"}}).kind, ErrorKind::NothingMatched);
 }
 
+TEST(Selecting, TellsWhatIsNotThereToExclude) {
+  const Graph graph = chain();
+  const auto result = select(View(graph), {{"people", "nobody"}, {"dw.custmers", "load"}});
+  ASSERT_TRUE(result.ok());
+  EXPECT_THAT(result->unmatched,
+              ElementsAre(HasSubstr("nothing matches \"nobody\""),
+                          HasSubstr("nothing matches \"dw.custmers\"; the nearest names are: "
+                                    "Warehouse.dw.customers")));
+}
+
 TEST(Selecting, RefusesWhatIsNoExpression) {
   const Graph graph = chain();
   const View view(graph);
@@ -155,6 +165,8 @@ TEST(Selecting, RefusesWhatIsNoExpression) {
        {"", "+", "2+", "++", "type:", "type:Tables", "99999999999999999999+a", "a+99999999999999999999"})
     EXPECT_EQ(refusal(view, {{text}, {}}).kind, ErrorKind::Malformed) << text;
   EXPECT_EQ(refusal(view, {{}, {"+"}}).kind, ErrorKind::Malformed);
+  EXPECT_THAT(refusal(view, {{"2+"}, {}}).message,
+              HasSubstr("\"2+\" names nothing; write a table or a job, as in +dw.customers"));
 }
 
 RC_GTEST_PROP(Selecting, FindsEveryNameThatIsQuoted, ()) {

@@ -189,6 +189,14 @@ TEST(QvreposLineage, IdentitiesDoNotDependOnWhereItIsRun) {
   EXPECT_EQ(from(folder / "jobs", "../jobs/one.djf"), expected);
 }
 
+TEST(QvreposLineage, AUriThatNamesNoFileIsToldFromAMissingOne) {
+  const auto run = runTool({"lineage", "http://host/jobs", "file:///no/such.djf"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err,
+            "qvrepos: http://host/jobs: this URI names no file of this machine; name a file or a folder\n"
+            "qvrepos: /no/such.djf: no such file or folder\nqvrepos: 0 jobs; 2 files failed\n");
+}
+
 TEST(QvreposLineage, MissingPathIsNamedAndTheOthersStillCount) {
   const TempDir folder;
   const auto run = runTool({"lineage", folder / "gone.djf", folder.write("one.djf", oneStep)});

@@ -20,6 +20,7 @@ const std::map<std::string, ViewKind> viewKinds{
     {"all", ViewKind::All}, {"jobs", ViewKind::Jobs}, {"tables", ViewKind::Tables}};
 const std::vector<std::string> formats{"table",   "tree", "json", "csv",  "dot",
                                        "mermaid", "svg",  "png",  "html", "openlineage"};
+const std::map<std::string, PictureFormat> pictures{{"svg", PictureFormat::Svg}, {"png", PictureFormat::Png}};
 
 struct GraphOptions {
   ScanArguments scan;
@@ -116,7 +117,7 @@ Result<void> writeAs(const std::string& format, const GraphOptions& options, con
     return writeOpenLineage(selected.view, lineageOptions(options.events), out);
   if (format == "html")
     return writeHtml(selected.view, {options.title, openOn(selected)}, out);
-  auto drawn = writePicture(selected.view, format == "svg" ? PictureFormat::Svg : PictureFormat::Png, out);
+  auto drawn = writePicture(selected.view, pictures.at(format), out);
   if (!drawn && selected.view.nodes().size() > mostNodesInAPicture)
     return Error{ErrorKind::Refused, drawn.error().message + "; narrow it with --select"};
   return drawn;
