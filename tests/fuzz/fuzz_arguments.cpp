@@ -11,12 +11,8 @@
 
 namespace {
 
-void doNothing(CLI::App& command) {
-  command.final_callback(nullptr);
-  command.parse_complete_callback(nullptr);
-  for (CLI::App* child : command.get_subcommands([](const CLI::App*) { return true; }))
-    doNothing(*child);
-}
+// Thrown when all is parsed, before any command begins.
+struct Taken {};
 
 struct Answer {
   int status = exitSuccess;
@@ -25,41 +21,50 @@ struct Answer {
   bool operator==(const Answer&) const = default;
 };
 
-Answer answerTo(std::vector<std::string> words) {
-  Host host;
-  Settings settings;
-  CLI::App app("", "qvrepos");
-  addCommands(app, settings, host);
-  doNothing(app);
-  words.insert(words.begin(), "qvrepos");
-  std::vector<char*> arguments;
-  for (auto& word : words)
-    arguments.push_back(word.data());
-  try {
-    app.parse(reversedWords(app, static_cast<int>(arguments.size()), arguments.data()));
-  } catch (const CLI::ParseError& error) {
-    std::ostringstream result;
-    std::ostringstream message;
-    const int status = app.exit(error, result, message) == 0 ? exitSuccess : exitUsage;
-    return {status, result.str(), message.str()};
+// Made once, which takes longer than a parse.
+class CommandLine {
+public:
+  CommandLine() {
+    addCommands(m_app, m_settings, m_host);
+    m_app.parse_complete_callback([] { throw Taken(); });
   }
-  return {};
-}
 
-// Whether each is a command of the one before.
-bool areCommands(std::span<const std::string> words) {
-  Host host;
-  Settings settings;
-  CLI::App app("", "qvrepos");
-  addCommands(app, settings, host);
-  const CLI::App* command = &app;
-  for (const auto& word : words) {
-    command = command->get_subcommand_no_throw(word);
-    if (!command)
-      return false;
+  Answer answerTo(std::vector<std::string> words) {
+    words.insert(words.begin(), "qvrepos");
+    std::vector<char*> arguments;
+    for (auto& word : words)
+      arguments.push_back(word.data());
+    try {
+      m_app.parse(reversedWords(m_app, static_cast<int>(arguments.size()), arguments.data()));
+    } catch (const CLI::ParseError& error) {
+      std::ostringstream result;
+      std::ostringstream message;
+      const int status = m_app.exit(error, result, message) == 0 ? exitSuccess : exitUsage;
+      return {status, result.str(), message.str()};
+    } catch (const Taken&) {
+      return {};
+    }
+    std::abort(); // a parse ends in one of these ways
   }
-  return true;
-}
+
+  // Whether each is a command of the one before, that help lists.
+  bool areCommands(const std::vector<std::string>& words) const {
+    const CLI::App* command = &m_app;
+    for (const auto& word : words) {
+      const auto named = command->get_subcommands(
+          [&](const CLI::App* child) { return child->get_name() == word && !child->get_group().empty(); });
+      if (named.empty())
+        return false;
+      command = named.front();
+    }
+    return true;
+  }
+
+private:
+  Host m_host;
+  Settings m_settings;
+  CLI::App m_app{"", "qvrepos"};
+};
 
 void checkMessage(const Answer& answer) {
   require(answer.message.starts_with("qvrepos") && answer.message.ends_with('\n'));
@@ -78,19 +83,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (std::string line; std::getline(lines, line);)
     words.emplace_back(line.c_str()); // a zero byte ends a word of a command line
 
+  static CommandLine line;
   Answer answer;
-  costsAtMost(4096, size, [&] { answer = answerTo(words); });
-  require(answer == answerTo(words));
+  costsAtMost(4096, size, [&] { answer = line.answerTo(words); });
+  require(answer == line.answerTo(words));
   if (answer.status == exitUsage)
     checkMessage(answer);
   else
     require(answer.message.empty());
 
-  if (!words.empty() && areCommands(words)) {
+  if (!words.empty() && line.areCommands(words)) {
     auto asked = words;
     asked.insert(asked.begin(), "help");
     words.emplace_back("--help");
-    require(answerTo(asked) == answerTo(words) && answerTo(words).status == exitSuccess);
+    const auto help = line.answerTo(words);
+    require(help.status == exitSuccess && !help.result.empty() && line.answerTo(asked) == help);
   }
   return 0;
 }

@@ -162,7 +162,7 @@ TEST_F(Scanning, NotesWhatItCannotUse) {
             "unusable-name|c|" + m_folder / "c.djf" + "|Create \"a.b.c.d\" is not catalog, schema and table");
   const Counts counts = graph.counts();
   EXPECT_EQ(counts.jobs, 1U);
-  EXPECT_EQ(counts.failed, 3U);
+  EXPECT_EQ(counts.failed, 4U);
   EXPECT_EQ(counts.notUnderstood, 1U);
 }
 
