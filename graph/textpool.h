@@ -18,7 +18,7 @@ class TextPool {
 public:
   std::string_view at(std::uint32_t place, std::uint32_t size) const noexcept {
     return size == 0 ? std::string_view()
-                     : std::string_view(m_starts[place >> blockBits] + (place & (blockSize - 1)), size);
+                     : std::string_view(m_starts[place >> BlockBits] + (place & (BlockSize - 1)), size);
   }
 
   // The place of a copy of the text; std::bad_alloc beyond 4 GiB of texts.
@@ -26,28 +26,28 @@ public:
     if (text.empty())
       return 0;
     if (m_left < text.size())
-      addBlocks((text.size() + blockSize - 1) >> blockBits);
+      addBlocks((text.size() + BlockSize - 1) >> BlockBits);
     std::memcpy(m_next, text.data(), text.size());
-    const std::size_t place = (m_starts.size() << blockBits) - m_left;
+    const std::size_t place = (m_starts.size() << BlockBits) - m_left;
     m_next += text.size();
     m_left -= text.size();
     return static_cast<std::uint32_t>(place);
   }
 
 private:
-  static constexpr std::size_t blockBits = 18;
-  static constexpr std::size_t blockSize = std::size_t{1} << blockBits;
-  static constexpr std::size_t mostBlocks = std::size_t{1} << (32 - blockBits);
+  static constexpr std::size_t BlockBits = 18;
+  static constexpr std::size_t BlockSize = std::size_t{1} << BlockBits;
+  static constexpr std::size_t MostBlocks = std::size_t{1} << (32 - BlockBits);
 
   void addBlocks(std::size_t count) {
-    if (m_starts.size() + count > mostBlocks)
+    if (m_starts.size() + count > MostBlocks)
       throw std::bad_alloc();
     m_starts.reserve(std::max(m_starts.size() + count, 2 * m_starts.size()));
-    m_blocks.push_back(std::make_unique_for_overwrite<char[]>(count << blockBits));
+    m_blocks.push_back(std::make_unique_for_overwrite<char[]>(count << BlockBits));
     m_next = m_blocks.back().get();
-    m_left = count << blockBits;
+    m_left = count << BlockBits;
     for (std::size_t i = 0; i < count; ++i)
-      m_starts.push_back(m_next + (i << blockBits));
+      m_starts.push_back(m_next + (i << BlockBits));
   }
 
   std::vector<std::unique_ptr<char[]>> m_blocks;

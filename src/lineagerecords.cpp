@@ -44,7 +44,7 @@ LineageRecordHold LineageRecords::hold(const QvResourceImpl& resource) {
   const std::size_t hash = hashOf(resource);
   const std::size_t known =
       m_index.find(hash, [&](std::size_t position) { return isSame(at(position).resource, resource); });
-  return LineageRecordHold(known != PositionIndex::none ? at(known) : add(resource, hash));
+  return LineageRecordHold(known != PositionIndex::None ? at(known) : add(resource, hash));
 }
 
 LineageRecord& LineageRecords::add(const QvResourceImpl& resource, std::size_t hash) {

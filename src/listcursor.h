@@ -11,24 +11,24 @@ public:
     if (!m_started) {
       m_started = true;
       place(0, rowCount);
-    } else if (m_row != pastEnd) {
+    } else if (m_row != PastEnd) {
       place(m_row + 1, rowCount);
     }
-    return m_row != pastEnd;
+    return m_row != PastEnd;
   }
   // Moves without touching the started state, as a search through the rows does.
-  void place(std::size_t row, std::size_t rowCount) { m_row = row < rowCount ? row : pastEnd; }
+  void place(std::size_t row, std::size_t rowCount) { m_row = row < rowCount ? row : PastEnd; }
   void reset() { *this = ListCursor(); }
   // The next next() starts again at the first row, wherever the cursor stands.
   void restart() { m_started = false; }
 
-  bool onRow() const { return m_row != pastEnd; }
+  bool onRow() const { return m_row != PastEnd; }
   std::size_t row() const { return m_row; }
 
 private:
-  static constexpr std::size_t pastEnd = static_cast<std::size_t>(-1);
+  static constexpr std::size_t PastEnd = static_cast<std::size_t>(-1);
 
-  std::size_t m_row = pastEnd;
+  std::size_t m_row = PastEnd;
   bool m_started = false;
 };
 

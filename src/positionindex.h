@@ -12,21 +12,21 @@
 // stands at a position, and whether it is what is looked for, the caller knows.
 class PositionIndex {
 public:
-  static constexpr std::size_t none = std::numeric_limits<std::uint32_t>::max();
+  static constexpr std::size_t None = std::numeric_limits<std::uint32_t>::max();
 
-  // The position with this hash that `isSame` takes; `none` without one.
+  // The position with this hash that `isSame` takes; `None` without one.
   template<class IsSame>
   std::size_t find(std::size_t hash, const IsSame& isSame) const {
     if (m_used > 0)
       for (std::size_t at = home(hash); !m_slots[at].isFree(); at = next(at))
         if (m_slots[at].hash == shortOf(hash) && isSame(std::size_t{m_slots[at].position}))
           return m_slots[at].position;
-    return none;
+    return None;
   }
 
   // Memory that cannot be had, also for a position that is no 32-bit number, is std::bad_alloc.
   void insert(std::size_t hash, std::size_t position) {
-    if (position >= none)
+    if (position >= None)
       throw std::bad_alloc();
     if (m_used >= m_size / 4 * 3)
       grow();
@@ -53,11 +53,11 @@ public:
 private:
   struct Slot {
     std::uint32_t hash = 0;
-    std::uint32_t position = none;
-    bool isFree() const noexcept { return position == none; }
+    std::uint32_t position = None;
+    bool isFree() const noexcept { return position == None; }
   };
 
-  static constexpr std::size_t smallest = 16;
+  static constexpr std::size_t Smallest = 16;
 
   static std::uint32_t shortOf(std::size_t hash) noexcept { return static_cast<std::uint32_t>(hash); }
   std::size_t home(std::size_t hash) const noexcept { return shortOf(hash) & (m_size - 1); }
@@ -72,7 +72,7 @@ private:
   }
 
   void grow() {
-    const std::size_t size = m_size == 0 ? smallest : m_size * 2;
+    const std::size_t size = m_size == 0 ? Smallest : m_size * 2;
     const auto old = std::exchange(m_slots, std::make_unique<Slot[]>(size));
     const std::size_t oldSize = std::exchange(m_size, size);
     for (std::size_t at = 0; at < oldSize; ++at)

@@ -96,7 +96,7 @@ public:
       enter(rows - 1, keyOf);
     const auto isSameRow = [&](std::size_t at) { return isSame(keyOf(at)); };
     std::size_t row = m_rows.find(hash, isSameRow);
-    if (row == PositionIndex::none)
+    if (row == PositionIndex::None)
       for (row = m_entered; row < rows && !isSameRow(row);)
         ++row;
     return row;
@@ -114,7 +114,7 @@ private:
         const auto isSame = [&](std::size_t at) {
           return qvbEqualsIgnoreCase(keyOf(at)->view(), key->view());
         };
-        if (key && m_rows.find(key->hashIgnoreCase(), isSame) == PositionIndex::none)
+        if (key && m_rows.find(key->hashIgnoreCase(), isSame) == PositionIndex::None)
           m_rows.insert(key->hashIgnoreCase(), m_entered);
       }
     });

@@ -31,7 +31,7 @@ public:
   }
 
 private:
-  static constexpr std::size_t wordSize = sizeof(std::uint64_t);
+  static constexpr std::size_t WordSize = sizeof(std::uint64_t);
 
   struct Entry {
     std::string_view text;
@@ -46,9 +46,9 @@ private:
   }
 
   static void take(Entry& entry, std::size_t at) noexcept {
-    entry.left = std::min(entry.text.size() - std::min(at, entry.text.size()), wordSize + 1);
+    entry.left = std::min(entry.text.size() - std::min(at, entry.text.size()), WordSize + 1);
     entry.word = 0;
-    for (std::size_t i = 0; i < wordSize; ++i)
+    for (std::size_t i = 0; i < WordSize; ++i)
       entry.word = entry.word << 8 | (i < entry.left ? folded(entry.text[at + i]) : 0);
   }
 
@@ -66,7 +66,7 @@ private:
       const auto [end, other] = std::mismatch(same.begin(), same.end(), text.begin(), text.end());
       same = same.substr(0, static_cast<std::size_t>(end - same.begin()));
     }
-    return same.size() / wordSize * wordSize;
+    return same.size() / WordSize * WordSize;
   }
 
   template<class IsSame, class Visit>
@@ -99,8 +99,8 @@ private:
       const auto isSameWord = [](const Entry& a, const Entry& b) {
         return a.word == b.word && a.left == b.left;
       };
-      forEachRun(entries, isSameWord, [&, next = at + wordSize](std::span<Entry> run) {
-        if (run.size() > 1 && run.front().left > wordSize)
+      forEachRun(entries, isSameWord, [&, next = at + WordSize](std::span<Entry> run) {
+        if (run.size() > 1 && run.front().left > WordSize)
           pending.push_back({run, next});
       });
     }

@@ -15,12 +15,12 @@ namespace npfio {
 namespace {
 
 constexpr const char* Mark = "user.qv.temporary";
-constexpr int OpenMode = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int openMode = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // Calls the visitor with each entry of the folder, as long as it can be read. The descriptor stays open.
 template<class Visitor>
 void forEachEntry(int folder, const Visitor& visitor) {
-  Descriptor own(::openat(folder, ".", OpenMode));
+  Descriptor own(::openat(folder, ".", openMode));
   const auto close = [](DIR* directory) { ::closedir(directory); };
   const std::unique_ptr<DIR, decltype(close)> directory(own ? ::fdopendir(own.get()) : nullptr, close);
   if (!directory)
@@ -45,14 +45,14 @@ void markTemporary(int folder) {
 }
 
 void removeAbandoned(const std::string& root) {
-  const Descriptor folders(::open(root.c_str(), OpenMode & ~O_NOFOLLOW));
+  const Descriptor folders(::open(root.c_str(), openMode & ~O_NOFOLLOW));
   if (!folders)
     return;
   forEachEntry(folders.get(), [&](const dirent& entry) {
     if ((entry.d_type != DT_DIR && entry.d_type != DT_UNKNOWN) || std::string_view(entry.d_name) == "." ||
         std::string_view(entry.d_name) == "..")
       return;
-    const Descriptor folder(::openat(folders.get(), entry.d_name, OpenMode));
+    const Descriptor folder(::openat(folders.get(), entry.d_name, openMode));
     if (!folder || !isAbandoned(folder.get()))
       return;
     forEachEntry(folder.get(), [&](const dirent& file) { ::unlinkat(folder.get(), file.d_name, 0); });

@@ -12,8 +12,8 @@ namespace {
 
 // Finds out whether a text is in the plain form.
 struct CheckingSink {
-  static constexpr bool takesValues = false;
-  static constexpr bool takesText = false;
+  static constexpr bool TakesValues = false;
+  static constexpr bool TakesText = false;
 
   bool open(std::string_view, const std::vector<QvDomElementAttribute>&) { return true; }
   void close(std::string_view, bool) {}
@@ -21,8 +21,8 @@ struct CheckingSink {
 
 class TellingSink {
 public:
-  static constexpr bool takesValues = true;
-  static constexpr bool takesText = false;
+  static constexpr bool TakesValues = true;
+  static constexpr bool TakesText = false;
 
   explicit TellingSink(QvDomElementVisitor& visitor) : m_visitor(visitor) {}
 

@@ -9,8 +9,8 @@ namespace {
 // Builds the document's tree.
 class TreeSink {
 public:
-  static constexpr bool takesValues = true;
-  static constexpr bool takesText = true;
+  static constexpr bool TakesValues = true;
+  static constexpr bool TakesText = true;
 
   explicit TreeSink(QvDomDocument& document) : m_document(document), m_builder(document) {}
 

@@ -41,7 +41,7 @@ TEST(PositionIndex, IsAMapOfPositions) {
     for (const std::size_t thing :
          *rc::gen::container<std::vector<std::size_t>>(rc::gen::inRange<std::size_t>(0, kinds))) {
       const auto known = model.find(thing);
-      RC_ASSERT(things.find(thing) == (known == model.end() ? PositionIndex::none : known->second));
+      RC_ASSERT(things.find(thing) == (known == model.end() ? PositionIndex::None : known->second));
       if (known == model.end()) {
         things.add(thing);
         model.emplace(thing, added++);
@@ -51,14 +51,14 @@ TEST(PositionIndex, IsAMapOfPositions) {
       }
     }
     for (std::size_t thing = 0; thing < kinds; ++thing)
-      RC_ASSERT(things.find(thing) == (model.contains(thing) ? model[thing] : PositionIndex::none));
+      RC_ASSERT(things.find(thing) == (model.contains(thing) ? model[thing] : PositionIndex::None));
   }));
 }
 
 TEST(PositionIndex, TakesNoMemoryBeforeTheFirst) {
   const long before = Allocations::alive;
   const PositionIndex index;
-  EXPECT_EQ(index.find(1, [](std::size_t) { return true; }), PositionIndex::none);
+  EXPECT_EQ(index.find(1, [](std::size_t) { return true; }), PositionIndex::None);
   EXPECT_EQ(Allocations::alive, before);
 }
 
@@ -82,7 +82,7 @@ TEST(PositionIndex, IsAsItWasWhenMemoryIsShort) {
     if (!isInserted)
       index.insert(position * 7, position);
   }
-  EXPECT_THROW(index.insert(0, PositionIndex::none), std::bad_alloc);
+  EXPECT_THROW(index.insert(0, PositionIndex::None), std::bad_alloc);
 }
 
 } // namespace

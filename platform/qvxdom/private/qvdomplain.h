@@ -61,7 +61,7 @@ inline bool is(char byte, unsigned char kind) noexcept {
 //   void run(std::string_view text, bool lasts): all text between two tags; before a child element
 //   void close(std::string_view text, bool lasts): the element's end, with its last run
 //   std::string_view keep(std::string_view value): a copy of a value that is not written as it is meant
-// A sink with `takesValues` false is told the names of attributes only, and one with `takesText` false no text. A run lasts
+// A sink with `TakesValues` false is told the names of attributes only, and one with `TakesText` false no text. A run lasts
 // when it is a part of the document's text, as names are.
 template<class Sink>
 class Reader {
@@ -76,7 +76,7 @@ public:
 
 private:
   // An element with more of them is the parser's.
-  static constexpr std::size_t mostAttributes = 64;
+  static constexpr std::size_t MostAttributes = 64;
 
   bool takes(std::string_view expected) noexcept {
     if (std::strncmp(m_at, expected.data(), expected.size()) != 0)
@@ -203,7 +203,7 @@ private:
   bool takeAttribute() {
     const auto name = takeName();
     const auto isSame = [&](const auto& attribute) { return attribute.name == name; };
-    if (name.empty() || m_attributes.size() == mostAttributes ||
+    if (name.empty() || m_attributes.size() == MostAttributes ||
         std::any_of(m_attributes.begin(), m_attributes.end(), isSame))
       return false;
     takeSpace();
@@ -244,7 +244,7 @@ private:
     }
     value = {start, static_cast<std::size_t>(m_at - start)};
     ++m_at;
-    if constexpr (Sink::takesValues) {
+    if constexpr (Sink::TakesValues) {
       if (isRewritten)
         value = m_sink.keep(m_value.append(value));
     }
@@ -346,7 +346,7 @@ private:
 
   // What does not stand for itself in text, of which what begins at `start` is not yet added.
   bool takeRewrittenText(const char*& start) {
-    if constexpr (Sink::takesText) {
+    if constexpr (Sink::TakesText) {
       addPiece({start, static_cast<std::size_t>(m_at - start)});
       rewriteRun();
     } else {
@@ -354,7 +354,7 @@ private:
     }
     if (!takeRewritten(m_text, '\n'))
       return false;
-    if constexpr (Sink::takesText)
+    if constexpr (Sink::TakesText)
       m_run = m_text;
     start = m_at;
     return true;
@@ -419,7 +419,7 @@ private:
   }
 
   bool close() {
-    if constexpr (Sink::takesText) {
+    if constexpr (Sink::TakesText) {
       m_sink.close(m_run, m_runLasts);
       forgetRun();
     } else {
@@ -431,7 +431,7 @@ private:
 
   // The run is a part of the text for as long as it is of one piece.
   void addPiece(std::string_view piece) {
-    if constexpr (Sink::takesText) {
+    if constexpr (Sink::TakesText) {
       if (piece.empty())
         return;
       if (m_run.empty()) {
@@ -453,7 +453,7 @@ private:
   }
 
   void tellRun() {
-    if constexpr (Sink::takesText) {
+    if constexpr (Sink::TakesText) {
       if (!m_run.empty())
         m_sink.run(m_run, m_runLasts);
       forgetRun();

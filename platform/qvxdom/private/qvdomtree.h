@@ -45,15 +45,15 @@ public:
   const QvDomName* intern(std::string_view name, bool lasts);
 
 private:
-  static constexpr std::size_t firstBuckets = 32;
+  static constexpr std::size_t FirstBuckets = 32;
 
   QvDomName*& bucketOf(std::string_view name) const noexcept;
   void grow();
 
   std::pmr::memory_resource& m_arena;
-  std::array<QvDomName*, firstBuckets> m_first{};
+  std::array<QvDomName*, FirstBuckets> m_first{};
   QvDomName** m_buckets = m_first.data();
-  std::size_t m_bucketCount = firstBuckets; // a power of two
+  std::size_t m_bucketCount = FirstBuckets; // a power of two
   std::size_t m_count = 0;
 };
 
