@@ -54,11 +54,12 @@ private:
   void lookAtTable(NodeIndex table) {
     std::vector<std::string_view> writers, readers;
     for (const Edge& edge : m_graph.edges().in(table))
-      writers.push_back(m_graph.node(edge.from).file);
+      if (edge.access == Access::Write)
+        writers.push_back(m_graph.node(edge.from).file);
     for (const Edge& edge : m_graph.edges().out(table))
-      readers.push_back(m_graph.node(edge.to).file);
-    const std::size_t writes = m_graph.edges().in(table).size();
-    const std::size_t reads = m_graph.edges().out(table).size();
+      if (edge.access == Access::Read)
+        readers.push_back(m_graph.node(edge.to).file);
+    const std::size_t writes = writers.size(), reads = readers.size();
     if (writes == 0 && reads > 0)
       add(FindingKind::NeverWritten, {table}, distinct(readers),
           nameOf(table) + " is read and nothing writes it");

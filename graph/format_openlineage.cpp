@@ -85,11 +85,13 @@ public:
       writeJob(json, m_view.node(job));
       json.name("inputs").array([&] {
         for (const Edge& edge : m_view.in(job))
-          writeDataset(json, edge.from, edge, "inputFacets", "InputDatasetFacet");
+          if (edge.access == Access::Read)
+            writeDataset(json, edge.from, edge, "inputFacets", "InputDatasetFacet");
       });
       json.name("outputs").array([&] {
         for (const Edge& edge : m_view.out(job))
-          writeDataset(json, edge.to, edge, "outputFacets", "OutputDatasetFacet");
+          if (edge.access == Access::Write)
+            writeDataset(json, edge.to, edge, "outputFacets", "OutputDatasetFacet");
       });
     });
     out += '\n';

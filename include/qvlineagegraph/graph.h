@@ -20,7 +20,8 @@ using NodeIndex = std::uint32_t;
 inline constexpr NodeIndex noNode = UINT32_MAX;
 
 enum class NodeType : std::uint8_t { Job, Table, DataSource, File };
-// A table to a job, a job to a table, and, in a view, one thing to another of its kind by way of what is between them.
+// A table to a job, a job to a table, and, in a view and in a graph that was saved from one, one thing to another of its
+// kind by way of what is between them.
 enum class Access : std::uint8_t { Read, Write, Via };
 
 // "job", "table", "datasource", "file".
@@ -171,7 +172,7 @@ public:
   NodeType type(NodeIndex index) const noexcept { return m_nodes[index].type; }
   std::string_view name(NodeIndex index) const noexcept;
 
-  // From table to job and from job to table.
+  // From table to job and from job to table; in a graph that was saved from a view of one kind, from one to another.
   const Edges& edges() const noexcept { return m_edges; }
   // In the order of the files.
   std::span<const Note> notes() const noexcept { return m_notes; }

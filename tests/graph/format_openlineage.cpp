@@ -144,4 +144,13 @@ TEST(FormatOpenLineage, TellsTheTimeInUniversalTimeUnlessItIsGiven) {
               testing::MatchesRegex("....-..-..T..:..:..\\....Z"));
 }
 
+TEST(FormatOpenLineage, TellsOfNoJobAsADataset) {
+  GraphSketch sketch;
+  sketch.edge(sketch.job("first"), sketch.job("second"), Access::Via);
+  for (const auto& event : events(sketch.build())) {
+    EXPECT_EQ(event["inputs"], json::array());
+    EXPECT_EQ(event["outputs"], json::array());
+  }
+}
+
 } // namespace
