@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -46,6 +47,8 @@ std::vector<Edge> sorted(std::size_t nodeCount, const std::vector<Edge>& edges) 
 
 // Sorted, and of edges that differ in `inferred` alone the first, which is not.
 std::vector<Edge> arranged(std::size_t nodeCount, std::vector<Edge> edges) {
+  if (edges.size() > UINT32_MAX) // what positions are counted in
+    throw std::bad_alloc();
   if (!std::is_sorted(edges.begin(), edges.end(), isBefore))
     edges = sorted(nodeCount, edges);
   edges.erase(std::unique(edges.begin(), edges.end(), isSameButInferred), edges.end());
