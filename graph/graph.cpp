@@ -209,6 +209,10 @@ std::string_view GraphBuilder::nameOf(NodeIndex node) const {
   return m_parts->textAt(m_parts->graph.m_nodes[node].name);
 }
 
+std::string_view GraphBuilder::fileOf(NodeIndex node) const {
+  return m_parts->textAt(m_parts->graph.m_nodes[node].file);
+}
+
 void GraphBuilder::setSource(NodeIndex table, NodeIndex source) {
   if (auto& known = m_parts->graph.m_nodes[table].source; known == noNode)
     known = source;

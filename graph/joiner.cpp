@@ -56,13 +56,15 @@ void Joiner::add(const JobFile& file, JobFacts& facts) {
 }
 
 NodeIndex Joiner::addJob(const JobFile& file, const JobFacts& facts) {
-  const bool isKnown = !facts.identity.empty() && m_builder.find(NodeType::Job, facts.identity) != noNode;
+  const NodeIndex known = facts.identity.empty() ? noNode : m_builder.find(NodeType::Job, facts.identity);
+  const std::string_view knownFile = known == noNode ? std::string_view() : m_builder.fileOf(known);
+  const bool isOfAnotherFile = !knownFile.empty() && knownFile != file.path;
   const NodeIndex job = m_builder.add({.type = NodeType::Job,
                                        .name = file.name,
                                        .identity = facts.identity,
                                        .file = file.path,
                                        .kind = facts.kind});
-  if (isKnown)
+  if (isOfAnotherFile)
     note(NoteKind::SameIdentity, job, file.path, {});
   return job;
 }

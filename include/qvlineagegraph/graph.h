@@ -213,6 +213,7 @@ public:
   NodeIndex find(NodeType type, std::string_view identityOrName) const;
   // Of a node that was added; good until the next change.
   std::string_view nameOf(NodeIndex node) const;
+  std::string_view fileOf(NodeIndex node) const;
   // The data source of a table that has none yet.
   void setSource(NodeIndex table, NodeIndex source);
   // Between nodes that were added.

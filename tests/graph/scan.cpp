@@ -251,12 +251,8 @@ TEST_F(Scanning, TakesASavedGraphAsAPath) {
   writeJson(View(graph), saved);
   const auto path = m_folder.write("saved.json", saved);
   EXPECT_EQ(wholeText(scanned({path})), wholeText(graph));
-  EXPECT_EQ(wholeText(scanned({path, folder})), wholeText([&] {
-              GraphBuilder builder;
-              builder.merge(graph);
-              builder.addNote({NoteKind::SameIdentity, 0, folder + "/a.djf", ""});
-              return builder.build();
-            }()));
+  for (const auto& paths : {std::vector{path, folder}, std::vector{folder, path}})
+    EXPECT_EQ(wholeText(scanned(paths)), wholeText(graph));
   const auto reader = job("reader.djf", connection("S") + readsBare("t"));
   EXPECT_THAT(edgeTexts(scanned({path, reader})),
               ElementsAre("a write S.dw.t", "S.dw.t read reader inferred"));
@@ -331,6 +327,14 @@ TEST_F(Scanning, OfHealthModelsDoesNotDependOnTheThreads) {
     options.threads = threads;
     EXPECT_EQ(wholeText(scanFolder(options)), wholeText(once)) << threads;
   }
+}
+
+TEST_F(Scanning, NotesAFileOfAnIdentityThatASavedGraphHasOfAnother) {
+  const auto path = m_folder.write("saved.json", R"({"format":"qvlineagegraph","version":1,"nodes":[
+    {"type":"job","name":"a","identity":")" + m_folder / "A.djf" +
+                                                     R"(","file":")" + m_folder / "A.djf" + "\"}]}");
+  const auto file = job("a.djf", "");
+  EXPECT_THAT(noteTexts(scanned({path, file})), ElementsAre("same-identity|a|" + file + "|"));
 }
 
 TEST(JobFileExtensions, AreNamed) {
