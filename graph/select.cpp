@@ -1,6 +1,8 @@
 // Selections.
 #include "qvlineagegraph/select.h"
 
+#include "datapath.h"
+#include "jobname.h"
 #include "wildcard.h"
 
 #include <algorithm>
@@ -107,12 +109,6 @@ Result<Expression> parse(std::string_view text) {
   if (!expression.type)
     return malformed(text, "names no type; the types are Job, Table, DataSource and File");
   return expression;
-}
-
-std::string_view withoutExtension(std::string_view path) {
-  const auto dot = path.rfind('.');
-  return dot == std::string_view::npos || path.find('/', dot) != std::string_view::npos ? path
-                                                                                        : path.substr(0, dot);
 }
 
 bool bearsName(const Node& node, const Wildcard& name) {

@@ -337,6 +337,15 @@ TEST_F(Scanning, NotesAFileOfAnIdentityThatASavedGraphHasOfAnother) {
   EXPECT_THAT(noteTexts(scanned({path, file})), ElementsAre("same-identity|a|" + file + "|"));
 }
 
+TEST_F(Scanning, GivesNoJobTheNameOfAnothersFile) {
+  for (const char* file : {"x.djf", "x.ddf", "x.djf.xsq", "y.djf", "y.djf.xsq"})
+    job(file, "");
+  std::vector<std::string> names;
+  for (const auto& file : findJobFiles(std::vector{m_folder.path().string()}).files)
+    names.push_back(file.name);
+  EXPECT_THAT(names, UnorderedElementsAre("x.djf", "x.ddf", "x.djf.xsq", "y", "y.djf.xsq"));
+}
+
 TEST(JobFileExtensions, AreNamed) {
   EXPECT_EQ(jobFileExtensions(), "their extensions are djf, dmc, ddf, xsq");
 }

@@ -198,3 +198,11 @@ TEST(Selecting, FindsEachHealthModelWithAllThatFeedsIt) {
     EXPECT_EQ(namesOf(result->view), namesOf(graph, reached(view, result->named, Direction::Upstream)));
   }
 }
+
+TEST(Selecting, TakesADotThatBeginsAFilesNameForNoExtension) {
+  GraphBuilder builder;
+  builder.add({.type = NodeType::Job, .name = "all", .file = "/srv/jobs/.djf"});
+  const Graph graph = builder.build();
+  EXPECT_EQ(selected(View(graph), {"jobs/.djf"}), (Names{"all"}));
+  EXPECT_EQ(refusal(View(graph), {{"/srv/jobs/"}, {}}).kind, ErrorKind::NothingMatched);
+}
