@@ -4,6 +4,7 @@
 
 #include "qvxbase/qvbstring.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace qvlineagegraph {
@@ -23,6 +24,18 @@ std::string dataPathOf(const TableFact& fact) {
 template<class Name, class Other>
 bool isSpelledAlike(const Name& a, const Other& b) {
   return a.table == b.table && a.schema == b.schema && a.catalog == b.catalog;
+}
+
+// "a, b": five names are enough to tell where to look.
+template<class NameOf>
+std::string listed(const std::vector<NodeIndex>& nodes, const NameOf& nameOf) {
+  constexpr std::size_t mostNames = 5;
+  std::string names;
+  for (std::size_t i = 0; i < std::min(nodes.size(), mostNames); ++i)
+    names.append(i == 0 ? "" : ", ").append(nameOf(nodes[i]));
+  if (nodes.size() > mostNames)
+    names += " and " + std::to_string(nodes.size() - mostNames) + " more";
+  return names;
 }
 
 bool isSameOrAbsent(std::string_view part, std::string_view other) {
@@ -173,12 +186,9 @@ void Joiner::resolve(const BareRead& read) {
   m_builder.addEdge({table, read.job, Access::Read, false});
   if (meant.empty())
     note(NoteKind::BareUnmatched, table, read.file, {});
-  if (meant.size() < 2)
-    return;
-  std::string names;
-  for (const NodeIndex one : meant)
-    names.append(names.empty() ? "" : ", ").append(m_builder.nameOf(one));
-  note(NoteKind::BareAmbiguous, table, read.file, std::move(names));
+  if (meant.size() > 1)
+    note(NoteKind::BareAmbiguous, table, read.file,
+         listed(meant, [&](NodeIndex one) { return m_builder.nameOf(one); }));
 }
 
 Graph Joiner::finish() && {

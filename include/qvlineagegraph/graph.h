@@ -136,8 +136,8 @@ enum class NoteKind : std::uint8_t {
   UnusableName,  // a name in a job cannot be used; text: the element, the name and why
   Spelling,      // a name of the node that differs from its own in case alone; text: that name
   BareUnmatched, // no table of the bare name is known; node: the table that stands for it
-  BareAmbiguous, // several tables have the bare name; node: the table that stands for it, text: their names
-  SameIdentity,  // a second file that has the identity of the job
+  BareAmbiguous, // several tables have the bare name; node: the table that stands for it, text: the names of five
+  SameIdentity, // a second file that has the identity of the job
 };
 // "failed", "not-understood", "unusable-name", "spelling", "bare-unmatched", "bare-ambiguous", "same-identity".
 QVLINEAGEGRAPH_API std::string_view nameOf(NoteKind kind) noexcept;

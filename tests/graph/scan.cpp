@@ -346,6 +346,16 @@ TEST_F(Scanning, GivesNoJobTheNameOfAnothersFile) {
   EXPECT_THAT(names, UnorderedElementsAre("x.djf", "x.ddf", "x.djf.xsq", "y", "y.djf.xsq"));
 }
 
+TEST_F(Scanning, NamesFiveOfTheTablesThatABareNameMayMean) {
+  std::string content = connection("S");
+  for (int i = 0; i < 7; ++i)
+    content += writes("s" + std::to_string(i) + ".t");
+  job("a.djf", content);
+  job("b.djf", connection("S") + readsBare("t"));
+  EXPECT_THAT(noteTexts(scanFolder()), ElementsAre("bare-ambiguous|t|" + m_folder / "b.djf" +
+                                                   "|S.s0.t, S.s1.t, S.s2.t, S.s3.t, S.s4.t and 2 more"));
+}
+
 TEST(JobFileExtensions, AreNamed) {
   EXPECT_EQ(jobFileExtensions(), "their extensions are djf, dmc, ddf, xsq");
 }
