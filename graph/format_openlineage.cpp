@@ -7,11 +7,13 @@
 #include "qvreposres/qvreposres.h"
 #include "qvxbase/qvbdate.h"
 #include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvbstring.h"
 #include "qvxbase/qvuri.h"
 
 #include <algorithm>
 #include <array>
-#include <regex>
+#include <string_view>
+#include <vector>
 
 namespace qvlineagegraph {
 
@@ -183,11 +185,46 @@ private:
   std::string m_time;
 };
 
-bool isTime(const std::string& text) {
-  static const std::regex form(
-      R"(\d{4}-(0[1-9]|1[0-2])-(0[1-9]|[12]\d|3[01])T([01]\d|2[0-3]):[0-5]\d:[0-5]\d(\.\d+)?)"
-      R"((Z|[+-]([01]\d|2[0-3]):[0-5]\d))");
-  return std::regex_match(text, form);
+bool isDigit(char byte) { return byte >= '0' && byte <= '9'; }
+
+// Takes a number of two digits off the text, and tells whether there was one and it lies between these.
+bool takeNumber(std::string_view& text, int least, int most) {
+  if (text.size() < 2 || !isDigit(text[0]) || !isDigit(text[1]))
+    return false;
+  const int number = 10 * (text[0] - '0') + (text[1] - '0');
+  text.remove_prefix(2);
+  return number >= least && number <= most;
+}
+
+bool takeByte(std::string_view& text, char byte) {
+  if (!text.starts_with(byte))
+    return false;
+  text.remove_prefix(1);
+  return true;
+}
+
+// A point with one to nine digits, or nothing.
+bool takeFraction(std::string_view& text) {
+  if (!takeByte(text, '.'))
+    return true;
+  const auto digits = std::min(text.find_first_not_of("0123456789"), text.size());
+  text.remove_prefix(digits);
+  return digits >= 1 && digits <= 9;
+}
+
+// The form of RFC 3339, with a zone. Whether a month has that day is not looked at.
+bool isTime(std::string_view text) {
+  const bool isDayAndTime = takeNumber(text, 0, 99) && takeNumber(text, 0, 99) && takeByte(text, '-') &&
+                            takeNumber(text, 1, 12) && takeByte(text, '-') && takeNumber(text, 1, 31) &&
+                            takeByte(text, 'T') && takeNumber(text, 0, 23) && takeByte(text, ':') &&
+                            takeNumber(text, 0, 59) && takeByte(text, ':') && takeNumber(text, 0, 59) &&
+                            takeFraction(text);
+  if (!isDayAndTime)
+    return false;
+  const bool isZone =
+      takeByte(text, 'Z') || ((takeByte(text, '+') || takeByte(text, '-')) && takeNumber(text, 0, 23) &&
+                              takeByte(text, ':') && takeNumber(text, 0, 59));
+  return isZone && text.empty();
 }
 
 } // namespace

@@ -9,11 +9,11 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 namespace qvlineagegraph {
@@ -319,8 +319,7 @@ private:
 
 Result<Graph> readJson(std::string_view text) {
   return GraphReader().run([&](char* bytes, std::size_t count) {
-    const std::size_t taken = std::min(count, text.size());
-    std::memcpy(bytes, text.data(), taken);
+    const std::size_t taken = text.copy(bytes, count);
     text.remove_prefix(taken);
     return taken;
   });
@@ -328,7 +327,8 @@ Result<Graph> readJson(std::string_view text) {
 
 Result<Graph> readJsonFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  if (!in || std::filesystem::is_directory(path))
+  std::error_code ignored;
+  if (!in || std::filesystem::is_directory(path, ignored))
     return Error{ErrorKind::Unreadable, path + ": cannot be opened"};
   auto graph = GraphReader().run([&](char* bytes, std::size_t count) {
     in.read(bytes, static_cast<std::streamsize>(count));

@@ -124,13 +124,20 @@ TEST(FormatOpenLineage, TakesTheNamespaceOfTheJobs) {
 TEST(FormatOpenLineage, RefusesWhatIsNoTimeAndAViewOfOneKind) {
   const Graph graph;
   std::string out;
-  for (const char* time : {"yesterday", "2026-11-21", "2026-11-21T10:15:30", "2026-13-21T10:15:30Z",
-                           "2026-11-21T25:15:30Z", "2026-11-21 10:15:30Z"}) {
+  for (const std::string& time : std::vector<std::string>{
+           "yesterday", "2026-11-21", "2026-11-21T10:15:30", "2026-13-21T10:15:30Z", "2026-11-21T25:15:30Z",
+           "2026-11-21 10:15:30Z", "2026-00-21T10:15:30Z", "2026-11-32T10:15:30Z", "2026-11-00T10:15:30Z",
+           "2026-11-21T10:60:30Z", "2026-11-21T10:15:60Z", "2026-11-21T10:15:30.Z", "2026-11-21T10:15:30z",
+           "2026-11-21T10:15:30+24:00", "2026-11-21T10:15:30+01:60", "2026-11-21T10:15:30+0100",
+           "2026-11-21T10:15:30Zx", "2026-11-21T10:15:30.1234567890Z",
+           "2026-11-21T10:15:30." + std::string(1'000'000, '1') + "Z"}) {
     const auto refused = writeOpenLineage(View(graph), {.eventTime = time}, out);
     ASSERT_FALSE(refused.ok()) << time;
     EXPECT_EQ(refused.error().kind, ErrorKind::Malformed);
   }
-  EXPECT_TRUE(writeOpenLineage(View(graph), {.eventTime = "2026-11-21T10:15:30.5+01:00"}, out).ok());
+  for (const char* time : {"2026-11-21T10:15:30.5+01:00", "2026-12-31T23:59:59.123456789-23:59",
+                           "2026-01-01T00:00:00Z", "2026-11-21T10:15:30.5Z"})
+    EXPECT_TRUE(writeOpenLineage(View(graph), {.eventTime = time}, out).ok()) << time;
   EXPECT_EQ(writeOpenLineage(View(graph, ViewKind::Tables), {}, out).error().kind, ErrorKind::Refused);
   EXPECT_EQ(out, "");
 }
