@@ -171,7 +171,8 @@ private:
   }
 
   Place placeOfSource(const std::string& source) const {
-    const auto mapped = m_options.namespaces.find(source);
+    const auto mapped = std::ranges::find_if(
+        m_options.namespaces, [&](const auto& one) { return qvbEqualsIgnoreCase(one.first, source); });
     if (mapped != m_options.namespaces.end())
       return placeOf(mapped->second);
     if (source.empty())

@@ -160,4 +160,12 @@ TEST(FormatOpenLineage, TellsOfNoJobAsADataset) {
   }
 }
 
+TEST(FormatOpenLineage, KnowsADataSourceInAnyCase) {
+  GraphSketch sketch;
+  sketch.edge(sketch.table("Warehouse.dw.t", "Warehouse"), sketch.job("load"), Access::Read);
+  OpenLineageOptions options;
+  options.namespaces["WAREHOUSE"] = "postgres://db:5432/dwh";
+  EXPECT_EQ(events(sketch.build(), options).at(0)["inputs"][0]["namespace"], "postgres://db:5432");
+}
+
 } // namespace
