@@ -234,6 +234,9 @@ TEST_F(Scanning, TakesWhatThePatternsLetThrough) {
   EXPECT_THAT(found({.include = {}, .exclude = {"old"}}), ElementsAre("new/a", "new/b"));
   EXPECT_THAT(found({.include = {"old/*"}, .exclude = {"dee?"}}), ElementsAre("old/a"));
 }
+  for (const char* pattern : {"old/", "./old", "././old//", "*/../old"})
+    EXPECT_EQ(found({.include = {}, .exclude = {pattern}}).size(), pattern[0] == '*' ? 4U : 2U) << pattern;
+  EXPECT_THAT(found({.include = {"./old/a.djf"}, .exclude = {}}), ElementsAre("old/a"));
 
 TEST_F(Scanning, ReadsTheJobThatIsGivenAsText) {
   ScanOptions options;
