@@ -65,7 +65,7 @@ Place placeOf(const std::string& uri) {
 std::string joined(const std::vector<std::string>& parts) {
   std::string name;
   for (const auto& part : parts)
-    name.append(name.empty() ? "" : ".").append(part);
+    name.append(&part == &parts.front() ? "" : ".").append(part);
   return name;
 }
 
@@ -155,6 +155,8 @@ private:
     if (!source.empty() && parts.size() > 1)
       parts.erase(parts.begin());
     const Place place = placeOfSource(source);
+    if (hasNoSchemas(place.uri)) // the schema of a catalog's table, which is not there
+      std::erase(parts, "");
     if (!place.database.empty() && parts.size() < (hasNoSchemas(place.uri) ? 2U : 3U))
       parts.insert(parts.begin(), place.database);
     json.name("namespace").text(place.space);

@@ -18,7 +18,7 @@ std::string nameKey(NodeIndex source, std::string_view table) {
 }
 
 std::string dataPathOf(const TableFact& fact) {
-  return joinDataPath({fact.dataSource, fact.catalog, fact.schema, fact.table});
+  return joinDataPath(fact.dataSource, {fact.catalog, fact.schema, fact.table});
 }
 
 template<class Name, class Other>
@@ -147,10 +147,10 @@ void Joiner::noteSpelling(NodeIndex node, std::string spelling, const std::strin
     note(NoteKind::Spelling, node, file, std::move(spelling));
 }
 
-void Joiner::noteBareSpelling(NodeIndex node, std::string_view own, const BareRead& read) {
-  const std::string& name = read.name;
+void Joiner::noteBareSpelling(NodeIndex node, std::string_view own, const std::string& name,
+                              const std::string& file) {
   if (own != name && qvbEqualsIgnoreCase(own, name))
-    noteSpelling(node, name, read.file);
+    noteSpelling(node, name, file);
 }
 
 std::vector<NodeIndex> Joiner::tablesNamed(NodeIndex source, const std::string& name) const {
@@ -177,12 +177,12 @@ void Joiner::resolve(const BareRead& read) {
   const auto meant = tablesMeant(read);
   if (meant.size() == 1 && !m_exact) {
     m_builder.addEdge({meant.front(), read.job, Access::Read, true});
-    noteBareSpelling(meant.front(), m_tables[meant.front()].table, read);
+    noteBareSpelling(meant.front(), m_tables[meant.front()].table, read.name, read.file);
     return;
   }
-  const NodeIndex table =
-      m_builder.add({.type = NodeType::Table, .name = read.name, .identity = read.identity});
-  noteBareSpelling(table, m_builder.nameOf(table), read);
+  const std::string name = joinDataPath("", {read.name});
+  const NodeIndex table = m_builder.add({.type = NodeType::Table, .name = name, .identity = read.identity});
+  noteBareSpelling(table, m_builder.nameOf(table), name, read.file);
   m_builder.addEdge({table, read.job, Access::Read, false});
   if (meant.empty())
     note(NoteKind::BareUnmatched, table, read.file, {});

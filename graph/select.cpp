@@ -118,7 +118,8 @@ bool bearsName(const Node& node, const Wildcard& name) {
     return name.matchesEndOf(node.name, '/') || name.matchesEndOf(node.file, '/') ||
            name.matchesEndOf(withoutExtension(node.file), '/');
   case NodeType::Table:
-    return name.matchesEndOf(node.name, '.');
+    return name.matchesEndOf(node.name, '.') || (node.name.find('"') != std::string_view::npos &&
+                                                 name.matchesEndOf(withoutQuotes(node.name), '.'));
   case NodeType::DataSource:
     break;
   }

@@ -82,6 +82,8 @@ INSTANTIATE_TEST_SUITE_P(
         Naming{"W.dw.orders", "snowflake://org-account/DWH", "snowflake://org-account", "DWH.dw.orders"},
         Naming{"W.project.set.orders", "bigquery", "bigquery", "project.set.orders"},
         Naming{"W.dw.\"a.b\"\"c\"", "postgres://db:5432/dwh", "postgres://db:5432", "dwh.dw.a.b\"c"},
+        Naming{"W.shop..orders", "mysql://db:3306/dwh", "mysql://db:3306", "shop.orders"},
+        Naming{"W.other..orders", "postgres://db:5432/dwh", "postgres://db:5432", "other..orders"},
         Naming{"W.dw.orders", "", "qvd:///W", "dw.orders"}, Naming{"W", "", "qvd:///W", "W"}));
 
 TEST(FormatOpenLineage, PutsATableOfNoKnownDataSourceByItself) {
@@ -132,7 +134,7 @@ TEST(FormatOpenLineage, RefusesWhatIsNoTimeAndAViewOfOneKind) {
            "2026-11-21T10:15:30Zx", "2026-11-21T10:15:30.1234567890Z",
            "2026-11-21T10:15:30." + std::string(1'000'000, '1') + "Z"}) {
     const auto refused = writeOpenLineage(View(graph), {.eventTime = time}, out);
-    ASSERT_FALSE(refused.ok()) << time;
+    ASSERT_FALSE(refused.ok()) << time.substr(0, 99);
     EXPECT_EQ(refused.error().kind, ErrorKind::Malformed);
   }
   for (const char* time : {"2026-11-21T10:15:30.5+01:00", "2026-12-31T23:59:59.123456789-23:59",

@@ -1,6 +1,7 @@
 #include "qvlineagegraph/scan.h"
 
 #include "qvlineagegraph/json.h"
+#include "qvlineagegraph/select.h"
 #include "qvreposres/qvresourcemgr.h"
 #include "qvxbase/qvbreleased.h"
 #include "support/graphtext.h"
@@ -233,10 +234,10 @@ TEST_F(Scanning, TakesWhatThePatternsLetThrough) {
   EXPECT_THAT(found({.include = {"*.xsq", "old/a*"}, .exclude = {}}), ElementsAre("new/b", "old/a"));
   EXPECT_THAT(found({.include = {}, .exclude = {"old"}}), ElementsAre("new/a", "new/b"));
   EXPECT_THAT(found({.include = {"old/*"}, .exclude = {"dee?"}}), ElementsAre("old/a"));
-}
   for (const char* pattern : {"old/", "./old", "././old//", "*/../old"})
     EXPECT_EQ(found({.include = {}, .exclude = {pattern}}).size(), pattern[0] == '*' ? 4U : 2U) << pattern;
   EXPECT_THAT(found({.include = {"./old/a.djf"}, .exclude = {}}), ElementsAre("old/a"));
+}
 
 TEST_F(Scanning, ReadsTheJobThatIsGivenAsText) {
   ScanOptions options;
@@ -287,9 +288,10 @@ TEST_F(Scanning, CarriesEveryName) {
                                   : std::string(1, character);
   job("j \"&<b>\n[x] \xc3\xa9.djf", connection("S") + "<Create TargetName=\"&quot;a&#10;b&quot;.t\"/>" +
                                         "<SourceTable Name=\"" + escaped + "\"/>");
+  const std::string quoted = "\" blank \"\"quote' <b>&amp;[x]{y}\xc3\xa9\xe2\x82\xac%;DSN=\"";
   const Graph graph = scanFolder();
   EXPECT_THAT(edgeTexts(graph), UnorderedElementsAre("j \"&<b>\n[x] \xc3\xa9 write S.a\nb.t",
-                                                     odd + " read j \"&<b>\n[x] \xc3\xa9"));
+                                                     quoted + " read j \"&<b>\n[x] \xc3\xa9"));
 }
 
 TEST_F(Scanning, QuotesPartsThatHoldADot) {
@@ -357,6 +359,27 @@ TEST_F(Scanning, NamesFiveOfTheTablesThatABareNameMayMean) {
   job("b.djf", connection("S") + readsBare("t"));
   EXPECT_THAT(noteTexts(scanFolder()), ElementsAre("bare-ambiguous|t|" + m_folder / "b.djf" +
                                                    "|S.s0.t, S.s1.t, S.s2.t, S.s3.t, S.s4.t and 2 more"));
+}
+
+TEST_F(Scanning, GivesTablesOfDifferentPartsDifferentNames) {
+  job("a.djf", connection("W") + writes("a..b") + writes("a.b") + writes("b"));
+  job("b.djf", connection("W") + writes("s1.orders"));
+  job("c.djf", readsBare("W.s1.orders"));
+  job("d.djf", connection("W") + readsBare("a..b"));
+  const Graph graph = scanFolder();
+  EXPECT_THAT(edgeTexts(graph),
+              UnorderedElementsAre("a write W.a..b", "a write W.a.b", "a write W.b", "b write W.s1.orders",
+                                   "\"W.s1.orders\" read c", "W.a..b read d inferred"));
+  const View view(graph);
+  const auto named = [&](const std::string& name) {
+    const auto result = select(view, {{name}, {}});
+    return result ? namesOf(result->view) : std::set<std::string>();
+  };
+  EXPECT_EQ(named("a..b"), (std::set<std::string>{"W.a..b"}));
+  EXPECT_EQ(named("a.b"), (std::set<std::string>{"W.a.b"}));
+  EXPECT_EQ(named("b").size(), 4U) << "three tables and a job";
+  EXPECT_EQ(named("s1.orders"), (std::set<std::string>{"W.s1.orders", "\"W.s1.orders\""}));
+  EXPECT_EQ(named("\"W.s1.orders\""), (std::set<std::string>{"\"W.s1.orders\""}));
 }
 
 TEST(JobFileExtensions, AreNamed) {
