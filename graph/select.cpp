@@ -5,6 +5,8 @@
 #include "jobname.h"
 #include "wildcard.h"
 
+#include "qvxbase/qvbstring.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -83,7 +85,7 @@ std::optional<Around> takeDownstream(std::string_view& rest) {
 
 std::optional<NodeType> nodeTypeOf(std::string_view name) {
   for (const auto type : {NodeType::Job, NodeType::Table, NodeType::DataSource, NodeType::File})
-    if (equalsIgnoringCase(nameOf(type), name))
+    if (qvbEqualsIgnoreCase(nameOf(type), name))
       return type;
   return std::nullopt;
 }
@@ -101,7 +103,7 @@ Result<Expression> parse(std::string_view text) {
   if (rest.empty())
     return malformed(text, "names nothing; write a table or a job, as in +dw.customers");
   expression.text = rest;
-  if (!equalsIgnoringCase(rest.substr(0, typePrefix.size()), typePrefix)) {
+  if (!qvbEqualsIgnoreCase(rest.substr(0, typePrefix.size()), typePrefix)) {
     expression.name = Wildcard(rest);
     return expression;
   }
@@ -231,7 +233,7 @@ std::string quotedName(std::string_view name) {
   std::string expression;
   for (std::size_t i = 0; i < name.size(); ++i) {
     const bool beginsType =
-        i + 1 == typePrefix.size() && equalsIgnoringCase(name.substr(0, i + 1), typePrefix);
+        i + 1 == typePrefix.size() && qvbEqualsIgnoreCase(name.substr(0, i + 1), typePrefix);
     if (name[i] == '\\' || name[i] == '*' || name[i] == '+' || beginsType)
       expression += '\\';
     expression += name[i];
