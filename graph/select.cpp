@@ -132,6 +132,22 @@ bool isDescribed(const Node& node, const Expression& expression) {
   return expression.type ? node.type == *expression.type : bearsName(node, expression.name);
 }
 
+// Tables stand for their data sources.
+bool isLeftOut(NodeType type, ViewKind kind) {
+  return kind == ViewKind::Jobs
+             ? type != NodeType::Job
+             : kind == ViewKind::Tables && (type == NodeType::Job || type == NodeType::File);
+}
+
+// Whether the graph has what the view is not of a kind to show.
+bool isHidden(const Expression& expression, const View& view) {
+  const Graph& graph = view.graph();
+  for (NodeIndex i = 0; i < graph.nodeCount(); ++i)
+    if (isLeftOut(graph.type(i), view.kind()) && isDescribed(graph.node(i), expression))
+      return true;
+  return false;
+}
+
 std::vector<NodeIndex> namedBy(const Expression& expression, const View& view) {
   const Graph& graph = view.graph();
   std::vector<bool> isSourceNamed(graph.nodeCount());
@@ -160,10 +176,23 @@ std::vector<NodeIndex> markedOf(const View& view, const std::vector<bool>& marke
   return nodes;
 }
 
+// Why an expression describes nothing.
+std::string reasonOf(const View& view, const Expression& expression) {
+  const std::string name = "\"" + expression.text + "\"";
+  if (isHidden(expression, view))
+    return name + " is not in this view, which shows " + (view.kind() == ViewKind::Jobs ? "jobs" : "tables") +
+           " alone";
+  std::string reason = "nothing matches " + name;
+  const auto nearest = nearestNames(view, expression.text);
+  for (const auto& one : nearest)
+    reason.append(&one == &nearest.front() ? "; the nearest names are: " : ", ").append(one);
+  return reason;
+}
+
 struct Described {
   std::vector<bool> named;
-  std::vector<bool> all; // with what is around them
-  std::vector<std::string> unmatched;
+  std::vector<bool> all;              // with what is around them
+  std::vector<std::string> unmatched; // why, of each expression that describes nothing
 };
 
 Result<Described> describe(const View& view, const std::vector<std::string>& expressions) {
@@ -175,7 +204,7 @@ Result<Described> describe(const View& view, const std::vector<std::string>& exp
       return expression.error();
     const auto named = namedBy(*expression, view);
     if (named.empty())
-      described.unmatched.push_back(expression->text);
+      described.unmatched.push_back(reasonOf(view, *expression));
     mark(described.named, named);
     mark(described.all, named);
     if (expression->upstream.isWanted)
@@ -184,17 +213,6 @@ Result<Described> describe(const View& view, const std::vector<std::string>& exp
       mark(described.all, reached(view, named, Direction::Downstream, expression->downstream.depth));
   }
   return described;
-}
-
-std::vector<std::string> reasonsOf(const View& view, const std::vector<std::string>& unmatched) {
-  std::vector<std::string> reasons;
-  for (const auto& name : unmatched) {
-    std::string& reason = reasons.emplace_back("nothing matches \"" + name + "\"");
-    const auto nearest = nearestNames(view, name);
-    for (const auto& one : nearest)
-      reason.append(&one == &nearest.front() ? "; the nearest names are: " : ", ").append(one);
-  }
-  return reasons;
 }
 
 Error nothingMatched(const std::vector<std::string>& reasons) {
@@ -210,10 +228,10 @@ Result<Selected> select(const View& view, const Selection& selection) {
   auto wanted = describe(view, selection.select);
   if (!wanted)
     return wanted.error();
-  const auto unwanted = describe(view, selection.exclude);
+  auto unwanted = describe(view, selection.exclude);
   if (!unwanted)
     return unwanted.error();
-  auto unmatched = reasonsOf(view, wanted->unmatched);
+  auto unmatched = std::move(wanted->unmatched);
   if (selection.select.empty())
     mark(wanted->all, {view.nodes().begin(), view.nodes().end()});
   else if (unmatched.size() == selection.select.size())
@@ -224,7 +242,7 @@ Result<Selected> select(const View& view, const Selection& selection) {
   const auto shown = markedOf(view, wanted->all);
   if (shown.empty() && !selection.exclude.empty())
     return Error{ErrorKind::NothingMatched, "everything that was selected is excluded"};
-  std::ranges::move(reasonsOf(view, unwanted->unmatched), std::back_inserter(unmatched));
+  std::ranges::move(unwanted->unmatched, std::back_inserter(unmatched));
   return Selected{view.induced(shown), markedOf(view, wanted->named), std::move(unmatched)};
 }
 
