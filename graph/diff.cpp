@@ -34,13 +34,19 @@ struct KeyHash {
   }
 };
 
+// Whether the path, or what follows one of its slashes, is this.
+bool isEndOfPath(std::string_view path, std::string_view end) {
+  const auto start = path.size() - std::min(path.size(), end.size());
+  return qvbEqualsIgnoreCase(path.substr(start), end) && (start == 0 || path[start - 1] == '/');
+}
+
 Key keyOf(const Node& node) {
   if (node.type != NodeType::Job)
     return {node.type, node.identity.empty() ? node.name : node.identity, {}};
   const auto extension = node.file.substr(withoutExtension(node.file).size());
-  const auto stem = node.name.size() - std::min(node.name.size(), extension.size());
-  const bool hasExtension = qvbEqualsIgnoreCase(node.name.substr(stem), extension);
-  return {node.type, hasExtension ? node.name.substr(0, stem) : node.name, extension};
+  const bool hasExtension = isEndOfPath(node.file, node.name);
+  return {node.type, node.name.substr(0, node.name.size() - (hasExtension ? extension.size() : 0)),
+          extension};
 }
 
 // An edge by the numbers that both graphs' nodes have in common, and the edge itself.

@@ -237,6 +237,17 @@ TEST(Differences, KnowAJobByTheExtensionOfItsFileWhetherItsNameHasItOrNot) {
   EXPECT_EQ(nameOfNode(newer, changes.jobs[0].after), "job x/a.xsq");
 }
 
+TEST(Differences, TakeNoPartOfAShortNameForTheExtensionOfItsFile) {
+  GraphBuilder before, after;
+  before.add({.type = NodeType::Job, .name = "a.djf", .file = "/old/a.djf.djf"});
+  after.add({.type = NodeType::Job, .name = "a", .file = "/new/a.djf"});
+  after.add({.type = NodeType::Job, .name = "a.djf.djf", .file = "/new/a.djf.djf"});
+  const Graph former = before.build(), newer = after.build();
+  const Diff changes = diff(former, newer);
+  ASSERT_EQ(changes.jobs.size(), 1U);
+  EXPECT_EQ(nameOfNode(newer, changes.jobs[0].after), "job a");
+}
+
 TEST(Differences, OfAGraphWithFilesToItselfAreNone) {
   const auto build = [](bool isWritten) {
     GraphBuilder builder;
