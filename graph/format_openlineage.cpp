@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <string_view>
 #include <vector>
 
@@ -188,15 +189,14 @@ private:
   std::string m_time;
 };
 
-bool isDigit(char byte) { return byte >= '0' && byte <= '9'; }
-
-// Takes a number of two digits off the text, and tells whether there was one and it lies between these.
-bool takeNumber(std::string_view& text, int least, int most) {
-  if (text.size() < 2 || !isDigit(text[0]) || !isDigit(text[1]))
-    return false;
-  const int number = 10 * (text[0] - '0') + (text[1] - '0');
-  text.remove_prefix(2);
-  return number >= least && number <= most;
+// Takes a number of so many digits off the text, and tells whether there was one and it lies between these.
+bool takeNumber(std::string_view& text, std::size_t digits, unsigned least, unsigned most) {
+  unsigned number = 0;
+  const char* const wantedEnd = text.data() + std::min(digits, text.size());
+  const char* const end = std::from_chars(text.data(), wantedEnd, number).ptr;
+  const auto taken = static_cast<std::size_t>(end - text.data());
+  text.remove_prefix(taken);
+  return taken == digits && number >= least && number <= most;
 }
 
 bool takeByte(std::string_view& text, char byte) {
@@ -215,18 +215,19 @@ bool takeFraction(std::string_view& text) {
   return digits >= 1 && digits <= 9;
 }
 
+bool takeHourAndMinute(std::string_view& text) {
+  return takeNumber(text, 2, 0, 23) && takeByte(text, ':') && takeNumber(text, 2, 0, 59);
+}
+
 // The form of RFC 3339, with a zone. Whether a month has that day is not looked at.
 bool isTime(std::string_view text) {
-  const bool isDayAndTime = takeNumber(text, 0, 99) && takeNumber(text, 0, 99) && takeByte(text, '-') &&
-                            takeNumber(text, 1, 12) && takeByte(text, '-') && takeNumber(text, 1, 31) &&
-                            takeByte(text, 'T') && takeNumber(text, 0, 23) && takeByte(text, ':') &&
-                            takeNumber(text, 0, 59) && takeByte(text, ':') && takeNumber(text, 0, 59) &&
-                            takeFraction(text);
-  if (!isDayAndTime)
+  const bool isDay = takeNumber(text, 4, 0, 9999) && takeByte(text, '-') && takeNumber(text, 2, 1, 12) &&
+                     takeByte(text, '-') && takeNumber(text, 2, 1, 31);
+  if (!isDay || !takeByte(text, 'T') || !takeHourAndMinute(text) || !takeByte(text, ':') ||
+      !takeNumber(text, 2, 0, 59) || !takeFraction(text))
     return false;
   const bool isZone =
-      takeByte(text, 'Z') || ((takeByte(text, '+') || takeByte(text, '-')) && takeNumber(text, 0, 23) &&
-                              takeByte(text, ':') && takeNumber(text, 0, 59));
+      takeByte(text, 'Z') || ((takeByte(text, '+') || takeByte(text, '-')) && takeHourAndMinute(text));
   return isZone && text.empty();
 }
 

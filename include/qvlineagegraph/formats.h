@@ -50,11 +50,11 @@ struct HtmlOptions {
 QVLINEAGEGRAPH_API Result<void> writeHtml(const View& view, const HtmlOptions& options, std::string& out);
 
 struct OpenLineageOptions {
-  // From the name of a data source to its server and, if the standard's names of tables begin with one, its database:
+  // From the name of a data source, in any case, to its server and, if the standard's names of tables begin with one, its database:
   // "postgres://db:5432/dwh" gives the namespace "postgres://db:5432" and the name "dwh.schema.table".
   std::map<std::string, std::string> namespaces{};
   std::string jobNamespace{}; // empty: the writer's own
-  std::string eventTime{};    // ISO 8601 with a zone; empty: now
+  std::string eventTime{};    // RFC 3339, at most nine digits of a second's fraction; empty: now
 };
 // One JobEvent a job, each a line of JSON.
 QVLINEAGEGRAPH_API Result<void> writeOpenLineage(const View& view, const OpenLineageOptions& options,

@@ -189,6 +189,7 @@ TEST(SavedGraph, IsRefusedWhereItIsNone) {
         "{\"format\":\"qvlineagegraph\",\"version\":1", "{\"format\":\"qvlineagegraph\" \"version\":1}",
         "{\"format\":\"qvlineagegraph\",\"version\":1,\"open"})
     EXPECT_THAT(refusal(text), HasSubstr("no saved graph: ")) << text;
+  EXPECT_THAT(refusal(std::string_view()), HasSubstr("no saved graph: "));
   EXPECT_THAT(refusal(R"({"format":"qvlineagegraph","version":2})"),
               HasSubstr("no saved graph: its version is 2, and the one that is read here is 1"));
   for (const std::string rest :
