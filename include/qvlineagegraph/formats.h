@@ -50,8 +50,8 @@ struct HtmlOptions {
 QVLINEAGEGRAPH_API Result<void> writeHtml(const View& view, const HtmlOptions& options, std::string& out);
 
 struct OpenLineageOptions {
-  // From the name of a data source, in any case, to its server and, if the standard's names of tables begin with one, its database:
-  // "postgres://db:5432/dwh" gives the namespace "postgres://db:5432" and the name "dwh.schema.table".
+  // From the name of a data source, in any case, to its server and, if the standard's names of tables begin with one, its
+  // database: "postgres://db:5432/dwh" gives the namespace "postgres://db:5432" and the name "dwh.schema.table".
   std::map<std::string, std::string> namespaces{};
   std::string jobNamespace{}; // empty: the writer's own
   std::string eventTime{};    // RFC 3339, at most nine digits of a second's fraction; empty: now
