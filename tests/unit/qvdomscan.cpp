@@ -102,6 +102,16 @@ TEST(QvDomScan, ADocumentTypeIsFoundInEveryWidth) {
   }
 }
 
+TEST(QvDomScan, WhatIsLeftOpenIsRefusedInEveryWidth) {
+  for (const std::string xml : {"<r/><!-- <!DOCTYPE r>", "<r/><?p <!DOCTYPE r>", "<?xml version='1.0'"}) {
+    const std::string expected = messageOf(xml);
+    EXPECT_FALSE(expected.empty() || expected.ends_with(noDoctype)) << expected;
+    for (const auto order : {Order::Big, Order::Little})
+      EXPECT_EQ(messageOf((order == Order::Big ? "\xFE\xFF"s : "\xFF\xFE"s) + widened(xml, 2, order)),
+                expected);
+  }
+}
+
 TEST(QvDomScan, DocumentsInEveryWidthAreRead) {
   const std::string xml = "<?xml version='1.0'?><!-- c --><r>x</r>";
   for (const auto order : {Order::Big, Order::Little}) {
