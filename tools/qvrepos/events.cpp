@@ -20,20 +20,27 @@ constexpr std::size_t mostReasons = 10;
 // Where "<data source>=<namespace>" is divided: a data source may have a "=" in its name, and a URI may, too.
 std::size_t divisionOf(const std::string& mapping) { return mapping.rfind('=', mapping.find("://")); }
 
-// How far a run came, in a file, so that the next run with the same events goes on there.
+// How far a run came, in a file, so that the next run with the same events goes on there. No other file is touched.
 class Progress {
 public:
   Progress(const std::string& path, const std::string& url, const std::vector<std::string>& events)
       : m_path(path.empty() ? "" : absolutePath(nativePath(path))), m_mark(url + " " + markOf(events)) {}
 
-  std::size_t read() const {
+  // How many events were dealt with before; none where there is no file yet. What else is there is the user's and stays.
+  Result<std::size_t> read() const {
     QvbString content;
-    if (m_path.empty() || np_fio_readAll(QvbString(m_path), std::int64_t{1} << 20, &content) != NP_FIO_OK)
+    const int failed =
+        m_path.empty() ? NP_FIO_NOT_FOUND : np_fio_readAll(QvbString(m_path), largest, &content);
+    if (failed == NP_FIO_NOT_FOUND)
       return 0;
     const auto saved = nlohmann::json::parse(toString(content), nullptr, false);
-    if (!saved.is_object() || saved.value("mark", "") != m_mark)
-      return 0;
-    return saved.value("done", std::size_t{0});
+    if (failed != NP_FIO_OK || !isProgress(saved))
+      return Error{ErrorKind::Refused,
+                   m_path + " is no progress file of --emit; name one that is not there yet"};
+    if (saved["mark"] != m_mark)
+      return Error{ErrorKind::Refused,
+                   m_path + " holds the progress of other events; remove it to begin anew"};
+    return saved["done"].get<std::size_t>();
   }
 
   // Empty when it was kept.
@@ -51,6 +58,13 @@ public:
   }
 
 private:
+  static constexpr std::int64_t largest = 1 << 20;
+
+  static bool isProgress(const nlohmann::json& saved) {
+    return saved.is_object() && saved.size() == 2 && saved.contains("mark") && saved["mark"].is_string() &&
+           saved.contains("done") && saved["done"].is_number_unsigned();
+  }
+
   // What tells these events from others: all of them but their times, as a number (FNV-1a).
   static std::string markOf(const std::vector<std::string>& events) {
     std::uint64_t hash = 14695981039346656037U;
@@ -158,7 +172,10 @@ void postEvents(Host& host, const std::string& lines, const EventOptions& option
   emit.url = options.url;
   if (const char* key = std::getenv(keyVariable))
     emit.apiKey = key;
-  emit.first = std::min(progress.read(), events.size());
+  const auto before = progress.read();
+  if (!before)
+    return host.reportFailure(before.error().message);
+  emit.first = std::min(*before, events.size());
   if (emit.first > 0)
     host.note("going on after " + counted(emit.first, "event") + " that were dealt with before");
   std::string unkept;
