@@ -133,6 +133,35 @@ TEST(QvreposGraph, ReadsASavedGraphWhereverItTakesAPath) {
         << format;
 }
 
+TEST(QvreposGraph, ReadsASavedGraphFromPipesAndStandardInput) {
+  const TempDir folder;
+  writeChain(folder);
+  const auto saved = folder / "saved.json";
+  ASSERT_EQ(runTool({"graph", folder.path(), "--json", "-o", saved}).status, 0);
+  folder.write("marked.json", "\xEF\xBB\xBF\n " + folder.read("saved.json"));
+  const auto expected = runTool({"graph", saved}).out;
+  EXPECT_EQ(runTool({"graph", folder / "marked.json"}).out, expected);
+  for (const std::string words :
+       {"graph - <$1", "graph <(cat $1)", "graph /dev/stdin <$1", "graph - <${1/saved/marked}",
+        "graph <(cat ${1/saved/marked})", "graph $2/none - <$1"}) {
+    const auto run = runProcess({"bash", "-c", "$0 " + words, toolPath, saved, folder.path()});
+    EXPECT_EQ(run.out, expected) << words << run.err;
+  }
+  const auto run = runProcess({"bash", "-c", "$0 diff --exit-code <(cat $1) <(cat $1)", toolPath, saved}).err;
+  EXPECT_EQ(run, "qvrepos: no difference\n");
+  EXPECT_THAT(runProcess({"bash", "-c", "echo '{}' | $0 graph -", toolPath}).err,
+              StartsWith("qvrepos: -: no saved graph: its format is not"));
+}
+
+// More than a document may have is not waited for, in whichever way it comes.
+TEST(QvreposGraph, RefusesInputThatDoesNotEnd) {
+  for (const std::string words : {"yes '<a>' | $0 graph -", "$0 lineage <(yes '{')"}) {
+    const auto run = runProcess({"bash", "-c", words, toolPath});
+    EXPECT_EQ(run.status, 1) << words;
+    EXPECT_THAT(run.err, HasSubstr(":1:1: the document is over 512 MiB\n")) << words;
+  }
+}
+
 TEST(QvreposGraph, TakesAJobFileFromStandardInput) {
   const TempDir folder;
   const auto job = folder.write("one.djf", stepOf("a", "dw.b"));

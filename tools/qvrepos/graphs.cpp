@@ -43,7 +43,7 @@ void addPathOperands(CLI::App& command, ScanArguments& arguments) {
       .add_option(
           "PATH", arguments.paths,
           "Job files, saved graphs (JSON), folders that are searched for job files to any depth, and - "
-          "for a job file on standard input")
+          "for a job file or a saved graph on standard input")
       ->required()
       ->check(notEmpty());
 }
@@ -69,7 +69,7 @@ void addScanOptions(CLI::App& command, ScanArguments& arguments) {
 Graph scanned(Host& host, const ScanArguments& arguments, const std::vector<std::string>& paths) {
   ScanOptions options = arguments.options;
   if (std::ranges::find(paths, "-") != paths.end())
-    options.input = standardInput();
+    options.input = streamContent("-").value_or("");
   std::optional<ProgressBar> bar;
   options.progress = [&](std::size_t done, std::size_t total) {
     if (!bar)

@@ -4,10 +4,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
-#include <iterator>
-#include <optional>
 #include <set>
 
 namespace {
@@ -34,22 +30,7 @@ std::string whyNoFile(const std::string& path) {
               : ": no regular file, where a job file is due; - stands for standard input");
 }
 
-std::string contentOf(std::istream& stream) { return {std::istreambuf_iterator<char>(stream), {}}; }
-
-// What can be read only once: standard input and pipes. Nothing for a file.
-std::optional<QvbString> streamed(const std::string& path) {
-  std::error_code ignored;
-  if (path == "-")
-    return QvbString(standardInput());
-  if (!std::filesystem::is_fifo(path, ignored))
-    return std::nullopt;
-  std::ifstream pipe(path, std::ios::binary);
-  return QvbString(contentOf(pipe));
-}
-
 } // namespace
-
-std::string standardInput() { return contentOf(std::cin); }
 
 void noteLossyNames(Host& host, const std::vector<std::string>& names) {
   for (const auto& name : names)
@@ -83,13 +64,13 @@ Released<QvResourceList> JobScanner::newList() {
 }
 
 ScannedJob JobScanner::scan(const std::string& path) {
-  const auto stream = streamed(path);
+  const auto stream = qvlineagegraph::streamContent(path);
   if (auto reason = stream ? std::string() : whyNoFile(path); !reason.empty())
     return {std::move(reason), {}, nullptr};
   auto used = newList();
   JobVisitor visitor(*m_manager, m_store->getDefaultResourceFactory(), used.get());
   QvbString error;
-  if (stream ? visitSQLStepInString(*stream, &visitor, &error)
+  if (stream ? visitSQLStepInString(QvbString(*stream), &visitor, &error)
              : visitSQLStepInFile(QvbString(path), &visitor, &error))
     return {{}, visitor.root, std::move(used)};
   return {(stream ? path + ":" : "") + toString(error), {}, nullptr};

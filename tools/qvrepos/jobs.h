@@ -21,9 +21,6 @@ void noteLossyNames(Host& host, const std::vector<std::string>& names);
 // Says which files have one URI reference, and with it one identity: a backslash in a name counts as a slash.
 void noteSharedNames(Host& host, const std::vector<std::string>& files);
 
-// All that comes from standard input.
-std::string standardInput();
-
 // Reads job files; one for each thread.
 class JobScanner {
 public:
