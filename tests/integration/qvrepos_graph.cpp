@@ -395,6 +395,30 @@ TEST(QvreposDiff, OfWhatIsNotThereIsNoDifference) {
   EXPECT_EQ(run.err, "qvrepos: " + (folder / "gone") + ": no such file or folder\n");
 }
 
+TEST(QvreposDiff, TellsAFailureFromADifference) {
+  const TempDir folder;
+  writeChain(folder);
+  const auto statusOf = [&](Words words) {
+    words.insert(words.begin(), {"diff", "--exit-code", folder.path(), folder / "sub"});
+    return runTool(words).status;
+  };
+  EXPECT_EQ(statusOf({}), 1);
+  EXPECT_EQ(runTool({"diff", "--exit-code", folder.path(), folder / "gone"}).status, 2);
+  EXPECT_EQ(statusOf({"-o", folder / "gone/result"}), 2);
+  EXPECT_EQ(statusOf({"--config", folder / "gone"}), 2);
+  folder.write("sub/broken.djf", "<a");
+  EXPECT_EQ(statusOf({}), 2);
+}
+
+TEST(QvreposAudit, TellsAFailureFromAFinding) {
+  const TempDir folder;
+  writeChain(folder);
+  EXPECT_EQ(runTool({"audit", "--fail-on", "never-read", folder.path()}).status, 1);
+  EXPECT_EQ(runTool({"audit", "--fail-on", "never-read", folder.path(), folder / "gone"}).status, 2);
+  EXPECT_EQ(runTool({"audit", "--fail-on", "cycle", folder / "gone"}).status, 2);
+  EXPECT_EQ(runTool({"audit", folder / "gone"}).status, 1);
+}
+
 TEST(QvreposAudit, ShowsWhatLooksWrongAndWhere) {
   const TempDir folder;
   writeChain(folder);
