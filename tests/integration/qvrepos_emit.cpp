@@ -54,6 +54,15 @@ TEST_F(QvreposEmit, PostsTheEventsWithTheKeyOfTheEnvironment) {
   EXPECT_EQ(json::parse(request.body)[0]["outputs"][0]["name"], "shop.dbo.t0");
 }
 
+TEST_F(QvreposEmit, NamesAnUnknownDataSourceBeforeItPostsAnything) {
+  m_server.serve(batch, "");
+  const auto run = emit({"--namespace", "Sale=a://b", "-q"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "qvrepos: --namespace: no job connects to a data source Sale; did you mean Sales?\n");
+  EXPECT_THAT(emit({"--namespace", "Sale=a://b"}).err,
+              ContainsRegex("--namespace: no job connects.*\nqvrepos: 3 events accepted\n"));
+}
+
 TEST_F(QvreposEmit, CountsWhatWasRefusedAndFails) {
   m_server.serve(batch, R"({"failed_events": [{"index": 1, "reason": "no\nname", "retriable": false}]})");
   const auto run = emit();

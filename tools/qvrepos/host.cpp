@@ -46,23 +46,23 @@ void Host::flush() {
     m_outputError = errno;
 }
 
-void Host::say(std::string_view message) {
+void Host::warn(std::string_view message) {
   flush();
   std::fprintf(stderr, "qvrepos: %s\n", visible(message).c_str());
 }
 
 void Host::note(std::string_view message) {
   if (!quiet)
-    say(message);
+    warn(message);
 }
 
 void Host::reportFailure(std::string_view message) {
-  say(message);
+  warn(message);
   m_status = m_failure;
 }
 
 void Host::reportFinding(std::string_view message) {
-  say(message);
+  warn(message);
   endFailed();
 }
 

@@ -57,13 +57,14 @@ public:
   void tellFailuresApart() { m_failure = exitTrouble; }
   // A hint about a result that may surprise, to standard error; the status stays. Silent with --quiet.
   void note(std::string_view message);
+  // A hint that shows with --quiet, too.
+  void warn(std::string_view message);
   // Flushes the results; what could not be written is a failure.
   int finish();
 
 private:
   // Results come before what is said of them.
   void flush();
-  void say(std::string_view message);
 
   int m_status = exitSuccess;
   int m_failure = exitFailed;
