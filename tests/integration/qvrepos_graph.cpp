@@ -170,6 +170,20 @@ TEST(QvreposGraph, TakesAJobFileFromStandardInput) {
   EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 3) << run.out;
 }
 
+// In every command that reads jobs.
+TEST(QvreposGraph, CountsNamesThatCannotBeUsed) {
+  const TempDir folder;
+  const auto job = folder.write("odd.djf", stepOf("a", "a.b.c.d"));
+  for (const char* command : {"graph", "lineage", "resources"}) {
+    const auto run = runTool({command, job});
+    EXPECT_EQ(run.status, 0) << command;
+    EXPECT_THAT(run.err, EndsWith("; 1 name cannot be used, which `qvrepos audit` shows\n")) << command;
+    const auto strict = runTool({command, job, "--strict"});
+    EXPECT_EQ(strict.status, 1) << command;
+    EXPECT_THAT(strict.err, StartsWith("qvrepos: " + job + ": Create \"a.b.c.d\" ")) << command;
+  }
+}
+
 TEST(QvreposGraph, LeavesOutFilesByTheirPaths) {
   const TempDir folder;
   writeChain(folder);
@@ -197,6 +211,26 @@ TEST(QvreposGraph, NamesADataSourceOfANamespaceThatIsNotThere) {
   EXPECT_THAT(run.err,
               StartsWith("qvrepos: --namespace: no job connects to a data source Warehose; did you mean "
                          "Warehouse?\nqvrepos: "));
+}
+
+TEST(QvreposGraph, TakesAPlusSignOfANameWithABackslash) {
+  const TempDir folder;
+  folder.write("one.djf", stepOf("a", "dw.x+3"));
+  EXPECT_EQ(runTool({"upstream", "dw.x\\+3", folder.path(), "-q"}).out,
+            "Warehouse.dw.x+3\n└─ one [job]\n   └─ Warehouse.dw.a\n");
+}
+
+TEST(QvreposGraph, OfASavedGraphWithoutJobsHasNoHintOfFiles) {
+  const TempDir folder;
+  writeChain(folder);
+  ASSERT_EQ(runTool({"graph", folder.path(), "--view", "tables", "--json", "-o", folder / "t.json"}).status,
+            0);
+  EXPECT_THAT(runTool({"graph", folder / "t.json"}).err, StartsWith("qvrepos: 0 jobs, 3 tables"));
+}
+
+TEST(QvreposGraph, KnowsADataSourceOfANamespaceInAnyCase) {
+  const auto run = runTool({"graph", marts, "--format", "openlineage", "--namespace", "WAREHOUSE=a://b"});
+  EXPECT_THAT(run.err, Not(HasSubstr("--namespace")));
 }
 
 TEST(QvreposGraph, DoesNotDependOnTheThreads) {
@@ -326,6 +360,16 @@ TEST(QvreposGraph, WrongUsesEndWithTwoAndSayWhatWouldBeRight) {
       {{"audit", marts, "--fail-on", ""}, "--fail-on: must not be empty; choose from never-written,"},
       {{"graph", marts, "--emit", "http://host", "-o", "x"}, "it takes no --output"},
       {{"graph", marts, "--format", "openlineage", "--resume", "x"}, "--resume goes with --emit"},
+      {{"graph", marts, "--format", "openlineage", "--namespace", "W=postgres://u:secret@db/x"},
+       "--namespace: leave user and password out of the URI of W: whoever gets the events can read it\n"},
+      {{"graph", marts, "--format", "openlineage", "--namespace", "W=a://b", "--namespace", "w=a://c"},
+       "--namespace: w is given more than once"},
+      {{"upstream", "+report_board", marts},
+       "NAME takes no operator: +report_board; `qvrepos graph --select` does, and \\+ is a plus sign of a "
+       "name"},
+      {{"upstream", "2+x", marts}, "NAME takes no operator: 2+x;"},
+      {{"downstream", "x+", marts}, "NAME takes no operator: x+;"},
+      {{"downstream", "x\\\\+3", marts}, "NAME takes no operator: x\\\\+3;"},
       {{"upstream"}, "NAME is missing"},
       {{"upstream", "", marts}, "NAME: must not be empty"},
       {{"upstream", "dw.orders"}, "PATH is missing"},
@@ -343,7 +387,8 @@ TEST(QvreposGraph, WrongUsesEndWithTwoAndSayWhatWouldBeRight) {
     EXPECT_EQ(run.status, 2) << testing::PrintToString(words);
     EXPECT_EQ(run.out, "") << testing::PrintToString(words);
     EXPECT_THAT(run.err, AllOf(StartsWith("qvrepos " + words[0] + ": "), HasSubstr(message),
-                               HasSubstr("`qvrepos " + words[0] + " --help` shows what it takes")));
+                               HasSubstr("`qvrepos " + words[0] + " --help` shows what it takes"),
+                               Not(HasSubstr("secret"))));
   }
 }
 
