@@ -191,7 +191,7 @@ void addDirectionCommand(CLI::App& app, Host& host, Direction direction) {
       ->required()
       ->check(notEmpty());
   addPathOperands(*command, options->scan);
-  command->add_option("--depth", options->depth, "Go this many steps at most")
+  command->add_option("--depth", options->depth, "Follow this many edges at most")
       ->type_name("N")
       ->check(numberFrom(0, std::numeric_limits<unsigned>::max()));
   addCommonOptions(*command, host, *options, "tree");
