@@ -3,7 +3,10 @@
 
 #include "qvlineagegraph/view.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <array>
 #include <map>
 #include <unordered_set>
 #include <utility>
@@ -11,6 +14,32 @@
 namespace qvlineagegraph {
 
 namespace {
+
+// What a kind of note is found as.
+struct Noted {
+  NoteKind note;
+  FindingKind kind;
+  bool isOfNode; // one finding tells all notes of a node
+  std::string_view message;
+};
+constexpr std::array<Noted, 7> notedKinds{{
+    {NoteKind::Failed, FindingKind::Failed, false, "{text}"},
+    {NoteKind::NotUnderstood, FindingKind::NotUnderstood, false, "{text} is no step that is known"},
+    {NoteKind::UnusableName, FindingKind::UnusableName, false, "{text}"},
+    {NoteKind::Spelling, FindingKind::CaseOnly, true, "{node} is also written {text}"},
+    {NoteKind::BareUnmatched, FindingKind::BareUnmatched, true,
+     "no table {node} is known in the data source of its step"},
+    {NoteKind::BareAmbiguous, FindingKind::BareAmbiguous, true, "{node} may be any of {text}"},
+    {NoteKind::SameIdentity, FindingKind::SameIdentity, true, "{node} stands for several files"},
+}};
+static_assert(
+    [] {
+      for (std::size_t i = 0; i < notedKinds.size(); ++i)
+        if (notedKinds.at(i).note != static_cast<NoteKind>(i))
+          return false;
+      return true;
+    }(),
+    "notes are found by their kind's number");
 
 class Audit {
 public:
@@ -22,12 +51,7 @@ public:
         lookAtTable(i);
     for (const auto& cycle : cycles(View(m_graph)))
       addCycle(cycle);
-    addNotedNames(NoteKind::Spelling, FindingKind::CaseOnly);
-    addNotedNames(NoteKind::BareUnmatched, FindingKind::BareUnmatched);
-    addNotedNames(NoteKind::BareAmbiguous, FindingKind::BareAmbiguous);
-    addNotedNames(NoteKind::SameIdentity, FindingKind::SameIdentity);
-    for (const Note& note : m_graph.notes())
-      addNotedFile(note);
+    addNotes();
     std::stable_sort(m_findings.begin(), m_findings.end(),
                      [](const Finding& a, const Finding& b) { return a.kind < b.kind; });
     return std::move(m_findings);
@@ -54,11 +78,12 @@ private:
   void lookAtTable(NodeIndex table) {
     std::vector<std::string_view> writers, readers;
     for (const Edge& edge : m_graph.edges().in(table))
-      writers.push_back(m_graph.node(edge.from).file);
+      if (edge.access == Access::Write)
+        writers.push_back(m_graph.node(edge.from).file);
     for (const Edge& edge : m_graph.edges().out(table))
-      readers.push_back(m_graph.node(edge.to).file);
-    const std::size_t writes = m_graph.edges().in(table).size();
-    const std::size_t reads = m_graph.edges().out(table).size();
+      if (edge.access == Access::Read)
+        readers.push_back(m_graph.node(edge.to).file);
+    const std::size_t writes = writers.size(), reads = readers.size();
     if (writes == 0 && reads > 0)
       add(FindingKind::NeverWritten, {table}, distinct(readers),
           nameOf(table) + " is read and nothing writes it");
@@ -80,49 +105,39 @@ private:
     add(FindingKind::Cycle, cycle, distinct(files), "upstream of themselves: " + names);
   }
 
+  void addNotes() {
+    std::map<std::pair<FindingKind, NodeIndex>, std::vector<const Note*>> named;
+    for (const Note& note : m_graph.notes()) {
+      const Noted& noted = notedKinds.at(static_cast<std::size_t>(note.kind));
+      if (!noted.isOfNode)
+        add(noted.kind, note.node == noNode ? std::vector<NodeIndex>() : std::vector{note.node}, {note.file},
+            messageOf(noted, note.node, note.text));
+      else if (note.node != noNode)
+        named[{noted.kind, note.node}].push_back(&note);
+    }
+    for (const auto& [about, notes] : named)
+      addNamed(about.second, notes);
+  }
+
   // One finding a node, whatever the number of files that it was noted in.
-  void addNotedNames(NoteKind noted, FindingKind kind) {
-    std::map<NodeIndex, std::vector<const Note*>> byNode;
-    for (const Note& note : m_graph.notes())
-      if (note.kind == noted && note.node != noNode)
-        byNode[note.node].push_back(&note);
-    for (const auto& [node, notes] : byNode) {
-      std::vector<std::string_view> files, texts;
-      if (kind == FindingKind::SameIdentity)
-        files.push_back(m_graph.node(node).file);
-      for (const Note* note : notes) {
-        files.push_back(note->file);
-        texts.push_back(note->text);
-      }
-      add(kind, {node}, distinct(files), messageOf(kind, node, distinct(texts)));
+  void addNamed(NodeIndex node, const std::vector<const Note*>& notes) {
+    const Noted& noted = notedKinds.at(static_cast<std::size_t>(notes.front()->kind));
+    std::vector<std::string_view> files, texts;
+    if (noted.kind == FindingKind::SameIdentity)
+      files.push_back(m_graph.node(node).file);
+    for (const Note* note : notes) {
+      files.push_back(note->file);
+      texts.push_back(note->text);
     }
-  }
-
-  std::string messageOf(FindingKind kind, NodeIndex node, const std::vector<std::string>& texts) const {
     std::string list;
-    for (const auto& text : texts)
+    for (const auto& text : distinct(texts))
       list.append(list.empty() ? "" : ", ").append(text);
-    switch (kind) {
-    case FindingKind::CaseOnly:
-      return nameOf(node) + " is also written " + list;
-    case FindingKind::BareUnmatched:
-      return "no table " + nameOf(node) + " is known in the data source of its step";
-    case FindingKind::BareAmbiguous:
-      return nameOf(node) + " may be any of " + list;
-    default:
-      return nameOf(node) + " stands for several files";
-    }
+    add(noted.kind, {node}, distinct(files), messageOf(noted, node, list));
   }
 
-  void addNotedFile(const Note& note) {
-    const std::vector<NodeIndex> nodes =
-        note.node == noNode ? std::vector<NodeIndex>() : std::vector{note.node};
-    if (note.kind == NoteKind::Failed)
-      add(FindingKind::Failed, nodes, {note.file}, note.text);
-    else if (note.kind == NoteKind::NotUnderstood)
-      add(FindingKind::NotUnderstood, nodes, {note.file}, note.text + " is no step that is known");
-    else if (note.kind == NoteKind::UnusableName)
-      add(FindingKind::UnusableName, nodes, {note.file}, note.text);
+  std::string messageOf(const Noted& noted, NodeIndex node, std::string_view text) const {
+    return fmt::format(fmt::runtime(noted.message), fmt::arg("text", text),
+                       fmt::arg("node", node == noNode ? std::string_view() : m_graph.name(node)));
   }
 
   const Graph& m_graph;

@@ -1,5 +1,7 @@
 #include "datapath.h"
 
+#include <algorithm>
+
 namespace qvlineagegraph {
 
 namespace {
@@ -20,14 +22,14 @@ void appendPart(std::string& path, std::string_view part) {
 
 } // namespace
 
-std::string joinDataPath(std::initializer_list<std::string_view> parts) {
+std::string joinDataPath(std::string_view dataSource, std::initializer_list<std::string_view> parts) {
   std::string path;
-  for (const auto part : parts) {
-    if (part.empty())
-      continue;
-    if (!path.empty())
+  appendPart(path, dataSource);
+  const auto first = std::ranges::find_if_not(parts, &std::string_view::empty);
+  for (auto part = first; part != parts.end(); ++part) {
+    if (part != first || !dataSource.empty())
       path += '.';
-    appendPart(path, part);
+    appendPart(path, *part);
   }
   return path;
 }
@@ -48,6 +50,14 @@ std::vector<std::string> splitDataPath(std::string_view path) {
   if (isQuoted)
     parts.clear();
   return parts;
+}
+
+std::string withoutQuotes(std::string_view path) {
+  const auto parts = splitDataPath(path);
+  std::string plain;
+  for (const auto& part : parts)
+    plain.append(&part == &parts.front() ? "" : ".").append(part);
+  return plain;
 }
 
 } // namespace qvlineagegraph

@@ -1,6 +1,8 @@
 // Differences between two graphs.
 #include "qvlineagegraph/diff.h"
 
+#include "jobname.h"
+
 #include "qvlineagegraph/view.h"
 
 #include "qvxbase/qvbstring.h"
@@ -15,13 +17,15 @@ namespace qvlineagegraph {
 
 namespace {
 
-bool isCompared(NodeType type) { return type == NodeType::Job || type == NodeType::Table; }
+bool isReported(NodeType type) { return type == NodeType::Job || type == NodeType::Table; }
 
 struct Key {
   NodeType type;
   std::string_view text;
+  std::string_view extension; // of a job's file, which its name may have or not
   friend bool operator==(const Key& a, const Key& b) {
-    return a.type == b.type && qvbEqualsIgnoreCase(a.text, b.text);
+    return a.type == b.type && qvbEqualsIgnoreCase(a.text, b.text) &&
+           qvbEqualsIgnoreCase(a.extension, b.extension);
   }
 };
 struct KeyHash {
@@ -31,8 +35,12 @@ struct KeyHash {
 };
 
 Key keyOf(const Node& node) {
-  const bool byIdentity = node.type == NodeType::Table && !node.identity.empty();
-  return {node.type, byIdentity ? node.identity : node.name};
+  if (node.type != NodeType::Job)
+    return {node.type, node.identity.empty() ? node.name : node.identity, {}};
+  const auto extension = node.file.substr(withoutExtension(node.file).size());
+  const auto stem = node.name.size() - std::min(node.name.size(), extension.size());
+  const bool hasExtension = qvbEqualsIgnoreCase(node.name.substr(stem), extension);
+  return {node.type, hasExtension ? node.name.substr(0, stem) : node.name, extension};
 }
 
 // An edge by the numbers that both graphs' nodes have in common, and the edge itself.
@@ -61,14 +69,13 @@ private:
   void number() {
     std::unordered_map<Key, NodeIndex, KeyHash> byKey;
     for (NodeIndex i = 0; i < m_after.nodeCount(); ++i)
-      if (isCompared(m_after.type(i)))
-        byKey.emplace(keyOf(m_after.node(i)), i);
+      byKey.emplace(keyOf(m_after.node(i)), i);
     m_afterOf.resize(m_before.nodeCount(), noNode);
     m_beforeOf.resize(m_after.nodeCount(), noNode);
     auto next = static_cast<NodeIndex>(m_after.nodeCount());
     m_number.resize(m_before.nodeCount());
     for (NodeIndex i = 0; i < m_before.nodeCount(); ++i) {
-      const auto same = isCompared(m_before.type(i)) ? byKey.find(keyOf(m_before.node(i))) : byKey.end();
+      const auto same = byKey.find(keyOf(m_before.node(i)));
       if (same != byKey.end() && m_beforeOf[same->second] == noNode) {
         m_beforeOf[same->second] = i;
         m_afterOf[i] = same->second;
@@ -83,10 +90,10 @@ private:
 
   void compareNodes() {
     for (NodeIndex i = 0; i < m_after.nodeCount(); ++i)
-      if (m_beforeOf[i] == noNode && isCompared(m_after.type(i)))
+      if (m_beforeOf[i] == noNode && isReported(m_after.type(i)))
         changesOf(m_after.type(i)).push_back({Change::Came, noNode, i});
     for (NodeIndex i = 0; i < m_before.nodeCount(); ++i)
-      if (m_afterOf[i] == noNode && isCompared(m_before.type(i)))
+      if (m_afterOf[i] == noNode && isReported(m_before.type(i)))
         changesOf(m_before.type(i)).push_back({Change::Went, i, noNode});
   }
 
@@ -157,7 +164,7 @@ private:
     for (const NodeIndex node : reached(View(m_before), startsBefore, Direction::Downstream))
       affected[m_number[node]] = true;
     for (NodeIndex i = 0; i < m_after.nodeCount(); ++i)
-      if (affected[i] && m_beforeOf[i] != noNode)
+      if (affected[i] && m_beforeOf[i] != noNode && isReported(m_after.type(i)))
         m_diff.downstream.push_back({m_beforeOf[i], i});
   }
 

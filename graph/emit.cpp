@@ -39,6 +39,8 @@ struct Answer {
   }
 };
 
+std::string beforeQuery(const std::string& url) { return url.substr(0, url.find('?')); }
+
 std::string addressOf(const std::string& url) {
   const auto authority = url.find("://");
   const auto path = authority == std::string::npos ? authority : url.find('/', authority + 3);
@@ -52,7 +54,8 @@ std::string addressOf(const std::string& url) {
 class Emitter {
 public:
   Emitter(std::span<const std::string> events, const EmitOptions& options)
-      : m_events(events), m_options(options), m_address(addressOf(options.url)) {
+      : m_events(events), m_options(options), m_address(addressOf(beforeQuery(options.url))),
+        m_query(options.url.substr(beforeQuery(options.url).size())) {
     m_report.done = std::min(options.first, events.size());
   }
 
@@ -60,7 +63,8 @@ public:
     bool goesOn = true;
     while (goesOn && m_report.done < m_events.size()) {
       goesOn = m_takesBatches ? postBatch() : postOne(m_report.done);
-      if (goesOn && m_options.progress && !m_options.progress(m_report.done)) {
+      const bool isToldToEnd = goesOn && m_options.progress && !m_options.progress(m_report.done);
+      if (isToldToEnd && m_report.done < m_events.size()) {
         m_report.stopped = "it was stopped";
         goesOn = false;
       }
@@ -112,7 +116,7 @@ private:
 
   // Whether to go on.
   bool postOne(std::size_t index) {
-    const Answer answer = post(m_address, m_events[index]);
+    const Answer answer = post(m_address + m_query, m_events[index]);
     if (answer.isSuccess())
       ++m_report.accepted;
     else if (answer.endsAll() || answer.isNoSuchService())
@@ -129,7 +133,7 @@ private:
     std::string body = "[";
     for (const auto& event : m_events.subspan(first, size))
       body.append(body.size() == 1 ? "" : ",").append(event);
-    const Answer answer = post(m_address + "/batch", body + "]");
+    const Answer answer = post(m_address + "/batch" + m_query, body + "]");
     if (answer.isSuccess())
       return takeBatch(first, size, answer);
     if (answer.isNoSuchService()) {
@@ -194,7 +198,8 @@ private:
 
   std::span<const std::string> m_events;
   const EmitOptions& m_options;
-  std::string m_address;
+  std::string m_address; // up to its query
+  std::string m_query;
   bool m_takesBatches = true;
   EmitReport m_report;
 };

@@ -2,7 +2,6 @@
 #include "qvlineagegraph/columns.h"
 #include "qvlineagegraph/formats.h"
 
-#include "formattext.h"
 #include "jsonwriter.h"
 
 namespace qvlineagegraph {

@@ -7,11 +7,13 @@
 #include "qvreposres/qvreposres.h"
 #include "qvxbase/qvbdate.h"
 #include "qvxbase/qvbreleased.h"
+#include "qvxbase/qvbstring.h"
 #include "qvxbase/qvuri.h"
 
 #include <algorithm>
 #include <array>
-#include <regex>
+#include <string_view>
+#include <vector>
 
 namespace qvlineagegraph {
 
@@ -63,7 +65,7 @@ Place placeOf(const std::string& uri) {
 std::string joined(const std::vector<std::string>& parts) {
   std::string name;
   for (const auto& part : parts)
-    name.append(name.empty() ? "" : ".").append(part);
+    name.append(&part == &parts.front() ? "" : ".").append(part);
   return name;
 }
 
@@ -85,11 +87,13 @@ public:
       writeJob(json, m_view.node(job));
       json.name("inputs").array([&] {
         for (const Edge& edge : m_view.in(job))
-          writeDataset(json, edge.from, edge, "inputFacets", "InputDatasetFacet");
+          if (edge.access == Access::Read)
+            writeDataset(json, edge.from, edge, "inputFacets", "InputDatasetFacet");
       });
       json.name("outputs").array([&] {
         for (const Edge& edge : m_view.out(job))
-          writeDataset(json, edge.to, edge, "outputFacets", "OutputDatasetFacet");
+          if (edge.access == Access::Write)
+            writeDataset(json, edge.to, edge, "outputFacets", "OutputDatasetFacet");
       });
     });
     out += '\n';
@@ -151,6 +155,8 @@ private:
     if (!source.empty() && parts.size() > 1)
       parts.erase(parts.begin());
     const Place place = placeOfSource(source);
+    if (hasNoSchemas(place.uri)) // the schema of a catalog's table, which is not there
+      std::erase(parts, "");
     if (!place.database.empty() && parts.size() < (hasNoSchemas(place.uri) ? 2U : 3U))
       parts.insert(parts.begin(), place.database);
     json.name("namespace").text(place.space);
@@ -167,7 +173,8 @@ private:
   }
 
   Place placeOfSource(const std::string& source) const {
-    const auto mapped = m_options.namespaces.find(source);
+    const auto mapped = std::ranges::find_if(
+        m_options.namespaces, [&](const auto& one) { return qvbEqualsIgnoreCase(one.first, source); });
     if (mapped != m_options.namespaces.end())
       return placeOf(mapped->second);
     if (source.empty())
@@ -181,11 +188,46 @@ private:
   std::string m_time;
 };
 
-bool isTime(const std::string& text) {
-  static const std::regex form(
-      R"(\d{4}-(0[1-9]|1[0-2])-(0[1-9]|[12]\d|3[01])T([01]\d|2[0-3]):[0-5]\d:[0-5]\d(\.\d+)?)"
-      R"((Z|[+-]([01]\d|2[0-3]):[0-5]\d))");
-  return std::regex_match(text, form);
+bool isDigit(char byte) { return byte >= '0' && byte <= '9'; }
+
+// Takes a number of two digits off the text, and tells whether there was one and it lies between these.
+bool takeNumber(std::string_view& text, int least, int most) {
+  if (text.size() < 2 || !isDigit(text[0]) || !isDigit(text[1]))
+    return false;
+  const int number = 10 * (text[0] - '0') + (text[1] - '0');
+  text.remove_prefix(2);
+  return number >= least && number <= most;
+}
+
+bool takeByte(std::string_view& text, char byte) {
+  if (!text.starts_with(byte))
+    return false;
+  text.remove_prefix(1);
+  return true;
+}
+
+// A point with one to nine digits, or nothing.
+bool takeFraction(std::string_view& text) {
+  if (!takeByte(text, '.'))
+    return true;
+  const auto digits = std::min(text.find_first_not_of("0123456789"), text.size());
+  text.remove_prefix(digits);
+  return digits >= 1 && digits <= 9;
+}
+
+// The form of RFC 3339, with a zone. Whether a month has that day is not looked at.
+bool isTime(std::string_view text) {
+  const bool isDayAndTime = takeNumber(text, 0, 99) && takeNumber(text, 0, 99) && takeByte(text, '-') &&
+                            takeNumber(text, 1, 12) && takeByte(text, '-') && takeNumber(text, 1, 31) &&
+                            takeByte(text, 'T') && takeNumber(text, 0, 23) && takeByte(text, ':') &&
+                            takeNumber(text, 0, 59) && takeByte(text, ':') && takeNumber(text, 0, 59) &&
+                            takeFraction(text);
+  if (!isDayAndTime)
+    return false;
+  const bool isZone =
+      takeByte(text, 'Z') || ((takeByte(text, '+') || takeByte(text, '-')) && takeNumber(text, 0, 23) &&
+                              takeByte(text, ':') && takeNumber(text, 0, 59));
+  return isZone && text.empty();
 }
 
 } // namespace

@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <new>
+#include <system_error>
 
 namespace qvlineagegraph {
 
@@ -18,7 +20,11 @@ void* loadPart(const std::string& name) {
   Dl_info library{};
   if (dladdr(reinterpret_cast<void*>(&gvContextPlugins), &library) == 0)
     return nullptr;
-  const auto folder = std::filesystem::canonical(library.dli_fname).parent_path() / "graphviz";
+  std::error_code error;
+  const auto path = std::filesystem::canonical(library.dli_fname, error);
+  if (error)
+    return nullptr;
+  const auto folder = path.parent_path() / "graphviz";
   void* part = dlopen((folder / ("lib" + name + ".so.6")).c_str(), RTLD_NOW | RTLD_LOCAL);
   return part ? dlsym(part, (name + "_LTX_library").c_str()) : nullptr;
 }
@@ -45,15 +51,28 @@ Context makeContext(PictureFormat format) {
   return Context(gvContextPlugins(format == PictureFormat::Svg ? vector : pixels, 0));
 }
 
-// What Graphviz has to say is told in the result.
-std::string& latestComplaint() {
-  static std::string text;
-  return text;
-}
-int keepComplaint(char* text) {
-  latestComplaint() += text;
-  return 0;
-}
+// Keeps what Graphviz has to say, in place of the handler that the host may have, for as long as it lives. One at a time.
+class Complaints {
+public:
+  explicit Complaints(std::string& text) : m_former(agseterrf(keep)) { s_text = &text; }
+  ~Complaints() { agseterrf(m_former); }
+  Complaints(const Complaints&) = delete;
+  Complaints& operator=(const Complaints&) = delete;
+
+private:
+  // Its caller is in C and lets no exception pass.
+  static int keep(char* text) {
+    try {
+      *s_text += text;
+    } catch (const std::bad_alloc&) {
+      return 1;
+    }
+    return 0;
+  }
+
+  static inline std::string* s_text = nullptr;
+  agusererrf m_former;
+};
 
 class Drawing {
 public:
@@ -88,15 +107,19 @@ private:
   bool m_laidOut = false;
 };
 
-std::string draw(const std::string& dot, PictureFormat format) {
+struct Drawn {
+  std::string picture; // empty where it cannot be drawn
+  std::string complaint;
+};
+
+Drawn draw(const std::string& dot, PictureFormat format) {
   static std::mutex one; // Graphviz is for one thread at a time
   const std::lock_guard lock(one);
-  latestComplaint().clear();
-  agseterrf(keepComplaint);
-  const Context context = makeContext(format);
-  std::string picture = context ? Drawing(context.get(), dot).render(format) : "";
-  agseterrf(nullptr);
-  return picture;
+  Drawn drawn;
+  const Complaints complaints(drawn.complaint);
+  if (const Context context = makeContext(format))
+    drawn.picture = Drawing(context.get(), dot).render(format);
+  return drawn;
 }
 
 // The picture without what stands before its element: the version that drew it, and a document type.
@@ -113,10 +136,10 @@ Result<void> writePicture(const View& view, PictureFormat format, std::string& o
                                          std::to_string(mostNodesInAPicture) + " are the most"};
   std::string dot;
   writeDot(view, dot);
-  const std::string picture = draw(dot, format);
+  const auto [picture, complaint] = draw(dot, format);
   if (picture.empty())
-    return Error{ErrorKind::Refused, "Graphviz cannot draw the picture" +
-                                         (latestComplaint().empty() ? "" : ": " + latestComplaint())};
+    return Error{ErrorKind::Refused,
+                 "Graphviz cannot draw the picture" + (complaint.empty() ? "" : ": " + complaint)};
   out += format == PictureFormat::Svg ? withPlainProlog(picture) : picture;
   return {};
 }

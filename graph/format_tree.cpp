@@ -1,6 +1,8 @@
 // Trees of what lies upstream and downstream.
 #include "qvlineagegraph/formats.h"
 
+#include "formattext.h"
+
 #include "qvxbase/qvbformat.h"
 
 #include <deque>
@@ -124,8 +126,7 @@ private:
     seen[item.node] = true;
     const bool news = item.left > 0 && isNews(item.node, direction, item.left);
     writeName(item.node);
-    if (item.inferred)
-      m_out += " (inferred)";
+    m_out += inferredMark(item.inferred);
     if (news && item.level >= deepestLevel) {
       m_continued.emplace_back(item, direction);
       m_out += " (continued below)\n";

@@ -76,6 +76,6 @@ std::string codedText(std::string_view bytes, std::string_view prefix) {
   return coded;
 }
 
-std::string_view inferredMark(const Edge& edge) { return edge.inferred ? " (inferred)" : ""; }
+std::string_view inferredMark(bool isInferred) { return isInferred ? " (inferred)" : ""; }
 
 } // namespace qvlineagegraph

@@ -17,6 +17,6 @@ std::string cleanText(std::string_view bytes);
 std::string codedText(std::string_view bytes, std::string_view prefix);
 
 // " (inferred)" behind the name of what an inferred edge leads to.
-std::string_view inferredMark(const Edge& edge);
+std::string_view inferredMark(bool isInferred);
 
 } // namespace qvlineagegraph

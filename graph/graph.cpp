@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -46,6 +47,8 @@ std::vector<Edge> sorted(std::size_t nodeCount, const std::vector<Edge>& edges) 
 
 // Sorted, and of edges that differ in `inferred` alone the first, which is not.
 std::vector<Edge> arranged(std::size_t nodeCount, std::vector<Edge> edges) {
+  if (edges.size() > UINT32_MAX) // what positions are counted in
+    throw std::bad_alloc();
   if (!std::is_sorted(edges.begin(), edges.end(), isBefore))
     edges = sorted(nodeCount, edges);
   edges.erase(std::unique(edges.begin(), edges.end(), isSameButInferred), edges.end());
@@ -204,6 +207,10 @@ NodeIndex GraphBuilder::find(NodeType type, std::string_view identityOrName) con
 
 std::string_view GraphBuilder::nameOf(NodeIndex node) const {
   return m_parts->textAt(m_parts->graph.m_nodes[node].name);
+}
+
+std::string_view GraphBuilder::fileOf(NodeIndex node) const {
+  return m_parts->textAt(m_parts->graph.m_nodes[node].file);
 }
 
 void GraphBuilder::setSource(NodeIndex table, NodeIndex source) {

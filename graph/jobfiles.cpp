@@ -50,6 +50,17 @@ struct FolderCloser {
   void operator()(DIR* folder) const { ::closedir(folder); }
 };
 
+// "./jobs/" says no more than "jobs".
+std::vector<std::string> plainPatterns(std::vector<std::string> patterns) {
+  for (auto& pattern : patterns) {
+    while (pattern.starts_with("./"))
+      pattern.erase(0, 2);
+    while (pattern.ends_with('/'))
+      pattern.pop_back();
+  }
+  return patterns;
+}
+
 bool matchesAny(const std::vector<std::string>& patterns, const std::string& below, const std::string& name) {
   return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
     return fnmatch(pattern.c_str(), below.c_str(), 0) == 0 || fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
@@ -66,7 +77,8 @@ struct Entry {
 class Search {
 public:
   Search(const PathPatterns& patterns, bool canMeetTwice)
-      : m_patterns(patterns), m_canMeetTwice(canMeetTwice) {}
+      : m_patterns{plainPatterns(patterns.include), plainPatterns(patterns.exclude)},
+        m_canMeetTwice(canMeetTwice) {}
 
   void take(const std::string& given) {
     if (given == "-") {
@@ -182,7 +194,7 @@ private:
     return m_isLatestJob;
   }
 
-  const PathPatterns& m_patterns;
+  PathPatterns m_patterns;
   bool m_canMeetTwice; // what one path leads to is met once
   std::string m_latestEnding;
   bool m_isLatestJob = false;

@@ -17,32 +17,40 @@ struct FoldedEqual {
 };
 using Uses = std::unordered_map<std::string_view, std::size_t, FoldedHash, FoldedEqual>;
 
-// A dot that begins a file's name begins no extension.
+// How often each short name would be had; a name that another file has with its extension counts, too.
+Uses shortUsesOf(const std::vector<JobFile>& files) {
+  Uses uses(files.size());
+  for (const JobFile& file : files)
+    ++uses[withoutExtension(file.name)];
+  for (const JobFile& file : files)
+    if (const auto taken = uses.find(file.name);
+        taken != uses.end() && withoutExtension(file.name) != file.name)
+      ++taken->second;
+  return uses;
+}
+
+} // namespace
+
 std::string_view withoutExtension(std::string_view path) {
   const auto name = path.rfind('/') + 1; // 0 where there is none
   const auto dot = path.rfind('.');
   return dot == std::string_view::npos || dot <= name ? path : path.substr(0, dot);
 }
 
-} // namespace
-
 void nameJobs(std::vector<JobFile>& files) {
-  Uses shortUses(files.size()), longUses;
-  std::vector<const std::size_t*> usesOf(files.size());
+  const Uses shortUses = shortUsesOf(files);
+  Uses longUses;
+  std::vector<bool> isShort(files.size());
   for (std::size_t i = 0; i < files.size(); ++i) {
-    auto& uses = shortUses[withoutExtension(files[i].name)];
-    ++uses;
-    usesOf[i] = &uses;
-  }
-  for (std::size_t i = 0; i < files.size();
-       ++i) // names that are the same are so without their extensions, too
-    if (*usesOf[i] > 1)
+    isShort[i] = shortUses.find(withoutExtension(files[i].name))->second == 1;
+    if (!isShort[i]) // names that are the same are so without their extensions, too
       ++longUses[files[i].name];
+  }
   std::vector<std::string> names;
   names.reserve(files.size());
   for (std::size_t i = 0; i < files.size(); ++i) {
     const JobFile& file = files[i];
-    if (*usesOf[i] == 1)
+    if (isShort[i])
       names.emplace_back(withoutExtension(file.name));
     else
       names.push_back(longUses[file.name] == 1 ? file.name : file.path);

@@ -4,6 +4,7 @@
 
 #include "qvxbase/qvbstring.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace qvlineagegraph {
@@ -17,12 +18,24 @@ std::string nameKey(NodeIndex source, std::string_view table) {
 }
 
 std::string dataPathOf(const TableFact& fact) {
-  return joinDataPath({fact.dataSource, fact.catalog, fact.schema, fact.table});
+  return joinDataPath(fact.dataSource, {fact.catalog, fact.schema, fact.table});
 }
 
 template<class Name, class Other>
 bool isSpelledAlike(const Name& a, const Other& b) {
   return a.table == b.table && a.schema == b.schema && a.catalog == b.catalog;
+}
+
+// "a, b": five names are enough to tell where to look.
+template<class NameOf>
+std::string listed(const std::vector<NodeIndex>& nodes, const NameOf& nameOf) {
+  constexpr std::size_t mostNames = 5;
+  std::string names;
+  for (std::size_t i = 0; i < std::min(nodes.size(), mostNames); ++i)
+    names.append(i == 0 ? "" : ", ").append(nameOf(nodes[i]));
+  if (nodes.size() > mostNames)
+    names += " and " + std::to_string(nodes.size() - mostNames) + " more";
+  return names;
 }
 
 bool isSameOrAbsent(std::string_view part, std::string_view other) {
@@ -56,13 +69,15 @@ void Joiner::add(const JobFile& file, JobFacts& facts) {
 }
 
 NodeIndex Joiner::addJob(const JobFile& file, const JobFacts& facts) {
-  const bool isKnown = !facts.identity.empty() && m_builder.find(NodeType::Job, facts.identity) != noNode;
+  const NodeIndex known = facts.identity.empty() ? noNode : m_builder.find(NodeType::Job, facts.identity);
+  const std::string_view knownFile = known == noNode ? std::string_view() : m_builder.fileOf(known);
+  const bool isOfAnotherFile = !knownFile.empty() && knownFile != file.path;
   const NodeIndex job = m_builder.add({.type = NodeType::Job,
                                        .name = file.name,
                                        .identity = facts.identity,
                                        .file = file.path,
                                        .kind = facts.kind});
-  if (isKnown)
+  if (isOfAnotherFile)
     note(NoteKind::SameIdentity, job, file.path, {});
   return job;
 }
@@ -132,10 +147,10 @@ void Joiner::noteSpelling(NodeIndex node, std::string spelling, const std::strin
     note(NoteKind::Spelling, node, file, std::move(spelling));
 }
 
-void Joiner::noteBareSpelling(NodeIndex node, std::string_view own, const BareRead& read) {
-  const std::string& name = read.name;
+void Joiner::noteBareSpelling(NodeIndex node, std::string_view own, const std::string& name,
+                              const std::string& file) {
   if (own != name && qvbEqualsIgnoreCase(own, name))
-    noteSpelling(node, name, read.file);
+    noteSpelling(node, name, file);
 }
 
 std::vector<NodeIndex> Joiner::tablesNamed(NodeIndex source, const std::string& name) const {
@@ -162,21 +177,18 @@ void Joiner::resolve(const BareRead& read) {
   const auto meant = tablesMeant(read);
   if (meant.size() == 1 && !m_exact) {
     m_builder.addEdge({meant.front(), read.job, Access::Read, true});
-    noteBareSpelling(meant.front(), m_tables[meant.front()].table, read);
+    noteBareSpelling(meant.front(), m_tables[meant.front()].table, read.name, read.file);
     return;
   }
-  const NodeIndex table =
-      m_builder.add({.type = NodeType::Table, .name = read.name, .identity = read.identity});
-  noteBareSpelling(table, m_builder.nameOf(table), read);
+  const std::string name = joinDataPath("", {read.name});
+  const NodeIndex table = m_builder.add({.type = NodeType::Table, .name = name, .identity = read.identity});
+  noteBareSpelling(table, m_builder.nameOf(table), name, read.file);
   m_builder.addEdge({table, read.job, Access::Read, false});
   if (meant.empty())
     note(NoteKind::BareUnmatched, table, read.file, {});
-  if (meant.size() < 2)
-    return;
-  std::string names;
-  for (const NodeIndex one : meant)
-    names.append(names.empty() ? "" : ", ").append(m_builder.nameOf(one));
-  note(NoteKind::BareAmbiguous, table, read.file, std::move(names));
+  if (meant.size() > 1)
+    note(NoteKind::BareAmbiguous, table, read.file,
+         listed(meant, [&](NodeIndex one) { return m_builder.nameOf(one); }));
 }
 
 Graph Joiner::finish() && {

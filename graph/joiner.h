@@ -43,7 +43,8 @@ private:
   void learn(NodeIndex node, NodeIndex source, const TableFact& fact);
   void note(NoteKind kind, NodeIndex node, const std::string& file, std::string text);
   void noteSpelling(NodeIndex node, std::string spelling, const std::string& file);
-  void noteBareSpelling(NodeIndex node, std::string_view own, const BareRead& read);
+  void noteBareSpelling(NodeIndex node, std::string_view own, const std::string& name,
+                        const std::string& file);
   std::vector<NodeIndex> tablesNamed(NodeIndex source, const std::string& name) const;
   std::vector<NodeIndex> tablesMeant(const BareRead& read) const;
   void resolve(const BareRead& read);

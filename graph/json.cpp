@@ -9,11 +9,11 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 namespace qvlineagegraph {
@@ -240,8 +240,9 @@ private:
     if (!hasType)
       throw Refusal{"a node has no type"};
     m_nodes.push_back(m_builder.add(node));
+    m_types.push_back(node.type);
     if (source != noNode)
-      m_sources.push_back({m_nodes.back(), source});
+      m_sources.push_back({static_cast<NodeIndex>(m_nodes.size() - 1), source});
   }
 
   void takeEdge(od::object object) {
@@ -282,6 +283,21 @@ private:
     return m_nodes[index];
   }
 
+  NodeIndex endOf(NodeIndex index) const {
+    const NodeIndex place = placeOf(index);
+    if (m_types[index] == NodeType::DataSource)
+      throw Refusal{"node " + std::to_string(index) + " is a data source and has an edge"};
+    return place;
+  }
+
+  // The data source of a table: both by their numbers in the document.
+  void takeSource(NodeIndex table, NodeIndex source) {
+    const NodeIndex place = placeOf(source);
+    if (m_types[table] != NodeType::Table || m_types[source] != NodeType::DataSource)
+      throw Refusal{"node " + std::to_string(source) + " is no data source of a table"};
+    m_builder.setSource(m_nodes[table], place);
+  }
+
   // Members may come in any order: what refers to nodes waits for all of them.
   Result<Graph> finish() {
     if (!m_isOurs || !m_version)
@@ -289,11 +305,11 @@ private:
     if (*m_version != formatVersion)
       return malformed("its version is " + std::to_string(*m_version) +
                        ", and the one that is read here is " + std::to_string(formatVersion));
-    for (const auto& [node, source] : m_sources)
-      m_builder.setSource(node, placeOf(source));
+    for (const auto& [table, source] : m_sources)
+      takeSource(table, source);
     for (Edge& edge : m_edges) {
-      edge.from = placeOf(edge.from);
-      edge.to = placeOf(edge.to);
+      edge.from = endOf(edge.from);
+      edge.to = endOf(edge.to);
     }
     m_builder.addEdges(std::move(m_edges));
     for (Note& note : m_notes) {
@@ -310,6 +326,7 @@ private:
   bool m_isOurs = false;
   std::optional<std::int64_t> m_version;
   std::vector<NodeIndex> m_nodes; // where each of the document's is
+  std::vector<NodeType> m_types;  // of each of the document's
   std::vector<std::pair<NodeIndex, NodeIndex>> m_sources;
   std::vector<Edge> m_edges;
   std::vector<Note> m_notes;
@@ -319,8 +336,7 @@ private:
 
 Result<Graph> readJson(std::string_view text) {
   return GraphReader().run([&](char* bytes, std::size_t count) {
-    const std::size_t taken = std::min(count, text.size());
-    std::memcpy(bytes, text.data(), taken);
+    const std::size_t taken = text.copy(bytes, count);
     text.remove_prefix(taken);
     return taken;
   });
@@ -328,7 +344,8 @@ Result<Graph> readJson(std::string_view text) {
 
 Result<Graph> readJsonFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  if (!in || std::filesystem::is_directory(path))
+  std::error_code ignored;
+  if (!in || std::filesystem::is_directory(path, ignored))
     return Error{ErrorKind::Unreadable, path + ": cannot be opened"};
   auto graph = GraphReader().run([&](char* bytes, std::size_t count) {
     in.read(bytes, static_cast<std::streamsize>(count));

@@ -9,7 +9,11 @@ namespace qvlineagegraph {
 
 namespace {
 
-bool standsForItself(char byte) { return byte >= ' ' && byte != '"' && byte != '\\'; }
+// What is not ASCII may be no UTF-8, and is looked at more closely.
+bool standsForItself(char byte) {
+  const auto code = static_cast<unsigned char>(byte);
+  return code >= 0x20 && code < 0x80 && byte != '"' && byte != '\\';
+}
 
 } // namespace
 

@@ -3,6 +3,8 @@
 #include "qvlineagegraph/diff.h"
 #include "qvlineagegraph/graph.h"
 
+#include "qvxbase/qvbunload.h"
+
 #include <array>
 
 namespace qvlineagegraph {
@@ -33,12 +35,12 @@ std::string_view nameOf(Change change) noexcept { return nameIn(changeNames, cha
 std::string_view nameOf(FindingKind kind) noexcept { return nameIn(findingNames, kind); }
 
 const std::vector<FindingKind>& findingKinds() {
-  static const std::vector<FindingKind> kinds = [] {
+  static const auto& kinds = qvbUntilUnload<std::vector<FindingKind>>([] {
     std::vector<FindingKind> all(findingNames.size());
     for (std::size_t i = 0; i < all.size(); ++i)
       all[i] = static_cast<FindingKind>(i);
     return all;
-  }();
+  }());
   return kinds;
 }
 

@@ -1,7 +1,11 @@
 // Selections.
 #include "qvlineagegraph/select.h"
 
+#include "datapath.h"
+#include "jobname.h"
 #include "wildcard.h"
+
+#include "qvxbase/qvbstring.h"
 
 #include <algorithm>
 #include <array>
@@ -81,7 +85,7 @@ std::optional<Around> takeDownstream(std::string_view& rest) {
 
 std::optional<NodeType> nodeTypeOf(std::string_view name) {
   for (const auto type : {NodeType::Job, NodeType::Table, NodeType::DataSource, NodeType::File})
-    if (equalsIgnoringCase(nameOf(type), name))
+    if (qvbEqualsIgnoreCase(nameOf(type), name))
       return type;
   return std::nullopt;
 }
@@ -99,7 +103,7 @@ Result<Expression> parse(std::string_view text) {
   if (rest.empty())
     return malformed(text, "names nothing; write a table or a job, as in +dw.customers");
   expression.text = rest;
-  if (!equalsIgnoringCase(rest.substr(0, typePrefix.size()), typePrefix)) {
+  if (!qvbEqualsIgnoreCase(rest.substr(0, typePrefix.size()), typePrefix)) {
     expression.name = Wildcard(rest);
     return expression;
   }
@@ -109,12 +113,6 @@ Result<Expression> parse(std::string_view text) {
   return expression;
 }
 
-std::string_view withoutExtension(std::string_view path) {
-  const auto dot = path.rfind('.');
-  return dot == std::string_view::npos || path.find('/', dot) != std::string_view::npos ? path
-                                                                                        : path.substr(0, dot);
-}
-
 bool bearsName(const Node& node, const Wildcard& name) {
   switch (node.type) {
   case NodeType::Job:
@@ -122,7 +120,8 @@ bool bearsName(const Node& node, const Wildcard& name) {
     return name.matchesEndOf(node.name, '/') || name.matchesEndOf(node.file, '/') ||
            name.matchesEndOf(withoutExtension(node.file), '/');
   case NodeType::Table:
-    return name.matchesEndOf(node.name, '.');
+    return name.matchesEndOf(node.name, '.') || (node.name.find('"') != std::string_view::npos &&
+                                                 name.matchesEndOf(withoutQuotes(node.name), '.'));
   case NodeType::DataSource:
     break;
   }
@@ -131,6 +130,22 @@ bool bearsName(const Node& node, const Wildcard& name) {
 
 bool isDescribed(const Node& node, const Expression& expression) {
   return expression.type ? node.type == *expression.type : bearsName(node, expression.name);
+}
+
+// Tables stand for their data sources.
+bool isLeftOut(NodeType type, ViewKind kind) {
+  return kind == ViewKind::Jobs
+             ? type != NodeType::Job
+             : kind == ViewKind::Tables && (type == NodeType::Job || type == NodeType::File);
+}
+
+// Whether the graph has what the view is not of a kind to show.
+bool isHidden(const Expression& expression, const View& view) {
+  const Graph& graph = view.graph();
+  for (NodeIndex i = 0; i < graph.nodeCount(); ++i)
+    if (isLeftOut(graph.type(i), view.kind()) && isDescribed(graph.node(i), expression))
+      return true;
+  return false;
 }
 
 std::vector<NodeIndex> namedBy(const Expression& expression, const View& view) {
@@ -161,10 +176,23 @@ std::vector<NodeIndex> markedOf(const View& view, const std::vector<bool>& marke
   return nodes;
 }
 
+// Why an expression describes nothing.
+std::string reasonOf(const View& view, const Expression& expression) {
+  const std::string name = "\"" + expression.text + "\"";
+  if (isHidden(expression, view))
+    return name + " is not in this view, which shows " + (view.kind() == ViewKind::Jobs ? "jobs" : "tables") +
+           " alone";
+  std::string reason = "nothing matches " + name;
+  const auto nearest = nearestNames(view, expression.text);
+  for (const auto& one : nearest)
+    reason.append(&one == &nearest.front() ? "; the nearest names are: " : ", ").append(one);
+  return reason;
+}
+
 struct Described {
   std::vector<bool> named;
-  std::vector<bool> all; // with what is around them
-  std::vector<std::string> unmatched;
+  std::vector<bool> all;              // with what is around them
+  std::vector<std::string> unmatched; // why, of each expression that describes nothing
 };
 
 Result<Described> describe(const View& view, const std::vector<std::string>& expressions) {
@@ -176,7 +204,7 @@ Result<Described> describe(const View& view, const std::vector<std::string>& exp
       return expression.error();
     const auto named = namedBy(*expression, view);
     if (named.empty())
-      described.unmatched.push_back(expression->text);
+      described.unmatched.push_back(reasonOf(view, *expression));
     mark(described.named, named);
     mark(described.all, named);
     if (expression->upstream.isWanted)
@@ -185,17 +213,6 @@ Result<Described> describe(const View& view, const std::vector<std::string>& exp
       mark(described.all, reached(view, named, Direction::Downstream, expression->downstream.depth));
   }
   return described;
-}
-
-std::vector<std::string> reasonsOf(const View& view, const std::vector<std::string>& unmatched) {
-  std::vector<std::string> reasons;
-  for (const auto& name : unmatched) {
-    std::string& reason = reasons.emplace_back("nothing matches \"" + name + "\"");
-    const auto nearest = nearestNames(view, name);
-    for (const auto& one : nearest)
-      reason.append(&one == &nearest.front() ? "; the nearest names are: " : ", ").append(one);
-  }
-  return reasons;
 }
 
 Error nothingMatched(const std::vector<std::string>& reasons) {
@@ -211,10 +228,10 @@ Result<Selected> select(const View& view, const Selection& selection) {
   auto wanted = describe(view, selection.select);
   if (!wanted)
     return wanted.error();
-  const auto unwanted = describe(view, selection.exclude);
+  auto unwanted = describe(view, selection.exclude);
   if (!unwanted)
     return unwanted.error();
-  auto unmatched = reasonsOf(view, wanted->unmatched);
+  auto unmatched = std::move(wanted->unmatched);
   if (selection.select.empty())
     mark(wanted->all, {view.nodes().begin(), view.nodes().end()});
   else if (unmatched.size() == selection.select.size())
@@ -225,7 +242,7 @@ Result<Selected> select(const View& view, const Selection& selection) {
   const auto shown = markedOf(view, wanted->all);
   if (shown.empty() && !selection.exclude.empty())
     return Error{ErrorKind::NothingMatched, "everything that was selected is excluded"};
-  std::ranges::move(reasonsOf(view, unwanted->unmatched), std::back_inserter(unmatched));
+  std::ranges::move(unwanted->unmatched, std::back_inserter(unmatched));
   return Selected{view.induced(shown), markedOf(view, wanted->named), std::move(unmatched)};
 }
 
@@ -234,7 +251,7 @@ std::string quotedName(std::string_view name) {
   std::string expression;
   for (std::size_t i = 0; i < name.size(); ++i) {
     const bool beginsType =
-        i + 1 == typePrefix.size() && equalsIgnoringCase(name.substr(0, i + 1), typePrefix);
+        i + 1 == typePrefix.size() && qvbEqualsIgnoreCase(name.substr(0, i + 1), typePrefix);
     if (name[i] == '\\' || name[i] == '*' || name[i] == '+' || beginsType)
       expression += '\\';
     expression += name[i];

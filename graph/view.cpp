@@ -2,6 +2,8 @@
 #include "qvlineagegraph/view.h"
 
 #include <algorithm>
+#include <iterator>
+#include <tuple>
 #include <utility>
 
 namespace qvlineagegraph {
@@ -28,15 +30,27 @@ std::vector<NodeIndex> shownNodes(const Graph& graph, ViewKind kind) {
   return nodes;
 }
 
-// From each node of the shown type to those that are two edges on, by way of a node of the other type.
-std::vector<Edge> edgesByWayOf(const Graph& graph, NodeType between) {
-  std::vector<Edge> edges;
-  for (NodeIndex middle = 0; middle < graph.nodeCount(); ++middle) {
-    if (graph.type(middle) != between)
+// From each node of the shown type to those that are two edges on, by way of a node of the other type, and the edges that
+// the graph has between shown nodes itself. Each pair of nodes once.
+std::vector<Edge> edgesByWayOf(const Graph& graph, ViewKind kind, NodeType between) {
+  std::vector<Edge> edges, row;
+  const auto take = [&](NodeIndex from, NodeIndex to, bool isInferred) {
+    if (isShown(graph.type(to), kind))
+      row.push_back({from, to, Access::Via, isInferred});
+  };
+  const auto orderOf = [](const Edge& edge) { return std::tie(edge.to, edge.inferred); };
+  for (NodeIndex node = 0; node < graph.nodeCount(); ++node) {
+    if (!isShown(graph.type(node), kind))
       continue;
-    for (const Edge& into : graph.edges().in(middle))
-      for (const Edge& from : graph.edges().out(middle))
-        edges.push_back({into.from, from.to, Access::Via, into.inferred || from.inferred});
+    row.clear();
+    for (const Edge& first : graph.edges().out(node))
+      if (first.access == Access::Via)
+        take(node, first.to, first.inferred);
+      else if (graph.type(first.to) == between)
+        for (const Edge& second : graph.edges().out(first.to))
+          take(node, second.to, first.inferred || second.inferred);
+    std::ranges::sort(row, {}, orderOf);
+    std::ranges::unique_copy(row, std::back_inserter(edges), {}, &Edge::to);
   }
   return edges;
 }
@@ -44,9 +58,9 @@ std::vector<Edge> edgesByWayOf(const Graph& graph, NodeType between) {
 std::vector<Edge> shownEdges(const Graph& graph, ViewKind kind) {
   switch (kind) {
   case ViewKind::Jobs:
-    return edgesByWayOf(graph, NodeType::Table);
+    return edgesByWayOf(graph, kind, NodeType::Table);
   case ViewKind::Tables:
-    return edgesByWayOf(graph, NodeType::Job);
+    return edgesByWayOf(graph, kind, NodeType::Job);
   case ViewKind::All:
     break;
   }

@@ -1,5 +1,7 @@
 #include "wildcard.h"
 
+#include "qvxbase/qvbstring.h"
+
 #include <algorithm>
 
 namespace qvlineagegraph {
@@ -7,11 +9,11 @@ namespace qvlineagegraph {
 namespace {
 
 bool startsWith(std::string_view text, std::string_view start) {
-  return text.size() >= start.size() && equalsIgnoringCase(text.substr(0, start.size()), start);
+  return text.size() >= start.size() && qvbEqualsIgnoreCase(text.substr(0, start.size()), start);
 }
 
 bool endsWith(std::string_view text, std::string_view end) {
-  return text.size() >= end.size() && equalsIgnoringCase(text.substr(text.size() - end.size()), end);
+  return text.size() >= end.size() && qvbEqualsIgnoreCase(text.substr(text.size() - end.size()), end);
 }
 
 // What follows the first occurrence of the run, which is not empty; a null view where there is none.
@@ -41,7 +43,7 @@ bool Wildcard::matches(std::string_view text) const {
   const std::string& first = m_runs.front();
   const std::string& last = m_runs.back();
   if (m_runs.size() == 1)
-    return equalsIgnoringCase(text, first);
+    return qvbEqualsIgnoreCase(text, first);
   if (text.size() < first.size() + last.size() || !startsWith(text, first) || !endsWith(text, last))
     return false;
   text.remove_prefix(first.size());

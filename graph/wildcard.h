@@ -1,7 +1,5 @@
-// Names with wildcards, and what is done with names without regard to the case of ASCII letters.
+// Names with wildcards.
 #pragma once
-
-#include "qvxbase/qvbstring.h"
 
 #include <string>
 #include <string_view>
@@ -9,11 +7,8 @@
 
 namespace qvlineagegraph {
 
-inline bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
-  return qvbEqualsIgnoreCase(a, b);
-}
-
-// A pattern in which * is any run of characters and a backslash takes the character after it as it is.
+// A pattern in which * is any run of characters and a backslash takes the character after it as it is. Compared without
+// regard to the case of ASCII letters.
 class Wildcard {
 public:
   Wildcard() = default;

@@ -140,7 +140,7 @@ private:
   QVREPOSRES_HIDDEN void progress(const char* stage);
   QVREPOSRES_HIDDEN bool fail(const QvbString& reason, QvbString* message);
   QVREPOSRES_HIDDEN bool start(Export& document, QvbString* message);
-  QVREPOSRES_HIDDEN bool finish(Export& document, QvbString* xml);
+  QVREPOSRES_HIDDEN bool finish(Export& document, QvbString* xml, QvbString* message);
   QVREPOSRES_HIDDEN bool isWatched() const;
   QVREPOSRES_HIDDEN bool exportStore(LineageSerializationImpl& store, QvbString* text, QvbString* message,
                                      LineageForm form);

@@ -7,7 +7,9 @@
 #include "qvreposres/qvreposobjecttypes.h"
 #include "qvreposres/qvreposserialize.h"
 #include "qvxbase/qvbconfig.h"
+#include "qvxbase/qvbformat.h"
 #include "qvxbase/qvuri.h"
+#include "qvxdom/qvdom.h"
 #include "qvxlog/qvlog.h"
 #include "repositoryfolders.h"
 
@@ -155,12 +157,14 @@ bool LineageSerializationImpl::start(Export& document, QvbString* message) {
   return true;
 }
 
-bool LineageSerializationImpl::finish(Export& document, QvbString* xml) {
+bool LineageSerializationImpl::finish(Export& document, QvbString* xml, QvbString* message) {
   progress("Serializing lineage model to XML.");
   document.xml.end();
   progress("Returning lineage model as XML.");
   if (document.xml.isTooLarge())
-    return false;
+    return fail(qvbStringFormat("The lineage is larger than %zu MB, which no reader would take",
+                                QvDom::MaxSize >> 20),
+                message);
   if (xml)
     appendTo(xml, document.xml.take());
   return true;
@@ -217,7 +221,7 @@ bool LineageSerializationImpl::exportStore(LineageSerializationImpl& store, QvbS
     for (const auto& dependent : entry->second.dependents.records())
       document.xml.addDependent(textOf(*dependent, document));
   }
-  return finish(document, xml);
+  return finish(document, xml, message);
 }
 
 bool LineageSerializationImpl::exportAnalysis(QvImpactAnalysis* analysis, QvbString* xml, QvbString* message,
@@ -238,7 +242,7 @@ bool LineageSerializationImpl::exportAnalysis(QvImpactAnalysis* analysis, QvbStr
     else if (analysis == this) // nothing goes missing without a word
       throw std::bad_alloc();
   }
-  return finish(document, xml);
+  return finish(document, xml, message);
 }
 
 bool LineageSerializationImpl::exportOne(QvResource* resource, QvResourceList* dependents, QvbString* xml,
@@ -250,7 +254,7 @@ bool LineageSerializationImpl::exportOne(QvResource* resource, QvResourceList* d
   document.xml.beginModel(textOf(*resource, document, &document.folders));
   if (dependents)
     addDependents(document, *dependents);
-  return finish(document, xml);
+  return finish(document, xml, message);
 }
 
 // A list of a host's own may change the definitions while it is read.

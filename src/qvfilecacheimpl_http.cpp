@@ -372,6 +372,7 @@ int RemoteHttpFileProvider::writeContent(const QvbString& name, const QvbString&
     return failed;
   }
   m_log.trace("Writing file cache entry contents: %s", localFilename);
+  // A failed write is told to the log alone. Kept: HttpSource.LogsAFailedWriteAndKeepsTheOldCopy
   if (np_fio_puts(file.get(), content) < 0)
     m_log.lifecycle("We had an issue writing bytes to: %s", localFilename);
   np_fio_close(file.release());

@@ -4,6 +4,7 @@
 #include "identity.h"
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbformat.h"
+#include "qvxbase/qvbresult.h"
 #include "qvxdom/qvdom.h"
 
 #include <algorithm>
@@ -119,7 +120,7 @@ void parseDefinition(const QvbString& xml, DefinitionFile& file) {
 bool writeConfigurationContents(QvReposConfiguration* definition, const QvbString& path, QvbString* error) {
   QvDom dom;
   if (!dom.startNewDocument(definitionElement))
-    return false;
+    return qvbFailWith(dom.getErrorMessage(), error);
   writeDefinition(*definition, dom.getRoot());
   const bool written = dom.createFile(path, true, dom.getRoot());
   if (!written && error)

@@ -160,6 +160,7 @@ bool QvReposConfigManagerImpl::configurationExists(const QvbString& name) {
 bool QvReposConfigManagerImpl::getDefaultConfiguration(QvbString* name) {
   name->assign("");
   const LockGuard guard(m_lock, LockRequest::Reader);
+  // The files are as they were listed last. Kept: DefinitionManager.TheDefaultComesFromTheFilesListedBefore
   refreshReposList();
   if (m_definitions->definitions().empty())
     return qvbFailWith("No repository definitions were found to load default definition from.",
@@ -207,6 +208,7 @@ bool QvReposConfigManagerImpl::saveConfiguration(QvReposConfiguration* definitio
   const auto target = findTarget(*definition);
   if (!target)
     return qvbFailWith(target.failure().text, error);
+  // Kept: DefinitionManager.ADefinitionRenamedInCaseAloneReplacesAFileOfThatName
   if (!qvbEqualsIgnoreCase(oldFile.view(), target->view()) && fileExists(*target))
     return qvbFailWith("A definition already exists with that name.", error);
   if (!writeConfigurationContents(definition, *target, error))

@@ -1,6 +1,7 @@
 // What changed from one graph to another.
 //
-// Tables are the same by identity, jobs by name, so that folders in different places can be compared.
+// Tables are the same by identity, jobs by name and the extension of their files, so that folders in different places can
+// be compared.
 #pragma once
 
 #include "qvlineagegraph/graph.h"

@@ -16,14 +16,16 @@
 namespace qvlineagegraph {
 
 struct EmitOptions {
-  std::string url;         // without a path, "/api/v1/lineage" is added
+  std::string url;         // without a path, "/api/v1/lineage" is added; a query stays behind it
   std::string apiKey;      // sent as a bearer token; empty: none
   std::size_t batch = 100; // how many events a request carries, where the backend takes several
   unsigned attempts = 5;   // of each request, at least 1
   std::chrono::milliseconds pause{
-      500};              // before the second attempt; doubled before each further one, to 30 s at most
+      500}; // before the second attempt; doubled before each further one, or what Retry-After asks for
+            // where that is longer; 30 s at most
   std::size_t first = 0; // the index of the first event to be posted
-  // Told after each answer how many events, counted from the beginning, need not be posted again; false ends it.
+  // Told after each answer how many events, counted from the beginning, need not be posted again; false ends it
+  // where any are left.
   std::function<bool(std::size_t done)> progress;
 };
 

@@ -20,7 +20,8 @@ using NodeIndex = std::uint32_t;
 inline constexpr NodeIndex noNode = UINT32_MAX;
 
 enum class NodeType : std::uint8_t { Job, Table, DataSource, File };
-// A table to a job, a job to a table, and, in a view, one thing to another of its kind by way of what is between them.
+// A table to a job, a job to a table, and, in a view and in a graph that was saved from one, one thing to another of its
+// kind by way of what is between them.
 enum class Access : std::uint8_t { Read, Write, Via };
 
 // "job", "table", "datasource", "file".
@@ -104,7 +105,7 @@ public:
   };
 
   Edges() = default;
-  // Both ends of every edge are below `nodeCount`. Of edges that differ in `inferred` alone the one that is not is kept.
+  // Both ends of every edge are below `nodeCount`; std::bad_alloc for more than 2^32 - 1 edges. Of edges that differ in `inferred` alone the one that is not is kept.
   Edges(std::size_t nodeCount, std::vector<Edge> edges);
 
   std::size_t size() const noexcept { return m_edges.size(); }
@@ -135,8 +136,8 @@ enum class NoteKind : std::uint8_t {
   UnusableName,  // a name in a job cannot be used; text: the element, the name and why
   Spelling,      // a name of the node that differs from its own in case alone; text: that name
   BareUnmatched, // no table of the bare name is known; node: the table that stands for it
-  BareAmbiguous, // several tables have the bare name; node: the table that stands for it, text: their names
-  SameIdentity,  // a second file that has the identity of the job
+  BareAmbiguous, // several tables have the bare name; node: the table that stands for it, text: the names of five
+  SameIdentity, // a second file that has the identity of the job
 };
 // "failed", "not-understood", "unusable-name", "spelling", "bare-unmatched", "bare-ambiguous", "same-identity".
 QVLINEAGEGRAPH_API std::string_view nameOf(NoteKind kind) noexcept;
@@ -171,7 +172,7 @@ public:
   NodeType type(NodeIndex index) const noexcept { return m_nodes[index].type; }
   std::string_view name(NodeIndex index) const noexcept;
 
-  // From table to job and from job to table.
+  // From table to job and from job to table; in a graph that was saved from a view of one kind, from one to another.
   const Edges& edges() const noexcept { return m_edges; }
   // In the order of the files.
   std::span<const Note> notes() const noexcept { return m_notes; }
@@ -212,6 +213,7 @@ public:
   NodeIndex find(NodeType type, std::string_view identityOrName) const;
   // Of a node that was added; good until the next change.
   std::string_view nameOf(NodeIndex node) const;
+  std::string_view fileOf(NodeIndex node) const;
   // The data source of a table that has none yet.
   void setSource(NodeIndex table, NodeIndex source);
   // Between nodes that were added.

@@ -11,8 +11,8 @@ namespace qvlineagegraph {
 
 enum class ViewKind : std::uint8_t {
   All,    // jobs, tables and files, with the edges of the graph; a table tells its data source itself
-  Jobs,   // job to job: the one writes a table that the other reads
-  Tables, // table to table: a job reads the one and writes the other
+  Jobs,   // job to job: the one writes a table that the other reads, or the graph says no more than that
+  Tables, // table to table: a job reads the one and writes the other, or the graph says no more than that
 };
 
 // A view names nodes by their index in its graph, which must live where it is as long as the view.

@@ -56,6 +56,15 @@ Owned<T> required(Owned<T> object) {
   return object;
 }
 
+// The text of an export, or why there is none: memory is what fails without a word.
+inline Result<std::string> lineageOr(bool isWritten, const QvbString& text, const QvbString& message) {
+  if (isWritten)
+    return toString(text);
+  if (message.isEmpty())
+    throw std::bad_alloc();
+  return Error{toString(message)};
+}
+
 inline bool takeNumber(std::string_view& text, int& number) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   const auto used = static_cast<std::size_t>(end - text.data());
@@ -349,16 +358,12 @@ public:
   // All of it as lineage XML, each element on a line of its own or without white space.
   Result<std::string> xml(bool layout = true) {
     QvbString text, message;
-    if (m_store->getLineageAsString(&text, &message, layout))
-      return toString(text);
-    return Error{toString(message)};
+    return detail::lineageOr(m_store->getLineageAsString(&text, &message, layout), text, message);
   }
   // The same as JSON, in the form of getLineageAsJson().
   Result<std::string> json() {
     QvbString text, message;
-    if (getLineageAsJson(m_store.get(), &text, &message))
-      return toString(text);
-    return Error{toString(message)};
+    return detail::lineageOr(getLineageAsJson(m_store.get(), &text, &message), text, message);
   }
 
   // For what this class leaves out.
@@ -527,9 +532,12 @@ inline Result<std::filesystem::path> localCopy(const Text& uri, const Subject& s
   if (!cache)
     throw std::bad_alloc();
   const int failed = cache->getCacheFilename(subject.get(), uri, &file, &message);
-  if (failed == 0)
+  std::error_code ignored;
+  if (failed == 0 && std::filesystem::exists(toPath(file), ignored))
     return toPath(file);
-  if (message.isEmpty())
+  if (failed == 0)
+    message = "its copy could not be written";
+  else if (message.isEmpty())
     getMissingCopyReason(uri, failed, &message);
   return Error{std::string(uri.view()) + ": " + toString(message)};
 }

@@ -116,7 +116,8 @@ public:
   virtual QvReposConfiguration* getConfigurationByName(const QvbString& name) = 0;
   // Those of one of the two folders, as a new list of copies in name order.
   virtual QvReposConfigurationList* getConfigurationsByType(QvReposConfigType type) = 0;
-  // Reads the folders again; always true. Lookups do so themselves.
+  // Reads the folders again; always true. Lookups do so themselves; getDefaultConfiguration() reads the files that were
+  // listed last.
   virtual bool refresh() = 0;
   // All, as a new list of copies in load order: system definitions before user ones, each folder in name order.
   virtual QvReposConfigurationList* getConfigurations() = 0;

@@ -121,3 +121,11 @@ TEST(FindingKinds, AreKnownByTheirNames) {
   EXPECT_EQ(findingKinds().size(), 11U);
   EXPECT_EQ(findingKindOf("nothing"), std::nullopt);
 }
+
+TEST_F(Auditing, CountsNoTableThatLeadsToAnotherAsAJob) {
+  GraphBuilder builder;
+  const auto table = [&](const char* name) { return builder.add({.type = NodeType::Table, .name = name}); };
+  builder.addEdge({table("a"), table("c"), Access::Via, false});
+  builder.addEdge({table("b"), table("c"), Access::Via, false});
+  EXPECT_THAT(audit(builder.build()), IsEmpty());
+}

@@ -221,3 +221,38 @@ RC_GTEST_PROP(Differences, OfRandomGraphsAreThoseOfTheirNames, ()) {
   const Graph after = randomGraph();
   RC_ASSERT(textsOf(diff(before, after), before, after) == expectedDiff(before, after));
 }
+
+TEST(Differences, KnowAJobByTheExtensionOfItsFileWhetherItsNameHasItOrNot) {
+  const auto add = [](GraphBuilder& builder, const char* name, const char* file) {
+    builder.add({.type = NodeType::Job, .name = name, .identity = file, .file = file});
+  };
+  GraphBuilder before, after;
+  add(before, "x/a", "/old/x/a.djf");
+  add(after, "x/a.DJF", "/new/x/a.DJF");
+  add(after, "x/a.xsq", "/new/x/a.xsq");
+  const Graph former = before.build(), newer = after.build();
+  const Diff changes = diff(former, newer);
+  ASSERT_EQ(changes.jobs.size(), 1U);
+  EXPECT_EQ(changes.jobs[0].change, Change::Came);
+  EXPECT_EQ(nameOfNode(newer, changes.jobs[0].after), "job x/a.xsq");
+}
+
+TEST(Differences, OfAGraphWithFilesToItselfAreNone) {
+  const auto build = [](bool isWritten) {
+    GraphBuilder builder;
+    const auto job = builder.add({.type = NodeType::Job, .name = "load"});
+    const auto file = builder.add({.type = NodeType::File, .name = "in.txt", .identity = "/in.txt"});
+    const auto other = builder.add({.type = NodeType::File, .name = "out.txt", .identity = "/out.txt"});
+    builder.addEdge({file, job, Access::Read, false});
+    if (isWritten)
+      builder.addEdge({job, other, Access::Write, false});
+    return builder.build();
+  };
+  const Graph graph = build(true), less = build(false);
+  EXPECT_TRUE(diff(graph, graph).empty());
+  const Diff changes = diff(less, graph);
+  EXPECT_EQ(changes.edges.size(), 1U);
+  EXPECT_THAT(changes.jobs, IsEmpty());
+  EXPECT_THAT(changes.tables, IsEmpty());
+  EXPECT_THAT(changes.downstream, IsEmpty()) << "a file is neither job nor table";
+}

@@ -216,6 +216,36 @@ TEST_F(Emit, EndsWhenItIsTold) {
   EXPECT_EQ(report.stopped, "it was stopped");
 }
 
+TEST_F(Emit, KeepsTheQueryOfTheAddressBehindItsPath) {
+  for (const std::string path : {"/own", "/api/v1/lineage"}) {
+    m_server.serve(path + "/batch", R"({"failed_events": [{"index": 0, "retriable": true}]})",
+                   "application/json");
+    m_server.serve(path, "");
+  }
+  for (const auto& [given, path] : {std::pair<std::string, std::string>{"/own", "/own"},
+                                    {"/own/", "/own"},
+                                    {"", "/api/v1/lineage"},
+                                    {"/", "/api/v1/lineage"}}) {
+    m_server.clearRequests();
+    EmitOptions options;
+    options.url = m_server.url(given + "?key=a/b");
+    EXPECT_EQ(emitEvents(numbered(1), options).accepted, 1U) << given;
+    std::vector<std::string> targets;
+    for (const auto& request : m_server.requests())
+      targets.push_back(request.target);
+    EXPECT_THAT(targets, ElementsAre(path + "/batch?key=a/b", path + "?key=a/b")) << given;
+  }
+}
+
+TEST_F(Emit, WasNotStoppedWhereNothingWasLeft) {
+  takeBatches();
+  EmitOptions options;
+  options.progress = [](std::size_t) { return false; };
+  const auto report = emit(3, options);
+  EXPECT_EQ(report.done, 3U);
+  EXPECT_EQ(report.stopped, "");
+}
+
 TEST_F(Emit, PostsNothingWhereThereIsNothing) {
   EXPECT_EQ(emit(0).stopped, "");
   EXPECT_THAT(m_server.requests(), IsEmpty());

@@ -82,6 +82,8 @@ INSTANTIATE_TEST_SUITE_P(
         Naming{"W.dw.orders", "snowflake://org-account/DWH", "snowflake://org-account", "DWH.dw.orders"},
         Naming{"W.project.set.orders", "bigquery", "bigquery", "project.set.orders"},
         Naming{"W.dw.\"a.b\"\"c\"", "postgres://db:5432/dwh", "postgres://db:5432", "dwh.dw.a.b\"c"},
+        Naming{"W.shop..orders", "mysql://db:3306/dwh", "mysql://db:3306", "shop.orders"},
+        Naming{"W.other..orders", "postgres://db:5432/dwh", "postgres://db:5432", "other..orders"},
         Naming{"W.dw.orders", "", "qvd:///W", "dw.orders"}, Naming{"W", "", "qvd:///W", "W"}));
 
 TEST(FormatOpenLineage, PutsATableOfNoKnownDataSourceByItself) {
@@ -124,13 +126,20 @@ TEST(FormatOpenLineage, TakesTheNamespaceOfTheJobs) {
 TEST(FormatOpenLineage, RefusesWhatIsNoTimeAndAViewOfOneKind) {
   const Graph graph;
   std::string out;
-  for (const char* time : {"yesterday", "2026-11-21", "2026-11-21T10:15:30", "2026-13-21T10:15:30Z",
-                           "2026-11-21T25:15:30Z", "2026-11-21 10:15:30Z"}) {
+  for (const std::string& time : std::vector<std::string>{
+           "yesterday", "2026-11-21", "2026-11-21T10:15:30", "2026-13-21T10:15:30Z", "2026-11-21T25:15:30Z",
+           "2026-11-21 10:15:30Z", "2026-00-21T10:15:30Z", "2026-11-32T10:15:30Z", "2026-11-00T10:15:30Z",
+           "2026-11-21T10:60:30Z", "2026-11-21T10:15:60Z", "2026-11-21T10:15:30.Z", "2026-11-21T10:15:30z",
+           "2026-11-21T10:15:30+24:00", "2026-11-21T10:15:30+01:60", "2026-11-21T10:15:30+0100",
+           "2026-11-21T10:15:30Zx", "2026-11-21T10:15:30.1234567890Z",
+           "2026-11-21T10:15:30." + std::string(1'000'000, '1') + "Z"}) {
     const auto refused = writeOpenLineage(View(graph), {.eventTime = time}, out);
-    ASSERT_FALSE(refused.ok()) << time;
+    ASSERT_FALSE(refused.ok()) << time.substr(0, 99);
     EXPECT_EQ(refused.error().kind, ErrorKind::Malformed);
   }
-  EXPECT_TRUE(writeOpenLineage(View(graph), {.eventTime = "2026-11-21T10:15:30.5+01:00"}, out).ok());
+  for (const char* time : {"2026-11-21T10:15:30.5+01:00", "2026-12-31T23:59:59.123456789-23:59",
+                           "2026-01-01T00:00:00Z", "2026-11-21T10:15:30.5Z"})
+    EXPECT_TRUE(writeOpenLineage(View(graph), {.eventTime = time}, out).ok()) << time;
   EXPECT_EQ(writeOpenLineage(View(graph, ViewKind::Tables), {}, out).error().kind, ErrorKind::Refused);
   EXPECT_EQ(out, "");
 }
@@ -142,6 +151,23 @@ TEST(FormatOpenLineage, TellsTheTimeInUniversalTimeUnlessItIsGiven) {
   ASSERT_TRUE(writeOpenLineage(View(sketch.build()), {}, out).ok());
   EXPECT_THAT(json::parse(out)["eventTime"].get<std::string>(),
               testing::MatchesRegex("....-..-..T..:..:..\\....Z"));
+}
+
+TEST(FormatOpenLineage, TellsOfNoJobAsADataset) {
+  GraphSketch sketch;
+  sketch.edge(sketch.job("first"), sketch.job("second"), Access::Via);
+  for (const auto& event : events(sketch.build())) {
+    EXPECT_EQ(event["inputs"], json::array());
+    EXPECT_EQ(event["outputs"], json::array());
+  }
+}
+
+TEST(FormatOpenLineage, KnowsADataSourceInAnyCase) {
+  GraphSketch sketch;
+  sketch.edge(sketch.table("Warehouse.dw.t", "Warehouse"), sketch.job("load"), Access::Read);
+  OpenLineageOptions options;
+  options.namespaces["WAREHOUSE"] = "postgres://db:5432/dwh";
+  EXPECT_EQ(events(sketch.build(), options).at(0)["inputs"][0]["namespace"], "postgres://db:5432");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "support/process.h"
 
 #include <gmock/gmock.h>
+#include <graphviz/cgraph.h>
 
 #include <thread>
 
@@ -72,6 +73,14 @@ TEST(FormatPicture, IsDrawnBySeveralThreadsAtATime) {
       threads.emplace_back([&] { one = picture(graph); });
   }
   EXPECT_EQ(drawn, std::vector<std::string>(8, expected));
+}
+
+int ignoreComplaint(char*) { return 0; }
+
+TEST(FormatPicture, LeavesItsHostTheHandlerOfComplaintsThatItHas) {
+  agseterrf(ignoreComplaint);
+  picture(sample());
+  EXPECT_EQ(agseterrf(nullptr), ignoreComplaint);
 }
 
 } // namespace

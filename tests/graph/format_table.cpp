@@ -48,4 +48,18 @@ TEST(FormatTable, NamesTablesOfNoJobThatIsShown) {
 
 TEST(FormatTable, OfNothingIsItsHeading) { EXPECT_EQ(written(writeTable, Graph()), "JOB  READS  WRITES\n"); }
 
+TEST(FormatTable, NamesTablesThatLeadToOthersByWayOfJobsThatAreNotKnown) {
+  GraphSketch sketch;
+  const auto a = sketch.table("a");
+  sketch.edge(a, sketch.table("b"), Access::Via);
+  const Graph tables = sketch.build();
+  EXPECT_EQ(written(writeTable, tables), "TABLE\na\nb\n");
+  EXPECT_EQ(written(writeTable, tables, ViewKind::Tables), "TABLE  UPSTREAM  DOWNSTREAM\n"
+                                                           "a                b\n"
+                                                           "b      a\n");
+  const auto first = sketch.job("first");
+  sketch.edge(first, sketch.job("second"), Access::Via);
+  EXPECT_EQ(written(writeTable, sketch.build()), "JOB     READS  WRITES\nfirst\nsecond\n");
+}
+
 } // namespace

@@ -176,3 +176,19 @@ TEST_F(GraphMemory, CostsParallelWorkAlone) {
     return out;
   });
 }
+
+TEST(GraphViews, HoldEachPairOfNodesOnceHoweverManyWaysThereAre) {
+  constexpr int jobs = 100, tables = 100;
+  GraphSketch sketch;
+  for (int job = 0; job < jobs; ++job)
+    for (int table = 0; table < tables; ++table) {
+      const auto between = sketch.table(std::to_string(table));
+      sketch.edge(sketch.job("w" + std::to_string(job)), between, Access::Write);
+      sketch.edge(between, sketch.job("r" + std::to_string(job)), Access::Read);
+    }
+  const Graph graph = sketch.build();
+  Allocations::largest = 0;
+  const View view(graph, ViewKind::Jobs);
+  EXPECT_EQ(view.edges().size(), static_cast<std::size_t>(jobs * jobs));
+  EXPECT_LT(Allocations::largest, sizeof(Edge) * 2 * jobs * jobs + 1);
+}

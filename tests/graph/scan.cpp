@@ -1,6 +1,7 @@
 #include "qvlineagegraph/scan.h"
 
 #include "qvlineagegraph/json.h"
+#include "qvlineagegraph/select.h"
 #include "qvreposres/qvresourcemgr.h"
 #include "qvxbase/qvbreleased.h"
 #include "support/graphtext.h"
@@ -233,6 +234,9 @@ TEST_F(Scanning, TakesWhatThePatternsLetThrough) {
   EXPECT_THAT(found({.include = {"*.xsq", "old/a*"}, .exclude = {}}), ElementsAre("new/b", "old/a"));
   EXPECT_THAT(found({.include = {}, .exclude = {"old"}}), ElementsAre("new/a", "new/b"));
   EXPECT_THAT(found({.include = {"old/*"}, .exclude = {"dee?"}}), ElementsAre("old/a"));
+  for (const char* pattern : {"old/", "./old", "././old//", "*/../old"})
+    EXPECT_EQ(found({.include = {}, .exclude = {pattern}}).size(), pattern[0] == '*' ? 4U : 2U) << pattern;
+  EXPECT_THAT(found({.include = {"./old/a.djf"}, .exclude = {}}), ElementsAre("old/a"));
 }
 
 TEST_F(Scanning, ReadsTheJobThatIsGivenAsText) {
@@ -251,12 +255,8 @@ TEST_F(Scanning, TakesASavedGraphAsAPath) {
   writeJson(View(graph), saved);
   const auto path = m_folder.write("saved.json", saved);
   EXPECT_EQ(wholeText(scanned({path})), wholeText(graph));
-  EXPECT_EQ(wholeText(scanned({path, folder})), wholeText([&] {
-              GraphBuilder builder;
-              builder.merge(graph);
-              builder.addNote({NoteKind::SameIdentity, 0, folder + "/a.djf", ""});
-              return builder.build();
-            }()));
+  for (const auto& paths : {std::vector{path, folder}, std::vector{folder, path}})
+    EXPECT_EQ(wholeText(scanned(paths)), wholeText(graph));
   const auto reader = job("reader.djf", connection("S") + readsBare("t"));
   EXPECT_THAT(edgeTexts(scanned({path, reader})),
               ElementsAre("a write S.dw.t", "S.dw.t read reader inferred"));
@@ -288,9 +288,10 @@ TEST_F(Scanning, CarriesEveryName) {
                                   : std::string(1, character);
   job("j \"&<b>\n[x] \xc3\xa9.djf", connection("S") + "<Create TargetName=\"&quot;a&#10;b&quot;.t\"/>" +
                                         "<SourceTable Name=\"" + escaped + "\"/>");
+  const std::string quoted = "\" blank \"\"quote' <b>&amp;[x]{y}\xc3\xa9\xe2\x82\xac%;DSN=\"";
   const Graph graph = scanFolder();
   EXPECT_THAT(edgeTexts(graph), UnorderedElementsAre("j \"&<b>\n[x] \xc3\xa9 write S.a\nb.t",
-                                                     odd + " read j \"&<b>\n[x] \xc3\xa9"));
+                                                     quoted + " read j \"&<b>\n[x] \xc3\xa9"));
 }
 
 TEST_F(Scanning, QuotesPartsThatHoldADot) {
@@ -331,6 +332,54 @@ TEST_F(Scanning, OfHealthModelsDoesNotDependOnTheThreads) {
     options.threads = threads;
     EXPECT_EQ(wholeText(scanFolder(options)), wholeText(once)) << threads;
   }
+}
+
+TEST_F(Scanning, NotesAFileOfAnIdentityThatASavedGraphHasOfAnother) {
+  const auto path = m_folder.write("saved.json", R"({"format":"qvlineagegraph","version":1,"nodes":[
+    {"type":"job","name":"a","identity":")" + m_folder / "A.djf" +
+                                                     R"(","file":")" + m_folder / "A.djf" + "\"}]}");
+  const auto file = job("a.djf", "");
+  EXPECT_THAT(noteTexts(scanned({path, file})), ElementsAre("same-identity|a|" + file + "|"));
+}
+
+TEST_F(Scanning, GivesNoJobTheNameOfAnothersFile) {
+  for (const char* file : {"x.djf", "x.ddf", "x.djf.xsq", "y.djf", "y.djf.xsq"})
+    job(file, "");
+  std::vector<std::string> names;
+  for (const auto& file : findJobFiles(std::vector{m_folder.path().string()}).files)
+    names.push_back(file.name);
+  EXPECT_THAT(names, UnorderedElementsAre("x.djf", "x.ddf", "x.djf.xsq", "y", "y.djf.xsq"));
+}
+
+TEST_F(Scanning, NamesFiveOfTheTablesThatABareNameMayMean) {
+  std::string content = connection("S");
+  for (int i = 0; i < 7; ++i)
+    content += writes("s" + std::to_string(i) + ".t");
+  job("a.djf", content);
+  job("b.djf", connection("S") + readsBare("t"));
+  EXPECT_THAT(noteTexts(scanFolder()), ElementsAre("bare-ambiguous|t|" + m_folder / "b.djf" +
+                                                   "|S.s0.t, S.s1.t, S.s2.t, S.s3.t, S.s4.t and 2 more"));
+}
+
+TEST_F(Scanning, GivesTablesOfDifferentPartsDifferentNames) {
+  job("a.djf", connection("W") + writes("a..b") + writes("a.b") + writes("b"));
+  job("b.djf", connection("W") + writes("s1.orders"));
+  job("c.djf", readsBare("W.s1.orders"));
+  job("d.djf", connection("W") + readsBare("a..b"));
+  const Graph graph = scanFolder();
+  EXPECT_THAT(edgeTexts(graph),
+              UnorderedElementsAre("a write W.a..b", "a write W.a.b", "a write W.b", "b write W.s1.orders",
+                                   "\"W.s1.orders\" read c", "W.a..b read d inferred"));
+  const View view(graph);
+  const auto named = [&](const std::string& name) {
+    const auto result = select(view, {{name}, {}});
+    return result ? namesOf(result->view) : std::set<std::string>();
+  };
+  EXPECT_EQ(named("a..b"), (std::set<std::string>{"W.a..b"}));
+  EXPECT_EQ(named("a.b"), (std::set<std::string>{"W.a.b"}));
+  EXPECT_EQ(named("b").size(), 4U) << "three tables and a job";
+  EXPECT_EQ(named("s1.orders"), (std::set<std::string>{"W.s1.orders", "\"W.s1.orders\""}));
+  EXPECT_EQ(named("\"W.s1.orders\""), (std::set<std::string>{"\"W.s1.orders\""}));
 }
 
 TEST(JobFileExtensions, AreNamed) {

@@ -198,3 +198,25 @@ TEST(Selecting, FindsEachHealthModelWithAllThatFeedsIt) {
     EXPECT_EQ(namesOf(result->view), namesOf(graph, reached(view, result->named, Direction::Upstream)));
   }
 }
+
+TEST(Selecting, TakesADotThatBeginsAFilesNameForNoExtension) {
+  GraphBuilder builder;
+  builder.add({.type = NodeType::Job, .name = "all", .file = "/srv/jobs/.djf"});
+  const Graph graph = builder.build();
+  EXPECT_EQ(selected(View(graph), {"jobs/.djf"}), (Names{"all"}));
+  EXPECT_EQ(refusal(View(graph), {{"/srv/jobs/"}, {}}).kind, ErrorKind::NothingMatched);
+}
+
+TEST(Selecting, TellsThatTheViewLacksWhatTheGraphHas) {
+  const Graph graph = chain();
+  const View jobs(graph, ViewKind::Jobs), tables(graph, ViewKind::Tables);
+  EXPECT_EQ(refusal(jobs, {{"+dw.customers"}, {}}).message,
+            "\"dw.customers\" is not in this view, which shows jobs alone");
+  EXPECT_EQ(refusal(jobs, {{"Warehouse"}, {}}).message,
+            "\"Warehouse\" is not in this view, which shows jobs alone");
+  EXPECT_EQ(refusal(tables, {{"mart/sum"}, {}}).message,
+            "\"mart/sum\" is not in this view, which shows tables alone");
+  EXPECT_THAT(refusal(tables, {{"mart/sun"}, {}}).message, testing::StartsWith("nothing matches"));
+  const NodeIndex part[] = {2, 3};
+  EXPECT_THAT(refusal(tables.induced(part), {{"total"}, {}}).message, testing::StartsWith("nothing matches"));
+}

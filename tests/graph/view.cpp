@@ -1,5 +1,6 @@
 #include "qvlineagegraph/view.h"
 
+#include "qvlineagegraph/json.h"
 #include "support/graphtext.h"
 #include "support/healthmodels.h"
 
@@ -391,4 +392,32 @@ TEST(GraphBuilders, CompleteWhatTheyKnow) {
   EXPECT_THAT(nodeTexts(graph), ElementsAre("datasource S", "table S.t in S"));
   EXPECT_EQ(graph.node(source).identity, "typed");
   EXPECT_EQ(builder.build().nodeCount(), 0U) << "a builder begins anew";
+}
+
+TEST(Views, OfAGraphThatWasSavedFromOneAreThatOne) {
+  const Graph graph = graphOf({{"m", "dw.t", {"dw.s"}}, {"n", "dw.u", {"dw.t"}}});
+  for (const ViewKind kind : {ViewKind::Tables, ViewKind::Jobs}) {
+    const View view(graph, kind);
+    std::string saved;
+    writeJson(view, saved);
+    const auto restored = readJson(saved);
+    ASSERT_TRUE(restored.ok());
+    EXPECT_FALSE(edgeTexts(view).empty());
+    EXPECT_EQ(edgeTexts(View(*restored, kind)), edgeTexts(view));
+    EXPECT_EQ(edgeTexts(View(*restored)), edgeTexts(view));
+  }
+}
+
+TEST(Views, TakeNoStepFromOneKindOfEdgeToTheOther) {
+  GraphBuilder builder;
+  const auto s = builder.add({.type = NodeType::Table, .name = "s"});
+  const auto t = builder.add({.type = NodeType::Table, .name = "t"});
+  const auto job = builder.add({.type = NodeType::Job, .name = "job"});
+  const auto file = builder.add({.type = NodeType::File, .name = "file"});
+  builder.addEdge({s, t, Access::Via, true});
+  builder.addEdge({t, job, Access::Read, false});
+  builder.addEdge({job, file, Access::Write, false});
+  const Graph graph = builder.build();
+  EXPECT_THAT(edgeTexts(View(graph, ViewKind::Tables)), ElementsAre("s via t inferred"));
+  EXPECT_THAT(edgeTexts(View(graph, ViewKind::Jobs)), IsEmpty());
 }

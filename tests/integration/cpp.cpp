@@ -253,6 +253,28 @@ TEST(Cpp, AListenerHearsOfEventsWhileItsSubscriptionLives) {
   EXPECT_EQ(counter.changes, 1);
 }
 
+// Says that it has copied what it has not.
+class EmptyHandedCache final : public FileAccessCacheManager {
+public:
+  int getCacheFilename(ASSubject*, const QvbString&, QvbString* localFilename, QvbString*) override {
+    *localFilename = "/no/such/copy";
+    return 0;
+  }
+  int isModified(ASSubject*, const QvbString&, bool*, QvbString*) override { return 0; }
+  int getModifiedDate(ASSubject*, const QvbString&, QvbDate*, QvbString*) override { return 4; }
+  bool flush(bool) override { return true; }
+  void release() override { delete this; }
+  void setSourceProvider(FileAccessCacheSourceProvider*) override {}
+};
+
+TEST(Cpp, ACopyThatIsNotThereIsNone) {
+  const qv::Library library;
+  ASSERT_EQ(setFileCacheManager(new EmptyHandedCache), 0);
+  EXPECT_EQ(qv::localCopy("http://host/job").error().message,
+            "http://host/job: its copy could not be written");
+  ASSERT_EQ(setFileCacheManager(nullptr), 0);
+}
+
 TEST(Cpp, ALocalCopyIsGivenOrTheReasonWhyNot) {
   const qv::Library library;
   const auto copy = qv::localCopy(job);

@@ -1,6 +1,7 @@
 // Replaces the allocation functions of the test program, so that memory can run short. For one source per program.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -15,6 +16,8 @@ struct Allocations {
   static inline thread_local long failed = 0;
   // What all threads have and did not give back.
   static inline std::atomic<long> alive = 0;
+  // The largest allocation of this thread.
+  static inline thread_local std::size_t largest = 0;
   // The next allocation of this size fails; 0 for none.
   static inline std::size_t failingSize = 0;
   // The same for the next one that asks for null instead of an exception: few do, so none is met by chance.
@@ -37,6 +40,7 @@ struct Allocations {
     return false;
   }
   static void* allocate(std::size_t size) {
+    largest = std::max(largest, size);
     void* const memory = mayHave(size) ? std::malloc(size) : nullptr;
     if (memory)
       ++alive;

@@ -441,6 +441,21 @@ TEST_F(LineageExport, GivesAJobItsServerReferenceAsId) {
             R"(<Resource id="qvr://main/batch_jobs/load?type=ProcessJob" label="load" type="ProcessJob"/>)");
 }
 
+TEST_F(LineageExport, OfMoreThanAReaderWouldTakeSaysSo) {
+  constexpr std::size_t nameSize = std::size_t{16} << 20;
+  const auto wide = resource(text(std::string(nameSize, 'n')), "Table", "wide");
+  for (std::size_t i = 0; i <= QvDom::MaxSize / nameSize; ++i)
+    m_store->addDependentResources(resource("job", "ProcessJob", text("job " + std::to_string(i))).get(),
+                                   listOf({wide.get()}).get());
+  const LogCapture log;
+  const std::string reason = "The lineage is larger than 512 MB, which no reader would take";
+  QvbString xml, message;
+  EXPECT_FALSE(m_store->getLineageAsString(&xml, &message, false));
+  EXPECT_TRUE(xml.isEmpty());
+  EXPECT_EQ(str(message), reason);
+  EXPECT_THAT(log.lines(category), Contains(line(5, reason)));
+}
+
 TEST_F(LineageExport, KeepsTheIdentityOfWhatHasNoServerReference) {
   struct Case {
     const char* identity;
