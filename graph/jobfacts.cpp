@@ -1,12 +1,16 @@
 #include "jobfacts.h"
+#include "jsonsplit.h"
 
 #include "qvlineagegraph/json.h"
 
 #include "qvreposres/qvsqlstep.h"
+#include "qvxdom/qvdom.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <memory>
 #include <new>
 #include <optional>
 #include <utility>
@@ -96,26 +100,60 @@ private:
   std::pair<QvbString, QvbString> m_latest; // data source and its type
 };
 
-// No XML begins with a brace.
-bool beginsWithBrace(const std::string& path) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) // a pipe is read once
-    return false;
-  std::ifstream in(path, std::ios::binary);
-  char first = 0;
-  return in >> first && first == '{';
+// No XML begins with a brace. A text that is longer than a document may be is for the XML reader to refuse.
+bool isSavedGraph(std::string_view text) {
+  if (text.starts_with(byteOrderMark))
+    text.remove_prefix(byteOrderMark.size());
+  const auto first = text.find_first_not_of(" \t\r\n");
+  return first != text.npos && text[first] == '{' && text.size() <= QvDom::MaxSize;
 }
 
-// What a pipe holds, which can be read only once; nothing for a file.
-std::optional<QvbString> pipeContent(const std::string& path) {
-  std::error_code ignored;
-  if (!fs::is_fifo(path, ignored))
-    return std::nullopt;
-  std::ifstream pipe(path, std::ios::binary);
-  return text(std::string(std::istreambuf_iterator<char>(pipe), {}));
+std::string beginOf(const std::string& path) {
+  std::error_code error;
+  if (!fs::is_regular_file(path, error))
+    return {};
+  std::string begin(4096, '\0');
+  std::ifstream in(path, std::ios::binary);
+  in.read(begin.data(), static_cast<std::streamsize>(begin.size()));
+  begin.resize(static_cast<std::size_t>(in.gcount()));
+  return begin;
+}
+
+// Read in blocks that grow with what came. One byte more than a document may have tells that it is too large.
+std::string contentOf(std::FILE* stream) {
+  constexpr std::size_t firstBlock = std::size_t{1} << 16, most = QvDom::MaxSize + 1;
+  std::string content;
+  std::size_t size = 0;
+  do {
+    content.resize(std::min(most, size + std::max(size, firstBlock)));
+    size += std::fread(content.data() + size, 1, content.size() - size, stream);
+  } while (size == content.size() && size < most);
+  content.resize(size);
+  return content;
+}
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+void keep(Result<Graph> saved, JobFacts& facts) {
+  if (saved)
+    facts.saved = std::move(*saved);
+  else
+    facts.failure = saved.error().message;
 }
 
 } // namespace
+
+std::optional<std::string> streamContent(const std::string& path) {
+  if (path == "-")
+    return contentOf(stdin);
+  std::error_code ignored;
+  if (!fs::is_fifo(path, ignored))
+    return std::nullopt;
+  const std::unique_ptr<std::FILE, FileCloser> pipe(std::fopen(path.c_str(), "rbe"));
+  return pipe ? std::optional(contentOf(pipe.get())) : std::nullopt;
+}
 
 JobReader::JobReader() : m_lineage(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {
   if (!m_lineage || !m_lineage->getDefaultResourceFactory())
@@ -123,23 +161,30 @@ JobReader::JobReader() : m_lineage(getQvLineageAnalysis()), m_manager(createQvRe
 }
 
 void JobReader::read(const JobFile& file, const std::string& input, JobFacts& facts) {
-  const bool isInput = file.path == "-";
-  if (!isInput)
-    identify(file.path, facts);
-  const auto stream = isInput ? std::optional(text(input)) : pipeContent(file.path);
-  if (!stream && facts.kind == "File" && beginsWithBrace(file.path)) {
-    auto saved = readJsonFile(file.path);
-    if (saved)
-      facts.saved = std::move(*saved);
-    else
-      facts.failure = saved.error().message;
+  if (file.path == "-")
+    return readText(file.path, input, facts);
+  identify(file.path, facts);
+  if (const auto content = streamContent(file.path))
+    return readText(file.path, *content, facts);
+  if (facts.kind == "File" && isSavedGraph(beginOf(file.path)))
+    return keep(readJsonFile(file.path), facts);
+  FactsVisitor visitor(*m_manager, *m_lineage->getDefaultResourceFactory(), facts);
+  QvbString error;
+  if (!visitSQLStepInFile(text(file.path), &visitor, &error))
+    facts.failure = str(error);
+}
+
+void JobReader::readText(const std::string& path, const std::string& content, JobFacts& facts) {
+  if (isSavedGraph(content)) {
+    keep(readJson(content), facts);
+    if (!facts.failure.empty())
+      facts.failure.insert(0, path + ": ");
     return;
   }
   FactsVisitor visitor(*m_manager, *m_lineage->getDefaultResourceFactory(), facts);
   QvbString error;
-  if (stream ? !visitSQLStepInString(*stream, &visitor, &error)
-             : !visitSQLStepInFile(text(file.path), &visitor, &error))
-    facts.failure = stream ? file.path + ":" + str(error) : str(error);
+  if (!visitSQLStepInString(text(content), &visitor, &error))
+    facts.failure = path + ":" + str(error);
 }
 
 void JobReader::identify(const std::string& path, JobFacts& facts) {

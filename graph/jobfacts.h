@@ -76,6 +76,8 @@ public:
   void read(const JobFile& file, const std::string& input, JobFacts& facts);
 
 private:
+  // What stands in `content` instead of a file.
+  void readText(const std::string& path, const std::string& content, JobFacts& facts);
   void identify(const std::string& path, JobFacts& facts);
 
   Released<QvImpactAnalysis> m_lineage;

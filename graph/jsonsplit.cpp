@@ -84,7 +84,13 @@ bool JsonSplitter::fail(std::string_view expected) {
   return false;
 }
 
+void JsonSplitter::skipByteOrderMark() {
+  if (refill() && std::string_view(m_buffer).substr(0, m_end).starts_with(byteOrderMark))
+    m_at = byteOrderMark.size();
+}
+
 bool JsonSplitter::run(const Taker& take) {
+  skipByteOrderMark();
   if (next() != '{')
     return fail("an object");
   if (peek() == '}')

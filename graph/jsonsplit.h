@@ -9,6 +9,9 @@
 
 namespace qvlineagegraph {
 
+// What a text in UTF-8 may begin with.
+inline constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
 // Fills up to so many bytes; less than asked for only at the end.
 using ByteSource = std::function<std::size_t(char* bytes, std::size_t count)>;
 
@@ -36,6 +39,7 @@ public:
   };
 
 private:
+  void skipByteOrderMark();
   int peek(); // the next byte that is no white space, or -1
   int next(); // and takes it
   bool fail(std::string_view expected);

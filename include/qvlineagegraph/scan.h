@@ -5,6 +5,7 @@
 #include "qvlineagegraph/result.h"
 
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -36,12 +37,16 @@ QVLINEAGEGRAPH_API JobFiles findJobFiles(std::span<const std::string> paths,
 // "their extensions are djf, ...": what makes a file in a folder a job file.
 QVLINEAGEGRAPH_API std::string jobFileExtensions();
 
+// What can be read only once, all at a time: standard input ("-"), or a pipe. Nothing for what is no pipe, or cannot be
+// opened. Of more than an XML document may have (QvDom::MaxSize), one byte more than that.
+QVLINEAGEGRAPH_API std::optional<std::string> streamContent(const std::string& path);
+
 struct ScanOptions {
   PathPatterns patterns;
   unsigned threads = 0; // 0: one for each core
   // Whether a bare table name stays what it is, even if exactly one table of its name is known.
   bool exact = false;
-  // The job that the path "-" stands for.
+  // The job, or the saved graph, that the path "-" stands for.
   std::string input;
   // Told on the calling thread now and then how many of how many files are done; false stops the scan.
   std::function<bool(std::size_t done, std::size_t total)> progress;

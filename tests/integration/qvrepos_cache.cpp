@@ -89,6 +89,32 @@ TEST(QvreposCache, NamesWhatItCannotGetAndFetchesTheOthers) {
                              HasSubstr("qvrepos: ftp://host/file: ")));
 }
 
+TEST(QvreposCache, PrintsTheFileWhereTheOutputIsADash) {
+  const TempDir folder;
+  const auto source = folder.write("source.txt", "content");
+  const auto run = runProcess(
+      {"bash", "-c", "cd $1 && $0 cache get $2 -o - && ls", toolPath, folder.path().string(), source});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "contentsource.txt\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_THAT(runTool({"cache", "get", source, source, "-o", "-"}).err,
+              HasSubstr("several files need a folder that exists as --output: -"));
+  const auto json = runTool({"cache", "get", source, "-o", "-", "--json"});
+  EXPECT_EQ(json.status, 2);
+  EXPECT_THAT(json.err, HasSubstr("--output - prints the file itself: it takes no --json"));
+}
+
+// One byte more than is copied at once, without a byte on the disk.
+TEST(QvreposCache, NamesACopyThatIsTooLargeToBeRead) {
+  const TempDir folder;
+  const auto source = folder.write("source.txt", "");
+  std::filesystem::resize_file(source, (std::uintmax_t{1} << 30) + 1);
+  const auto run = runTool({"cache", "get", source, "-o", folder / "copy.txt"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("qvrepos: cannot read the copy "));
+  EXPECT_FALSE(std::filesystem::exists(folder / "copy.txt"));
+}
+
 TEST(QvreposCache, SaysWhichOptionIsMissingForRemoteFiles) {
   const auto run = runTool({"cache", "get", "http://127.0.0.1:9/job"});
   EXPECT_EQ(run.status, 1);

@@ -138,6 +138,14 @@ TEST(Qvrepos, PathReportsWhyThereIsNone) {
             "qvrepos: The URI ftp://host/file is not a supported format to convert into filename.\n");
 }
 
+TEST(Qvrepos, PathSaysOfAFileUriThatItNamesNoFileHere) {
+  for (const std::string uri : {"file:///%00", "FILE://host/x"}) {
+    const auto run = runTool({"path", uri});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "qvrepos: \"" + uri + "\" names no file of this machine\n");
+  }
+}
+
 TEST(Qvrepos, TypesListsEveryExtensionThatTheLibraryKnows) {
   const auto rows = nlohmann::json::parse(runTool({"types", "--json"}).out);
   EXPECT_EQ(rows.size(), 42U);
@@ -152,6 +160,8 @@ TEST(Qvrepos, TypesFindsBothWays) {
   EXPECT_EQ(runTool({"types", "ProcessJob"}).out, "TYPE        EXTENSION\nProcessJob  djf\n");
   EXPECT_EQ(runTool({"types", "CHP.qkb"}).out, "TYPE       EXTENSION\nChopTable  chp.qkb\n");
   EXPECT_EQ(runTool({"types", "AncestryFile"}).out, "TYPE          EXTENSION\nAncestryFile  anc\n");
+  EXPECT_EQ(runTool({"types", "processjob"}).out, "TYPE        EXTENSION\nProcessJob  djf\n");
+  EXPECT_EQ(runTool({"types", ".DJF"}).out, "TYPE        EXTENSION\nProcessJob  djf\n");
   const auto none = runTool({"types", "nothing"});
   EXPECT_EQ(none.status, 1);
   EXPECT_EQ(
@@ -203,6 +213,14 @@ TEST(Qvrepos, WrongUseSaysWhatToDoInstead) {
       {{"lineage"}, "qvrepos lineage: PATH is missing\n"},
       {{"lineage", "x", "-o", ""}, "qvrepos lineage: --output: must not be empty\n"},
       {{"cache", "get", ""}, "qvrepos cache get: URI: must not be empty\n"},
+      {{"lineage", ""}, "qvrepos lineage: PATH: must not be empty\n"},
+      {{"resources", ""}, "qvrepos resources: FILE: must not be empty\n"},
+      {{"uri", ""}, "qvrepos uri: FILE: must not be empty\n"},
+      {{"path", ""}, "qvrepos path: URI: must not be empty\n"},
+      {{"types", ""}, "qvrepos types: NAME: must not be empty\n"},
+      {{"definitions", "show", ""}, "qvrepos definitions show: NAME: must not be empty\n"},
+      {{"definitions", "create", "--", "-d2", "--set", "K=V"},
+       "qvrepos definitions create: not expected: --set K=V\n"},
       {{"definitions", "create", "a\x01"},
        "qvrepos definitions create: NAME: holds what XML cannot carry: a\\x01\n"},
       {{"definitions", "create", "a", "--connect", "\xff"},
@@ -272,9 +290,7 @@ TEST(Qvrepos, InputThatNoCommandCanTakeFailsWithTheReason) {
   const auto words = folder.write("words.djf", "hello");
   const std::string none = "\nqvrepos: 0 resources; 1 file failed";
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
-      {{"uri", ""}, "a file name must not be empty"},
-      {{"resources", ""}, "a file name must not be empty"},
-      {{"lineage", ""}, "a file name must not be empty"},
+      {{"lineage", "file:"}, "a file name must not be empty"},
       {{"resources", folder.path()},
        folder.path().string() +
            ": a folder, where a job file is due; `qvrepos lineage` and `qvrepos graph` take folders" + none},
@@ -284,6 +300,8 @@ TEST(Qvrepos, InputThatNoCommandCanTakeFailsWithTheReason) {
       {{"resources", words}, words + ":1:1: this is no XML, which begins with \"<\"" + none},
       {{"version", "--config", "/no/file"},
        "/no/file: cannot read the option file: not found; --config names it"},
+      {{"version", "--config", folder.path()},
+       folder.path().string() + ": no regular file, where an option file is due; --config names it"},
       {{"version", "--config", words}, words + ":1: malformed option line; --config names it"},
       {{"uri", sampleRepository, "--config", sampleConfig},
        sampleRepository + ": a repository's own folder has no URI; name a file in it"}};

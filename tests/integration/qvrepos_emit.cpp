@@ -54,6 +54,15 @@ TEST_F(QvreposEmit, PostsTheEventsWithTheKeyOfTheEnvironment) {
   EXPECT_EQ(json::parse(request.body)[0]["outputs"][0]["name"], "shop.dbo.t0");
 }
 
+TEST_F(QvreposEmit, NamesAnUnknownDataSourceBeforeItPostsAnything) {
+  m_server.serve(batch, "");
+  const auto run = emit({"--namespace", "Sale=a://b", "-q"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "qvrepos: --namespace: no job connects to a data source Sale; did you mean Sales?\n");
+  EXPECT_THAT(emit({"--namespace", "Sale=a://b"}).err,
+              ContainsRegex("--namespace: no job connects.*\nqvrepos: 3 events accepted\n"));
+}
+
 TEST_F(QvreposEmit, CountsWhatWasRefusedAndFails) {
   m_server.serve(batch, R"({"failed_events": [{"index": 1, "reason": "no\nname", "retriable": false}]})");
   const auto run = emit();
@@ -107,14 +116,36 @@ TEST_F(QvreposEmitMany, GoesOnAfterTheLastEventThatWasAccepted) {
   EXPECT_FALSE(std::filesystem::exists(m_folder / "state"));
 }
 
-TEST_F(QvreposEmitMany, BeginsAnewWhereTheEventsAreOthers) {
+TEST_F(QvreposEmitMany, RefusesTheProgressOfOtherEvents) {
   m_server.serve(batch, "");
   m_server.answer(batch, {200, 403});
   const std::vector<std::string> resume{"--resume", m_folder / "state"};
   emit(resume);
+  const auto kept = m_folder.read("state");
   m_folder.write("jobs/job7.djf", "<SQLUpdateRows/>");
   m_server.clearRequests();
-  EXPECT_THAT(emit(resume).err, HasSubstr("250 events accepted"));
+  const auto run = emit(resume);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("qvrepos: " + (m_folder / "state") +
+                                 " holds the progress of other events; remove it to begin anew\n"));
+  EXPECT_THAT(m_server.requests(batch), IsEmpty());
+  EXPECT_EQ(m_folder.read("state"), kept);
+}
+
+TEST_F(QvreposEmit, RefusesAFileThatIsNoProgressAndLeavesIt) {
+  m_server.serve(batch, "");
+  for (const std::string content :
+       {"", "my notes", "{}", "[]", R"({"mark": 1, "done": 1})", R"({"mark": "a", "done": -1})",
+        R"({"mark": "a", "done": 1, "more": 1})", R"({"mark": "a", "other": 1})"}) {
+    m_folder.write("state", content);
+    const auto run = emit({"--resume", m_folder / "state"});
+    EXPECT_EQ(run.status, 1) << content;
+    EXPECT_THAT(run.err, HasSubstr("qvrepos: " + (m_folder / "state") +
+                                   " is no progress file of --emit; name one that is not there yet\n"));
+    EXPECT_EQ(m_folder.read("state"), content);
+  }
+  EXPECT_THAT(emit({"--resume", m_folder / "jobs"}).err, HasSubstr("/jobs is no progress file of --emit;"));
+  EXPECT_THAT(m_server.requests(batch), IsEmpty());
 }
 
 TEST_F(QvreposEmitMany, ShowsABarOnATerminal) {

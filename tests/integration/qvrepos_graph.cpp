@@ -133,12 +133,55 @@ TEST(QvreposGraph, ReadsASavedGraphWhereverItTakesAPath) {
         << format;
 }
 
+TEST(QvreposGraph, ReadsASavedGraphFromPipesAndStandardInput) {
+  const TempDir folder;
+  writeChain(folder);
+  const auto saved = folder / "saved.json";
+  ASSERT_EQ(runTool({"graph", folder.path(), "--json", "-o", saved}).status, 0);
+  folder.write("marked.json", "\xEF\xBB\xBF\n " + folder.read("saved.json"));
+  const auto expected = runTool({"graph", saved}).out;
+  EXPECT_EQ(runTool({"graph", folder / "marked.json"}).out, expected);
+  for (const std::string words :
+       {"graph - <$1", "graph <(cat $1)", "graph /dev/stdin <$1", "graph - <${1/saved/marked}",
+        "graph <(cat ${1/saved/marked})", "graph $2/none - <$1"}) {
+    const auto run = runProcess({"bash", "-c", "$0 " + words, toolPath, saved, folder.path()});
+    EXPECT_EQ(run.out, expected) << words << run.err;
+  }
+  const auto run = runProcess({"bash", "-c", "$0 diff --exit-code <(cat $1) <(cat $1)", toolPath, saved}).err;
+  EXPECT_EQ(run, "qvrepos: no difference\n");
+  EXPECT_THAT(runProcess({"bash", "-c", "echo '{}' | $0 graph -", toolPath}).err,
+              StartsWith("qvrepos: -: no saved graph: its format is not"));
+}
+
+// More than a document may have is not waited for, in whichever way it comes.
+TEST(QvreposGraph, RefusesInputThatDoesNotEnd) {
+  for (const std::string words : {"yes '<a>' | $0 graph -", "$0 lineage <(yes '{')"}) {
+    const auto run = runProcess({"bash", "-c", words, toolPath});
+    EXPECT_EQ(run.status, 1) << words;
+    EXPECT_THAT(run.err, HasSubstr(":1:1: the document is over 512 MiB\n")) << words;
+  }
+}
+
 TEST(QvreposGraph, TakesAJobFileFromStandardInput) {
   const TempDir folder;
   const auto job = folder.write("one.djf", stepOf("a", "dw.b"));
   const auto run = runProcess({"bash", "-c", "\"$0\" graph - --format csv <\"$1\"", toolPath, job});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 3) << run.out;
+}
+
+// In every command that reads jobs.
+TEST(QvreposGraph, CountsNamesThatCannotBeUsed) {
+  const TempDir folder;
+  const auto job = folder.write("odd.djf", stepOf("a", "a.b.c.d"));
+  for (const char* command : {"graph", "lineage", "resources"}) {
+    const auto run = runTool({command, job});
+    EXPECT_EQ(run.status, 0) << command;
+    EXPECT_THAT(run.err, EndsWith("; 1 name cannot be used, which `qvrepos audit` shows\n")) << command;
+    const auto strict = runTool({command, job, "--strict"});
+    EXPECT_EQ(strict.status, 1) << command;
+    EXPECT_THAT(strict.err, StartsWith("qvrepos: " + job + ": Create \"a.b.c.d\" ")) << command;
+  }
 }
 
 TEST(QvreposGraph, LeavesOutFilesByTheirPaths) {
@@ -168,6 +211,26 @@ TEST(QvreposGraph, NamesADataSourceOfANamespaceThatIsNotThere) {
   EXPECT_THAT(run.err,
               StartsWith("qvrepos: --namespace: no job connects to a data source Warehose; did you mean "
                          "Warehouse?\nqvrepos: "));
+}
+
+TEST(QvreposGraph, TakesAPlusSignOfANameWithABackslash) {
+  const TempDir folder;
+  folder.write("one.djf", stepOf("a", "dw.x+3"));
+  EXPECT_EQ(runTool({"upstream", "dw.x\\+3", folder.path(), "-q"}).out,
+            "Warehouse.dw.x+3\n└─ one [job]\n   └─ Warehouse.dw.a\n");
+}
+
+TEST(QvreposGraph, OfASavedGraphWithoutJobsHasNoHintOfFiles) {
+  const TempDir folder;
+  writeChain(folder);
+  ASSERT_EQ(runTool({"graph", folder.path(), "--view", "tables", "--json", "-o", folder / "t.json"}).status,
+            0);
+  EXPECT_THAT(runTool({"graph", folder / "t.json"}).err, StartsWith("qvrepos: 0 jobs, 3 tables"));
+}
+
+TEST(QvreposGraph, KnowsADataSourceOfANamespaceInAnyCase) {
+  const auto run = runTool({"graph", marts, "--format", "openlineage", "--namespace", "WAREHOUSE=a://b"});
+  EXPECT_THAT(run.err, Not(HasSubstr("--namespace")));
 }
 
 TEST(QvreposGraph, DoesNotDependOnTheThreads) {
@@ -297,6 +360,16 @@ TEST(QvreposGraph, WrongUsesEndWithTwoAndSayWhatWouldBeRight) {
       {{"audit", marts, "--fail-on", ""}, "--fail-on: must not be empty; choose from never-written,"},
       {{"graph", marts, "--emit", "http://host", "-o", "x"}, "it takes no --output"},
       {{"graph", marts, "--format", "openlineage", "--resume", "x"}, "--resume goes with --emit"},
+      {{"graph", marts, "--format", "openlineage", "--namespace", "W=postgres://u:secret@db/x"},
+       "--namespace: leave user and password out of the URI of W: whoever gets the events can read it\n"},
+      {{"graph", marts, "--format", "openlineage", "--namespace", "W=a://b", "--namespace", "w=a://c"},
+       "--namespace: w is given more than once"},
+      {{"upstream", "+report_board", marts},
+       "NAME takes no operator: +report_board; `qvrepos graph --select` does, and \\+ is a plus sign of a "
+       "name"},
+      {{"upstream", "2+x", marts}, "NAME takes no operator: 2+x;"},
+      {{"downstream", "x+", marts}, "NAME takes no operator: x+;"},
+      {{"downstream", "x\\\\+3", marts}, "NAME takes no operator: x\\\\+3;"},
       {{"upstream"}, "NAME is missing"},
       {{"upstream", "", marts}, "NAME: must not be empty"},
       {{"upstream", "dw.orders"}, "PATH is missing"},
@@ -314,7 +387,8 @@ TEST(QvreposGraph, WrongUsesEndWithTwoAndSayWhatWouldBeRight) {
     EXPECT_EQ(run.status, 2) << testing::PrintToString(words);
     EXPECT_EQ(run.out, "") << testing::PrintToString(words);
     EXPECT_THAT(run.err, AllOf(StartsWith("qvrepos " + words[0] + ": "), HasSubstr(message),
-                               HasSubstr("`qvrepos " + words[0] + " --help` shows what it takes")));
+                               HasSubstr("`qvrepos " + words[0] + " --help` shows what it takes"),
+                               Not(HasSubstr("secret"))));
   }
 }
 
@@ -364,6 +438,30 @@ TEST(QvreposDiff, OfWhatIsNotThereIsNoDifference) {
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.err, "qvrepos: " + (folder / "gone") + ": no such file or folder\n");
+}
+
+TEST(QvreposDiff, TellsAFailureFromADifference) {
+  const TempDir folder;
+  writeChain(folder);
+  const auto statusOf = [&](Words words) {
+    words.insert(words.begin(), {"diff", "--exit-code", folder.path(), folder / "sub"});
+    return runTool(words).status;
+  };
+  EXPECT_EQ(statusOf({}), 1);
+  EXPECT_EQ(runTool({"diff", "--exit-code", folder.path(), folder / "gone"}).status, 2);
+  EXPECT_EQ(statusOf({"-o", folder / "gone/result"}), 2);
+  EXPECT_EQ(statusOf({"--config", folder / "gone"}), 2);
+  folder.write("sub/broken.djf", "<a");
+  EXPECT_EQ(statusOf({}), 2);
+}
+
+TEST(QvreposAudit, TellsAFailureFromAFinding) {
+  const TempDir folder;
+  writeChain(folder);
+  EXPECT_EQ(runTool({"audit", "--fail-on", "never-read", folder.path()}).status, 1);
+  EXPECT_EQ(runTool({"audit", "--fail-on", "never-read", folder.path(), folder / "gone"}).status, 2);
+  EXPECT_EQ(runTool({"audit", "--fail-on", "cycle", folder / "gone"}).status, 2);
+  EXPECT_EQ(runTool({"audit", folder / "gone"}).status, 1);
 }
 
 TEST(QvreposAudit, ShowsWhatLooksWrongAndWhere) {

@@ -32,7 +32,7 @@ void runAudit(Host& host, const AuditOptions& options) {
   host.write(result, options.output);
   for (const auto& kind : options.failOn)
     if (const auto count = std::ranges::count(findings, findingKindOf(kind), &Finding::kind); count > 0)
-      host.reportFailure(counted(static_cast<std::size_t>(count), "finding") + " of the kind " + kind);
+      host.reportFinding(counted(static_cast<std::size_t>(count), "finding") + " of the kind " + kind);
   noteCounts(host, graph);
 }
 
@@ -43,12 +43,14 @@ void addAuditCommand(CLI::App& app, Host& host) {
   auto options = std::make_shared<AuditOptions>();
   addPathOperands(*command, options->scan);
   command
-      ->add_option("--fail-on", options->failOn,
-                   "End with status 1 when there is a finding of one of these kinds")
+      ->add_option(
+          "--fail-on", options->failOn,
+          "End with status 1 when there is a finding of one of these kinds, and with 2 for a failure")
       ->type_name("KIND,...")
       ->allow_extra_args(false)
       ->delimiter(',')
-      ->transform(oneOf(kindNames()));
+      ->transform(oneOf(kindNames()))
+      ->each([&host](const std::string&) { host.tellFailuresApart(); });
   addOutputOption(*command, options->output);
   addScanOptions(*command, options->scan);
   addJsonFlag(*command, host,

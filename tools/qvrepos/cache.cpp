@@ -22,6 +22,7 @@ namespace {
 
 constexpr std::int64_t largestCopy = std::int64_t{1} << 30;
 constexpr std::size_t copiesWithABar = 2; // each file may take its time
+constexpr const char* standardOutput = "-";
 constexpr const char* passwordVariable = "QVREPOS_PASSWORD";
 
 struct CacheOptions {
@@ -100,10 +101,11 @@ std::string copyName(const std::string& uri) {
   return std::filesystem::path(parsed ? toString(parsed->getPath()) : uri).filename().string();
 }
 
-// Where the copies go: to the file itself for one URI, below the folder otherwise. Throws when two would have one name.
+// Where the copies go: to the file itself, or standard output, for one URI, below the folder otherwise. Throws when two would have one name.
 std::vector<std::string> targetsOf(const CacheOptions& options) {
+  const bool isPrinted = options.output == standardOutput;
   const std::string output = nativePath(options.output);
-  const bool intoFolder = std::filesystem::is_directory(output);
+  const bool intoFolder = !isPrinted && std::filesystem::is_directory(output);
   if (!intoFolder && options.uris.size() > 1)
     throw std::runtime_error("several files need a folder that exists as --output: " + options.output);
   std::vector<std::string> targets;
@@ -113,16 +115,21 @@ std::vector<std::string> targetsOf(const CacheOptions& options) {
     if (!taken.insert(target).second)
       throw std::runtime_error("two of the files would be written to " + target +
                                "; fetch them one by one, each to an --output of its own");
-    targets.push_back(absolutePath(target));
+    targets.push_back(isPrinted ? target : absolutePath(target));
   }
   return targets;
 }
 
 // Empty on success, else the reason.
-std::string copyFile(const QvbString& from, const std::string& to) {
+std::string copyFile(Host& host, const QvbString& from, const std::string& to) {
   QvbString content;
-  const int failed = np_fio_readAll(from, largestCopy, &content);
-  const std::string reason = failed == NP_FIO_OK ? writeFile(to, content.view()) : np_fio_errdesc(failed);
+  if (const int failed = np_fio_readAll(from, largestCopy, &content); failed != NP_FIO_OK)
+    return "cannot read the copy " + toString(from) + ": " + np_fio_errdesc(failed);
+  if (to == standardOutput) {
+    host.print(content.view());
+    return {};
+  }
+  const std::string reason = writeFile(to, content.view());
   return reason.empty() ? "" : "cannot write " + to + ": " + reason;
 }
 
@@ -156,6 +163,8 @@ void printFetched(Host& host, const std::vector<FetchedFile>& files) {
 
 // Whether anything was fetched.
 bool runGet(Host& host, const CacheOptions& options) {
+  if (host.json && options.output == standardOutput)
+    throw CLI::ValidationError("--output - prints the file itself: it takes no --json");
   const auto targets = options.output.empty() ? std::vector<std::string>() : targetsOf(options);
   const ReleasedSubject subject = makeSubject(options.user);
   FileAccessCache* cache = getFileCache();
@@ -169,14 +178,15 @@ bool runGet(Host& host, const CacheOptions& options) {
       std::string reason;
       const QvbString local = fetch(*cache, subject.get(), options.uris[i], reason);
       if (reason.empty() && !targets.empty())
-        reason = copyFile(local, targets[i]);
+        reason = copyFile(host, local, targets[i]);
       if (!reason.empty())
         failures.push_back(reason);
       else
         results.push_back({options.uris[i], targets.empty() ? toString(local) : targets[i]});
     }
   }
-  printFetched(host, results);
+  if (options.output != standardOutput)
+    printFetched(host, results);
   for (const auto& reason : failures)
     host.reportFailure(reason);
   return !results.empty();
@@ -208,10 +218,11 @@ void addCacheCommand(CLI::App& app, Host& host) {
   get->add_option("--user", options->user,
                   "Fetch on behalf of this user; the password comes from QVREPOS_PASSWORD or a prompt")
       ->type_name("NAME");
-  auto* output = get->add_option("-o,--output", options->output,
-                                 "Copy to this file, or, for several URIs, into this folder")
-                     ->type_name("PATH")
-                     ->check(notEmpty());
+  auto* output =
+      get->add_option("-o,--output", options->output,
+                      "Copy to this file, or, for several URIs, into this folder; - is standard output")
+          ->type_name("PATH")
+          ->check(notEmpty());
   get->add_flag("--keep", options->keep,
                 "Leave the printed copies where they are; otherwise they end with the command")
       ->excludes(output);

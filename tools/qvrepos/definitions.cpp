@@ -136,7 +136,7 @@ void addLookCommands(CLI::App& definitions, Host& host) {
   auto name = std::make_shared<std::string>();
   auto* show = addDefinitionCommand(definitions, host, "show", "Show one definition", definitionShape,
                                     "Ledger --set BASE/REPOS_USER_PATH=$PWD/examples/user");
-  show->add_option("NAME", *name, definitionNameHelp)->required();
+  show->add_option("NAME", *name, definitionNameHelp)->required()->check(notEmpty());
   show->callback([&host, name] { showDefinition(host, *name); });
 
   addDefinitionCommand(definitions, host, "default", "Print the name of the default definition",

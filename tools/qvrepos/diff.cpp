@@ -57,7 +57,10 @@ void addDiffCommand(CLI::App& app, Host& host) {
       ->type_name("FORMAT")
       ->transform(oneOfKeys(writers));
   addOutputOption(*command, options->output);
-  command->add_flag("--exit-code", options->exitCode, "End with status 1 when there is a difference");
+  command
+      ->add_flag("--exit-code", options->exitCode,
+                 "End with status 1 when there is a difference, and with 2 for a failure")
+      ->each([&host](const std::string&) { host.tellFailuresApart(); });
   addScanOptions(*command, options->scan);
   addJsonFlag(*command, host, "a record: jobs, tables, edges, downstream, each an array of records");
   command->footer("Example: qvrepos diff --format markdown examples/repository/data_services "

@@ -20,20 +20,48 @@ constexpr std::size_t mostReasons = 10;
 // Where "<data source>=<namespace>" is divided: a data source may have a "=" in its name, and a URI may, too.
 std::size_t divisionOf(const std::string& mapping) { return mapping.rfind('=', mapping.find("://")); }
 
-// How far a run came, in a file, so that the next run with the same events goes on there.
+std::string_view sourceOf(const std::string& mapping) {
+  return std::string_view(mapping).substr(0, divisionOf(mapping));
+}
+
+// Whether a URI names a user, and perhaps a password, before its host.
+bool hasUser(std::string_view uri) {
+  const auto mark = uri.find("://");
+  return mark != uri.npos && uri.substr(0, uri.find_first_of("/?#", mark + 3)).find('@') != uri.npos;
+}
+
+// What is wrong with a mapping; empty when nothing is.
+std::string faultOf(const std::string& mapping) {
+  const auto at = divisionOf(mapping);
+  if (at == std::string::npos || at == 0 || at + 1 == mapping.size())
+    return "write it as NAME=URI: " + mapping;
+  if (hasUser(std::string_view(mapping).substr(at + 1)))
+    return "leave user and password out of the URI of " + mapping.substr(0, at) +
+           ": whoever gets the events can read it";
+  return {};
+}
+
+// How far a run came, in a file, so that the next run with the same events goes on there. No other file is touched.
 class Progress {
 public:
   Progress(const std::string& path, const std::string& url, const std::vector<std::string>& events)
       : m_path(path.empty() ? "" : absolutePath(nativePath(path))), m_mark(url + " " + markOf(events)) {}
 
-  std::size_t read() const {
+  // How many events were dealt with before; none where there is no file yet. What else is there is the user's and stays.
+  Result<std::size_t> read() const {
     QvbString content;
-    if (m_path.empty() || np_fio_readAll(QvbString(m_path), std::int64_t{1} << 20, &content) != NP_FIO_OK)
+    const int failed =
+        m_path.empty() ? NP_FIO_NOT_FOUND : np_fio_readAll(QvbString(m_path), largest, &content);
+    if (failed == NP_FIO_NOT_FOUND)
       return 0;
     const auto saved = nlohmann::json::parse(toString(content), nullptr, false);
-    if (!saved.is_object() || saved.value("mark", "") != m_mark)
-      return 0;
-    return saved.value("done", std::size_t{0});
+    if (failed != NP_FIO_OK || !isProgress(saved))
+      return Error{ErrorKind::Refused,
+                   m_path + " is no progress file of --emit; name one that is not there yet"};
+    if (saved["mark"] != m_mark)
+      return Error{ErrorKind::Refused,
+                   m_path + " holds the progress of other events; remove it to begin anew"};
+    return saved["done"].get<std::size_t>();
   }
 
   // Empty when it was kept.
@@ -51,6 +79,13 @@ public:
   }
 
 private:
+  static constexpr std::int64_t largest = 1 << 20;
+
+  static bool isProgress(const nlohmann::json& saved) {
+    return saved.is_object() && saved.size() == 2 && saved.contains("mark") && saved["mark"].is_string() &&
+           saved.contains("done") && saved["done"].is_number_unsigned();
+  }
+
   // What tells these events from others: all of them but their times, as a number (FNV-1a).
   static std::string markOf(const std::vector<std::string>& events) {
     std::uint64_t hash = 14695981039346656037U;
@@ -83,12 +118,7 @@ void addEventOptions(CLI::App& command, EventOptions& options) {
   addListOption(command, "--namespace", options.namespaces,
                 "The standard's name of a data source, for example Warehouse=postgres://db:5432/dwh",
                 "NAME=URI")
-      ->check([](const std::string& mapping) {
-        const auto at = divisionOf(mapping);
-        return at == std::string::npos || at == 0 || at + 1 == mapping.size()
-                   ? "write it as NAME=URI: " + mapping
-                   : std::string();
-      });
+      ->check(faultOf);
   command
       .add_option("--job-namespace", options.jobNamespace,
                   "The namespace of the jobs in events (default: qvrepos)")
@@ -122,7 +152,11 @@ bool isGiven(const EventOptions& options) {
            options.url.empty() && options.resume.empty());
 }
 
-void checkEventTime(const EventOptions& options) {
+void checkEventOptions(const EventOptions& options) {
+  for (auto one = options.namespaces.begin(); one != options.namespaces.end(); ++one)
+    if (std::any_of(options.namespaces.begin(), one,
+                    [&](const auto& other) { return qvbEqualsIgnoreCase(sourceOf(*one), sourceOf(other)); }))
+      refuseUsage("--namespace: " + std::string(sourceOf(*one)) + " is given more than once");
   std::string none;
   const Graph graph;
   if (const auto tried = writeOpenLineage(View(graph), lineageOptions(options), none); !tried)
@@ -144,9 +178,15 @@ void noteUnusedNamespaces(Host& host, const Graph& graph, const EventOptions& op
     if (graph.type(index) == NodeType::DataSource)
       sources.emplace_back(graph.name(index));
   for (const auto& mapping : options.namespaces) {
-    const auto given = mapping.substr(0, divisionOf(mapping));
-    if (std::ranges::find(sources, given) == sources.end())
-      host.note("--namespace: no job connects to a data source " + given + didYouMean(given, sources));
+    const std::string given(sourceOf(mapping));
+    if (std::ranges::any_of(sources, [&](const auto& known) { return qvbEqualsIgnoreCase(known, given); }))
+      continue;
+    const auto message =
+        "--namespace: no job connects to a data source " + given + didYouMean(given, sources);
+    if (options.url.empty())
+      host.note(message);
+    else
+      host.warn(message); // what was posted cannot be taken back
   }
 }
 
@@ -158,7 +198,10 @@ void postEvents(Host& host, const std::string& lines, const EventOptions& option
   emit.url = options.url;
   if (const char* key = std::getenv(keyVariable))
     emit.apiKey = key;
-  emit.first = std::min(progress.read(), events.size());
+  const auto before = progress.read();
+  if (!before)
+    return host.reportFailure(before.error().message);
+  emit.first = std::min(*before, events.size());
   if (emit.first > 0)
     host.note("going on after " + counted(emit.first, "event") + " that were dealt with before");
   std::string unkept;

@@ -16,7 +16,7 @@ struct EventOptions {
 void addEventOptions(CLI::App& command, EventOptions& options);
 bool isGiven(const EventOptions& options);
 // Ends the tool for a time that is none.
-void checkEventTime(const EventOptions& options);
+void checkEventOptions(const EventOptions& options);
 qvlineagegraph::OpenLineageOptions lineageOptions(const EventOptions& options);
 
 // Names the data sources of --namespace that the graph does not have.

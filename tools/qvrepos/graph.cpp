@@ -55,6 +55,18 @@ std::string expressionOf(const GraphOptions& options) {
   return *options.direction == Direction::Upstream ? depth + "+" + name : name + "+" + depth;
 }
 
+// Whether a name holds what goes around names in an expression: "2+" before it, or "+3" behind.
+bool hasOperator(const std::string& name) {
+  constexpr const char* digits = "0123456789";
+  if (const auto first = name.find_first_not_of(digits); first == name.npos || name[first] == '+')
+    return first != name.npos;
+  const auto last = name.find_last_not_of(digits);
+  if (name[last] != '+')
+    return false;
+  const auto before = name.find_last_not_of('\\', last - 1);
+  return (last - 1 - before) % 2 == 0; // no backslash takes it as it is
+}
+
 // Wrong usage that shows before anything is read.
 void checkUsage(const Host& host, const GraphOptions& options) {
   refuseTwoForms(host, options.format);
@@ -72,7 +84,10 @@ void checkUsage(const Host& host, const GraphOptions& options) {
     refuseUsage("--resume goes with --emit");
   if (format == "png" && options.output.empty() && isatty(STDOUT_FILENO) == 1)
     refuseUsage("a terminal shows no picture: give --output");
-  checkEventTime(options.events);
+  if (options.direction && hasOperator(options.name))
+    refuseUsage("NAME takes no operator: " + options.name +
+                "; `qvrepos graph --select` does, and \\+ is a plus sign of a name");
+  checkEventOptions(options.events);
   const Graph none;
   if (const auto tried = select(View(none), options.selection);
       !tried && tried.error().kind == ErrorKind::Malformed)
@@ -128,6 +143,7 @@ void runGraph(Host& host, GraphOptions& options) {
     options.selection.select = {expressionOf(options)};
   checkUsage(host, options);
   const Graph graph = scanned(host, options.scan);
+  noteUnusedNamespaces(host, graph, options.events);
   const auto selected = select(View(graph, viewKinds.at(options.view)), options.selection);
   std::string result;
   if (!selected)
@@ -141,7 +157,6 @@ void runGraph(Host& host, GraphOptions& options) {
   if (selected)
     for (const auto& reason : selected->unmatched)
       host.note(reason);
-  noteUnusedNamespaces(host, graph, options.events);
   noteCounts(host, graph);
 }
 
@@ -176,7 +191,7 @@ void addDirectionCommand(CLI::App& app, Host& host, Direction direction) {
       ->required()
       ->check(notEmpty());
   addPathOperands(*command, options->scan);
-  command->add_option("--depth", options->depth, "Go this many steps at most")
+  command->add_option("--depth", options->depth, "Follow this many edges at most")
       ->type_name("N")
       ->check(numberFrom(0, std::numeric_limits<unsigned>::max()));
   addCommonOptions(*command, host, *options, "tree");

@@ -25,6 +25,8 @@ void report(Host& host, const Graph& graph, bool strict) {
       host.reportFailure(note.text);
     else if (note.kind == NoteKind::NotUnderstood)
       reportUnknownStep(host, note.file, note.text, strict);
+    else if (note.kind == NoteKind::UnusableName && strict)
+      reportUnusableNames(host, note.file, {note.text});
 }
 
 } // namespace
@@ -43,7 +45,7 @@ void addPathOperands(CLI::App& command, ScanArguments& arguments) {
       .add_option(
           "PATH", arguments.paths,
           "Job files, saved graphs (JSON), folders that are searched for job files to any depth, and - "
-          "for a job file on standard input")
+          "for a job file or a saved graph on standard input")
       ->required()
       ->check(notEmpty());
 }
@@ -69,7 +71,7 @@ void addScanOptions(CLI::App& command, ScanArguments& arguments) {
 Graph scanned(Host& host, const ScanArguments& arguments, const std::vector<std::string>& paths) {
   ScanOptions options = arguments.options;
   if (std::ranges::find(paths, "-") != paths.end())
-    options.input = standardInput();
+    options.input = streamContent("-").value_or("");
   std::optional<ProgressBar> bar;
   options.progress = [&](std::size_t done, std::size_t total) {
     if (!bar)
@@ -82,7 +84,8 @@ Graph scanned(Host& host, const ScanArguments& arguments, const std::vector<std:
   if (!graph)
     throw std::runtime_error(graph.error().message);
   report(host, *graph, arguments.strict);
-  if (const Counts counts = graph->counts(); counts.jobs + counts.failed + counts.notUnderstood == 0)
+  if (const Counts counts = graph->counts();
+      counts.jobs + counts.failed + counts.notUnderstood == 0 && graph->nodeCount() == 0)
     reportEmptiness(host, arguments.failIfEmpty,
                     !options.patterns.include.empty() || !options.patterns.exclude.empty());
   return std::move(*graph);
@@ -90,10 +93,11 @@ Graph scanned(Host& host, const ScanArguments& arguments, const std::vector<std:
 
 void noteCounts(Host& host, const Graph& graph) {
   const Counts counts = graph.counts();
+  const auto unusable = std::ranges::count(graph.notes(), NoteKind::UnusableName, &Note::kind);
   noteOutcome(host,
               counted(counts.jobs, "job") + ", " + counted(counts.tables, "table") + ", " +
                   counted(counts.reads, "read") + ", " + counted(counts.writes, "write"),
-              counts.failed, counts.notUnderstood);
+              {counts.failed, counts.notUnderstood, static_cast<std::size_t>(unusable)});
 }
 
 std::vector<std::string> linesOf(std::string_view text) {

@@ -46,17 +46,24 @@ void Host::flush() {
     m_outputError = errno;
 }
 
-void Host::note(std::string_view message) {
-  if (quiet)
-    return;
+void Host::warn(std::string_view message) {
   flush();
   std::fprintf(stderr, "qvrepos: %s\n", visible(message).c_str());
 }
 
+void Host::note(std::string_view message) {
+  if (!quiet)
+    warn(message);
+}
+
 void Host::reportFailure(std::string_view message) {
-  flush();
-  std::fprintf(stderr, "qvrepos: %s\n", visible(message).c_str());
-  m_status = exitFailed;
+  warn(message);
+  m_status = m_failure;
+}
+
+void Host::reportFinding(std::string_view message) {
+  warn(message);
+  endFailed();
 }
 
 int Host::finish() {

@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,7 @@ using qvreposres::toString;
 inline constexpr int exitSuccess = 0;
 inline constexpr int exitFailed = 1; // for some input
 inline constexpr int exitUsage = 2;
+inline constexpr int exitTrouble = 2; // failed, where 1 answers a question
 
 // JSON as it is printed: two blanks a level, a line feed at the end, and U+FFFD for bytes that are not UTF-8.
 std::string jsonText(const nlohmann::ordered_json& value);
@@ -46,12 +48,17 @@ public:
   // Columns as qvlineagegraph::writeColumns() has them.
   void printTable(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows);
 
-  // A failure, to standard error: "qvrepos: <message>". The run ends with status 1.
+  // A failure, to standard error: "qvrepos: <message>". The run ends with status 1, or as tellFailuresApart() says.
   void reportFailure(std::string_view message);
-  // Status 1 for a result that says itself what is amiss.
-  void endFailed() { m_status = exitFailed; }
+  // Status 1 for a result that says itself what is amiss, or says so to standard error.
+  void endFailed() { m_status = std::max(m_status, exitFailed); }
+  void reportFinding(std::string_view message);
+  // From now on failures end with another status than that, so that a script can tell them apart.
+  void tellFailuresApart() { m_failure = exitTrouble; }
   // A hint about a result that may surprise, to standard error; the status stays. Silent with --quiet.
   void note(std::string_view message);
+  // A hint that shows with --quiet, too.
+  void warn(std::string_view message);
   // Flushes the results; what could not be written is a failure.
   int finish();
 
@@ -60,6 +67,7 @@ private:
   void flush();
 
   int m_status = exitSuccess;
+  int m_failure = exitFailed;
   int m_outputError = 0;
 };
 

@@ -4,10 +4,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
-#include <iterator>
-#include <optional>
 #include <set>
 
 namespace {
@@ -18,8 +14,12 @@ public:
   using QvSQLResourceAdder::QvSQLResourceAdder;
 
   void visitUnknownRoot(const QvbString& name) override { root = toString(name); }
+  void visitUnusableName(const QvbString& element, const QvbString& name, const QvbString& reason) override {
+    unusableNames.push_back(toString(element) + " \"" + toString(name) + "\" " + toString(reason));
+  }
 
   std::string root;
+  std::vector<std::string> unusableNames;
 };
 
 // Why what is there can be no job file; empty where it may be one.
@@ -34,22 +34,7 @@ std::string whyNoFile(const std::string& path) {
               : ": no regular file, where a job file is due; - stands for standard input");
 }
 
-std::string contentOf(std::istream& stream) { return {std::istreambuf_iterator<char>(stream), {}}; }
-
-// What can be read only once: standard input and pipes. Nothing for a file.
-std::optional<QvbString> streamed(const std::string& path) {
-  std::error_code ignored;
-  if (path == "-")
-    return QvbString(standardInput());
-  if (!std::filesystem::is_fifo(path, ignored))
-    return std::nullopt;
-  std::ifstream pipe(path, std::ios::binary);
-  return QvbString(contentOf(pipe));
-}
-
 } // namespace
-
-std::string standardInput() { return contentOf(std::cin); }
 
 void noteLossyNames(Host& host, const std::vector<std::string>& names) {
   for (const auto& name : names)
@@ -83,16 +68,16 @@ Released<QvResourceList> JobScanner::newList() {
 }
 
 ScannedJob JobScanner::scan(const std::string& path) {
-  const auto stream = streamed(path);
+  const auto stream = qvlineagegraph::streamContent(path);
   if (auto reason = stream ? std::string() : whyNoFile(path); !reason.empty())
-    return {std::move(reason), {}, nullptr};
+    return {std::move(reason), {}, {}, nullptr};
   auto used = newList();
   JobVisitor visitor(*m_manager, m_store->getDefaultResourceFactory(), used.get());
   QvbString error;
-  if (stream ? visitSQLStepInString(*stream, &visitor, &error)
+  if (stream ? visitSQLStepInString(QvbString(*stream), &visitor, &error)
              : visitSQLStepInFile(QvbString(path), &visitor, &error))
-    return {{}, visitor.root, std::move(used)};
-  return {(stream ? path + ":" : "") + toString(error), {}, nullptr};
+    return {{}, visitor.root, visitor.unusableNames, std::move(used)};
+  return {(stream ? path + ":" : "") + toString(error), {}, {}, nullptr};
 }
 
 Released<QvResourceList> JobScanner::jobOf(const std::string& path) {
@@ -110,12 +95,20 @@ void reportUnknownStep(Host& host, const std::string& file, const std::string& r
     host.note(message);
 }
 
-void noteOutcome(Host& host, const std::string& counts, std::size_t failed, std::size_t notUnderstood) {
+void reportUnusableNames(Host& host, const std::string& file, const std::vector<std::string>& names) {
+  for (const auto& name : names)
+    host.reportFailure(std::string(file).append(": ").append(name));
+}
+
+void noteOutcome(Host& host, const std::string& counts, const Outcome& outcome) {
+  const auto& [failed, notUnderstood, unusableNames] = outcome;
   std::string line = counts;
   if (failed > 0)
     line += "; " + counted(failed, "file") + " failed";
   if (notUnderstood > 0)
     line += (failed > 0 ? ", " : "; ") + std::to_string(notUnderstood) + " not understood";
+  if (unusableNames > 0)
+    line += "; " + counted(unusableNames, "name") + " cannot be used, which `qvrepos audit` shows";
   host.note(line);
 }
 

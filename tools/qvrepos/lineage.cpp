@@ -42,21 +42,26 @@ std::vector<ScannedJob> recordJobs(const Host& host, JobScanner& recorder,
   return jobs;
 }
 
-// Names the files that cannot be read, and those that are no step that is known. Their numbers.
-std::pair<std::size_t, std::size_t> reportJobs(Host& host, const std::vector<qvlineagegraph::JobFile>& files,
-                                               const std::vector<ScannedJob>& jobs, bool strict) {
-  std::size_t failed = 0, notUnderstood = 0;
+// Names the files that cannot be read, those that are no step that is known, and, where the user is strict, the names that
+// cannot be used. Their numbers.
+Outcome reportJobs(Host& host, const std::vector<qvlineagegraph::JobFile>& files,
+                   const std::vector<ScannedJob>& jobs, bool strict) {
+  Outcome outcome;
   for (const auto& job : jobs)
     if (!job.failure.empty()) {
       host.reportFailure(job.failure);
-      ++failed;
+      ++outcome.failed;
     }
-  for (std::size_t i = 0; i < files.size(); ++i)
+  for (std::size_t i = 0; i < files.size(); ++i) {
     if (!jobs[i].unknownRoot.empty()) {
       reportUnknownStep(host, files[i].path, jobs[i].unknownRoot, strict);
-      ++notUnderstood;
+      ++outcome.notUnderstood;
     }
-  return {failed, notUnderstood};
+    if (strict)
+      reportUnusableNames(host, files[i].path, jobs[i].unusableNames);
+    outcome.unusableNames += jobs[i].unusableNames.size();
+  }
+  return outcome;
 }
 
 void runLineage(Host& host, const LineageOptions& options) {
@@ -72,7 +77,7 @@ void runLineage(Host& host, const LineageOptions& options) {
 
   JobScanner recorder;
   const auto jobs = recordJobs(host, recorder, found.files);
-  const auto [failed, notUnderstood] = reportJobs(host, found.files, jobs, options.strict);
+  Outcome outcome = reportJobs(host, found.files, jobs, options.strict);
   std::vector<std::string> paths;
   for (const auto& file : found.files)
     paths.push_back(file.path);
@@ -88,8 +93,9 @@ void runLineage(Host& host, const LineageOptions& options) {
   if (options.compact && !host.json)
     lineage.append("\n");
   host.write(lineage.view(), options.output);
-  noteOutcome(host, counted(found.files.size() - failed - notUnderstood, "job"),
-              found.failures.size() + failed, notUnderstood);
+  const auto understood = found.files.size() - outcome.failed - outcome.notUnderstood;
+  outcome.failed += found.failures.size();
+  noteOutcome(host, counted(understood, "job"), outcome);
 }
 
 } // namespace
@@ -101,7 +107,8 @@ void addLineageCommand(CLI::App& app, Host& host) {
       ->add_option(
           "PATH", options->paths,
           "Job files, folders that are searched for job files to any depth, and - for standard input")
-      ->required();
+      ->required()
+      ->check(notEmpty());
   addOutputOption(*command, options->output);
   addStrictFlag(*command, options->strict);
   addFailIfEmptyFlag(*command, options->failIfEmpty);

@@ -57,7 +57,7 @@ void runResources(Host& host, const std::string& file, bool strict) {
   const auto scanned = scanner.scan(path);
   if (!scanned.failure.empty()) {
     host.reportFailure(scanned.failure);
-    return noteOutcome(host, "0 resources", 1, 0);
+    return noteOutcome(host, "0 resources", {.failed = 1});
   }
   const auto job = scanner.jobOf(path);
   std::vector<ResourceRow> rows;
@@ -67,7 +67,11 @@ void runResources(Host& host, const std::string& file, bool strict) {
   noteLossyNames(host, identitiesOf(rows));
   if (!scanned.unknownRoot.empty())
     reportUnknownStep(host, path, scanned.unknownRoot, strict);
-  noteOutcome(host, counted(rows.size(), "resource"), 0, scanned.unknownRoot.empty() ? 0 : 1);
+  if (strict)
+    reportUnusableNames(host, path, scanned.unusableNames);
+  noteOutcome(host, counted(rows.size(), "resource"),
+              {.notUnderstood = scanned.unknownRoot.empty() ? 0U : 1U,
+               .unusableNames = scanned.unusableNames.size()});
 }
 
 } // namespace
@@ -76,7 +80,7 @@ void addResourcesCommand(CLI::App& app, Host& host) {
   auto* command =
       app.add_subcommand("resources", "List the resources that one job touches, the job itself first");
   auto file = std::make_shared<std::string>();
-  command->add_option("FILE", *file, "A job file, - for standard input")->required();
+  command->add_option("FILE", *file, "A job file, - for standard input")->required()->check(notEmpty());
   auto strict = std::make_shared<bool>();
   addStrictFlag(*command, *strict);
   addJsonFlag(*command, host, "an array of records: type, name, location, identity");

@@ -197,7 +197,9 @@ std::string manualPage(const Command& root) {
           roffLibraryOptions();
   page += fmt::format(
       ".SH \"EXIT STATUS\"\n.TP\n{}\nSuccess.\n.TP\n{}\nThe operation failed, for some input at least; "
-      "standard error says why.\n.TP\n{}\nWrong usage.\n",
+      "standard error says why. With diff \\-\\-exit\\-code and audit \\-\\-fail\\-on: there is a "
+      "difference, or a "
+      "finding.\n.TP\n{}\nWrong usage; with these options a failure, too.\n",
       exitSuccess, exitFailed, exitUsage);
   page +=
       ".SH ENVIRONMENT\n.TP\n.B QV_CONFIG\nThe INI file of options, where \\fB\\-\\-config\\fR names none.\n"

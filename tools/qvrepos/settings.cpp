@@ -29,6 +29,10 @@ std::string ownOptionFile() {
 
 // A file that somebody named has to be one.
 void useOptionFile(const std::string& file, const std::string& namedBy) {
+  std::error_code ignored;
+  if (const auto status = fs::status(file, ignored); fs::exists(status) && !fs::is_regular_file(status))
+    throw std::runtime_error(file + ": no regular file, where an option file is due; " + namedBy +
+                             " names it");
   QvbString fault;
   if (!qvbCheckConfigFile(QvbString(file), &fault))
     throw std::runtime_error(toString(fault) + "; " + namedBy + " names it");

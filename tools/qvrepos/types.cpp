@@ -26,12 +26,13 @@ std::vector<TypeRow> allTypes() {
   return rows;
 }
 
-// The rows that a name selects: an extension in any case, or a type.
+// The rows that a name selects: an extension, with or without its dot, or a type, both in any case.
 std::vector<TypeRow> typesNamed(const std::string& name) {
+  const auto plain = std::string_view(name).substr(name.starts_with('.') ? 1 : 0);
   std::vector<TypeRow> rows;
   const auto all = allTypes();
   std::copy_if(all.begin(), all.end(), std::back_inserter(rows), [&](const TypeRow& row) {
-    return QvbString(row.extension).compare(name.c_str(), true) == 0 || row.type == name;
+    return qvbEqualsIgnoreCase(row.extension, plain) || qvbEqualsIgnoreCase(row.type, name);
   });
   QvbString extension;
   if (rows.empty() && getFileExtensionForType(QvbString(name), &extension))
@@ -69,7 +70,7 @@ std::vector<std::string> objectTypes() {
 void addTypesCommand(CLI::App& app, Host& host) {
   auto* command = app.add_subcommand("types", "List object types and their file extensions");
   auto name = std::make_shared<std::string>();
-  command->add_option("NAME", *name, "Only this type, or the type of this extension");
+  command->add_option("NAME", *name, "Only this type, or the type of this extension")->check(notEmpty());
   addJsonFlag(*command, host, "an array of records: type, extension");
   command->footer("Example: qvrepos types ProcessJob");
   command->callback([&host, name] { printTypes(host, *name); });

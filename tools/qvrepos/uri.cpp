@@ -13,6 +13,10 @@ void printPair(Host& host, const QvbString& file, const QvbString& uri, const Qv
     host.printLine(result.view());
 }
 
+bool isFileUri(const std::string& uri) {
+  return qvbEqualsIgnoreCase(std::string_view(uri).substr(0, 5), "file:");
+}
+
 void printUri(Host& host, const std::string& given) {
   const QvbString file = QvbString(absolutePath(given));
   QvbString uri;
@@ -33,11 +37,12 @@ void printPath(Host& host, const std::string& uri, const std::string* repository
   if (found)
     printPair(host, path, QvbString(uri), path);
   else
-    host.reportFailure(message.isEmpty()
-                           ? "no file name can be made of \"" + uri +
+    host.reportFailure(!message.isEmpty() ? toString(message)
+                       : isFileUri(uri)
+                           ? "\"" + uri + "\" names no file of this machine"
+                           : "no file name can be made of \"" + uri +
                                  "\"; give a file URI, or a repository URI with its ?type= and the name of a "
-                                 "repository that `qvrepos definitions list` shows"
-                           : toString(message));
+                                 "repository that `qvrepos definitions list` shows");
 }
 
 } // namespace
@@ -46,7 +51,8 @@ void addUriCommands(CLI::App& app, Host& host) {
   auto file = std::make_shared<std::string>();
   auto* uri = app.add_subcommand("uri", "Print the URI reference of a file");
   uri->add_option("FILE", *file, "A file name; a file below a repository's folder becomes a repository URI")
-      ->required();
+      ->required()
+      ->check(notEmpty());
   addJsonFlag(*uri, host, "a record: file, uri");
   uri->footer("Example: qvrepos uri examples/repository/batch_jobs/clean_customers.djf");
   uri->callback([&host, file] { printUri(host, *file); });
@@ -54,7 +60,7 @@ void addUriCommands(CLI::App& app, Host& host) {
   auto reference = std::make_shared<std::string>();
   auto repository = std::make_shared<std::string>();
   auto* path = app.add_subcommand("path", "Print the file name of a URI reference");
-  path->add_option("URI", *reference, "A file or repository URI")->required();
+  path->add_option("URI", *reference, "A file or repository URI")->required()->check(notEmpty());
   auto* named =
       path->add_option("--repository", *repository, "Look below this repository, not the one in the URI")
           ->type_name("NAME");

@@ -70,7 +70,9 @@ std::string notExpected(const CLI::App& app, const CLI::App& command,
                         const std::vector<std::string>& unexpected) {
   const auto& word = unexpected.front();
   const auto name = word.substr(0, word.find('='));
-  if (word.starts_with('-') && word != "-")
+  const bool isKnown =
+      command.get_option_no_throw(name) || app.get_option_no_throw(name); // and stands behind "--"
+  if (word.starts_with('-') && word != "-" && !isKnown)
     return "there is no option " + name + didYouMean(name, optionNames(app, command));
   return "not expected: " + CLI::detail::join(unexpected, " ");
 }
@@ -105,7 +107,8 @@ std::string inOwnWords(const std::string& kind, const std::string& message) {
 
 // What is wrong, in the tool's own words.
 std::string whatIsWrong(const CLI::App& app, const CLI::App& command, const CLI::Error& error) {
-  const auto unexpected = app.remaining(true);
+  auto unexpected = app.remaining(true);
+  std::erase(unexpected, "--");
   if (error.get_name() == "RequiredError" &&
       command.get_require_subcommand_min() > command.get_subcommands().size())
     return whichIsMissing(command, unexpected);
