@@ -101,7 +101,8 @@ std::string copyName(const std::string& uri) {
   return std::filesystem::path(parsed ? toString(parsed->getPath()) : uri).filename().string();
 }
 
-// Where the copies go: to the file itself, or standard output, for one URI, below the folder otherwise. Throws when two would have one name.
+// Where the copies go: to the file itself, or standard output, for one URI, below the folder otherwise. Throws when two
+// would have one name.
 std::vector<std::string> targetsOf(const CacheOptions& options) {
   const bool isPrinted = options.output == standardOutput;
   const std::string output = nativePath(options.output);
