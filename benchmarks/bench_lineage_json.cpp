@@ -8,7 +8,8 @@ auto lineageBy(const std::string& tool, const std::string& form) {
   return [=](Bench& bench) {
     const JobFolder folder;
     fill(folder, bench.isShort ? 40 : 10'000);
-    const std::string command = "'" + tool + "' --quiet lineage " + form + " '" + folder.path + "' >/dev/null";
+    const std::string command =
+        "'" + tool + "' --quiet lineage " + form + " '" + folder.path + "' >/dev/null";
     bench.measure([&] {
       if (std::system(command.c_str()) != 0)
         throw std::runtime_error("failed: " + command);

@@ -105,7 +105,8 @@ public:
   };
 
   Edges() = default;
-  // Both ends of every edge are below `nodeCount`; std::bad_alloc for more than 2^32 - 1 edges. Of edges that differ in `inferred` alone the one that is not is kept.
+  // Both ends of every edge are below `nodeCount`; std::bad_alloc for more than 2^32 - 1 edges. Of edges that differ in
+  // `inferred` alone the one that is not is kept.
   Edges(std::size_t nodeCount, std::vector<Edge> edges);
 
   std::size_t size() const noexcept { return m_edges.size(); }

@@ -43,8 +43,9 @@ public:
   // One row: "ProcessJob".
   virtual QvStringList* getResourceTypes() = 0;
   // Appends the graph as lineage XML to `xml`: all of it, or nothing and false, with a `message` when the document could
-  // not be started or is larger than 512 MB; without one memory was short. With `layout` each element stands on a line of its own. Where resources live is told by the store's
-  // own resolver, whichever one a host registered with the factory: that one is for the resource manager.
+  // not be started or is larger than 512 MB; without one memory was short. With `layout` each element stands on a line of
+  // its own. Where resources live is told by the store's own resolver, whichever one a host registered with the factory:
+  // that one is for the resource manager.
   virtual bool getLineageAsString(QvbString* xml, QvbString* message, bool layout) = 0;
   // The store's own factory, not to be released.
   virtual QvResourceFactory* getDefaultResourceFactory() = 0;
