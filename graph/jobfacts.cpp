@@ -7,10 +7,8 @@
 #include "qvxdom/qvdom.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <new>
 #include <optional>
 #include <utility>
@@ -119,23 +117,6 @@ std::string beginOf(const std::string& path) {
   return begin;
 }
 
-// Read in blocks that grow with what came. One byte more than a document may have tells that it is too large.
-std::string contentOf(std::FILE* stream) {
-  constexpr std::size_t firstBlock = std::size_t{1} << 16, most = QvDom::MaxSize + 1;
-  std::string content;
-  std::size_t size = 0;
-  do {
-    content.resize(std::min(most, size + std::max(size, firstBlock)));
-    size += std::fread(content.data() + size, 1, content.size() - size, stream);
-  } while (size == content.size() && size < most);
-  content.resize(size);
-  return content;
-}
-
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 void keep(Result<Graph> saved, JobFacts& facts) {
   if (saved)
     facts.saved = std::move(*saved);
@@ -145,14 +126,26 @@ void keep(Result<Graph> saved, JobFacts& facts) {
 
 } // namespace
 
-std::optional<std::string> streamContent(const std::string& path) {
-  if (path == "-")
-    return contentOf(stdin);
+// Read in blocks that grow with what came; the byte too many tells that it is too large.
+std::string streamContent(std::istream& stream) {
+  constexpr std::size_t firstBlock = std::size_t{1} << 16, most = QvDom::MaxSize + 1;
+  std::string content;
+  std::size_t size = 0;
+  do {
+    content.resize(std::min(most, size + std::max(size, firstBlock)));
+    stream.read(content.data() + size, static_cast<std::streamsize>(content.size() - size));
+    size += static_cast<std::size_t>(stream.gcount());
+  } while (size == content.size() && size < most);
+  content.resize(size);
+  return content;
+}
+
+std::optional<std::string> pipeContent(const std::string& path) {
   std::error_code ignored;
   if (!fs::is_fifo(path, ignored))
     return std::nullopt;
-  const std::unique_ptr<std::FILE, FileCloser> pipe(std::fopen(path.c_str(), "rbe"));
-  return pipe ? std::optional(contentOf(pipe.get())) : std::nullopt;
+  std::ifstream pipe(path, std::ios::binary);
+  return pipe ? std::optional(streamContent(pipe)) : std::nullopt;
 }
 
 JobReader::JobReader() : m_lineage(getQvLineageAnalysis()), m_manager(createQvResourceManager()) {
@@ -164,7 +157,7 @@ void JobReader::read(const JobFile& file, const std::string& input, JobFacts& fa
   if (file.path == "-")
     return readText(file.path, input, facts);
   identify(file.path, facts);
-  if (const auto content = streamContent(file.path))
+  if (const auto content = pipeContent(file.path))
     return readText(file.path, *content, facts);
   if (facts.kind == "File" && isSavedGraph(beginOf(file.path)))
     return keep(readJsonFile(file.path), facts);

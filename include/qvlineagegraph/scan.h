@@ -5,6 +5,7 @@
 #include "qvlineagegraph/result.h"
 
 #include <functional>
+#include <iosfwd>
 #include <optional>
 #include <span>
 #include <string>
@@ -37,9 +38,10 @@ QVLINEAGEGRAPH_API JobFiles findJobFiles(std::span<const std::string> paths,
 // "their extensions are djf, ...": what makes a file in a folder a job file.
 QVLINEAGEGRAPH_API std::string jobFileExtensions();
 
-// What can be read only once, all at a time: standard input ("-"), or a pipe. Nothing for what is no pipe, or cannot be
-// opened. Of more than an XML document may have (QvDom::MaxSize), one byte more than that.
-QVLINEAGEGRAPH_API std::optional<std::string> streamContent(const std::string& path);
+// All that a stream gives; of more than an XML document may have (QvDom::MaxSize), one byte more than that.
+QVLINEAGEGRAPH_API std::string streamContent(std::istream& stream);
+// That of a pipe, which can be read only once. Nothing for what is no pipe, or cannot be opened.
+QVLINEAGEGRAPH_API std::optional<std::string> pipeContent(const std::string& path);
 
 struct ScanOptions {
   PathPatterns patterns;

@@ -3,6 +3,8 @@
 #include "progress.h"
 #include "usage.h"
 
+#include <iostream>
+
 using namespace qvlineagegraph;
 
 namespace {
@@ -71,7 +73,7 @@ void addScanOptions(CLI::App& command, ScanArguments& arguments) {
 Graph scanned(Host& host, const ScanArguments& arguments, const std::vector<std::string>& paths) {
   ScanOptions options = arguments.options;
   if (std::ranges::find(paths, "-") != paths.end())
-    options.input = streamContent("-").value_or("");
+    options.input = streamContent(std::cin);
   std::optional<ProgressBar> bar;
   options.progress = [&](std::size_t done, std::size_t total) {
     if (!bar)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iostream>
 #include <set>
 
 namespace {
@@ -68,7 +69,8 @@ Released<QvResourceList> JobScanner::newList() {
 }
 
 ScannedJob JobScanner::scan(const std::string& path) {
-  const auto stream = qvlineagegraph::streamContent(path);
+  const auto stream =
+      path == "-" ? qvlineagegraph::streamContent(std::cin) : qvlineagegraph::pipeContent(path);
   if (auto reason = stream ? std::string() : whyNoFile(path); !reason.empty())
     return {std::move(reason), {}, {}, nullptr};
   auto used = newList();
