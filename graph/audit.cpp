@@ -32,14 +32,13 @@ constexpr std::array<Noted, 7> notedKinds{{
     {NoteKind::BareAmbiguous, FindingKind::BareAmbiguous, true, "{node} may be any of {text}"},
     {NoteKind::SameIdentity, FindingKind::SameIdentity, true, "{node} stands for several files"},
 }};
-static_assert(
-    [] {
-      for (std::size_t i = 0; i < notedKinds.size(); ++i)
-        if (notedKinds.at(i).note != static_cast<NoteKind>(i))
-          return false;
-      return true;
-    }(),
-    "notes are found by their kind's number");
+consteval bool areInOrderOfNotes() {
+  for (std::size_t i = 0; i < notedKinds.size(); ++i)
+    if (notedKinds.at(i).note != static_cast<NoteKind>(i))
+      return false;
+  return true;
+}
+static_assert(areInOrderOfNotes(), "notes are found by their kind's number");
 
 class Audit {
 public:
