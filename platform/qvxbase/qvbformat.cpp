@@ -361,11 +361,22 @@ std::size_t characterLength(std::string_view text) noexcept {
   return isOverlong ? 1 : length;
 }
 
+// Those that set the direction of text (U+202A to U+202E, U+2066 to U+2069), which would show a name as another one, and
+// the separators of lines and paragraphs (U+2028, U+2029).
+bool isControlOfLayout(std::string_view character) noexcept {
+  if (character.size() != 3 || character.front() != '\xE2')
+    return false;
+  const auto last = static_cast<unsigned char>(character.back());
+  return (character[1] == '\x80' && last >= 0xA8 && last <= 0xAE) ||
+         (character[1] == '\x81' && last >= 0xA6 && last <= 0xA9);
+}
+
 bool isControl(std::string_view character) noexcept {
   const auto last = static_cast<unsigned char>(character.back());
   if (character.size() == 1)
     return last < 0x20 || (last >= 0x7F && last < 0xA0);
-  return character.size() == 2 && character.front() == '\xC2' && last < 0xA0;
+  return (character.size() == 2 && character.front() == '\xC2' && last < 0xA0) ||
+         isControlOfLayout(character);
 }
 
 void appendEscaped(std::string_view character, fmt::memory_buffer& out) {

@@ -113,6 +113,6 @@ QvbString qvbStringFormat(const char* format, const Args&... args) {
 }
 
 // The text on one line that tells a terminal nothing: line feed and tab as "\n" and "\t", every byte of another control
-// character (those of ISO 6429 from U+0080 to U+009F, and their bytes in text that is not UTF-8, included) as "\x1b". All
-// other bytes stay.
+// character as "\x1b": those of ISO 6429 from U+0080 to U+009F, and their bytes in text that is not UTF-8, included, and
+// those of Unicode that set the direction of text or separate lines. All other bytes stay.
 QVPLATFORM_API QvbString qvbEscapeControls(std::string_view text);

@@ -45,7 +45,7 @@ std::string faultOf(const std::string& mapping) {
 class Progress {
 public:
   Progress(const std::string& path, const std::string& url, const std::vector<std::string>& events)
-      : m_path(path.empty() ? "" : absolutePath(nativePath(path))), m_mark(url + " " + markOf(events)) {}
+      : m_path(path.empty() ? "" : absolutePath(nativePath(path))), m_mark(markOf(url, events)) {}
 
   // How many events were dealt with before; none where there is no file yet. What else is there is the user's and stays.
   Result<std::size_t> read() const {
@@ -86,13 +86,17 @@ private:
            saved.contains("done") && saved["done"].is_number_unsigned();
   }
 
-  // What tells these events from others: all of them but their times, as a number (FNV-1a).
-  static std::string markOf(const std::vector<std::string>& events) {
+  // What tells these events, posted there, from others: all but their times and what the URL may keep secret, as a number
+  // (FNV-1a).
+  static std::string markOf(const std::string& url, const std::vector<std::string>& events) {
     std::uint64_t hash = 14695981039346656037U;
-    for (const auto& event : events) {
-      for (const char byte : std::string_view(event).substr(event.find("\"producer\"")))
+    const auto add = [&](std::string_view text) {
+      for (const char byte : text)
         hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211U;
-    }
+    };
+    add(url);
+    for (const auto& event : events)
+      add(std::string_view(event).substr(event.find("\"producer\"")));
     return std::to_string(events.size()) + " " + std::to_string(hash);
   }
 
@@ -204,7 +208,10 @@ void postEvents(Host& host, const std::string& lines, const EventOptions& option
   emit.first = std::min(*before, events.size());
   if (emit.first > 0)
     host.note("going on after " + counted(emit.first, "event") + " that were dealt with before");
-  std::string unkept;
+  // Before anything is posted, so that a file that cannot be written costs nothing.
+  std::string unkept = progress.keep(emit.first);
+  if (!unkept.empty())
+    return host.reportFailure(unkept);
   EmitReport report;
   {
     ProgressBar bar(host, events.size(), eventsShownFrom, "events");
