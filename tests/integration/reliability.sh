@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Every promise of docs/reliability.md names a test, and every test that it names exists.
+# Every promise of docs/reliability.md names a test, and every test that it names exists; so does every function of the list
+# of what no test reaches.
 set -euo pipefail
 cd "$1"
 bad=0
@@ -22,5 +23,9 @@ while read -r row; do
     esac
   done <<<"$named"
 done < <(grep '^|' docs/reliability.md | grep -vE '^\|(---| promise )')
+while IFS=$'\t' read -r file function _; do
+  name=${function##*::}
+  [[ $name == '?' ]] || grep -qF -- "$name" "$file" || fail "tests/not-reached.tsv: there is no $function in $file"
+done < <(grep -v '^#' tests/not-reached.tsv)
 ((promises > 20)) || fail "only $promises promises were found"
 exit "$bad"
