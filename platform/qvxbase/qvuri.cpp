@@ -83,15 +83,13 @@ private:
   QvURI& m_uri;
 };
 
-bool isWordByte(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-}
+constexpr std::string_view wordBytes = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_";
 
 // What is wrong with the name of a parameter, null when nothing is.
 QvbString parameterNameError(const QvbString& name) {
   if (name.isEmpty())
     return "The name of a URI parameter is empty.";
-  if (!std::ranges::all_of(name.view(), isWordByte))
+  if (name.view().find_first_not_of(wordBytes) != std::string_view::npos)
     return qvbStringFormat("The name of the URI parameter \"%s\" may hold letters, digits and \"_\" only.",
                            name);
   return {};

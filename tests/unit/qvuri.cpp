@@ -602,6 +602,17 @@ TEST(UriParameter, OfANameThatIsNotAWordIsRefused) {
   EXPECT_TRUE(uri->getErrorText().isNull());
 }
 
+TEST(UriParameter, IsNamedByAnyLettersAndDigits) {
+  for (const char* name : {"azAZ_", "09"}) {
+    const Uri uri = parse("http://h/");
+    EXPECT_TRUE(uri->setParameter(name, "x"));
+    EXPECT_EQ(textOf(uri), "http://h/?" + std::string(name) + "=x");
+  }
+  const Uri uri = parse("http://h/");
+  for (const char next : {'/', ':', '@', '[', '^', '`', '{'})
+    EXPECT_FALSE(uri->setParameter(QvbString(std::string_view(&next, 1)), "x")) << next;
+}
+
 TEST(UriParameter, ReadsBackAsItWasAndLeavesTheRest) {
   EXPECT_TRUE(rc::check([] {
     const Uri uri = parse(*uriTexts());
