@@ -266,9 +266,8 @@ bool QvUriText::isPlainlyNormal() const {
   const auto isPlain = [](std::string_view part) {
     return std::ranges::none_of(part, isUpper) && !isEncoded(part);
   };
-  const bool rooted = path.empty() || path.front() == '/';
   return authority && isPlain(scheme) && isPlain(*authority) && authority->find('[') == std::string::npos &&
-         rooted && !isEncoded(path) && path.find("/.") == std::string::npos && !isEncoded(viewOf(query)) &&
+         !isEncoded(path) && path.find("/.") == std::string::npos && !isEncoded(viewOf(query)) &&
          !isEncoded(viewOf(fragment));
 }
 

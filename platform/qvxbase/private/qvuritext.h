@@ -40,7 +40,7 @@ public:
 
   std::string scheme;
   std::optional<std::string> authority;
-  std::string path;
+  std::string path; // behind an authority empty, or with a slash at its front
   std::optional<std::string> query;
   std::optional<std::string> fragment;
 
