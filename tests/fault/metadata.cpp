@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -163,6 +164,23 @@ TEST(MetadataMemory, AnImportPropertyThatMemoryFailsIsNotSet) {
   };
   EXPECT_GT(failuresOf([&] { return context->addImportProperty(job, name, value); }, isUnset), 1);
   EXPECT_GT(failuresOf([&] { return context->addImportPropertyAsInt(job, "number", 123456); }, [] {}), 0);
+}
+
+TEST(MetadataMemory, AnObjectThatMemoryKeepsOutOfAnotherMayContainThatOne) {
+  RepositoryMetadataObject *outer = nullptr, *inner = nullptr;
+  const auto isAdded = [&] {
+    const long left = std::exchange(Allocations::left, -1); // the objects are there before
+    outer = createRepositoryMetadataObject("A");
+    inner = createRepositoryMetadataObject("B");
+    Allocations::left = left;
+    return outer->addContainedObject(inner);
+  };
+  const auto isFree = [&] {
+    EXPECT_TRUE(inner->addContainedObject(outer));
+    inner->release();
+  };
+  EXPECT_GT(failuresOf(isAdded, isFree), 0);
+  outer->release();
 }
 
 TEST(MetadataMemory, AContextEndsWithoutMemory) {
