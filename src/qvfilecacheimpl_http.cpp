@@ -258,6 +258,7 @@ int RemoteHttpFileProvider::getModifiedDate(ASSubject* subject, const QvbString&
 
 int RemoteHttpFileProvider::fetchModifiedDate(ASSubject* subject, const QvbString& name, QvbDate* date,
                                               QvbString* errorText, bool refresh) {
+  ErrorText error(errorText);
   int result = 0;
   auto record = refresh ? std::nullopt : keptRecord(name);
   if (refresh)
@@ -266,10 +267,9 @@ int RemoteHttpFileProvider::fetchModifiedDate(ASSubject* subject, const QvbStrin
     m_log.trace("getModifiedDate using fetched cache if possible for: %s", name);
   if (record) {
     m_log.trace("getModifiedDate found cached date: %s", record->modifiedDate);
-  } else if ((record = describe(subject, name, errorText, &result, refresh))) {
+  } else if ((record = describe(subject, name, error.get(), &result, refresh))) {
     m_log.trace("getModifiedDate setting new date: %s", record->modifiedDate);
   } else {
-    ErrorText error(errorText);
     error.setIfEmpty("Unable to obtain modified date for file");
     m_log.error("%s: %s", *error.get(), name);
     if (result == 0)

@@ -4,7 +4,6 @@
 #include "identity.h"
 #include "qvsfio/npfio.h"
 #include "qvxbase/qvbformat.h"
-#include "qvxbase/qvbresult.h"
 #include "qvxdom/qvdom.h"
 
 #include <algorithm>
@@ -119,8 +118,9 @@ void parseDefinition(const QvbString& xml, DefinitionFile& file) {
 
 bool writeConfigurationContents(QvReposConfiguration* definition, const QvbString& path, QvbString* error) {
   QvDom dom;
+  // Kept: DefinitionFormat.ADocumentThatCannotBeStartedFailsWithoutAMessage
   if (!dom.startNewDocument(definitionElement))
-    return qvbFailWith(dom.getErrorMessage(), error);
+    return false;
   writeDefinition(*definition, dom.getRoot());
   const bool written = dom.createFile(path, true, dom.getRoot());
   if (!written && error)

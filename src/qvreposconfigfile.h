@@ -23,7 +23,8 @@ struct DefinitionFile {
 };
 using DefinitionFilePtr = std::shared_ptr<DefinitionFile>;
 
-// Replaces the file atomically. On failure the old file is as it was and `error`, where given, tells why.
+// Replaces the file atomically. On failure the old file is as it was and `error`, where given, tells why; it stays what it
+// was when memory is too short to start.
 bool writeConfigurationContents(QvReposConfiguration* definition, const QvbString& path, QvbString* error);
 // Never null. Memory that cannot be had is std::bad_alloc: what the file holds is not known then.
 DefinitionFilePtr readDefinitionFile(const QvbString& path, QvReposConfigType type);

@@ -342,3 +342,13 @@ std::string qvDomFindBrokenUtf8(std::string_view text) {
   }
   return {};
 }
+
+std::string qvDomFindZero(std::string_view document, const QvDomScan& scan) {
+  const auto& form = formOf(document);
+  document.remove_prefix(scan.byteOrderMark);
+  const Units units(document, form);
+  const auto index = form.width == 1 ? std::min(document.find('\0'), units.size()) : units.find(U'\0', 0);
+  return index == units.size()
+             ? std::string()
+             : positionOf(units, index, scan.encoding == "UTF-8") + ": a zero byte is no character of XML";
+}

@@ -199,6 +199,12 @@ TEST(QvDomPlain, Latin1MeansTheSameToTheParser) {
   }));
 }
 
+TEST(QvDomPlain, ASecondEncodingIsRefusedAfterLatin1) {
+  for (const std::string declared : {"UTF-8", "ISO-8859-1"})
+    EXPECT_EQ(readingOf("<?xml version='1.0' encoding='ISO-8859-1' encoding='" + declared + "'?><r/>"),
+              "refused: 1:51: encoding declaration already seen");
+}
+
 TEST(QvDomPlain, ChangedIdentitiesMeanTheSameToTheParser) {
   const std::string identity =
       R"(<morvaxeldocument class="tableresource" version="1"><resource>)"

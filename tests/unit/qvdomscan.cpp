@@ -53,6 +53,18 @@ struct DoctypeCase {
   const char* place;
 };
 
+TEST(QvDomScan, AZeroBehindTheRootElementIsRefusedInEveryEncoding) {
+  const std::string xml = "<r/>\n "s + '\0' + "<a";
+  const std::string refused = "2:2: a zero byte is no character of XML";
+  EXPECT_EQ(messageOf(xml), refused);
+  EXPECT_EQ(messageOf("<r/>"s + '\0'), "1:5: a zero byte is no character of XML");
+  EXPECT_EQ(messageOf("\xEF\xBB\xBF" + xml), refused);
+  EXPECT_EQ(messageOf("<?xml version='1.0' encoding='ISO-8859-1'?><r>\xE9</r>"s + '\0'),
+            "1:52: a zero byte is no character of XML");
+  EXPECT_EQ(messageOf("\xFF\xFE" + widened(xml, 2, Order::Little)), refused);
+  EXPECT_EQ(messageOf("\0\0\xFE\xFF"s + widened(xml, 4, Order::Big)), refused);
+}
+
 TEST(QvDomScan, EveryFormOfDocumentTypeIsRefusedWhereItStands) {
   const DoctypeCase cases[] = {
       {"<!DOCTYPE r><r/>", "1:1"},

@@ -243,6 +243,20 @@ TEST_F(HttpSource, HasNoTicketsWithoutASecurityContext) {
   EXPECT_THAT(logged(), ElementsAre(line(1, "Flushing http cache provider")));
 }
 
+TEST_F(HttpSource, LogsWhyThereIsNoDateWithoutAnErrorTextToo) {
+  tickets.ticketFor = [](QvbString*, QvbString* error) {
+    *error = "the vault is locked";
+    return false;
+  };
+  QvbDate date;
+  EXPECT_EQ(provider.getModifiedDate(alice.get(), url("/job"), &date, nullptr, true), 1);
+  EXPECT_THAT(loggedAboveTrace(),
+              ElementsAre(line(5, "Unable to get service ticket to populate object for file " + job() +
+                                      ": the vault is locked"),
+                          line(5, "the vault is locked: " + job()),
+                          line(5, "assignDateObject given invalid input of NULL")));
+}
+
 TEST_F(HttpSource, NeedsNoErrorText) {
   QvbDate date;
   EXPECT_EQ(provider.getModifiedDate(alice.get(), url("/nothing"), &date, nullptr, true), 3);

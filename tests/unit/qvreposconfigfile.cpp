@@ -1,5 +1,6 @@
 #include "qvreposconfigfile.h"
 
+#include "support/allocations.h"
 #include "support/tempdir.h"
 #include "support/textio.h"
 
@@ -109,6 +110,17 @@ TEST_F(DefinitionFormat, SaysWhichFileCannotBeWritten) {
   EXPECT_FALSE(writeConfigurationContents(&definition, path, &error));
   EXPECT_EQ(str(error), "Error opening file " + str(path) + " for writing content.");
   EXPECT_FALSE(writeConfigurationContents(&definition, path, nullptr));
+}
+
+TEST_F(DefinitionFormat, ADocumentThatCannotBeStartedFailsWithoutAMessage) {
+  QvReposConfigurationImpl definition;
+  const auto path = text(m_dir / "x.rcf");
+  QvbString error("untouched");
+  Allocations::left = 1; // for the name of the root
+  const bool written = writeConfigurationContents(&definition, path, &error);
+  Allocations::left = -1;
+  EXPECT_FALSE(written);
+  EXPECT_EQ(str(error), "untouched");
 }
 
 TEST_F(DefinitionFormat, ReadsEveryField) {

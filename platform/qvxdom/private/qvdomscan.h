@@ -20,3 +20,6 @@ QvDomScan qvDomScan(std::string_view document);
 // "<line>:<column>: <reason>" for the first byte that is not UTF-8; empty when there is none. The parser decodes
 // ahead, so the place that it reports for such a byte is some place before it.
 std::string qvDomFindBrokenUtf8(std::string_view text);
+
+// The same for the first zero of a document that was scanned: no character of XML, in any encoding.
+std::string qvDomFindZero(std::string_view document, const QvDomScan& scan);
