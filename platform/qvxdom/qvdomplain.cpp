@@ -42,7 +42,7 @@ std::optional<std::string> decoded(std::string_view text) {
       std::ranges::find_if(declarations, [&](auto one) { return text.starts_with(one); });
   if (text.size() > largestDecoded || declaration == std::end(declarations))
     return std::nullopt;
-  std::string utf8 = "<?xml version=\"1.0\"";
+  std::string utf8 = "<?xml version=\"1.0\" encoding=\"UTF-8\"";
   for (const char byte : text.substr(declaration->size())) {
     const auto code = static_cast<unsigned char>(byte);
     if (code < 0x80) {

@@ -199,6 +199,12 @@ TEST(QvDomPlain, Latin1MeansTheSameToTheParser) {
   }));
 }
 
+TEST(QvDomPlain, Latin1IsTheOnlyEncodingThatItsDeclarationNames) {
+  for (const std::string second : {" encoding=\"UTF-8\"", " encoding='utf-8' standalone='yes'"})
+    EXPECT_EQ(readingOf("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"" + second + "?><r/>"),
+              "refused: 1:51: encoding declaration already seen");
+}
+
 TEST(QvDomPlain, ChangedIdentitiesMeanTheSameToTheParser) {
   const std::string identity =
       R"(<morvaxeldocument class="tableresource" version="1"><resource>)"
