@@ -393,7 +393,8 @@ std::string qvDomRead(std::string_view text, QvDomDocument& document) {
   if (!scan.failure.empty())
     return std::move(scan.failure);
   try {
-    return readWithKeptReader(text, scan, document);
+    auto failure = readWithKeptReader(text, scan, document);
+    return failure.empty() ? qvDomFindZero(text, scan) : failure;
   } catch (const xc::OutOfMemoryException&) {
     throw std::bad_alloc();
   } catch (const xc::XMLException& error) {

@@ -342,3 +342,14 @@ std::string qvDomFindBrokenUtf8(std::string_view text) {
   }
   return {};
 }
+
+std::string qvDomFindZero(std::string_view document, const QvDomScan& scan) {
+  if (document.find('\0') == npos)
+    return {};
+  const auto& form = formOf(document);
+  const Units units(document.substr(scan.byteOrderMark), form);
+  const auto zero = units.find(U'\0', 0);
+  if (zero == units.size())
+    return {};
+  return positionOf(units, zero, scan.encoding == "UTF-8") + ": zero is no character of XML";
+}

@@ -20,3 +20,7 @@ QvDomScan qvDomScan(std::string_view document);
 // "<line>:<column>: <reason>" for the first byte that is not UTF-8; empty when there is none. The parser decodes
 // ahead, so the place that it reports for such a byte is some place before it.
 std::string qvDomFindBrokenUtf8(std::string_view text);
+
+// The same for the first character of the scanned document that is zero. Behind the root element the parser takes it for
+// the document's end.
+std::string qvDomFindZero(std::string_view document, const QvDomScan& scan);
