@@ -14,14 +14,14 @@ namespace {
 // A row that cannot be had is std::bad_alloc, so that nothing goes missing without a word. What a host's resource has to
 // tell is asked for before there is a row, which would stay as it is if that failed.
 void appendUnlessListed(QvResourceList& list, QvResource& resource) {
+  if (list.contains(&resource))
+    return;
   QvResourceImpl copy;
   QvResource* row = dynamic_cast<QvResourceImpl*>(&resource);
   if (!row) {
     copy.copyFrom(resource);
     row = &copy;
   }
-  if (list.contains(row))
-    return;
   if (!list.addRow())
     throw std::bad_alloc();
   list.setLastRowElement(0, row);
@@ -128,10 +128,11 @@ void LineageSerializationImpl::append(LineageDependents& dependents, QvResource&
     passProperties(*own);
     return dependents.append(m_records.hold(*own));
   }
+  if (dependents.contains(resource.getResourceIdentity()))
+    return;
   QvResourceImpl copy;
   copy.copyFrom(resource);
-  if (!dependents.contains(copy.identity()))
-    dependents.append(m_records.hold(copy));
+  dependents.append(m_records.hold(copy));
 }
 
 void LineageSerializationImpl::appendAll(LineageDependents& dependents, QvResourceList& resources) {

@@ -33,18 +33,17 @@ private:
 constexpr std::size_t largestDecoded = std::size_t{1}
                                        << 20; // what the parser has to be set up for counts less beyond
 
-// A document that declares ISO 8859-1, as it is usually written, in UTF-8 and with a zero byte; nothing for any other. One
-// that declares another encoding after it is malformed.
+// A document that declares ISO 8859-1, as it is usually written, in UTF-8, declared as such, and with a zero byte; nothing
+// for any other.
 std::optional<std::string> decoded(std::string_view text) {
   constexpr std::string_view declarations[] = {
       "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"", "<?xml version='1.0' encoding='ISO-8859-1'",
       "<?xml version=\"1.0\" encoding=\"iso-8859-1\"", "<?xml version='1.0' encoding='iso-8859-1'"};
   const auto declaration =
       std::ranges::find_if(declarations, [&](auto one) { return text.starts_with(one); });
-  if (text.size() > largestDecoded || declaration == std::end(declarations) ||
-      text.substr(declaration->size()).starts_with(" encoding"))
+  if (text.size() > largestDecoded || declaration == std::end(declarations))
     return std::nullopt;
-  std::string utf8 = "<?xml version=\"1.0\"";
+  std::string utf8 = "<?xml version=\"1.0\" encoding=\"UTF-8\"";
   for (const char byte : text.substr(declaration->size())) {
     const auto code = static_cast<unsigned char>(byte);
     if (code < 0x80) {

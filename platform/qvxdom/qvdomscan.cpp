@@ -174,15 +174,16 @@ struct Declaration {
   std::optional<std::string> encoding;
 };
 
-// Takes the next name="value" off the front of the text and answers the value.
+// Takes the next name="value" off the front of the text and answers the value. The declaration ends with the text, which
+// may be within a value: the parser, which takes any version and is held to an encoding, would read on.
 std::string takeValue(std::string_view& text, std::string_view& name) {
   const auto quote = text.find_first_of("\"'");
-  const auto end = quote == npos ? npos : text.find(text[quote], quote + 1);
-  if (end == npos)
+  if (quote == npos)
     return {};
+  const auto end = std::min(text.find(text[quote], quote + 1), text.size());
   name = text.substr(0, quote);
   std::string value(text.substr(quote + 1, end - quote - 1));
-  text.remove_prefix(end + 1);
+  text.remove_prefix(std::min(end + 1, text.size()));
   return value;
 }
 

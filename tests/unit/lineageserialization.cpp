@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -91,6 +92,33 @@ TEST(LineageStore, ReadsThePropertiesOfWhatItKeepsToTheirEnd) {
   const Store store = makeStore();
   ASSERT_TRUE(store->addDependentResources(resource("job", "ProcessJob", "/job").get(), list.get()));
   EXPECT_FALSE(properties->next());
+}
+
+// A resource that is there already is not set in anything.
+TEST(LineageStore, LeavesThePropertiesOfWhatItHasAlreadyAlone) {
+  const Released<QvResourcePropertyList> properties(new QvResourcePropertyListImpl);
+  ASSERT_TRUE(properties->addRow());
+  HostResource host;
+  host.identity = "/a";
+  host.properties = properties.get();
+  struct HostList final : QvResourceList {
+    explicit HostList(QvResource* resource) : only(resource) {}
+    bool next() override { return !std::exchange(isRead, true); }
+    QvResource* getValue() override { return only; }
+    void release() override {}
+    bool addRow() override { return false; }
+    void setLastRowElement(unsigned long, QvResource*) override {}
+    bool contains(QvResource*) override { return false; }
+    void reset() override { isRead = false; }
+    QvResource* only;
+    bool isRead = false;
+  } list(&host);
+  const Store store = makeStore();
+  const Resource job = resource("job", "ProcessJob", "/job");
+  ASSERT_TRUE(store->addDependentResources(job.get(), listOf({"/a"}).get()));
+  ASSERT_TRUE(store->addDependentResources(job.get(), &list));
+  EXPECT_THAT(dependents(*store, job.get()), ElementsAre("/a"));
+  EXPECT_TRUE(properties->next());
 }
 
 TEST(LineageOrder, IsThatOfTypeThenIdentityWithoutRegardToCase) {

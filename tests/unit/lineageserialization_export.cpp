@@ -272,6 +272,9 @@ TEST_F(LineageExport, TakesAnyAnalysisAndSkipsRowsWithoutResource) {
   xml = "";
   EXPECT_TRUE(m_store->getLineageAsString(analysis.get(), &xml, nullptr, false));
   EXPECT_EQ(str(xml), head + tail);
+  xml = "";
+  EXPECT_TRUE(analysis->getLineageAsString(&xml, nullptr, false)) << "of itself, too";
+  EXPECT_EQ(str(xml), head + tail);
   analysis->hasResources = false;
   EXPECT_FALSE(m_store->getLineageAsString(analysis.get(), &xml, nullptr, false));
 }
