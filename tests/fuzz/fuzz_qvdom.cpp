@@ -20,15 +20,16 @@ QvDom reread(const QvDom& dom, bool layout) {
   return again;
 }
 
-// Where each character is as wide as in UTF-8, and no other encoding is named.
-bool isUtf8(const std::string& document) {
-  return document.find('\0') == std::string::npos && document.find("encoding") == std::string::npos;
+// Whether the bytes of ASCII mean the same in the document's encoding, whatever it is.
+bool isLikeAscii(const std::string& document) {
+  const auto first = static_cast<unsigned char>(document.front());
+  return document.find('\0') == std::string::npos && (first < 0x40 || first == 0xEF);
 }
 
 // An instruction of such a name means nothing, and leaves what the reader of plain documents would take to the parser. In
 // another encoding it may be no instruction.
 void requireBothReadersToAgree(std::string document, const QvbString& read) {
-  const bool mustLoad = isUtf8(document);
+  const bool mustLoad = isLikeAscii(document);
   document += "<?p:p?>";
   QvDom parsed;
   const bool isLoaded = parsed.loadXML(QvbString(std::string_view(document)));
