@@ -177,10 +177,15 @@ TEST(QvDomScan, ADeclaredEncodingThatContradictsTheFirstBytesIsRefused) {
     const char* form;
   };
   const Contradiction cases[] = {
-      {"ISO-8859-1", "\xEF\xBB\xBF", 1, "UTF-8"}, {"UTF-16", "\xEF\xBB\xBF", 1, "UTF-8"},
-      {"utf-8", "\xFE\xFF", 2, "UTF-16BE"},       {"UTF-8", "", 2, "UTF-16BE"},
-      {"UTF-16LE", "\xFE\xFF", 2, "UTF-16BE"},    {"UTF-32", "\xFE\xFF", 2, "UTF-16BE"},
-      {"UTF-16", "\0\0\xFE\xFF"s, 4, "UCS-4BE"},  {"ASCII", "", 4, "UCS-4BE"},
+      {"UTF-8LE", "\xEF\xBB\xBF", 1, "UTF-8"},
+      {"ISO-8859-1", "\xEF\xBB\xBF", 1, "UTF-8"},
+      {"UTF-16", "\xEF\xBB\xBF", 1, "UTF-8"},
+      {"utf-8", "\xFE\xFF", 2, "UTF-16BE"},
+      {"UTF-8", "", 2, "UTF-16BE"},
+      {"UTF-16LE", "\xFE\xFF", 2, "UTF-16BE"},
+      {"UTF-32", "\xFE\xFF", 2, "UTF-16BE"},
+      {"UTF-16", "\0\0\xFE\xFF"s, 4, "UCS-4BE"},
+      {"ASCII", "", 4, "UCS-4BE"},
   };
   for (const auto& c : cases)
     EXPECT_EQ(messageOf(declaring(c.name, c.mark, c.width, Order::Big)),
