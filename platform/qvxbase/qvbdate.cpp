@@ -128,7 +128,7 @@ double QvbDate::asDouble() const noexcept {
   const std::int64_t seconds = ((days * 24 + m_hour) * 60 + m_minute) * 60 + m_second;
   // From here on a double holds no part of a second, and the milliseconds would overflow.
   constexpr std::int64_t wholeSeconds = std::int64_t{1} << 53;
-  if (seconds <= -wholeSeconds || seconds >= wholeSeconds)
+  if (std::abs(seconds) >= wholeSeconds)
     return static_cast<double>(seconds);
   return static_cast<double>(seconds * 1000 + m_millisecond) / 1000.0;
 }

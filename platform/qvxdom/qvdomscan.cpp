@@ -335,11 +335,10 @@ QvDomScan qvDomScan(std::string_view document) {
 }
 
 std::string qvDomFindBrokenUtf8(std::string_view text) {
-  const Form bytes{"", false, 1, false, "UTF-8"};
   for (auto rest = text; !rest.empty();) {
     const auto index = text.size() - rest.size();
     if (qvDomTakeUtf8(rest) == qvDomBroken)
-      return positionOf(Units(text, bytes), index, true) + ": the text is not UTF-8";
+      return positionOf(Units(text, forms.back()), index, true) + ": the text is not UTF-8";
   }
   return {};
 }

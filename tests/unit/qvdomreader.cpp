@@ -54,6 +54,7 @@ TEST(QvDomReader, WhatIsKeptOfADocument) {
       {"<r><a> </a></r>", "<r><a> </a></r>"},
       {"<r>one <a>x</a> <b/>\n</r>", "<r>one <a>x</a> <b/>\n</r>"},
       {"<r> <a/> <b/> two <c/> </r>", "<r> <a/> <b/> two <c/> </r>"},
+      {"<r> <a/>  <b/>\t<c/>\n<d/>x</r>", "<r> <a/>  <b/>\t<c/>\n<d/>x</r>"},
       {"<r> <a> <b> <c/> </b> x </a> </r>", "<r><a> <b><c/></b> x </a></r>"},
       {"<r> <a> <b/> </a> x</r>", "<r> <a><b/></a> x</r>"},
       // One run of text, whatever it is made of.
