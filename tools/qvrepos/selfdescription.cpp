@@ -264,6 +264,7 @@ constexpr const char* bashWalk = R"(_qvrepos() {
   local current=${COMP_WORDS[COMP_CWORD]} command=qvrepos value= word i subcommands options operand
   _qvrepos_command "$command"
   local common=$options
+  ((COMP_CWORD > 1)) || subcommands+=" help"
   for ((i = 1; i < COMP_CWORD; i++)); do
     word=${COMP_WORDS[i]}
     if [[ $word == = ]]; then
@@ -364,13 +365,18 @@ std::string zshOperands(const Command& command) {
 
 std::string zshFunction(const std::string& words) { return "_" + replaceAll(words, " ", "_"); }
 
-// Offers the subcommands, or hands the words from the subcommand on over to its function.
-std::string zshSubcommands(const Command& command) {
+// Offers the subcommands, or hands the words from the subcommand on over to its function; those behind "help" to that of
+// the tool itself.
+std::string zshSubcommands(const Command& command, bool isTool) {
   std::string names, calls;
-  for (const auto& child : command.subcommands) {
-    names += "        " + shellWord(zshText(child.name()) + ":" + child.help) + "\n";
-    calls += fmt::format("        {}) {} ;;\n", child.name(), zshFunction(child.words));
-  }
+  const auto add = [&](const std::string& name, const std::string& help, const std::string& words) {
+    names += "        " + shellWord(zshText(name) + ":" + help) + "\n";
+    calls += fmt::format("        {}) {} ;;\n", name, zshFunction(words));
+  };
+  for (const auto& child : command.subcommands)
+    add(child.name(), child.help, child.words);
+  if (isTool)
+    add("help", "Show what a subcommand takes", command.words);
   return fmt::format("  case $state in\n    subcommand)\n      subcommands=(\n{}      )\n"
                      "      _describe -t commands subcommand subcommands\n      ;;\n"
                      "    rest)\n      case $words[1] in\n{}      esac\n      ;;\n  esac\n",
@@ -387,7 +393,7 @@ std::string zshCommand(const Command& command, const Command& root) {
     if (&command != &root && option.names.back() != "--help")
       script += zshOption(option);
   script += zshOperands(command);
-  return script + (command.subcommands.empty() ? "" : zshSubcommands(command)) + "}\n";
+  return script + (command.subcommands.empty() ? "" : zshSubcommands(command, &command == &root)) + "}\n";
 }
 
 std::string zshCompletion(const Command& root) {

@@ -77,7 +77,7 @@ void addSettings(CLI::App& app, Settings& settings, Host& host) {
                                                           : std::string();
       });
   app.add_option("--log-level", host.logLevel,
-                 "Log records from this level on: trace, debug, info, warning, error or critical, or 1 to 6")
+                 "Log records from this level on; a number from 1 to 6 is a level too")
       ->type_name("LEVEL")
       ->transform(logLevel());
 }

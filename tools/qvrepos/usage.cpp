@@ -182,9 +182,8 @@ CLI::Validator numberFrom(unsigned least, unsigned most) {
 }
 
 CLI::Validator logLevel() {
+  static const std::vector<std::string> names{"trace", "debug", "info", "warning", "error", "critical"};
   return {[](std::string& given) -> std::string {
-            static const std::vector<std::string> names{"trace",   "debug", "info",
-                                                        "warning", "error", "critical"};
             for (std::size_t i = 0; i < names.size(); ++i)
               if (qvbEqualsIgnoreCase(names[i], given)) {
                 given = std::to_string(i + 1);
@@ -196,7 +195,7 @@ CLI::Validator logLevel() {
                        : "there is no level " + given + "; choose from " + CLI::detail::join(names, ", ") +
                              ", or 1 to 6";
           },
-          ""};
+          "{" + CLI::detail::join(names, ",") + "}"};
 }
 
 void refuseFlagValues(CLI::App& app) {
