@@ -272,7 +272,9 @@ TEST_P(TerminalSignal, AtThePasswordLeavesTheTerminalAsItWas) {
   const auto [key, signal] = GetParam();
   const auto run =
       onTerminal(folder,
-                 "ulimit -c 0; trap : INT QUIT; stty -a; TMPDIR=" + folder.path().string() + " " + toolPath +
+                 // What runs in the background of a script has both signals ignored, and its children have.
+                 "ulimit -c 0; trap : INT QUIT; stty -a; TMPDIR=" + folder.path().string() +
+                     " env --default-signal=INT,QUIT " + toolPath +
                      " cache get /etc/hostname --user ann; echo \"status $?\"; stty -a; echo ended",
                  key);
   EXPECT_THAT(run.out, HasSubstr("status " + std::to_string(128 + signal)));
