@@ -9,14 +9,10 @@ bool isSameText(const QvbString& a, const QvbString& b) noexcept {
   return a.isSharedWith(b) || (a.isNull() == b.isNull() && a == b);
 }
 
-bool isSameDate(const QvbDate& a, const QvbDate& b) noexcept {
-  return (a.isNull() && b.isNull()) || a.compare(b) == 0;
-}
-
 bool isSame(const QvResourceImpl& a, const QvResourceImpl& b) noexcept {
   return isSameText(a.identity(), b.identity()) && isSameText(a.type(), b.type()) &&
          isSameText(a.name(), b.name()) && isSameText(a.location(), b.location()) &&
-         isSameText(a.id(), b.id()) && isSameDate(a.analysisDate(), b.analysisDate()) &&
+         isSameText(a.id(), b.id()) && a.analysisDate().compare(b.analysisDate()) == 0 &&
          a.isResolved() == b.isResolved() && a.isMacroValue() == b.isMacroValue();
 }
 

@@ -139,8 +139,11 @@ TEST_F(Config, PrefersTheHostToTheFileAndTheFileToTheEnvironment) {
 }
 
 TEST_F(Config, AsksTheEnvironmentOnlyForKeysWithoutASlash) {
-  ::setenv("QVTEST/OPTION", "environment", 1);
-  EXPECT_TRUE(option("QVTEST/OPTION").isNull());
+  for (const char* key : {"QVTEST/OPTION", "/QVTEST_OPTION"}) {
+    ::setenv(key, "environment", 1);
+    EXPECT_TRUE(option(key).isNull()) << key;
+    ::unsetenv(key);
+  }
 }
 
 TEST_F(Config, TellsAnEmptyValueFromNone) {
