@@ -19,9 +19,9 @@ bool readDsnType(const QvbString& dsn, QvbString* type);
 // The name that a connection string gives; the text as it is where it gives none.
 QvbString shortDsn(const QvbString& dsn);
 
-// Identities. The makers take the name of the data source as it is; they are false, with nothing written, without a table
-// or a name.
-bool makeTableIdentity(const DataSource& source, QvbString* identity);
+// Identities. The makers take the name of the data source as it is; without one there is no data source, and the maker is
+// false with nothing written. The table must be named.
+void makeTableIdentity(const DataSource& source, QvbString* identity);
 bool makeDataSourceIdentity(const DataSource& source, QvbString* identity);
 // The readers are false for a text that is no identity of the kind and leave a part that is missing or empty as it was.
 bool readTableIdentity(const QvbString& identity, DataSource* source);

@@ -50,8 +50,10 @@ void writeIfAny(const QvbString& text, QvbString* output) {
 const char* identify(const DataSource& source, QvbString* identity) {
   DataSource named = source;
   named.name = shortDsn(source.name);
-  if (!named.table.isEmpty())
-    return makeTableIdentity(named, identity) ? "Table" : nullptr;
+  if (!named.table.isEmpty()) {
+    makeTableIdentity(named, identity);
+    return "Table";
+  }
   return makeDataSourceIdentity(named, identity) ? "Database" : nullptr;
 }
 

@@ -217,9 +217,7 @@ QvbString shortDsn(const QvbString& dsn) {
   return readDsnName(dsn, &name) ? name : dsn;
 }
 
-bool makeTableIdentity(const DataSource& source, QvbString* identity) {
-  if (source.table.isEmpty())
-    return false;
+void makeTableIdentity(const DataSource& source, QvbString* identity) {
   writeIdentity(tableKind,
                 {{"dsn", source.name},
                  {"dsntype", source.type},
@@ -227,7 +225,6 @@ bool makeTableIdentity(const DataSource& source, QvbString* identity) {
                  {"schema", source.schema, Presence::UnlessEmpty},
                  {"table", source.table}},
                 identity);
-  return true;
 }
 
 bool makeDataSourceIdentity(const DataSource& source, QvbString* identity) {
@@ -285,8 +282,10 @@ bool QvResourceManagerImpl::generateTableDataSourceResourceId(const QvbString& d
                                                               const QvbString& catalog,
                                                               const QvbString& schema, const QvbString& table,
                                                               QvbString* identity) {
-  return !table.isEmpty() &&
-         makeTableIdentity({shortDsnBy(*this, dsn), dsntype, catalog, schema, table}, identity);
+  if (table.isEmpty())
+    return false;
+  makeTableIdentity({shortDsnBy(*this, dsn), dsntype, catalog, schema, table}, identity);
+  return true;
 }
 
 bool QvResourceManagerImpl::generateDataSourceResourceId(const QvbString& dsn, const QvbString& dsntype,

@@ -198,6 +198,21 @@ TEST_F(Replacing, ThroughALinkReplacesWhatItPointsAt) {
     EXPECT_TRUE(fs::is_symlink(m_folder / link)) << link;
 }
 
+TEST_F(Replacing, FollowsAsManyLinksAsTheSystem) {
+  m_folder.write("0", "one");
+  for (int links = 1; links <= 45; ++links)
+    fs::create_symlink(std::to_string(links - 1), m_folder / std::to_string(links));
+  int followed = 0;
+  for (int links = 1; links <= 45; ++links) {
+    const QvbString chain = path(std::to_string(links));
+    const bool isFollowed = ::access(chain.asCstr(), W_OK) == 0;
+    EXPECT_EQ(np_fio_writeAll(chain, "two"), isFollowed ? NP_FIO_OK : NP_FIO_NOT_FOUND) << links;
+    followed += isFollowed ? 1 : 0;
+  }
+  EXPECT_EQ(followed, 40);
+  EXPECT_EQ(m_folder.read("0"), "two");
+}
+
 TEST_F(Replacing, RefusesWhatIsNoRegularFile) {
   fs::create_directory(m_folder / "folder");
   fs::create_symlink("folder", m_folder / "link");
