@@ -77,6 +77,18 @@ TEST_F(Folders, GiveTheSamePlaceAsALookAtAllDefinitions) {
   }));
 }
 
+// Each copy of a definition drops one more of the separators that a back slash before a slash has kept.
+TEST_F(Folders, DropSeparatorsAsOftenAsTheListOfAllDefinitions) {
+  std::string path = "/srv";
+  for (int kept = 0; kept < 8; ++kept)
+    path += "\\/";
+  define("sys", "a", path);
+  RepositoryFolders folders;
+  for (auto size = path.size(); size >= 4; --size)
+    EXPECT_EQ(found(folders.find(text(path.substr(0, size)))), found(longestAbove(path.substr(0, size))))
+        << size;
+}
+
 TEST_F(Folders, TakeTheFirstLoadedOfEqualOnes) {
   define("sys", "b", "/srv");
   define("sys", "a", "/srv/");
