@@ -118,7 +118,7 @@ TEST(MetadataMemory, ALookupThatMemoryFailsMakesNothing) {
   const Context context = make();
   context->getMetadataObject("Job", "J1");
   const auto before = stateOf(*context);
-  const QvbString type = "Table of some more length than fits";
+  const QvbString type = "TableOfSomeMoreLengthThanFits"; // a name, so that objects of it are written
   const QvbString id = "an id of some more length than fits";
   const QvbString name = "attribute";
   const auto unchanged = [&] { EXPECT_EQ(stateOf(*context), before); };

@@ -301,6 +301,7 @@ TEST(EscapeControls, LeavesNothingThatATerminalTakesForAnInstruction) {
       {"\xc2\x80 \xc2\x9b \xc2\x9f", "\\xc2\\x80 \\xc2\\x9b \\xc2\\x9f"},
       {"\xc2\xa0\xc3\xa9", "\xc2\xa0\xc3\xa9"},
       {"\xe5\x90\x8d \xe2\x80\x93 \xf0\x9f\x98\x80", "\xe5\x90\x8d \xe2\x80\x93 \xf0\x9f\x98\x80"},
+      {"\u3028 \u3066", "\u3028 \u3066"},
       {"a\u202e\u2066z", "a\\xe2\\x80\\xae\\xe2\\x81\\xa6z"},
       {"\u2027\u2028\u202f\u2065\u2069\u206a", "\u2027\\xe2\\x80\\xa8\u202f\u2065\\xe2\\x81\\xa9\u206a"},
       {"\x9b", "\\x9b"},
