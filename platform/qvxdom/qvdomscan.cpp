@@ -18,20 +18,19 @@ constexpr std::size_t npos = std::string_view::npos;
 constexpr std::size_t maxAttributes = QvDom::MaxAttributes;
 
 struct Form {
-  std::string_view signature;
-  bool isByteOrderMark;
-  std::size_t width; // bytes of a code unit
+  std::string_view signature; // a byte order mark, or else the "<" that a document begins with
+  std::size_t width;          // bytes of a code unit
   bool bigEndian;
   std::string_view encoding;
 };
 
 // The first bytes of a document tell how wide its characters are; the first row that fits counts.
 constexpr std::array forms{
-    Form{"\0\0\xFE\xFF"sv, true, 4, true, "UCS-4BE"}, Form{"\xFF\xFE\0\0"sv, true, 4, false, "UCS-4LE"},
-    Form{"\0\0\0<"sv, false, 4, true, "UCS-4BE"},     Form{"<\0\0\0"sv, false, 4, false, "UCS-4LE"},
-    Form{"\xFE\xFF"sv, true, 2, true, "UTF-16BE"},    Form{"\xFF\xFE"sv, true, 2, false, "UTF-16LE"},
-    Form{"\0<"sv, false, 2, true, "UTF-16BE"},        Form{"<\0"sv, false, 2, false, "UTF-16LE"},
-    Form{"\xEF\xBB\xBF"sv, true, 1, false, "UTF-8"},  Form{""sv, false, 1, false, "UTF-8"}};
+    Form{"\0\0\xFE\xFF"sv, 4, true, "UCS-4BE"}, Form{"\xFF\xFE\0\0"sv, 4, false, "UCS-4LE"},
+    Form{"\0\0\0<"sv, 4, true, "UCS-4BE"},      Form{"<\0\0\0"sv, 4, false, "UCS-4LE"},
+    Form{"\xFE\xFF"sv, 2, true, "UTF-16BE"},    Form{"\xFF\xFE"sv, 2, false, "UTF-16LE"},
+    Form{"\0<"sv, 2, true, "UTF-16BE"},         Form{"<\0"sv, 2, false, "UTF-16LE"},
+    Form{"\xEF\xBB\xBF"sv, 1, false, "UTF-8"},  Form{""sv, 1, false, "UTF-8"}};
 
 const Form& formOf(std::string_view document) {
   return *std::find_if(forms.begin(), forms.end(),
@@ -322,7 +321,7 @@ std::string refusal(std::string_view document, const Form& form, const Units& un
 
 QvDomScan qvDomScan(std::string_view document) {
   const auto& form = formOf(document);
-  const auto byteOrderMark = form.isByteOrderMark ? form.signature.size() : 0;
+  const auto byteOrderMark = form.signature.find('<') == npos ? form.signature.size() : 0;
   document.remove_prefix(byteOrderMark);
   const Units units(document, form);
   const auto declaration = declarationOf(units);
