@@ -305,7 +305,7 @@ TEST(EscapeControls, LeavesNothingThatATerminalTakesForAnInstruction) {
       {"a\u202e\u2066z", "a\\xe2\\x80\\xae\\xe2\\x81\\xa6z"},
       {"\u2027\u2028\u202f\u2065\u2069\u206a", "\u2027\\xe2\\x80\\xa8\u202f\u2065\\xe2\\x81\\xa9\u206a"},
       {"\x9b", "\\x9b"},
-      {"\xff\xfe", "\xff\xfe"},
+      {"\xa0 \xff\xfe", "\xa0 \xff\xfe"},
       {"\xc2", "\xc2"},
       {"\xe5\x90", "\xe5\\x90"},
       {"\xe0\x82\x9b", "\xe0\\x82\\x9b"},
