@@ -133,3 +133,15 @@ TEST_F(HttpResponses, AreAskedForWithoutAHeaderThatThereIsNoMemoryFor) {
   EXPECT_EQ(Service::requests.back().contentType, "text/plain");
   EXPECT_THAT(log.lines(), Contains(failure));
 }
+
+TEST_F(HttpResponses, OfAFileThatThereIsNoMemoryToAskForSayNothingOfIt) {
+  const QvbString job = "http://h/job";
+  QvbString error;
+  for (const long left : {0, 1, 2}) {
+    Allocations::left = left;
+    const bool isThere = provider.exists(alice.get(), job, &error);
+    Allocations::left = -1;
+    EXPECT_FALSE(isThere) << left;
+  }
+  EXPECT_TRUE(provider.exists(alice.get(), job, &error));
+}
