@@ -19,10 +19,9 @@ bool readDsnType(const QvbString& dsn, QvbString* type);
 // The name that a connection string gives; the text as it is where it gives none.
 QvbString shortDsn(const QvbString& dsn);
 
-// Identities. The makers take the name of the data source as it is; without one there is no data source, and the maker is
-// false with nothing written. The table must be named.
+// Identities. The makers take the name of the data source as it is; what has to be named is for the caller to look at.
 void makeTableIdentity(const DataSource& source, QvbString* identity);
-bool makeDataSourceIdentity(const DataSource& source, QvbString* identity);
+void makeDataSourceIdentity(const DataSource& source, QvbString* identity);
 // The readers are false for a text that is no identity of the kind and leave a part that is missing or empty as it was.
 bool readTableIdentity(const QvbString& identity, DataSource* source);
 bool readDataSourceIdentity(const QvbString& identity, DataSource* source);

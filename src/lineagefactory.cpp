@@ -54,7 +54,10 @@ const char* identify(const DataSource& source, QvbString* identity) {
     makeTableIdentity(named, identity);
     return "Table";
   }
-  return makeDataSourceIdentity(named, identity) ? "Database" : nullptr;
+  if (named.name.isEmpty())
+    return nullptr;
+  makeDataSourceIdentity(named, identity);
+  return "Database";
 }
 
 bool isThere(const QvbString& path) {

@@ -227,11 +227,8 @@ void makeTableIdentity(const DataSource& source, QvbString* identity) {
                 identity);
 }
 
-bool makeDataSourceIdentity(const DataSource& source, QvbString* identity) {
-  if (source.name.isEmpty())
-    return false;
+void makeDataSourceIdentity(const DataSource& source, QvbString* identity) {
   writeIdentity(dataSourceKind, {{"dsn", source.name}, {"dsntype", source.type}}, identity);
-  return true;
 }
 
 bool readTableIdentity(const QvbString& identity, DataSource* source) {
@@ -290,8 +287,10 @@ bool QvResourceManagerImpl::generateTableDataSourceResourceId(const QvbString& d
 
 bool QvResourceManagerImpl::generateDataSourceResourceId(const QvbString& dsn, const QvbString& dsntype,
                                                          QvbString* identity) {
-  return !dsn.isEmpty() &&
-         makeDataSourceIdentity({.name = shortDsnBy(*this, dsn), .type = dsntype}, identity);
+  if (dsn.isEmpty())
+    return false;
+  makeDataSourceIdentity({.name = shortDsnBy(*this, dsn), .type = dsntype}, identity);
+  return true;
 }
 
 bool QvResourceManagerImpl::getFilenameFromResourceId(const QvbString& identity, QvbString* filename,

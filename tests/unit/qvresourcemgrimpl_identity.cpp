@@ -346,12 +346,12 @@ TEST_F(Identity, SaysWhatItSaysAsADocument) {
 }
 
 TEST_F(Identity, SaysWhatItSaysAsADocumentWhateverIsCutOut) {
-  QvbString identity;
-  ASSERT_TRUE(m_manager->generateTableDataSourceResourceId("D", "T", "C", "S", "t", &identity));
-  for (std::size_t at = 0; at < str(identity).size(); ++at)
-    for (std::size_t length = 1; length <= str(identity).size() - at; ++length) {
-      const std::string cut = str(identity).erase(at, length);
-      ASSERT_TRUE(tableAsIdentity(*m_manager, text(cut)) == tableAsDocument(text(cut))) << cut;
+  ASSERT_TRUE(m_manager->generateTableDataSourceResourceId("D", "T", "C", "S", "t", &m_identity));
+  const std::string whole = str(m_identity);
+  for (std::size_t at = 0; at < whole.size(); ++at)
+    for (std::size_t length = 1; length <= whole.size() - at; ++length) {
+      const QvbString cut = text(std::string(whole).erase(at, length));
+      ASSERT_EQ(tableAsIdentity(*m_manager, cut), tableAsDocument(cut)) << cut;
     }
 }
 
@@ -443,6 +443,22 @@ TEST(ConnectionString, HasTheShortFormOfADerivedManagersNameParser) {
   EXPECT_EQ(shortDsn, "Sales");
   ASSERT_TRUE(manager->generateDataSourceResourceId("UID=Sales;", "", &identity));
   EXPECT_GE(identity.find("dsn=\"Sales\""), 0);
+}
+
+// What such a parser succeeds with is taken, empty or not.
+TEST(ConnectionString, IsWhatADerivedManagersNameParserSaysThoughItIsEmpty) {
+  struct NamelessManager : QvResourceManagerImpl {
+    bool getNameFromDSN(const QvbString&, QvbString* name) override {
+      *name = "";
+      return true;
+    }
+  };
+  const Released<QvResourceManager> manager(new NamelessManager);
+  QvbString identity;
+  ASSERT_TRUE(manager->generateDataSourceResourceId("Sales", "ODBC", &identity));
+  EXPECT_GE(identity.find("<datasource dsn=\"\" dsntype=\"ODBC\"/>"), 0);
+  ASSERT_TRUE(manager->generateTableDataSourceResourceId("Sales", "ODBC", "", "", "t", &identity));
+  EXPECT_GE(identity.find("<tabledatasource dsn=\"\" dsntype=\"ODBC\" table=\"t\"/>"), 0);
 }
 
 TEST(FileNames, GiveDisplayNameAndType) {
