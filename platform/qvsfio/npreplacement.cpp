@@ -15,7 +15,7 @@ namespace {
 int followLinks(std::string* path) {
   constexpr int maxLinks = 40;
   std::filesystem::path target = *path;
-  for (int links = 0; links <= maxLinks; ++links) {
+  for (int links = 0; links <= maxLinks; ++links) { // what the last link points at is looked at, too
     std::error_code notALink;
     const auto next = std::filesystem::read_symlink(target, notALink);
     if (notALink) {

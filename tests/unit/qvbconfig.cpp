@@ -31,7 +31,6 @@ protected:
   ~Config() override {
     ::unsetenv("QV_CONFIG");
     ::unsetenv("QVTEST_OPTION");
-    ::unsetenv("QVTEST/OPTION");
     qvbClearConfigOptions();
     qvbSetConfigAvailable(true);
   }
